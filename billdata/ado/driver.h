@@ -1,0 +1,110 @@
+#pragma once
+// The interface between the data-access objects and a database engine. Only billdata/ado and
+// the drivers include this; service classes never do.
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "billdata/ado/variant.h"
+
+namespace billdata::ado {
+
+// An ADO-style connection string: `keyword=value;…`, keywords case-insensitive, a value may be
+// enclosed in "…" or '…' when it holds ';'. A bare path ending in ".db" means
+// `Provider=SQLite;Data Source=<path>`. Parsing raises ComError (err::kConnection) for malformed
+// text; each driver refuses keywords it does not know (require_known).
+class ConnectionString {
+public:
+    static ConnectionString parse(std::string_view text);
+
+    const std::string& text() const { return text_; }
+    // Value of a keyword (case-insensitive), or `fallback` when absent.
+    std::string get(std::string_view keyword, std::string_view fallback = {}) const;
+    bool has(std::string_view keyword) const;
+    // Raises ComError naming the first keyword that is not in `known` (lower-case names).
+    void require_known(const std::vector<std::string>& known) const;
+    const std::map<std::string, std::string>& items() const { return items_; }  // lower-case keys
+
+private:
+    std::string text_;
+    std::map<std::string, std::string> items_;
+};
+
+namespace driver {
+
+struct ColumnInfo {
+    std::string name;
+    VarType type = VarType::Empty;  // declared type when known (Date for date columns), else Empty
+};
+
+// A live result: rows are produced one at a time, never all held in memory.
+class Cursor {
+public:
+    virtual ~Cursor() = default;
+    virtual const std::vector<ColumnInfo>& columns() const = 0;
+    // Reads the next row into `row` (resized to columns().size()); false at the end.
+    virtual bool next(std::vector<Variant>& row) = 0;
+};
+
+struct ExecOptions {
+    bool read_only = false;  // a statement that would write is refused (list operations)
+};
+
+// One argument of a stored-procedure call. `direction` uses the ADO values (1 in, 2 out,
+// 3 in/out, 4 return value); output values are written back into `value`.
+struct ProcArg {
+    std::string name;  // with the leading '@'
+    VarType type = VarType::Empty;
+    int direction = 1;
+    Variant value;
+};
+
+// One physical connection to a database. Not thread-safe: one thread uses a session at a time.
+// Errors are raised as ComError, classified (ComError::error_class) from the engine's native
+// code, with the violated key and whether the transaction is still open.
+class Session {
+public:
+    virtual ~Session() = default;
+    virtual std::string_view engine() const = 0;  // "sqlite", "sqlserver", "postgresql"
+
+    // Runs exactly one T-SQL statement (a second statement in the text is refused before
+    // anything runs). Returns a cursor when the statement yields rows, else nullptr;
+    // `affected` (if given) receives the number of rows changed, -1 for a query.
+    virtual std::unique_ptr<Cursor> execute(std::string_view tsql, const ExecOptions& options,
+                                            long* affected) = 0;
+
+    // BEGIN (on SQLite: BEGIN IMMEDIATE, so the write lock is taken at once), COMMIT, ROLLBACK.
+    virtual void begin() = 0;
+    virtual void commit() = 0;
+    virtual void rollback() = 0;
+    virtual bool in_transaction() const = 0;
+
+    // Calls a stored procedure by name (case-insensitive); output arguments are written back.
+    // Returns its rows if it yields any, else nullptr.
+    virtual std::unique_ptr<Cursor> call(std::string_view procedure,
+                                         std::vector<ProcArg>& args) = 0;
+};
+
+class Driver {
+public:
+    virtual ~Driver() = default;
+    virtual std::string name() const = 0;
+    // True when this driver serves the connection string (by its Provider, Driver or path).
+    virtual bool accepts(const ConnectionString& cs) const = 0;
+    // Opens a physical connection; raises ComError (err::kConnection) when it cannot.
+    virtual std::shared_ptr<Session> open(const ConnectionString& cs) = 0;
+};
+
+// Drivers are registered explicitly (a self-registering object in a static library would be
+// dropped by the linker). register_builtin_drivers() is idempotent and is called by the
+// registry itself before the first lookup.
+void register_driver(std::shared_ptr<Driver> driver);
+void register_builtin_drivers();
+// The driver for a connection string; raises ComError naming the provider when none serves it.
+std::shared_ptr<Driver> find_driver(const ConnectionString& cs);
+
+}  // namespace driver
+}  // namespace billdata::ado

@@ -1,0 +1,74 @@
+#pragma once
+// The platform's variant value and its conversion rules.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "billdata/ado/datetime.h"
+
+namespace billdata::ado {
+
+enum class VarType { Empty, Null, Boolean, Integer, Long, Double, Date, String };
+
+// A value as the front end and the data layer exchange it: Empty, Null, Boolean, 16-bit integer,
+// 32-bit integer, Double, Date or String (UTF-8). Conversions follow the platform:
+//   - to text: numbers in invariant form (doubles shortest round-trip, no exponent below 1e15),
+//     Boolean "True"/"False", Date as DateTime::to_string(), Empty and Null as "";
+//   - to 16/32-bit integers: doubles and numeric text round half to even; out of range raises
+//     ComError 6 ("溢出"); text that is no number raises 13 ("类型不匹配"); Null raises 94;
+//     Empty is 0; True is -1;
+//   - to double: numeric text (blanks around allowed, exponent allowed), Boolean -1/0;
+//   - to Boolean: numbers non-zero, text "True"/"False" (any case) or numeric text;
+//   - to Date: a date text that DateTime::parse reads, or a serial number.
+// Value type; thread-safe to copy.
+class Variant {
+public:
+    Variant() = default;  // Empty
+    static Variant null();
+    Variant(bool v);
+    Variant(std::int16_t v);
+    Variant(std::int32_t v);
+    Variant(std::int64_t v);  // stored as Long when it fits, else Double
+    Variant(double v);
+    Variant(const DateTime& v);
+    Variant(std::string v);
+    Variant(std::string_view v);
+    Variant(const char* v);
+
+    VarType type() const;
+    bool is_empty() const { return type() == VarType::Empty; }
+    bool is_null() const { return type() == VarType::Null; }
+    bool is_numeric() const;  // Boolean, Integer, Long, Double
+
+    std::string to_string() const;  // CStr (Null gives "")
+    std::int16_t to_int16() const;  // CInt
+    std::int32_t to_int32() const;  // CLng
+    double to_double() const;       // CDbl
+    bool to_bool() const;           // CBool
+    DateTime to_date() const;       // CDate
+
+    // Strict equality of type and value (Empty == Empty, Null == Null).
+    bool operator==(const Variant& o) const;
+
+    // Rounds half to even as the platform's integer conversions and Round do.
+    static double round_half_even(double v, int digits = 0);
+    // Parses numeric text as the platform does; false when it is no number.
+    static bool parse_number(std::string_view text, double& out);
+    // Invariant shortest text of a double that reads back exactly ("0.1", "12", "-3.5").
+    static std::string format_double(double v);
+
+private:
+    struct NullTag {
+        bool operator==(const NullTag&) const = default;
+    };
+    std::variant<std::monostate, NullTag, bool, std::int16_t, std::int32_t, double, DateTime,
+                 std::string>
+        v_;
+};
+
+// Text as the statements write a value: the same as Variant::to_string().
+inline std::string str(const Variant& v) { return v.to_string(); }
+
+}  // namespace billdata::ado

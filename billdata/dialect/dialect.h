@@ -1,0 +1,78 @@
+#pragma once
+// T-SQL translation: one statement of SQL Server's dialect in, the same statement for another
+// engine out. Pure: text and a schema catalogue in, text and the statement's literals out; no
+// I/O and no global state. Thread-safe.
+
+#include <cstddef>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace billdata::dialect {
+
+enum class ColumnType { Unknown, Integer, Real, Text, Date };
+
+// Tables and their columns with types; names are matched without regard to case. The
+// translator uses it to tell text concatenation from addition and date comparisons from text
+// comparisons, and to resolve unqualified column names.
+class Catalog {
+public:
+    void add_column(std::string_view table, std::string_view column, ColumnType type);
+    bool has_table(std::string_view table) const;
+    // Unknown when the table or column is not in the catalogue.
+    ColumnType column_type(std::string_view table, std::string_view column) const;
+    // Column names of a table in the order they were added (empty when there is no such table).
+    std::vector<std::string> columns(std::string_view table) const;
+    std::vector<std::string> tables() const;
+
+private:
+    struct Table {
+        std::string name;
+        std::vector<std::pair<std::string, ColumnType>> columns;  // declared order
+        std::map<std::string, std::size_t> index;                 // lower-case name → position
+    };
+    std::map<std::string, Table> tables_;  // lower-case name → table
+};
+
+enum class StatementKind { Select, Insert, Update, Delete, Truncate };
+
+// A literal of the source text, for statement caching: its place in the source and its kind.
+struct Literal {
+    enum class Kind { Number, String, NString };
+    std::size_t offset = 0;
+    std::size_t length = 0;
+    Kind kind = Kind::Number;
+};
+
+struct Translation {
+    std::string sql;  // the statement for the target engine
+    StatementKind kind = StatementKind::Select;
+    bool writes = false;            // anything but a select
+    std::vector<Literal> literals;  // in source order
+};
+
+// A statement the translator cannot take: a syntax error, a second statement, or a construct it
+// does not support. `position` is the byte offset in the source text; what() names the construct
+// and the position ("unsupported construct 'pivot' at position 31").
+class DialectError : public std::runtime_error {
+public:
+    DialectError(const std::string& message, std::size_t position, std::string construct = {})
+        : std::runtime_error(message), position_(position), construct_(std::move(construct)) {}
+    std::size_t position() const { return position_; }
+    const std::string& construct() const { return construct_; }
+
+private:
+    std::size_t position_;
+    std::string construct_;
+};
+
+// Translates exactly one T-SQL statement to SQLite. Raises DialectError as described above.
+Translation translate_sqlite(std::string_view tsql, const Catalog& catalog);
+
+// Parses the text and raises DialectError unless it is exactly one statement the parser reads
+// (the check that engines without translation still get). Returns the statement's kind.
+StatementKind check_single_statement(std::string_view tsql);
+
+}  // namespace billdata::dialect

@@ -1,0 +1,26 @@
+#pragma once
+// Shared test helpers: a scratch folder per test that is removed afterwards.
+
+#include <filesystem>
+#include <string>
+
+namespace billdata::testing {
+
+// A fresh empty directory under the system's temporary folder; removed with its contents when
+// the object goes.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    // Path of a file inside the directory, as text.
+    std::string file(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+}  // namespace billdata::testing
