@@ -1,0 +1,81 @@
+#include "billdata/common/numbering.h"
+
+#include "billdata/ado/ado.h"
+
+namespace billdata::common {
+
+using ado::Variant;
+
+std::int32_t NextInterID(Executor& ex, std::int16_t series, std::int16_t step) {
+    const std::int32_t increment = step == 0 ? 1 : step;
+    const std::string s = std::to_string(series);
+    auto rs = ex.query("select * from ICMaxNum where FTranType=" + s);
+    if (rs->Eof()) {
+        rs->Close();
+        ex.execute("Insert Into ICMaxNum(FtranType,FMaxNUm,FDescription) Values(" + s + ",1,'')");
+        return 1;
+    }
+    std::int32_t candidate =
+        Variant(rs->Fields("FMaxNum").Value().to_double() + increment).to_int32();
+    rs->Close();
+    if (series == kSeriesStockBill) {
+        auto check = ex.query("Select max(finterID) as FMax,count(*) as Fcount from icstockbill");
+        if (!check->Eof() && check->Fields("FCount").Value().to_int32() > 0) {
+            std::int32_t max = check->Fields("FMax").Value().to_int32();
+            if (max > candidate) candidate = Variant(static_cast<double>(max) + 1).to_int32();
+        }
+        check->Close();
+    }
+    ex.execute("Update ICMaxNum set FMaxNum=FMaxNum+" + std::to_string(increment) +
+               "  Where FtranType=" + s);
+    return candidate;
+}
+
+std::string bill_prefix(std::string_view kind) {
+    const double code = Variant(kind).to_double();  // 13 for a kind that is no number
+    struct Entry {
+        int code;
+        const char* prefix;
+    };
+    static constexpr Entry first[] = {{11, "CD"},  {21, "XD"}, {13, "Fkd"}, {14, "JT"},
+                                      {115, "QR"}, {17, "JR"}, {23, "SK"},  {27, "JC"},
+                                      {31, "DB"},  {125, "QC"}};
+    for (const auto& e : first)
+        if (code == e.code) return e.prefix;
+    // Every kind whose text begins with "99" is a till sale (99, 991, …).
+    double lead = 0;
+    if (Variant::parse_number(kind.substr(0, 2), lead) && lead == 99) return "pos";
+    static constexpr Entry last[] = {{112, "ZP"}, {114, "ZT"}, {50, "Tj"}};
+    for (const auto& e : last)
+        if (code == e.code) return e.prefix;
+    return "";
+}
+
+std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime& bill_date,
+                       std::string& prefix) {
+    // The prefix is settled first so that a kind that is no number fails before anything is
+    // written, even outside a transaction.
+    std::string chosen = prefix.empty() ? bill_prefix(kind) : prefix;
+    const std::string date = bill_date.to_string();
+    const std::string k(kind);
+    auto rs = ex.query("select * from ICBillNo where FDate='" + date + "' and FTranType=" + k);
+    std::int16_t sequence = 1;
+    if (rs->Eof()) {
+        rs->Close();
+        ex.execute("Insert Into ICBillNo(FTranType,FDate,FMaxNum) values(" + k + ",'" + date +
+                   "'," + std::to_string(sequence) + ")");
+    } else {
+        sequence = Variant(rs->Fields("FMaxNum").Value().to_double() + 1).to_int16();
+        rs->Close();
+        ex.execute("Update ICBillNo set FMaxNum=" + std::to_string(sequence) +
+                   " where FTranType=" + k + " and FDate='" + date + "'");
+    }
+    prefix = chosen;
+    std::string digits = std::to_string(sequence);
+    std::string padding(digits.size() < 3 ? 3 - digits.size() : 0, '0');
+    auto two = [](int v) { return (v < 10 ? "0" : "") + std::to_string(v); };
+    return prefix + two(bill_date.year() % 100) + two(bill_date.month()) + two(bill_date.day()) +
+           "-" + padding + digits;
+}
+
+}  // namespace billdata::common
