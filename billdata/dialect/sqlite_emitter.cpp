@@ -242,7 +242,7 @@ public:
             case ArithKind::DateDays: {
                 const Expr& date = b.date_on_right ? *b.rhs : *b.lhs;
                 const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
-                em.text("bd_dateadd('day', ");
+                em.text("bd_dateadd('days', ");
                 if (b.op == BinaryOp::Sub) {
                     em.text("-(");
                     em.expr(days);
