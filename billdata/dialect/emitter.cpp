@@ -65,7 +65,19 @@ void Emitter::operand(const Expr& e, int needed) {
     }
 }
 
+bool Emitter::needs_date_value(const Expr& e) {
+    return e.vtype != ColumnType::Date &&
+           !(e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null);
+}
+
 void Emitter::compared(const Expr& e, CompareKind kind, bool with_collation, int needed) {
+    // A date column has numeric affinity: the other side is read as a date first, so that a
+    // text such as '20250309' compares as the date it means and never as a number.
+    if (kind == CompareKind::Date && needs_date_value(e)) {
+        hooks_.date_value(*this, e);
+        if (with_collation) hooks_.collation(*this, kind);
+        return;
+    }
     if (with_collation) {
         operand(e, kOutCollate);
         hooks_.collation(*this, kind);
@@ -352,7 +364,11 @@ void Emitter::expr(const Expr& e) {
         case BinaryOp::Ge: {
             static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
             const int level = precedence(e) + 1;
-            operand(*b.lhs, level);
+            if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
+                hooks_.date_value(*this, *b.lhs);
+            } else {
+                operand(*b.lhs, level);
+            }
             out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
             compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare), level);
             return;
@@ -392,9 +408,9 @@ void Emitter::expr(const Expr& e) {
                           !carries_collation(*b.high, b.compare);
         compared(*b.expr, b.compare, coll, kOutEquality + 1);
         out_.append(b.negated ? " NOT BETWEEN " : " BETWEEN ");
-        operand(*b.low, kOutEquality + 1);
+        compared(*b.low, b.compare, false, kOutEquality + 1);
         out_.append(" AND ");
-        operand(*b.high, kOutEquality + 1);
+        compared(*b.high, b.compare, false, kOutEquality + 1);
         return;
     }
     case NodeType::InList: {
@@ -404,7 +420,7 @@ void Emitter::expr(const Expr& e) {
         out_.append(in.negated ? " NOT IN (" : " IN (");
         for (std::size_t i = 0; i < in.items.size(); ++i) {
             if (i) out_.append(", ");
-            expr(*in.items[i]);
+            compared(*in.items[i], in.compare, false, kOutOr);
         }
         out_.push_back(')');
         return;
@@ -442,7 +458,11 @@ void Emitter::expr(const Expr& e) {
         }
         for (const auto& [w, t] : c.whens) {
             out_.append(" WHEN ");
-            expr(*w);
+            if (c.operand) {
+                compared(*w, c.compare, false, kOutOr);
+            } else {
+                expr(*w);
+            }
             out_.append(" THEN ");
             expr(*t);
         }

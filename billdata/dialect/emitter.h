@@ -84,6 +84,8 @@ public:
     // The operand followed by the engine's collation when the comparison needs one.
     void compared(const Expr& e, CompareKind kind, bool needs_collation, int needed);
     static bool needs_collation(const Expr& a, const Expr& b, CompareKind kind);
+    // Whether a value compared with a date must be read as a date first.
+    static bool needs_date_value(const Expr& e);
     static int precedence(const Expr& e);
 
 private:

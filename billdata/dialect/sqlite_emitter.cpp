@@ -117,7 +117,18 @@ public:
         switch (f.func) {
         case Func::IsNull: call(em, "ifnull", f.args); return;
         case Func::Coalesce: call(em, "coalesce", f.args); return;
-        case Func::NullIf: call(em, "nullif", f.args); return;
+        case Func::NullIf:
+            em.text("nullif(");
+            em.expr(*f.args[0]);
+            em.text(", ");
+            {
+                // nullif compares its arguments as `=` does.
+                const bool text = f.args[0]->vtype == ColumnType::Text || f.args[1]->vtype == ColumnType::Text;
+                em.compared(*f.args[1], text ? CompareKind::Text : CompareKind::Plain,
+                            text && Emitter::needs_collation(*f.args[0], *f.args[1], CompareKind::Text), kOutOr);
+            }
+            em.ch(')');
+            return;
         case Func::GetDate: em.text("datetime('now', 'localtime')"); return;
         case Func::Year:
         case Func::Month:
