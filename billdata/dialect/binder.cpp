@@ -626,7 +626,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             e.vtype = ColumnType::Text;
             if (c.expr->vtype == ColumnType::Date && !supported_date_style(c.style)) {
                 fail("unsupported construct 'convert style " + std::to_string(c.style) + "'", c.pos,
-                     "convert style");
+                     "convert style " + std::to_string(c.style));
             }
             break;
         case TypeSpec::Base::DateTime:
@@ -634,7 +634,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             e.vtype = ColumnType::Date;
             if (!supported_parse_style(c.style)) {
                 fail("unsupported construct 'convert style " + std::to_string(c.style) + "'", c.pos,
-                     "convert style");
+                     "convert style " + std::to_string(c.style));
             }
             break;
         }
