@@ -18,7 +18,7 @@
 namespace billdata::dialect {
 
 class Arena {
-public:
+  public:
     Arena() : resource_(buffer_, sizeof(buffer_)) {}
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
@@ -37,7 +37,7 @@ public:
         return std::string_view(p, s.size());
     }
 
-private:
+  private:
     alignas(std::max_align_t) std::byte buffer_[16384];
     std::pmr::monotonic_buffer_resource resource_;
 };
@@ -249,7 +249,16 @@ struct Case : Expr {
 
 // A target type of cast/convert.
 struct TypeSpec {
-    enum class Base : std::uint8_t { Integer, Bit, Decimal, Float, Text, FixedText, DateTime, Date };
+    enum class Base : std::uint8_t {
+        Integer,
+        Bit,
+        Decimal,
+        Float,
+        Text,
+        FixedText,
+        DateTime,
+        Date
+    };
     Base base = Base::Integer;
     int length = -1;  // text length; -1 when not given, -2 for max
     int scale = 0;    // decimal places of decimal/numeric/money
@@ -406,7 +415,8 @@ struct SetOperation : Node {
     SetOp op;
     Node* left;   // QuerySpec or SetOperation
     Node* right;  // QuerySpec or SetOperation
-    SetOperation(std::uint32_t p, SetOp o, Node* l, Node* r) : Node(kType, p), op(o), left(l), right(r) {}
+    SetOperation(std::uint32_t p, SetOp o, Node* l, Node* r)
+        : Node(kType, p), op(o), left(l), right(r) {}
 };
 
 struct OrderItem {
@@ -419,7 +429,8 @@ struct Select : Node {
     static constexpr NodeType kType = NodeType::Select;
     Node* body;  // QuerySpec or SetOperation
     List<OrderItem> order_by;
-    Select(std::uint32_t p, Node* b, std::pmr::memory_resource* r) : Node(kType, p), body(b), order_by(r) {}
+    Select(std::uint32_t p, Node* b, std::pmr::memory_resource* r)
+        : Node(kType, p), body(b), order_by(r) {}
     // The first query of the body (whose select list names the columns).
     QuerySpec& first_spec() const;
 };
@@ -466,7 +477,8 @@ struct Delete : Node {
     List<TableSource*> from;  // the second FROM of `delete t1 from … t1 join …`
     Expr* where = nullptr;
     const TableRef* target_source = nullptr;  // set by the binder
-    Delete(std::uint32_t p, TableRef* t, std::pmr::memory_resource* r) : Node(kType, p), target(t), from(r) {}
+    Delete(std::uint32_t p, TableRef* t, std::pmr::memory_resource* r)
+        : Node(kType, p), target(t), from(r) {}
 };
 
 struct Truncate : Node {

@@ -12,12 +12,12 @@ namespace billdata::dialect {
 struct Scope;
 
 class Binder {
-public:
+  public:
     Binder(const Catalog& catalog, Arena& arena) : catalog_(catalog), arena_(arena) {}
     // Raises DialectError with the server's wording for unknown tables and columns.
     void bind_statement(Node& stmt);
 
-private:
+  private:
     void bind_select(Select& select, Scope* parent);
     void bind_body(Node& body, Scope* parent);
     void bind_spec(QuerySpec& spec, Scope* parent, Select* owner);

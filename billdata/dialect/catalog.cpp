@@ -8,10 +8,11 @@ namespace {
 // Catalogue keys are lower case; lookups fold the name into a stack buffer so that a lookup
 // allocates nothing for names of ordinary length.
 class FoldedName {
-public:
+  public:
     explicit FoldedName(std::string_view name) {
         if (name.size() <= sizeof(buffer_)) {
-            for (std::size_t i = 0; i < name.size(); ++i) buffer_[i] = ascii_lower(name[i]);
+            for (std::size_t i = 0; i < name.size(); ++i)
+                buffer_[i] = ascii_lower(name[i]);
             view_ = std::string_view(buffer_, name.size());
         } else {
             long_ = lower_copy(name);
@@ -20,7 +21,7 @@ public:
     }
     std::string_view view() const { return view_; }
 
-private:
+  private:
     char buffer_[96];
     std::string long_;
     std::string_view view_;
@@ -51,8 +52,7 @@ bool Catalog::has_table(std::string_view table) const {
     return tables_.find(FoldedName(table).view()) != tables_.end();
 }
 
-bool Catalog::find_column(std::string_view table, std::string_view column,
-                          ColumnType* type) const {
+bool Catalog::find_column(std::string_view table, std::string_view column, ColumnType* type) const {
     auto t = tables_.find(FoldedName(table).view());
     if (t == tables_.end()) return false;
     auto c = t->second.index.find(FoldedName(column).view());
@@ -72,14 +72,16 @@ std::vector<std::string> Catalog::columns(std::string_view table) const {
     auto t = tables_.find(FoldedName(table).view());
     if (t == tables_.end()) return out;
     out.reserve(t->second.columns.size());
-    for (const auto& c : t->second.columns) out.push_back(c.first);
+    for (const auto& c : t->second.columns)
+        out.push_back(c.first);
     return out;
 }
 
 std::vector<std::string> Catalog::tables() const {
     std::vector<std::string> out;
     out.reserve(tables_.size());
-    for (const auto& [key, t] : tables_) out.push_back(t.name);
+    for (const auto& [key, t] : tables_)
+        out.push_back(t.name);
     return out;
 }
 

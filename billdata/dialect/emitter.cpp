@@ -4,44 +4,54 @@ namespace billdata::dialect {
 
 int Emitter::precedence(const Expr& e) {
     switch (e.type) {
-    case NodeType::Unary:
-        return e.as<Unary>().op == UnaryOp::Not ? kOutNot : kOutUnary;
-    case NodeType::Binary: {
-        const auto& b = e.as<Binary>();
-        switch (b.op) {
-        case BinaryOp::Or: return kOutOr;
-        case BinaryOp::And: return kOutAnd;
-        case BinaryOp::Eq:
-        case BinaryOp::Ne: return kOutEquality;
-        case BinaryOp::Lt:
-        case BinaryOp::Le:
-        case BinaryOp::Gt:
-        case BinaryOp::Ge: return kOutRelation;
-        case BinaryOp::Add:
-        case BinaryOp::Sub:
-            switch (b.arith) {
-            case ArithKind::Numeric: return kOutAdd;
-            case ArithKind::Concat: return kOutConcat;
-            default: return kOutPrimary;
+        case NodeType::Unary:
+            return e.as<Unary>().op == UnaryOp::Not ? kOutNot : kOutUnary;
+        case NodeType::Binary: {
+            const auto& b = e.as<Binary>();
+            switch (b.op) {
+                case BinaryOp::Or:
+                    return kOutOr;
+                case BinaryOp::And:
+                    return kOutAnd;
+                case BinaryOp::Eq:
+                case BinaryOp::Ne:
+                    return kOutEquality;
+                case BinaryOp::Lt:
+                case BinaryOp::Le:
+                case BinaryOp::Gt:
+                case BinaryOp::Ge:
+                    return kOutRelation;
+                case BinaryOp::Add:
+                case BinaryOp::Sub:
+                    switch (b.arith) {
+                        case ArithKind::Numeric:
+                            return kOutAdd;
+                        case ArithKind::Concat:
+                            return kOutConcat;
+                        default:
+                            return kOutPrimary;
+                    }
+                case BinaryOp::BitAnd:
+                case BinaryOp::BitOr:
+                    return kOutBitwise;
+                case BinaryOp::BitXor:
+                    return kOutAdd;
+                case BinaryOp::Mul:
+                case BinaryOp::Div:
+                case BinaryOp::Mod:
+                    return kOutMul;
             }
-        case BinaryOp::BitAnd:
-        case BinaryOp::BitOr: return kOutBitwise;
-        case BinaryOp::BitXor: return kOutAdd;
-        case BinaryOp::Mul:
-        case BinaryOp::Div:
-        case BinaryOp::Mod: return kOutMul;
+            return kOutOr;
         }
-        return kOutOr;
-    }
-    case NodeType::Like:
-        return e.as<Like>().negated ? kOutNot : kOutEquality;
-    case NodeType::Between:
-    case NodeType::InList:
-    case NodeType::InQuery:
-    case NodeType::IsNull:
-        return kOutEquality;
-    default:
-        return kOutPrimary;
+        case NodeType::Like:
+            return e.as<Like>().negated ? kOutNot : kOutEquality;
+        case NodeType::Between:
+        case NodeType::InList:
+        case NodeType::InQuery:
+        case NodeType::IsNull:
+            return kOutEquality;
+        default:
+            return kOutPrimary;
     }
 }
 
@@ -88,12 +98,23 @@ void Emitter::compared(const Expr& e, CompareKind kind, bool with_collation, int
 
 void Emitter::statement(const Node& stmt) {
     switch (stmt.type) {
-    case NodeType::Select: select(stmt.as<Select>(), true); break;
-    case NodeType::Insert: insert(stmt.as<Insert>()); break;
-    case NodeType::Update: hooks_.update(*this, stmt.as<Update>()); break;
-    case NodeType::Delete: hooks_.remove(*this, stmt.as<Delete>()); break;
-    case NodeType::Truncate: hooks_.truncate(*this, stmt.as<Truncate>()); break;
-    default: throw std::logic_error("not a statement node");
+        case NodeType::Select:
+            select(stmt.as<Select>(), true);
+            break;
+        case NodeType::Insert:
+            insert(stmt.as<Insert>());
+            break;
+        case NodeType::Update:
+            hooks_.update(*this, stmt.as<Update>());
+            break;
+        case NodeType::Delete:
+            hooks_.remove(*this, stmt.as<Delete>());
+            break;
+        case NodeType::Truncate:
+            hooks_.truncate(*this, stmt.as<Truncate>());
+            break;
+        default:
+            throw std::logic_error("not a statement node");
     }
 }
 
@@ -213,52 +234,52 @@ void Emitter::sources(const List<TableSource*>& from) {
 
 void Emitter::source(const TableSource& s) {
     switch (s.type) {
-    case NodeType::TableRef: {
-        const auto& t = s.as<TableRef>();
-        if (&t == replaced_) {
-            out_.append(replace_prefix_);
+        case NodeType::TableRef: {
+            const auto& t = s.as<TableRef>();
+            if (&t == replaced_) {
+                out_.append(replace_prefix_);
+                name(t.name);
+                out_.append(replace_suffix_);
+                out_.push_back(' ');
+                name(t.exposed);
+                return;
+            }
             name(t.name);
-            out_.append(replace_suffix_);
-            out_.push_back(' ');
-            name(t.exposed);
+            if (!t.alias.empty()) {
+                out_.push_back(' ');
+                name(t.alias);
+            }
             return;
         }
-        name(t.name);
-        if (!t.alias.empty()) {
-            out_.push_back(' ');
-            name(t.alias);
-        }
-        return;
-    }
-    case NodeType::DerivedTable: {
-        const auto& d = s.as<DerivedTable>();
-        out_.push_back('(');
-        select(*d.query, false);
-        out_.append(") ");
-        name(d.alias);
-        return;
-    }
-    case NodeType::Join: {
-        const auto& j = s.as<Join>();
-        source(*j.left);
-        static const char* kKinds[] = {" INNER JOIN ", " LEFT JOIN ", " RIGHT JOIN ",
-                                       " FULL JOIN ", " CROSS JOIN "};
-        out_.append(kKinds[static_cast<int>(j.kind)]);
-        if (j.right->is<Join>()) {
+        case NodeType::DerivedTable: {
+            const auto& d = s.as<DerivedTable>();
             out_.push_back('(');
-            source(*j.right);
-            out_.push_back(')');
-        } else {
-            source(*j.right);
+            select(*d.query, false);
+            out_.append(") ");
+            name(d.alias);
+            return;
         }
-        if (j.on) {
-            out_.append(" ON ");
-            expr(*j.on);
+        case NodeType::Join: {
+            const auto& j = s.as<Join>();
+            source(*j.left);
+            static const char* kKinds[] = {" INNER JOIN ", " LEFT JOIN ", " RIGHT JOIN ",
+                                           " FULL JOIN ", " CROSS JOIN "};
+            out_.append(kKinds[static_cast<int>(j.kind)]);
+            if (j.right->is<Join>()) {
+                out_.push_back('(');
+                source(*j.right);
+                out_.push_back(')');
+            } else {
+                source(*j.right);
+            }
+            if (j.on) {
+                out_.append(" ON ");
+                expr(*j.on);
+            }
+            return;
         }
-        return;
-    }
-    default:
-        throw std::logic_error("not a table source");
+        default:
+            throw std::logic_error("not a table source");
     }
 }
 
@@ -301,191 +322,200 @@ void Emitter::insert(const Insert& ins) {
 
 void Emitter::expr(const Expr& e) {
     switch (e.type) {
-    case NodeType::Literal: {
-        const auto& l = e.as<LiteralExpr>();
-        switch (l.kind) {
-        case LiteralExpr::Kind::Integer:
-        case LiteralExpr::Kind::Decimal: out_.append(l.text); break;
-        case LiteralExpr::Kind::String:
-        case LiteralExpr::Kind::NString: hooks_.string_literal(*this, l); break;
-        case LiteralExpr::Kind::Null: out_.append("NULL"); break;
-        }
-        return;
-    }
-    case NodeType::ColumnRef: {
-        const auto& c = e.as<ColumnRef>();
-        if (c.qualify && c.source) {
-            name(c.source->exposed);
-            out_.push_back('.');
-        }
-        name(c.name);
-        return;
-    }
-    case NodeType::Star:
-        out_.push_back('*');
-        return;
-    case NodeType::Unary: {
-        const auto& u = e.as<Unary>();
-        switch (u.op) {
-        case UnaryOp::Not:
-            out_.append("NOT ");
-            operand(*u.operand, kOutNot);
-            return;
-        case UnaryOp::Neg:
-        case UnaryOp::Plus:
-        case UnaryOp::BitNot:
-            out_.push_back(u.op == UnaryOp::Neg ? '-' : u.op == UnaryOp::Plus ? '+' : '~');
-            // Never two signs in a row: "--" would start a comment.
-            if (u.operand->is<Unary>()) {
-                out_.push_back('(');
-                expr(*u.operand);
-                out_.push_back(')');
-            } else {
-                operand(*u.operand, kOutUnary);
+        case NodeType::Literal: {
+            const auto& l = e.as<LiteralExpr>();
+            switch (l.kind) {
+                case LiteralExpr::Kind::Integer:
+                case LiteralExpr::Kind::Decimal:
+                    out_.append(l.text);
+                    break;
+                case LiteralExpr::Kind::String:
+                case LiteralExpr::Kind::NString:
+                    hooks_.string_literal(*this, l);
+                    break;
+                case LiteralExpr::Kind::Null:
+                    out_.append("NULL");
+                    break;
             }
             return;
         }
-        return;
-    }
-    case NodeType::Binary: {
-        const auto& b = e.as<Binary>();
-        switch (b.op) {
-        case BinaryOp::Or:
-        case BinaryOp::And:
-            operand(*b.lhs, precedence(e));
-            out_.append(b.op == BinaryOp::Or ? " OR " : " AND ");
-            operand(*b.rhs, precedence(e));
-            return;
-        case BinaryOp::Eq:
-        case BinaryOp::Ne:
-        case BinaryOp::Lt:
-        case BinaryOp::Le:
-        case BinaryOp::Gt:
-        case BinaryOp::Ge: {
-            static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
-            const int level = precedence(e) + 1;
-            if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
-                hooks_.date_value(*this, *b.lhs);
-            } else {
-                operand(*b.lhs, level);
+        case NodeType::ColumnRef: {
+            const auto& c = e.as<ColumnRef>();
+            if (c.qualify && c.source) {
+                name(c.source->exposed);
+                out_.push_back('.');
             }
-            out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
-            compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare), level);
+            name(c.name);
             return;
         }
-        case BinaryOp::Add:
-        case BinaryOp::Sub:
-            if (b.arith != ArithKind::Numeric) {
-                hooks_.arithmetic(*this, b);
-                return;
+        case NodeType::Star:
+            out_.push_back('*');
+            return;
+        case NodeType::Unary: {
+            const auto& u = e.as<Unary>();
+            switch (u.op) {
+                case UnaryOp::Not:
+                    out_.append("NOT ");
+                    operand(*u.operand, kOutNot);
+                    return;
+                case UnaryOp::Neg:
+                case UnaryOp::Plus:
+                case UnaryOp::BitNot:
+                    out_.push_back(u.op == UnaryOp::Neg ? '-' : u.op == UnaryOp::Plus ? '+' : '~');
+                    // Never two signs in a row: "--" would start a comment.
+                    if (u.operand->is<Unary>()) {
+                        out_.push_back('(');
+                        expr(*u.operand);
+                        out_.push_back(')');
+                    } else {
+                        operand(*u.operand, kOutUnary);
+                    }
+                    return;
             }
-            operand(*b.lhs, kOutAdd);
-            out_.append(b.op == BinaryOp::Add ? " + " : " - ");
-            operand(*b.rhs, kOutAdd + 1);
-            return;
-        case BinaryOp::Mul:
-            operand(*b.lhs, kOutMul);
-            out_.append(" * ");
-            operand(*b.rhs, kOutMul + 1);
-            return;
-        case BinaryOp::BitAnd:
-        case BinaryOp::BitOr:
-            operand(*b.lhs, kOutBitwise);
-            out_.append(b.op == BinaryOp::BitAnd ? " & " : " | ");
-            operand(*b.rhs, kOutBitwise + 1);
-            return;
-        case BinaryOp::Div:
-        case BinaryOp::Mod:
-        case BinaryOp::BitXor:
-            hooks_.arithmetic(*this, b);
             return;
         }
-        return;
-    }
-    case NodeType::Between: {
-        const auto& b = e.as<Between>();
-        const bool coll = needs_collation(*b.expr, *b.low, b.compare) &&
-                          !carries_collation(*b.high, b.compare);
-        compared(*b.expr, b.compare, coll, kOutEquality + 1);
-        out_.append(b.negated ? " NOT BETWEEN " : " BETWEEN ");
-        compared(*b.low, b.compare, false, kOutEquality + 1);
-        out_.append(" AND ");
-        compared(*b.high, b.compare, false, kOutEquality + 1);
-        return;
-    }
-    case NodeType::InList: {
-        const auto& in = e.as<InList>();
-        const bool coll = in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
-        compared(*in.expr, in.compare, coll, kOutEquality + 1);
-        out_.append(in.negated ? " NOT IN (" : " IN (");
-        for (std::size_t i = 0; i < in.items.size(); ++i) {
-            if (i) out_.append(", ");
-            compared(*in.items[i], in.compare, false, kOutOr);
+        case NodeType::Binary: {
+            const auto& b = e.as<Binary>();
+            switch (b.op) {
+                case BinaryOp::Or:
+                case BinaryOp::And:
+                    operand(*b.lhs, precedence(e));
+                    out_.append(b.op == BinaryOp::Or ? " OR " : " AND ");
+                    operand(*b.rhs, precedence(e));
+                    return;
+                case BinaryOp::Eq:
+                case BinaryOp::Ne:
+                case BinaryOp::Lt:
+                case BinaryOp::Le:
+                case BinaryOp::Gt:
+                case BinaryOp::Ge: {
+                    static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
+                    const int level = precedence(e) + 1;
+                    if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
+                        hooks_.date_value(*this, *b.lhs);
+                    } else {
+                        operand(*b.lhs, level);
+                    }
+                    out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
+                    compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare), level);
+                    return;
+                }
+                case BinaryOp::Add:
+                case BinaryOp::Sub:
+                    if (b.arith != ArithKind::Numeric) {
+                        hooks_.arithmetic(*this, b);
+                        return;
+                    }
+                    operand(*b.lhs, kOutAdd);
+                    out_.append(b.op == BinaryOp::Add ? " + " : " - ");
+                    operand(*b.rhs, kOutAdd + 1);
+                    return;
+                case BinaryOp::Mul:
+                    operand(*b.lhs, kOutMul);
+                    out_.append(" * ");
+                    operand(*b.rhs, kOutMul + 1);
+                    return;
+                case BinaryOp::BitAnd:
+                case BinaryOp::BitOr:
+                    operand(*b.lhs, kOutBitwise);
+                    out_.append(b.op == BinaryOp::BitAnd ? " & " : " | ");
+                    operand(*b.rhs, kOutBitwise + 1);
+                    return;
+                case BinaryOp::Div:
+                case BinaryOp::Mod:
+                case BinaryOp::BitXor:
+                    hooks_.arithmetic(*this, b);
+                    return;
+            }
+            return;
         }
-        out_.push_back(')');
-        return;
-    }
-    case NodeType::InQuery: {
-        const auto& in = e.as<InQuery>();
-        const bool coll = in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
-        compared(*in.expr, in.compare, coll, kOutEquality + 1);
-        out_.append(in.negated ? " NOT IN (" : " IN (");
-        select(*in.query, false);
-        out_.push_back(')');
-        return;
-    }
-    case NodeType::Exists:
-        out_.append("EXISTS (");
-        select(*e.as<Exists>().query, false);
-        out_.push_back(')');
-        return;
-    case NodeType::Like:
-        hooks_.like(*this, e.as<Like>());
-        return;
-    case NodeType::IsNull: {
-        const auto& i = e.as<IsNull>();
-        operand(*i.expr, kOutEquality + 1);
-        out_.append(i.negated ? " IS NOT NULL" : " IS NULL");
-        return;
-    }
-    case NodeType::Case: {
-        const auto& c = e.as<Case>();
-        out_.append("CASE");
-        if (c.operand) {
-            out_.push_back(' ');
-            const bool coll = c.compare != CompareKind::Plain && !carries_collation(*c.operand, c.compare);
-            compared(*c.operand, c.compare, coll, kOutOr);
+        case NodeType::Between: {
+            const auto& b = e.as<Between>();
+            const bool coll = needs_collation(*b.expr, *b.low, b.compare) &&
+                              !carries_collation(*b.high, b.compare);
+            compared(*b.expr, b.compare, coll, kOutEquality + 1);
+            out_.append(b.negated ? " NOT BETWEEN " : " BETWEEN ");
+            compared(*b.low, b.compare, false, kOutEquality + 1);
+            out_.append(" AND ");
+            compared(*b.high, b.compare, false, kOutEquality + 1);
+            return;
         }
-        for (const auto& [w, t] : c.whens) {
-            out_.append(" WHEN ");
+        case NodeType::InList: {
+            const auto& in = e.as<InList>();
+            const bool coll =
+                in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
+            compared(*in.expr, in.compare, coll, kOutEquality + 1);
+            out_.append(in.negated ? " NOT IN (" : " IN (");
+            for (std::size_t i = 0; i < in.items.size(); ++i) {
+                if (i) out_.append(", ");
+                compared(*in.items[i], in.compare, false, kOutOr);
+            }
+            out_.push_back(')');
+            return;
+        }
+        case NodeType::InQuery: {
+            const auto& in = e.as<InQuery>();
+            const bool coll =
+                in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
+            compared(*in.expr, in.compare, coll, kOutEquality + 1);
+            out_.append(in.negated ? " NOT IN (" : " IN (");
+            select(*in.query, false);
+            out_.push_back(')');
+            return;
+        }
+        case NodeType::Exists:
+            out_.append("EXISTS (");
+            select(*e.as<Exists>().query, false);
+            out_.push_back(')');
+            return;
+        case NodeType::Like:
+            hooks_.like(*this, e.as<Like>());
+            return;
+        case NodeType::IsNull: {
+            const auto& i = e.as<IsNull>();
+            operand(*i.expr, kOutEquality + 1);
+            out_.append(i.negated ? " IS NOT NULL" : " IS NULL");
+            return;
+        }
+        case NodeType::Case: {
+            const auto& c = e.as<Case>();
+            out_.append("CASE");
             if (c.operand) {
-                compared(*w, c.compare, false, kOutOr);
-            } else {
-                expr(*w);
+                out_.push_back(' ');
+                const bool coll =
+                    c.compare != CompareKind::Plain && !carries_collation(*c.operand, c.compare);
+                compared(*c.operand, c.compare, coll, kOutOr);
             }
-            out_.append(" THEN ");
-            expr(*t);
+            for (const auto& [w, t] : c.whens) {
+                out_.append(" WHEN ");
+                if (c.operand) {
+                    compared(*w, c.compare, false, kOutOr);
+                } else {
+                    expr(*w);
+                }
+                out_.append(" THEN ");
+                expr(*t);
+            }
+            if (c.otherwise) {
+                out_.append(" ELSE ");
+                expr(*c.otherwise);
+            }
+            out_.append(" END");
+            return;
         }
-        if (c.otherwise) {
-            out_.append(" ELSE ");
-            expr(*c.otherwise);
-        }
-        out_.append(" END");
-        return;
-    }
-    case NodeType::Cast:
-        hooks_.cast(*this, e.as<Cast>());
-        return;
-    case NodeType::Function:
-        hooks_.function(*this, e.as<Function>());
-        return;
-    case NodeType::Subquery:
-        out_.push_back('(');
-        select(*e.as<Subquery>().query, false);
-        out_.push_back(')');
-        return;
-    default:
-        throw std::logic_error("not an expression node");
+        case NodeType::Cast:
+            hooks_.cast(*this, e.as<Cast>());
+            return;
+        case NodeType::Function:
+            hooks_.function(*this, e.as<Function>());
+            return;
+        case NodeType::Subquery:
+            out_.push_back('(');
+            select(*e.as<Subquery>().query, false);
+            out_.push_back(')');
+            return;
+        default:
+            throw std::logic_error("not an expression node");
     }
 }
 

@@ -30,7 +30,7 @@ enum OutPrec : int {
 };
 
 class EngineHooks {
-public:
+  public:
     virtual ~EngineHooks() = default;
 
     // A table, alias or column name, quoted when the engine needs it.
@@ -54,7 +54,7 @@ public:
 };
 
 class Emitter {
-public:
+  public:
     Emitter(const EngineHooks& hooks, std::string& out) : hooks_(hooks), out_(out) {}
 
     void statement(const Node& stmt);
@@ -88,7 +88,7 @@ public:
     static bool needs_date_value(const Expr& e);
     static int precedence(const Expr& e);
 
-private:
+  private:
     void body(const Node& body, bool top_level, bool in_compound);
     void spec(const QuerySpec& spec, bool top_level);
     void order_term(const Expr& e);

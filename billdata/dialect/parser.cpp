@@ -67,20 +67,34 @@ struct FuncEntry {
 };
 
 constexpr FuncEntry kFunctions[] = {
-    {"isnull", Func::IsNull, 2, 2},       {"coalesce", Func::Coalesce, 2, 64},
-    {"nullif", Func::NullIf, 2, 2},       {"getdate", Func::GetDate, 0, 0},
-    {"year", Func::Year, 1, 1},           {"month", Func::Month, 1, 1},
-    {"day", Func::Day, 1, 1},             {"dateadd", Func::DateAdd, 2, 2},
-    {"datediff", Func::DateDiff, 2, 2},   {"datepart", Func::DatePart, 1, 1},
-    {"len", Func::Len, 1, 1},             {"left", Func::Left, 2, 2},
-    {"right", Func::Right, 2, 2},         {"substring", Func::Substring, 3, 3},
-    {"charindex", Func::CharIndex, 2, 3}, {"ltrim", Func::LTrim, 1, 1},
-    {"rtrim", Func::RTrim, 1, 1},         {"upper", Func::Upper, 1, 1},
-    {"lower", Func::Lower, 1, 1},         {"replace", Func::Replace, 3, 3},
-    {"round", Func::Round, 2, 3},         {"abs", Func::Abs, 1, 1},
-    {"floor", Func::Floor, 1, 1},         {"ceiling", Func::Ceiling, 1, 1},
-    {"count", Func::Count, 1, 1},         {"sum", Func::Sum, 1, 1},
-    {"max", Func::Max, 1, 1},             {"min", Func::Min, 1, 1},
+    {"isnull", Func::IsNull, 2, 2},
+    {"coalesce", Func::Coalesce, 2, 64},
+    {"nullif", Func::NullIf, 2, 2},
+    {"getdate", Func::GetDate, 0, 0},
+    {"year", Func::Year, 1, 1},
+    {"month", Func::Month, 1, 1},
+    {"day", Func::Day, 1, 1},
+    {"dateadd", Func::DateAdd, 2, 2},
+    {"datediff", Func::DateDiff, 2, 2},
+    {"datepart", Func::DatePart, 1, 1},
+    {"len", Func::Len, 1, 1},
+    {"left", Func::Left, 2, 2},
+    {"right", Func::Right, 2, 2},
+    {"substring", Func::Substring, 3, 3},
+    {"charindex", Func::CharIndex, 2, 3},
+    {"ltrim", Func::LTrim, 1, 1},
+    {"rtrim", Func::RTrim, 1, 1},
+    {"upper", Func::Upper, 1, 1},
+    {"lower", Func::Lower, 1, 1},
+    {"replace", Func::Replace, 3, 3},
+    {"round", Func::Round, 2, 3},
+    {"abs", Func::Abs, 1, 1},
+    {"floor", Func::Floor, 1, 1},
+    {"ceiling", Func::Ceiling, 1, 1},
+    {"count", Func::Count, 1, 1},
+    {"sum", Func::Sum, 1, 1},
+    {"max", Func::Max, 1, 1},
+    {"min", Func::Min, 1, 1},
     {"avg", Func::Avg, 1, 1},
 };
 
@@ -90,36 +104,21 @@ struct PartEntry {
 };
 
 constexpr PartEntry kDateParts[] = {
-    {"year", DatePart::Year},
-    {"yy", DatePart::Year},
-    {"yyyy", DatePart::Year},
-    {"quarter", DatePart::Quarter},
-    {"qq", DatePart::Quarter},
-    {"q", DatePart::Quarter},
-    {"month", DatePart::Month},
-    {"mm", DatePart::Month},
-    {"m", DatePart::Month},
-    {"dayofyear", DatePart::DayOfYear},
-    {"dy", DatePart::DayOfYear},
-    {"y", DatePart::DayOfYear},
-    {"day", DatePart::Day},
-    {"dd", DatePart::Day},
-    {"d", DatePart::Day},
-    {"week", DatePart::Week},
-    {"wk", DatePart::Week},
-    {"ww", DatePart::Week},
-    {"weekday", DatePart::Weekday},
-    {"dw", DatePart::Weekday},
-    {"w", DatePart::Weekday},
-    {"hour", DatePart::Hour},
-    {"hh", DatePart::Hour},
-    {"minute", DatePart::Minute},
-    {"mi", DatePart::Minute},
-    {"n", DatePart::Minute},
-    {"second", DatePart::Second},
-    {"ss", DatePart::Second},
-    {"s", DatePart::Second},
-    {"millisecond", DatePart::Millisecond},
+    {"year", DatePart::Year},       {"yy", DatePart::Year},
+    {"yyyy", DatePart::Year},       {"quarter", DatePart::Quarter},
+    {"qq", DatePart::Quarter},      {"q", DatePart::Quarter},
+    {"month", DatePart::Month},     {"mm", DatePart::Month},
+    {"m", DatePart::Month},         {"dayofyear", DatePart::DayOfYear},
+    {"dy", DatePart::DayOfYear},    {"y", DatePart::DayOfYear},
+    {"day", DatePart::Day},         {"dd", DatePart::Day},
+    {"d", DatePart::Day},           {"week", DatePart::Week},
+    {"wk", DatePart::Week},         {"ww", DatePart::Week},
+    {"weekday", DatePart::Weekday}, {"dw", DatePart::Weekday},
+    {"w", DatePart::Weekday},       {"hour", DatePart::Hour},
+    {"hh", DatePart::Hour},         {"minute", DatePart::Minute},
+    {"mi", DatePart::Minute},       {"n", DatePart::Minute},
+    {"second", DatePart::Second},   {"ss", DatePart::Second},
+    {"s", DatePart::Second},        {"millisecond", DatePart::Millisecond},
     {"ms", DatePart::Millisecond},
 };
 
@@ -127,35 +126,35 @@ bool starts_statement(const Token& t) {
     if (t.kind == Tok::LParen) return true;
     if (t.kind != Tok::Identifier) return false;
     switch (t.kw) {
-    case Kw::kSELECT:
-    case Kw::kINSERT:
-    case Kw::kUPDATE:
-    case Kw::kDELETE:
-    case Kw::kTRUNCATE:
-    case Kw::kDROP:
-    case Kw::kCREATE:
-    case Kw::kALTER:
-    case Kw::kEXEC:
-    case Kw::kEXECUTE:
-    case Kw::kDECLARE:
-    case Kw::kSET:
-    case Kw::kBEGIN:
-    case Kw::kCOMMIT:
-    case Kw::kROLLBACK:
-    case Kw::kIF:
-    case Kw::kWHILE:
-    case Kw::kGRANT:
-    case Kw::kREVOKE:
-    case Kw::kDENY:
-    case Kw::kMERGE:
-    case Kw::kWITH:
-    case Kw::kUSE:
-    case Kw::kPRINT:
-    case Kw::kWAITFOR:
-    case Kw::kRETURN:
-        return true;
-    default:
-        return false;
+        case Kw::kSELECT:
+        case Kw::kINSERT:
+        case Kw::kUPDATE:
+        case Kw::kDELETE:
+        case Kw::kTRUNCATE:
+        case Kw::kDROP:
+        case Kw::kCREATE:
+        case Kw::kALTER:
+        case Kw::kEXEC:
+        case Kw::kEXECUTE:
+        case Kw::kDECLARE:
+        case Kw::kSET:
+        case Kw::kBEGIN:
+        case Kw::kCOMMIT:
+        case Kw::kROLLBACK:
+        case Kw::kIF:
+        case Kw::kWHILE:
+        case Kw::kGRANT:
+        case Kw::kREVOKE:
+        case Kw::kDENY:
+        case Kw::kMERGE:
+        case Kw::kWITH:
+        case Kw::kUSE:
+        case Kw::kPRINT:
+        case Kw::kWAITFOR:
+        case Kw::kRETURN:
+            return true;
+        default:
+            return false;
     }
 }
 
@@ -208,14 +207,14 @@ void Parser::syntax_error(const Token& at) const {
             at.pos, "end of statement");
     }
     std::string near(src_.substr(at.pos, at.len));
-    throw DialectError(
-        "syntax error near '" + near + "' at position " + std::to_string(at.pos), at.pos, near);
+    throw DialectError("syntax error near '" + near + "' at position " + std::to_string(at.pos),
+                       at.pos, near);
 }
 
 void Parser::unsupported(std::string_view construct, std::size_t pos) const {
-    throw DialectError("unsupported construct '" + std::string(construct) + "' at position " +
-                           std::to_string(pos),
-                       pos, std::string(construct));
+    throw DialectError(
+        "unsupported construct '" + std::string(construct) + "' at position " + std::to_string(pos),
+        pos, std::string(construct));
 }
 
 bool Parser::is_name_token(const Token& t) const {
@@ -261,9 +260,9 @@ Node* Parser::parse_statement() {
     const Token& rest = peek();
     if (rest.kind != Tok::End) {
         if (starts_statement(rest) || (at_ > 0 && tokens_[at_ - 1].kind == Tok::Semicolon)) {
-            throw DialectError("a second statement is not allowed at position " +
-                                   std::to_string(rest.pos),
-                               rest.pos, "second statement");
+            throw DialectError(
+                "a second statement is not allowed at position " + std::to_string(rest.pos),
+                rest.pos, "second statement");
         }
         syntax_error(rest);
     }
@@ -470,7 +469,9 @@ void Parser::parse_select_item(QuerySpec& spec) {
     if ((is_name_token(t) || t.kind == Tok::String) && peek(1).kind == Tok::Eq) {
         at_ += 2;
         std::string_view alias = t.text;
-        if (t.kind == Tok::String) alias = arena_.copy(LiteralExpr(t.pos, LiteralExpr::Kind::String, t.text).string_value());
+        if (t.kind == Tok::String)
+            alias =
+                arena_.copy(LiteralExpr(t.pos, LiteralExpr::Kind::String, t.text).string_value());
         spec.items.push_back(SelectItem{parse_expr(), alias});
         return;
     }
@@ -518,7 +519,9 @@ TableSource* Parser::parse_table_source() {
             ++at_;
             kind = JoinKind::Inner;
         } else if (is_kw(Kw::kLEFT) || is_kw(Kw::kRIGHT) || is_kw(Kw::kFULL)) {
-            kind = is_kw(Kw::kLEFT) ? JoinKind::Left : is_kw(Kw::kRIGHT) ? JoinKind::Right : JoinKind::Full;
+            kind = is_kw(Kw::kLEFT)    ? JoinKind::Left
+                   : is_kw(Kw::kRIGHT) ? JoinKind::Right
+                                       : JoinKind::Full;
             ++at_;
             accept_kw(Kw::kOUTER);
             if (!is_kw(Kw::kJOIN)) unsupported("join hint", peek().pos);
@@ -530,7 +533,8 @@ TableSource* Parser::parse_table_source() {
             }
             expect_kw(Kw::kJOIN);
             kind = JoinKind::Cross;
-        } else if (is_kw(Kw::kOUTER) && peek(1).kind == Tok::Identifier && iequals(peek(1).text, "apply")) {
+        } else if (is_kw(Kw::kOUTER) && peek(1).kind == Tok::Identifier &&
+                   iequals(peek(1).text, "apply")) {
             unsupported("outer apply", t.pos);
         } else {
             return left;
@@ -670,7 +674,8 @@ Expr* Parser::parse_expr(int min_prec) {
         if (min_prec <= kPrecCompare) {
             bool negated = false;
             std::size_t save = at_;
-            if (is_kw(Kw::kNOT) && (is_kw(Kw::kBETWEEN, 1) || is_kw(Kw::kIN, 1) || is_kw(Kw::kLIKE, 1))) {
+            if (is_kw(Kw::kNOT) &&
+                (is_kw(Kw::kBETWEEN, 1) || is_kw(Kw::kIN, 1) || is_kw(Kw::kLIKE, 1))) {
                 negated = true;
                 ++at_;
             }
@@ -737,10 +742,17 @@ Expr* Parser::parse_unary() {
     const Token& t = peek();
     UnaryOp op;
     switch (t.kind) {
-    case Tok::Minus: op = UnaryOp::Neg; break;
-    case Tok::Plus: op = UnaryOp::Plus; break;
-    case Tok::Tilde: op = UnaryOp::BitNot; break;
-    default: return parse_primary();
+        case Tok::Minus:
+            op = UnaryOp::Neg;
+            break;
+        case Tok::Plus:
+            op = UnaryOp::Plus;
+            break;
+        case Tok::Tilde:
+            op = UnaryOp::BitNot;
+            break;
+        default:
+            return parse_primary();
     }
     ++at_;
     DepthGuard guard(depth_, t.pos);
@@ -757,72 +769,73 @@ Select* Parser::parse_subquery_in_parens() {
 Expr* Parser::parse_primary() {
     const Token& t = peek();
     switch (t.kind) {
-    case Tok::Number: {
-        ++at_;
-        bool is_int = t.text.find_first_of(".eE") == std::string_view::npos;
-        literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::Number});
-        return arena_.make<LiteralExpr>(t.pos, is_int ? LiteralExpr::Kind::Integer : LiteralExpr::Kind::Decimal, t.text);
-    }
-    case Tok::String:
-        ++at_;
-        literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::String});
-        return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::String, t.text);
-    case Tok::NString:
-        ++at_;
-        literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::NString});
-        return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::NString, t.text);
-    case Tok::LParen: {
-        if (is_kw(Kw::kSELECT, 1)) {
-            Select* q = parse_subquery_in_parens();
-            return arena_.make<Subquery>(t.pos, q);
+        case Tok::Number: {
+            ++at_;
+            bool is_int = t.text.find_first_of(".eE") == std::string_view::npos;
+            literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::Number});
+            return arena_.make<LiteralExpr>(
+                t.pos, is_int ? LiteralExpr::Kind::Integer : LiteralExpr::Kind::Decimal, t.text);
         }
-        ++at_;
-        Expr* e = parse_expr();
-        expect(Tok::RParen, ")");
-        return e;
-    }
-    case Tok::Variable:
-        unsupported("variable " + std::string(t.text), t.pos);
-    case Tok::QuotedIdentifier:
-        break;
-    case Tok::Identifier:
-        switch (t.kw) {
-        case Kw::None:
+        case Tok::String:
+            ++at_;
+            literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::String});
+            return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::String, t.text);
+        case Tok::NString:
+            ++at_;
+            literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::NString});
+            return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::NString, t.text);
+        case Tok::LParen: {
+            if (is_kw(Kw::kSELECT, 1)) {
+                Select* q = parse_subquery_in_parens();
+                return arena_.make<Subquery>(t.pos, q);
+            }
+            ++at_;
+            Expr* e = parse_expr();
+            expect(Tok::RParen, ")");
+            return e;
+        }
+        case Tok::Variable:
+            unsupported("variable " + std::string(t.text), t.pos);
+        case Tok::QuotedIdentifier:
             break;
-        case Kw::kNULL:
-            ++at_;
-            return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::Null, t.text);
-        case Kw::kCASE:
-            ++at_;
-            return parse_case(t);
-        case Kw::kCAST:
-            ++at_;
-            return parse_cast(t, false);
-        case Kw::kCONVERT:
-            ++at_;
-            return parse_cast(t, true);
-        case Kw::kEXISTS: {
-            ++at_;
-            Select* q = parse_subquery_in_parens();
-            return arena_.make<Exists>(t.pos, q);
-        }
-        case Kw::kLEFT:
-        case Kw::kRIGHT:
+        case Tok::Identifier:
+            switch (t.kw) {
+                case Kw::None:
+                    break;
+                case Kw::kNULL:
+                    ++at_;
+                    return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::Null, t.text);
+                case Kw::kCASE:
+                    ++at_;
+                    return parse_case(t);
+                case Kw::kCAST:
+                    ++at_;
+                    return parse_cast(t, false);
+                case Kw::kCONVERT:
+                    ++at_;
+                    return parse_cast(t, true);
+                case Kw::kEXISTS: {
+                    ++at_;
+                    Select* q = parse_subquery_in_parens();
+                    return arena_.make<Exists>(t.pos, q);
+                }
+                case Kw::kLEFT:
+                case Kw::kRIGHT:
+                    if (peek(1).kind == Tok::LParen) {
+                        ++at_;
+                        return parse_function(t);
+                    }
+                    syntax_error(t);
+                default:
+                    syntax_error(t);
+            }
             if (peek(1).kind == Tok::LParen) {
                 ++at_;
                 return parse_function(t);
             }
-            syntax_error(t);
+            break;
         default:
             syntax_error(t);
-        }
-        if (peek(1).kind == Tok::LParen) {
-            ++at_;
-            return parse_function(t);
-        }
-        break;
-    default:
-        syntax_error(t);
     }
     // A column: name, qualifier.name, or schema.table.name.
     ++at_;
@@ -851,7 +864,8 @@ Expr* Parser::parse_function(const Token& name) {
     }
     if (entry == nullptr) unsupported("function " + lower_copy(name.text), name.pos);
     expect(Tok::LParen, "(");
-    auto* fn = arena_.make<Function>(name.pos, entry->func, name.text, List<Expr*>(arena_.resource()));
+    auto* fn =
+        arena_.make<Function>(name.pos, entry->func, name.text, List<Expr*>(arena_.resource()));
     if (fn->func == Func::DateAdd || fn->func == Func::DateDiff || fn->func == Func::DatePart) {
         const Token& p = peek();
         if (p.kind != Tok::Identifier && p.kind != Tok::QuotedIdentifier) syntax_error(p);

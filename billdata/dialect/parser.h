@@ -12,7 +12,7 @@
 namespace billdata::dialect {
 
 class Parser {
-public:
+  public:
     Parser(std::string_view source, Arena& arena);
 
     // Parses exactly one statement (a trailing ';' is allowed) and returns it. Raises
@@ -23,7 +23,7 @@ public:
     // order (TOP counts, type lengths and convert styles are part of the shape, not listed).
     std::vector<dialect::Literal>& literals() { return literals_; }
 
-private:
+  private:
     const Token& peek(std::size_t ahead = 0) const {
         std::size_t i = at_ + ahead;
         return i < tokens_.size() ? tokens_[i] : tokens_.back();

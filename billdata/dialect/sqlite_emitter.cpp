@@ -16,23 +16,153 @@ namespace {
 
 // SQLite's keywords, upper case and sorted: a name that is one must be quoted.
 constexpr std::string_view kSqliteKeywords[] = {
-    "ABORT", "ACTION", "ADD", "AFTER", "ALL", "ALTER", "ALWAYS", "ANALYZE", "AND", "AS", "ASC",
-    "ATTACH", "AUTOINCREMENT", "BEFORE", "BEGIN", "BETWEEN", "BY", "CASCADE", "CASE", "CAST",
-    "CHECK", "COLLATE", "COLUMN", "COMMIT", "CONFLICT", "CONSTRAINT", "CREATE", "CROSS",
-    "CURRENT", "CURRENT_DATE", "CURRENT_TIME", "CURRENT_TIMESTAMP", "DATABASE", "DEFAULT",
-    "DEFERRABLE", "DEFERRED", "DELETE", "DESC", "DETACH", "DISTINCT", "DO", "DROP", "EACH",
-    "ELSE", "END", "ESCAPE", "EXCEPT", "EXCLUDE", "EXCLUSIVE", "EXISTS", "EXPLAIN", "FAIL",
-    "FILTER", "FIRST", "FOLLOWING", "FOR", "FOREIGN", "FROM", "FULL", "GENERATED", "GLOB",
-    "GROUP", "GROUPS", "HAVING", "IF", "IGNORE", "IMMEDIATE", "IN", "INDEX", "INDEXED",
-    "INITIALLY", "INNER", "INSERT", "INSTEAD", "INTERSECT", "INTO", "IS", "ISNULL", "JOIN",
-    "KEY", "LAST", "LEFT", "LIKE", "LIMIT", "MATCH", "MATERIALIZED", "NATURAL", "NO", "NOT",
-    "NOTHING", "NOTNULL", "NULL", "NULLS", "OF", "OFFSET", "ON", "OR", "ORDER", "OTHERS",
-    "OUTER", "OVER", "PARTITION", "PLAN", "PRAGMA", "PRECEDING", "PRIMARY", "QUERY", "RAISE",
-    "RANGE", "RECURSIVE", "REFERENCES", "REGEXP", "REINDEX", "RELEASE", "RENAME", "REPLACE",
-    "RESTRICT", "RETURNING", "RIGHT", "ROLLBACK", "ROW", "ROWS", "SAVEPOINT", "SELECT", "SET",
-    "TABLE", "TEMP", "TEMPORARY", "THEN", "TIES", "TO", "TRANSACTION", "TRIGGER", "UNBOUNDED",
-    "UNION", "UNIQUE", "UPDATE", "USING", "VACUUM", "VALUES", "VIEW", "VIRTUAL", "WHEN",
-    "WHERE", "WINDOW", "WITH", "WITHOUT",
+    "ABORT",
+    "ACTION",
+    "ADD",
+    "AFTER",
+    "ALL",
+    "ALTER",
+    "ALWAYS",
+    "ANALYZE",
+    "AND",
+    "AS",
+    "ASC",
+    "ATTACH",
+    "AUTOINCREMENT",
+    "BEFORE",
+    "BEGIN",
+    "BETWEEN",
+    "BY",
+    "CASCADE",
+    "CASE",
+    "CAST",
+    "CHECK",
+    "COLLATE",
+    "COLUMN",
+    "COMMIT",
+    "CONFLICT",
+    "CONSTRAINT",
+    "CREATE",
+    "CROSS",
+    "CURRENT",
+    "CURRENT_DATE",
+    "CURRENT_TIME",
+    "CURRENT_TIMESTAMP",
+    "DATABASE",
+    "DEFAULT",
+    "DEFERRABLE",
+    "DEFERRED",
+    "DELETE",
+    "DESC",
+    "DETACH",
+    "DISTINCT",
+    "DO",
+    "DROP",
+    "EACH",
+    "ELSE",
+    "END",
+    "ESCAPE",
+    "EXCEPT",
+    "EXCLUDE",
+    "EXCLUSIVE",
+    "EXISTS",
+    "EXPLAIN",
+    "FAIL",
+    "FILTER",
+    "FIRST",
+    "FOLLOWING",
+    "FOR",
+    "FOREIGN",
+    "FROM",
+    "FULL",
+    "GENERATED",
+    "GLOB",
+    "GROUP",
+    "GROUPS",
+    "HAVING",
+    "IF",
+    "IGNORE",
+    "IMMEDIATE",
+    "IN",
+    "INDEX",
+    "INDEXED",
+    "INITIALLY",
+    "INNER",
+    "INSERT",
+    "INSTEAD",
+    "INTERSECT",
+    "INTO",
+    "IS",
+    "ISNULL",
+    "JOIN",
+    "KEY",
+    "LAST",
+    "LEFT",
+    "LIKE",
+    "LIMIT",
+    "MATCH",
+    "MATERIALIZED",
+    "NATURAL",
+    "NO",
+    "NOT",
+    "NOTHING",
+    "NOTNULL",
+    "NULL",
+    "NULLS",
+    "OF",
+    "OFFSET",
+    "ON",
+    "OR",
+    "ORDER",
+    "OTHERS",
+    "OUTER",
+    "OVER",
+    "PARTITION",
+    "PLAN",
+    "PRAGMA",
+    "PRECEDING",
+    "PRIMARY",
+    "QUERY",
+    "RAISE",
+    "RANGE",
+    "RECURSIVE",
+    "REFERENCES",
+    "REGEXP",
+    "REINDEX",
+    "RELEASE",
+    "RENAME",
+    "REPLACE",
+    "RESTRICT",
+    "RETURNING",
+    "RIGHT",
+    "ROLLBACK",
+    "ROW",
+    "ROWS",
+    "SAVEPOINT",
+    "SELECT",
+    "SET",
+    "TABLE",
+    "TEMP",
+    "TEMPORARY",
+    "THEN",
+    "TIES",
+    "TO",
+    "TRANSACTION",
+    "TRIGGER",
+    "UNBOUNDED",
+    "UNION",
+    "UNIQUE",
+    "UPDATE",
+    "USING",
+    "VACUUM",
+    "VALUES",
+    "VIEW",
+    "VIRTUAL",
+    "WHEN",
+    "WHERE",
+    "WINDOW",
+    "WITH",
+    "WITHOUT",
 };
 static_assert(std::is_sorted(std::begin(kSqliteKeywords), std::end(kSqliteKeywords)),
               "SQLite keywords must stay sorted for the binary search");
@@ -65,24 +195,36 @@ bool plain_name(std::string_view name) {
 
 const char* part_name(DatePart part) {
     switch (part) {
-    case DatePart::Year: return "'year'";
-    case DatePart::Quarter: return "'quarter'";
-    case DatePart::Month: return "'month'";
-    case DatePart::DayOfYear: return "'dayofyear'";
-    case DatePart::Day: return "'day'";
-    case DatePart::Week: return "'week'";
-    case DatePart::Weekday: return "'weekday'";
-    case DatePart::Hour: return "'hour'";
-    case DatePart::Minute: return "'minute'";
-    case DatePart::Second: return "'second'";
-    case DatePart::Millisecond: return "'millisecond'";
-    case DatePart::None: break;
+        case DatePart::Year:
+            return "'year'";
+        case DatePart::Quarter:
+            return "'quarter'";
+        case DatePart::Month:
+            return "'month'";
+        case DatePart::DayOfYear:
+            return "'dayofyear'";
+        case DatePart::Day:
+            return "'day'";
+        case DatePart::Week:
+            return "'week'";
+        case DatePart::Weekday:
+            return "'weekday'";
+        case DatePart::Hour:
+            return "'hour'";
+        case DatePart::Minute:
+            return "'minute'";
+        case DatePart::Second:
+            return "'second'";
+        case DatePart::Millisecond:
+            return "'millisecond'";
+        case DatePart::None:
+            break;
     }
     return "''";
 }
 
 class SqliteHooks final : public EngineHooks {
-public:
+  public:
     void name(Emitter& em, std::string_view n) const override {
         if (plain_name(n)) {
             em.text(n);
@@ -115,121 +257,168 @@ public:
 
     void function(Emitter& em, const Function& f) const override {
         switch (f.func) {
-        case Func::IsNull: call(em, "ifnull", f.args); return;
-        case Func::Coalesce: call(em, "coalesce", f.args); return;
-        case Func::NullIf:
-            em.text("nullif(");
-            em.expr(*f.args[0]);
-            em.text(", ");
-            {
-                // nullif compares its arguments as `=` does.
-                const bool text = f.args[0]->vtype == ColumnType::Text || f.args[1]->vtype == ColumnType::Text;
-                em.compared(*f.args[1], text ? CompareKind::Text : CompareKind::Plain,
-                            text && Emitter::needs_collation(*f.args[0], *f.args[1], CompareKind::Text), kOutOr);
-            }
-            em.ch(')');
-            return;
-        case Func::GetDate: em.text("datetime('now', 'localtime')"); return;
-        case Func::Year:
-        case Func::Month:
-        case Func::Day:
-            em.text("bd_datepart(");
-            em.text(f.func == Func::Year ? "'year'" : f.func == Func::Month ? "'month'" : "'day'");
-            em.text(", ");
-            em.expr(*f.args[0]);
-            em.ch(')');
-            return;
-        case Func::DateAdd:
-        case Func::DateDiff:
-        case Func::DatePart:
-            em.text(f.func == Func::DateAdd ? "bd_dateadd(" : f.func == Func::DateDiff ? "bd_datediff(" : "bd_datepart(");
-            em.text(part_name(f.part));
-            for (Expr* a : f.args) {
-                em.text(", ");
-                em.expr(*a);
-            }
-            em.ch(')');
-            return;
-        case Func::Len:
-            // Trailing blanks do not count, as on the server.
-            em.text("length(rtrim(");
-            em.expr(*f.args[0]);
-            em.text(", ' '))");
-            return;
-        case Func::Left: call(em, "bd_left", f.args); return;
-        case Func::Right: call(em, "bd_right", f.args); return;
-        case Func::Substring: call(em, "bd_substring", f.args); return;
-        case Func::CharIndex: call(em, "bd_charindex", f.args); return;
-        case Func::LTrim:
-        case Func::RTrim:
-            em.text(f.func == Func::LTrim ? "ltrim(" : "rtrim(");
-            em.expr(*f.args[0]);
-            em.text(", ' ')");
-            return;
-        case Func::Upper: call(em, "upper", f.args); return;
-        case Func::Lower: call(em, "lower", f.args); return;
-        case Func::Replace: call(em, "bd_replace", f.args); return;
-        case Func::Round: call(em, "bd_round", f.args); return;
-        case Func::Abs: call(em, "abs", f.args); return;
-        case Func::Floor: call(em, "bd_floor", f.args); return;
-        case Func::Ceiling: call(em, "bd_ceiling", f.args); return;
-        case Func::Count:
-        case Func::Sum:
-        case Func::Max:
-        case Func::Min:
-        case Func::Avg: {
-            static const char* kNames[] = {"count(", "sum(", "max(", "min(", "avg("};
-            // The average of integers is an integer on the server (truncated).
-            const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
-            if (int_avg) em.text("CAST(");
-            em.text(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Count)]);
-            if (f.star) {
-                em.ch('*');
-            } else {
-                if (f.distinct) em.text("DISTINCT ");
+            case Func::IsNull:
+                call(em, "ifnull", f.args);
+                return;
+            case Func::Coalesce:
+                call(em, "coalesce", f.args);
+                return;
+            case Func::NullIf:
+                em.text("nullif(");
                 em.expr(*f.args[0]);
+                em.text(", ");
+                {
+                    // nullif compares its arguments as `=` does.
+                    const bool text = f.args[0]->vtype == ColumnType::Text ||
+                                      f.args[1]->vtype == ColumnType::Text;
+                    em.compared(
+                        *f.args[1], text ? CompareKind::Text : CompareKind::Plain,
+                        text && Emitter::needs_collation(*f.args[0], *f.args[1], CompareKind::Text),
+                        kOutOr);
+                }
+                em.ch(')');
+                return;
+            case Func::GetDate:
+                em.text("datetime('now', 'localtime')");
+                return;
+            case Func::Year:
+            case Func::Month:
+            case Func::Day:
+                em.text("bd_datepart(");
+                em.text(f.func == Func::Year    ? "'year'"
+                        : f.func == Func::Month ? "'month'"
+                                                : "'day'");
+                em.text(", ");
+                em.expr(*f.args[0]);
+                em.ch(')');
+                return;
+            case Func::DateAdd:
+            case Func::DateDiff:
+            case Func::DatePart:
+                em.text(f.func == Func::DateAdd    ? "bd_dateadd("
+                        : f.func == Func::DateDiff ? "bd_datediff("
+                                                   : "bd_datepart(");
+                em.text(part_name(f.part));
+                for (Expr* a : f.args) {
+                    em.text(", ");
+                    em.expr(*a);
+                }
+                em.ch(')');
+                return;
+            case Func::Len:
+                // Trailing blanks do not count, as on the server.
+                em.text("length(rtrim(");
+                em.expr(*f.args[0]);
+                em.text(", ' '))");
+                return;
+            case Func::Left:
+                call(em, "bd_left", f.args);
+                return;
+            case Func::Right:
+                call(em, "bd_right", f.args);
+                return;
+            case Func::Substring:
+                call(em, "bd_substring", f.args);
+                return;
+            case Func::CharIndex:
+                call(em, "bd_charindex", f.args);
+                return;
+            case Func::LTrim:
+            case Func::RTrim:
+                em.text(f.func == Func::LTrim ? "ltrim(" : "rtrim(");
+                em.expr(*f.args[0]);
+                em.text(", ' ')");
+                return;
+            case Func::Upper:
+                call(em, "upper", f.args);
+                return;
+            case Func::Lower:
+                call(em, "lower", f.args);
+                return;
+            case Func::Replace:
+                call(em, "bd_replace", f.args);
+                return;
+            case Func::Round:
+                call(em, "bd_round", f.args);
+                return;
+            case Func::Abs:
+                call(em, "abs", f.args);
+                return;
+            case Func::Floor:
+                call(em, "bd_floor", f.args);
+                return;
+            case Func::Ceiling:
+                call(em, "bd_ceiling", f.args);
+                return;
+            case Func::Count:
+            case Func::Sum:
+            case Func::Max:
+            case Func::Min:
+            case Func::Avg: {
+                static const char* kNames[] = {"count(", "sum(", "max(", "min(", "avg("};
+                // The average of integers is an integer on the server (truncated).
+                const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
+                if (int_avg) em.text("CAST(");
+                em.text(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Count)]);
+                if (f.star) {
+                    em.ch('*');
+                } else {
+                    if (f.distinct) em.text("DISTINCT ");
+                    em.expr(*f.args[0]);
+                }
+                em.ch(')');
+                if (int_avg) em.text(" AS INTEGER)");
+                return;
             }
-            em.ch(')');
-            if (int_avg) em.text(" AS INTEGER)");
-            return;
-        }
         }
     }
 
     void cast(Emitter& em, const Cast& c) const override {
         const Expr& e = *c.expr;
         switch (c.target.base) {
-        case TypeSpec::Base::Integer: single(em, "bd_int", e); return;
-        case TypeSpec::Base::Bit: single(em, "bd_bit", e); return;
-        case TypeSpec::Base::Float: single(em, "bd_float", e); return;
-        case TypeSpec::Base::Decimal:
-            em.text("bd_dec(");
-            em.expr(e);
-            em.text(", ");
-            em.text(std::to_string(c.target.scale));
-            em.ch(')');
-            return;
-        case TypeSpec::Base::DateTime: single(em, "bd_dt", e); return;
-        case TypeSpec::Base::Date: single(em, "bd_date", e); return;
-        case TypeSpec::Base::Text:
-        case TypeSpec::Base::FixedText: {
-            // Without a length the server makes it 30 characters.
-            const int length = c.target.length == -1 ? 30 : c.target.length == -2 ? -1 : c.target.length;
-            if (e.vtype == ColumnType::Date) {
-                em.text("bd_date_text(");
+            case TypeSpec::Base::Integer:
+                single(em, "bd_int", e);
+                return;
+            case TypeSpec::Base::Bit:
+                single(em, "bd_bit", e);
+                return;
+            case TypeSpec::Base::Float:
+                single(em, "bd_float", e);
+                return;
+            case TypeSpec::Base::Decimal:
+                em.text("bd_dec(");
                 em.expr(e);
                 em.text(", ");
-                em.text(std::to_string(c.style < 0 ? 0 : c.style));
-            } else {
-                em.text("bd_varchar(");
-                em.expr(e);
+                em.text(std::to_string(c.target.scale));
+                em.ch(')');
+                return;
+            case TypeSpec::Base::DateTime:
+                single(em, "bd_dt", e);
+                return;
+            case TypeSpec::Base::Date:
+                single(em, "bd_date", e);
+                return;
+            case TypeSpec::Base::Text:
+            case TypeSpec::Base::FixedText: {
+                // Without a length the server makes it 30 characters.
+                const int length = c.target.length == -1   ? 30
+                                   : c.target.length == -2 ? -1
+                                                           : c.target.length;
+                if (e.vtype == ColumnType::Date) {
+                    em.text("bd_date_text(");
+                    em.expr(e);
+                    em.text(", ");
+                    em.text(std::to_string(c.style < 0 ? 0 : c.style));
+                } else {
+                    em.text("bd_varchar(");
+                    em.expr(e);
+                }
+                em.text(", ");
+                em.text(std::to_string(length));
+                if (c.target.base == TypeSpec::Base::FixedText) em.text(", 1");
+                em.ch(')');
+                return;
             }
-            em.text(", ");
-            em.text(std::to_string(length));
-            if (c.target.base == TypeSpec::Base::FixedText) em.text(", 1");
-            em.ch(')');
-            return;
-        }
         }
     }
 
@@ -242,79 +431,79 @@ public:
 
     void arithmetic(Emitter& em, const Binary& b) const override {
         switch (b.op) {
-        case BinaryOp::Add:
-        case BinaryOp::Sub:
-            switch (b.arith) {
-            case ArithKind::Concat:
-                em.operand(*b.lhs, kOutConcat);
-                em.text(" || ");
-                em.operand(*b.rhs, kOutConcat + 1);
+            case BinaryOp::Add:
+            case BinaryOp::Sub:
+                switch (b.arith) {
+                    case ArithKind::Concat:
+                        em.operand(*b.lhs, kOutConcat);
+                        em.text(" || ");
+                        em.operand(*b.rhs, kOutConcat + 1);
+                        return;
+                    case ArithKind::DateDays: {
+                        const Expr& date = b.date_on_right ? *b.rhs : *b.lhs;
+                        const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
+                        em.text("bd_dateadd('days', ");
+                        if (b.op == BinaryOp::Sub) {
+                            em.text("-(");
+                            em.expr(days);
+                            em.ch(')');
+                        } else {
+                            em.expr(days);
+                        }
+                        em.text(", ");
+                        em.expr(date);
+                        em.ch(')');
+                        return;
+                    }
+                    case ArithKind::ByValue:
+                        em.text("bd_add(");
+                        em.expr(*b.lhs);
+                        em.text(", ");
+                        em.expr(*b.rhs);
+                        em.ch(')');
+                        return;
+                    case ArithKind::Numeric:
+                        break;
+                }
+                em.operand(*b.lhs, kOutAdd);
+                em.text(b.op == BinaryOp::Add ? " + " : " - ");
+                em.operand(*b.rhs, kOutAdd + 1);
                 return;
-            case ArithKind::DateDays: {
-                const Expr& date = b.date_on_right ? *b.rhs : *b.lhs;
-                const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
-                em.text("bd_dateadd('days', ");
-                if (b.op == BinaryOp::Sub) {
-                    em.text("-(");
-                    em.expr(days);
+            case BinaryOp::Div:
+                // The engine's own division already divides integers as integers; only a zero
+                // divisor needs the server's error instead of NULL.
+                em.operand(*b.lhs, kOutMul);
+                em.text(" / bd_nz(");
+                em.expr(*b.rhs);
+                em.ch(')');
+                return;
+            case BinaryOp::Mod:
+                if (b.lhs->vtype == ColumnType::Integer && b.rhs->vtype == ColumnType::Integer) {
+                    em.operand(*b.lhs, kOutMul);
+                    em.text(" % bd_nz(");
+                    em.expr(*b.rhs);
                     em.ch(')');
                 } else {
-                    em.expr(days);
+                    em.text("bd_mod(");
+                    em.expr(*b.lhs);
+                    em.text(", ");
+                    em.expr(*b.rhs);
+                    em.ch(')');
                 }
-                em.text(", ");
-                em.expr(date);
-                em.ch(')');
                 return;
-            }
-            case ArithKind::ByValue:
-                em.text("bd_add(");
-                em.expr(*b.lhs);
-                em.text(", ");
-                em.expr(*b.rhs);
-                em.ch(')');
+            case BinaryOp::BitXor:
+                em.text("((");
+                em.operand(*b.lhs, kOutBitwise);
+                em.text(" | ");
+                em.operand(*b.rhs, kOutBitwise + 1);
+                em.text(") - (");
+                em.operand(*b.lhs, kOutBitwise);
+                em.text(" & ");
+                em.operand(*b.rhs, kOutBitwise + 1);
+                em.text("))");
                 return;
-            case ArithKind::Numeric:
-                break;
-            }
-            em.operand(*b.lhs, kOutAdd);
-            em.text(b.op == BinaryOp::Add ? " + " : " - ");
-            em.operand(*b.rhs, kOutAdd + 1);
-            return;
-        case BinaryOp::Div:
-            // The engine's own division already divides integers as integers; only a zero
-            // divisor needs the server's error instead of NULL.
-            em.operand(*b.lhs, kOutMul);
-            em.text(" / bd_nz(");
-            em.expr(*b.rhs);
-            em.ch(')');
-            return;
-        case BinaryOp::Mod:
-            if (b.lhs->vtype == ColumnType::Integer && b.rhs->vtype == ColumnType::Integer) {
-                em.operand(*b.lhs, kOutMul);
-                em.text(" % bd_nz(");
-                em.expr(*b.rhs);
-                em.ch(')');
-            } else {
-                em.text("bd_mod(");
-                em.expr(*b.lhs);
-                em.text(", ");
-                em.expr(*b.rhs);
-                em.ch(')');
-            }
-            return;
-        case BinaryOp::BitXor:
-            em.text("((");
-            em.operand(*b.lhs, kOutBitwise);
-            em.text(" | ");
-            em.operand(*b.rhs, kOutBitwise + 1);
-            em.text(") - (");
-            em.operand(*b.lhs, kOutBitwise);
-            em.text(" & ");
-            em.operand(*b.rhs, kOutBitwise + 1);
-            em.text("))");
-            return;
-        default:
-            throw std::logic_error("not an engine-specific operator");
+            default:
+                throw std::logic_error("not an engine-specific operator");
         }
     }
 

@@ -8,7 +8,9 @@
 
 namespace billdata::dialect {
 
-constexpr char ascii_lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+constexpr char ascii_lower(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+}
 
 inline bool iequals(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
@@ -20,7 +22,8 @@ inline bool iequals(std::string_view a, std::string_view b) {
 
 inline std::string lower_copy(std::string_view s) {
     std::string out(s);
-    for (char& c : out) c = ascii_lower(c);
+    for (char& c : out)
+        c = ascii_lower(c);
     return out;
 }
 

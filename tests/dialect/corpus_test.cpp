@@ -34,7 +34,9 @@ TEST_F(Corpus, EveryStatementTranslatesAndPrepares) {
         }
         sqlite3_stmt* stmt = nullptr;
         EXPECT_EQ(sqlite3_prepare_v2(db_, t.sql.c_str(), -1, &stmt, nullptr), SQLITE_OK)
-            << sqlite3_errmsg(db_) << "\n" << tsql << "\n" << t.sql;
+            << sqlite3_errmsg(db_) << "\n"
+            << tsql << "\n"
+            << t.sql;
         sqlite3_finalize(stmt);
         EXPECT_EQ(t.writes, t.kind != dialect::StatementKind::Select) << tsql;
         EXPECT_EQ(dialect::check_single_statement(tsql), t.kind) << tsql;
@@ -52,15 +54,15 @@ TEST_F(Corpus, LiteralsPointAtTheSourceText) {
             last_end = lit.offset + lit.length;
             const std::string text = tsql.substr(lit.offset, lit.length);
             switch (lit.kind) {
-            case dialect::Literal::Kind::Number:
-                EXPECT_TRUE(text[0] >= '0' && text[0] <= '9') << text;
-                break;
-            case dialect::Literal::Kind::String:
-                EXPECT_TRUE(text.front() == '\'' && text.back() == '\'') << text;
-                break;
-            case dialect::Literal::Kind::NString:
-                EXPECT_TRUE(text.rfind("N'", 0) == 0 && text.back() == '\'') << text;
-                break;
+                case dialect::Literal::Kind::Number:
+                    EXPECT_TRUE(text[0] >= '0' && text[0] <= '9') << text;
+                    break;
+                case dialect::Literal::Kind::String:
+                    EXPECT_TRUE(text.front() == '\'' && text.back() == '\'') << text;
+                    break;
+                case dialect::Literal::Kind::NString:
+                    EXPECT_TRUE(text.rfind("N'", 0) == 0 && text.back() == '\'') << text;
+                    break;
             }
         }
     }

@@ -14,90 +14,19 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
+#include "dialect/bill_schema.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
 
-// The tables and columns of the bill statements. I = ids, kinds, counters, flags; R = amounts;
-// T = texts; D = dates.
-inline const char* kBillSchema = R"sql(
-CREATE TABLE ICOrder(FInterID INTEGER PRIMARY KEY, FTranType INTEGER, FDate DATETIME COLLATE BDDATE,
-  FJhDate DATETIME COLLATE BDDATE, FBillNo TEXT COLLATE BDTEXT, FOrgaID INTEGER, FRemark TEXT COLLATE BDTEXT,
-  FBillerID INTEGER, FSumQty REAL, FSumAmount REAL, FSumRetailAmount REAL, FEarnest REAL, FAcctID INTEGER,
-  FDeleted INTEGER, FSysTime DATETIME COLLATE BDDATE, FPhone TEXT COLLATE BDTEXT, FOwner TEXT COLLATE BDTEXT,
-  FCheckerID INTEGER);
-CREATE TABLE ICOrderEntry(FInterID INTEGER, FEntryID INTEGER, FItemID INTEGER, FRowKey TEXT COLLATE BDTEXT,
-  FQty REAL, FZkRate REAL, FPrice REAL, FAmount REAL, FRetailPrice REAL, FRetailAmount REAL,
-  FMemo TEXT COLLATE BDTEXT, FSalerID INTEGER, FUnitCost REAL, FPreSend INTEGER, FSaleQty REAL);
-CREATE TABLE ICOrderEntry_1(FInterID INTEGER, FItemID INTEGER, FRowKey TEXT COLLATE BDTEXT, FSizeID INTEGER,
-  FColor TEXT COLLATE BDTEXT, FColorEntryID INTEGER, FQty REAL);
-CREATE TABLE ICStockBill(FInterID INTEGER PRIMARY KEY, FTranType INTEGER, FDate DATETIME COLLATE BDDATE,
-  FBillNo TEXT COLLATE BDTEXT, FOrgaID INTEGER, FInStockID INTEGER, FOutStockID INTEGER, FAcctID INTEGER,
-  FSettleID INTEGER, FRemark TEXT COLLATE BDTEXT, FBillerID INTEGER, FCheckerID INTEGER, FYear INTEGER,
-  FPeriod INTEGER, FSysTime DATETIME COLLATE BDDATE, FSumQty REAL, FSumAmount REAL, FSumRetailAmount REAL,
-  FSeason TEXT COLLATE BDTEXT, FMonth TEXT COLLATE BDTEXT, FCause TEXT COLLATE BDTEXT, FVipID INTEGER,
-  FPhone TEXT COLLATE BDTEXT, FOwner TEXT COLLATE BDTEXT, FDeleted INTEGER, FGetCash REAL, FBzkBillAmount REAL,
-  FSumZkAmount REAL, FGetDyq REAL, FGetBlank REAL, FSumCost REAL, FSumProfit REAL, FSumOddMent REAL,
-  FClassName TEXT COLLATE BDTEXT, FQkAmount REAL, FGetAmount REAL, FChange REAL, FSumJf REAL,
-  FJfExchange REAL, FGetJfAmount REAL, FMachine TEXT COLLATE BDTEXT, FPosGetMoney INTEGER, FGetQk REAL,
-  FPrintTimes INTEGER);
-CREATE TABLE ICStockBillEntry(FInterID INTEGER, FEntryID INTEGER, FItemID INTEGER, FRowKey TEXT COLLATE BDTEXT,
-  FQty REAL, FPrice REAL, FAmount REAL, FHisPrice REAL, FZkRate REAL, FRetailPrice REAL, FRetailAmount REAL,
-  FMemo TEXT COLLATE BDTEXT, FOddMentEntry REAL, FZkAmount REAL, FSalerID INTEGER, FPreSend INTEGER,
-  FUnitCost REAL, FCost REAL, FRefInterID INTEGER, FRefEntryID INTEGER, FRefTranType INTEGER,
-  FTjStockID INTEGER, FSaleQty REAL, FRtnQty REAL, FSdyh REAL);
-CREATE INDEX ix_ICStockBillEntry ON ICStockBillEntry(FInterID, FEntryID);
-CREATE TABLE ICStockBillEntry_1(FInterID INTEGER, FItemID INTEGER, FRowKey TEXT COLLATE BDTEXT, FSizeID INTEGER,
-  FColor TEXT COLLATE BDTEXT, FColorEntryID INTEGER, FQty REAL);
-CREATE TABLE WLBill(FInterID INTEGER PRIMARY KEY, FTranType INTEGER, FSettleID INTEGER, FEmpID INTEGER,
-  FDate DATETIME COLLATE BDDATE, FBillNo TEXT COLLATE BDTEXT, FAcctID INTEGER, FOrgaID INTEGER,
-  FSettleAmount REAL, FSumAmount REAL, FOddMent REAL, FMemo TEXT COLLATE BDTEXT, FBillerID INTEGER,
-  FCheckerID INTEGER, FSysTime DATETIME COLLATE BDDATE, FOrderBillID INTEGER, FStockBillID INTEGER,
-  FClosed INTEGER, FDeleted INTEGER);
-CREATE TABLE WLBillEntry(FInterID INTEGER, FEntryID INTEGER, FAmount REAL);
-CREATE TABLE ICSpTjd(FInterID INTEGER PRIMARY KEY, FCheckerID INTEGER);
-CREATE TABLE vipjf_History(FBillInterID INTEGER, FVipID INTEGER, FDate DATETIME COLLATE BDDATE, Fjf REAL,
-  FBiller TEXT COLLATE BDTEXT, FMemo TEXT COLLATE BDTEXT, FDeleted INTEGER);
-CREATE TABLE ICMaxNum(FTranType INTEGER PRIMARY KEY, FMaxNum INTEGER, FDescription TEXT COLLATE BDTEXT);
-CREATE TABLE ICBillNo(FTranType INTEGER, FDate DATETIME COLLATE BDDATE, FMaxNum INTEGER,
-  PRIMARY KEY(FTranType, FDate));
-CREATE TABLE ICInitData(FStockID INTEGER, FItemID INTEGER, FQty REAL, FAmount REAL, FPrice REAL);
-CREATE TABLE ICInitData_Entry(FStockID INTEGER, FItemID INTEGER, FColor TEXT COLLATE BDTEXT, FSizeID INTEGER,
-  FQty REAL);
-CREATE TABLE ICBal(FYear INTEGER, FPeriod INTEGER, FStockID INTEGER, FItemID INTEGER, FBegQty REAL,
-  FBegPrice REAL, FBegBal REAL);
-CREATE TABLE ICBal_Entry(FYear INTEGER, FPeriod INTEGER, FStockID INTEGER, FItemID INTEGER,
-  FColor TEXT COLLATE BDTEXT, FSizeID INTEGER, FBegQty REAL);
-CREATE TABLE WLInitData(FItemClassID INTEGER, FOrgaID INTEGER, FAmount REAL);
-CREATE TABLE WLBal(FYear INTEGER, FPeriod INTEGER, FItemClassID INTEGER, FOrgaID INTEGER, FBegBal REAL);
-CREATE TABLE WLSettleBal(FYear INTEGER, FPeriod INTEGER, FItemClassID INTEGER, FOrgaID INTEGER, FAmount REAL);
-CREATE TABLE CashInitData(FItemClassID INTEGER, FItemID INTEGER, FAmount REAL);
-CREATE TABLE CashBal(FItemClassID INTEGER, FItemID INTEGER, FAmount REAL);
-CREATE TABLE t_Item(FItemID INTEGER PRIMARY KEY, FNumber TEXT COLLATE BDTEXT, FName TEXT COLLATE BDTEXT);
-CREATE TABLE t_ICItem(FItemID INTEGER PRIMARY KEY, FNumber TEXT COLLATE BDTEXT, FName TEXT COLLATE BDTEXT,
-  FUnit TEXT COLLATE BDTEXT, FProductNo TEXT COLLATE BDTEXT, FSizeID INTEGER, FPurYear TEXT COLLATE BDTEXT,
-  FQuarter TEXT COLLATE BDTEXT, FPurPrice REAL, FSupplierID INTEGER, FPjCost REAL, FJfFactor REAL,
-  FRetailPrice_2 REAL);
-CREATE TABLE t_Stock(FItemID INTEGER PRIMARY KEY, FName TEXT COLLATE BDTEXT);
-CREATE TABLE t_Account(FItemID INTEGER PRIMARY KEY, FName TEXT COLLATE BDTEXT);
-CREATE TABLE t_Emp(FItemID INTEGER PRIMARY KEY, FName TEXT COLLATE BDTEXT);
-CREATE TABLE t_Supplier(FItemID INTEGER PRIMARY KEY, FNumber TEXT COLLATE BDTEXT, FName TEXT COLLATE BDTEXT);
-CREATE TABLE t_Size(FItemID INTEGER PRIMARY KEY, FName TEXT COLLATE BDTEXT);
-CREATE TABLE t_User(FUserID INTEGER PRIMARY KEY, FUserName TEXT COLLATE BDTEXT, FDays INTEGER, FStockID INTEGER);
-CREATE TABLE t_VipCard(FItemID INTEGER PRIMARY KEY);
-CREATE TABLE Vip(FVipID INTEGER PRIMARY KEY, FVipNo TEXT COLLATE BDTEXT, FOwner TEXT COLLATE BDTEXT,
-  FSumJf REAL, FSumJf_Un REAL, FSumBuyAmount REAL, FBogus INTEGER, FEditTime DATETIME COLLATE BDDATE);
-CREATE TABLE t_SystemProfile(FKey TEXT COLLATE BDTEXT, FValue TEXT COLLATE BDTEXT);
-)sql";
-
 using Rows = std::vector<std::vector<std::string>>;
 
 class DialectDb : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ASSERT_EQ(sqlite3_open(dir_.file("bills.db").c_str(), &db_), SQLITE_OK);
         ASSERT_EQ(drivers::sqlite::register_tsql_runtime(db_), SQLITE_OK);
-        raw(kBillSchema);
+        raw(std::string("BEGIN;") + kBillSchema + "COMMIT;");
         catalog_ = drivers::sqlite::read_catalog(db_);
     }
     void TearDown() override { sqlite3_close(db_); }
@@ -128,7 +57,8 @@ protected:
         int rc;
         while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
             std::vector<std::string> row;
-            for (int i = 0; i < sqlite3_column_count(stmt); ++i) row.push_back(cell(stmt, i));
+            for (int i = 0; i < sqlite3_column_count(stmt); ++i)
+                row.push_back(cell(stmt, i));
             rows.push_back(std::move(row));
         }
         std::string msg = sqlite3_errmsg(db_);
@@ -152,7 +82,8 @@ protected:
         sqlite3_stmt* stmt = nullptr;
         EXPECT_EQ(sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr), SQLITE_OK) << sql;
         std::vector<std::string> names;
-        for (int i = 0; stmt && i < sqlite3_column_count(stmt); ++i) names.push_back(sqlite3_column_name(stmt, i));
+        for (int i = 0; stmt && i < sqlite3_column_count(stmt); ++i)
+            names.push_back(sqlite3_column_name(stmt, i));
         sqlite3_finalize(stmt);
         return names;
     }
@@ -161,20 +92,24 @@ protected:
     std::string plan(const std::string& tsql) {
         Rows rows = run_sqlite("EXPLAIN QUERY PLAN " + translate(tsql).sql);
         std::string out;
-        for (const auto& r : rows) out += r.back() + "\n";
+        for (const auto& r : rows)
+            out += r.back() + "\n";
         return out;
     }
 
     static std::string cell(sqlite3_stmt* stmt, int i) {
         switch (sqlite3_column_type(stmt, i)) {
-        case SQLITE_NULL: return "NULL";
-        case SQLITE_INTEGER: return std::to_string(sqlite3_column_int64(stmt, i));
-        case SQLITE_FLOAT: {
-            char buf[64];
-            auto res = std::to_chars(buf, buf + sizeof(buf), sqlite3_column_double(stmt, i));
-            return std::string(buf, res.ptr);
-        }
-        default: return reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
+            case SQLITE_NULL:
+                return "NULL";
+            case SQLITE_INTEGER:
+                return std::to_string(sqlite3_column_int64(stmt, i));
+            case SQLITE_FLOAT: {
+                char buf[64];
+                auto res = std::to_chars(buf, buf + sizeof(buf), sqlite3_column_double(stmt, i));
+                return std::string(buf, res.ptr);
+            }
+            default:
+                return reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
         }
     }
 

@@ -6,7 +6,7 @@ namespace billdata::testing {
 namespace {
 
 class Refusals : public DialectDb {
-protected:
+  protected:
     // The refusal of a statement; fails the test when there is none.
     dialect::DialectError refusal(const std::string& tsql) {
         try {
@@ -32,14 +32,18 @@ TEST_F(Refusals, SecondStatementsAreCaughtByTheParser) {
     EXPECT_EQ(e.position(), 36u);
     EXPECT_EQ(e.construct(), "second statement");
     // A trailing semicolon, blanks and comments are one statement.
-    EXPECT_EQ(dialect::check_single_statement("select 1 ; -- done\n"), dialect::StatementKind::Select);
+    EXPECT_EQ(dialect::check_single_statement("select 1 ; -- done\n"),
+              dialect::StatementKind::Select);
     EXPECT_EQ(dialect::check_single_statement("/* a /* nested */ note */ delete from x"),
               dialect::StatementKind::Delete);
-    EXPECT_EQ(dialect::check_single_statement("truncate table x"), dialect::StatementKind::Truncate);
+    EXPECT_EQ(dialect::check_single_statement("truncate table x"),
+              dialect::StatementKind::Truncate);
     // A filter that is a remark cannot end the statement early.
-    EXPECT_THROW(dialect::check_single_statement("select * from t where FRemark='a' delete from t --'"),
-                 dialect::DialectError);
-    EXPECT_NO_THROW(dialect::check_single_statement("select * from t where FRemark='a'' delete from t --'"));
+    EXPECT_THROW(
+        dialect::check_single_statement("select * from t where FRemark='a' delete from t --'"),
+        dialect::DialectError);
+    EXPECT_NO_THROW(
+        dialect::check_single_statement("select * from t where FRemark='a'' delete from t --'"));
 }
 
 TEST_F(Refusals, UnknownTablesAndColumnsUseTheServersWords) {
@@ -48,7 +52,8 @@ TEST_F(Refusals, UnknownTablesAndColumnsUseTheServersWords) {
     EXPECT_EQ(e.position(), 21u);
     e = refusal("select t1.FInterID,FNoSuch from ICStockBill t1");
     EXPECT_EQ(std::string(e.what()), "列名 'FNoSuch' 无效。 at position 19");
-    e = refusal("select FItemID from ICStockBillEntry t1 inner join t_ICItem t2 on t1.FItemID=t2.FItemID");
+    e = refusal(
+        "select FItemID from ICStockBillEntry t1 inner join t_ICItem t2 on t1.FItemID=t2.FItemID");
     EXPECT_EQ(std::string(e.what()), "列名 'FItemID' 不明确。 at position 7");
     e = refusal("select t9.FName from t_Stock t1");
     EXPECT_NE(std::string(e.what()).find("t9.FName"), std::string::npos);
@@ -57,7 +62,8 @@ TEST_F(Refusals, UnknownTablesAndColumnsUseTheServersWords) {
     e = refusal("update t1 set t1.FNope=1 from t_Stock t1");
     EXPECT_NE(std::string(e.what()).find("FNope"), std::string::npos);
     // Names do not care about case, and a correlated subquery sees its outer tables.
-    EXPECT_NO_THROW(translate("select FINTERID from icstockbill T where exists(select 1 from ICStockbillEntry where finterid=t.FInterID)"));
+    EXPECT_NO_THROW(translate(
+        "select FINTERID from icstockbill T where exists(select 1 from ICStockbillEntry where finterid=t.FInterID)"));
 }
 
 TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
@@ -74,14 +80,16 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
         {"exec sp_GetStockQty 1,2,3", "exec", "exec"},
         {"select * from ICStockBill a, t_Stock b where a.FInStockID*=b.FItemID", "*=", "*="},
         {"select top 10 percent * from ICStockBill", "top percent", "top"},
-        {"select row_number() over (order by FInterID) from ICStockBill", "function row_number", "row_number"},
+        {"select row_number() over (order by FInterID) from ICStockBill", "function row_number",
+         "row_number"},
         {"select count(*) over () from ICStockBill", "window function", "over"},
         {"with x as (select 1 as a) select * from x", "with", "with"},
         {"update ICStockBill set FSumQty+=1", "+=", "+="},
         {"select datename(month,getdate())", "function datename", "datename"},
         {"select dateadd(foo,1,getdate())", "date part foo", "foo"},
         {"select cast(1 as xml)", "type xml", "xml"},
-        {"select FInterID from ICStockBill where FInterID > all (select 1)", "all (subquery)", "all"},
+        {"select FInterID from ICStockBill where FInterID > all (select 1)", "all (subquery)",
+         "all"},
         {"select convert(datetime,'05/01/2024',101)", "convert style 101", "convert"},
         {"select getdate()-getdate()", "date arithmetic", "-getdate"},
     };
@@ -90,7 +98,8 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
         EXPECT_EQ(e.construct(), c.construct) << c.text << " → " << e.what();
         const std::size_t position = c.text.find(c.at);
         EXPECT_EQ(e.position(), position) << c.text << " → " << e.what();
-        EXPECT_NE(std::string(e.what()).find("at position " + std::to_string(position)), std::string::npos)
+        EXPECT_NE(std::string(e.what()).find("at position " + std::to_string(position)),
+                  std::string::npos)
             << e.what();
     }
 }
@@ -109,8 +118,10 @@ TEST_F(Refusals, SyntaxErrorsCarryThePosition) {
     e = refusal("select t1.FInterID from ICOrder t1  where  group by t1.FInterID");
     EXPECT_EQ(e.position(), 43u);
     // Numbers glued to keywords read as the server reads them.
-    EXPECT_NO_THROW(translate("select FInterID from ICStockBill where FTranType=112order by FDate"));
-    EXPECT_NO_THROW(translate("select FInterID from ICStockBill where FTranType in (112,99 )and FSumQty>1e2"));
+    EXPECT_NO_THROW(
+        translate("select FInterID from ICStockBill where FTranType=112order by FDate"));
+    EXPECT_NO_THROW(
+        translate("select FInterID from ICStockBill where FTranType in (112,99 )and FSumQty>1e2"));
 }
 
 TEST(LiteralPositions, ReportEveryValueButNotTheShape) {

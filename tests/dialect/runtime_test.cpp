@@ -11,9 +11,14 @@ TEST_F(Runtime, DateCollationOrdersChronologicallyWithNonDatesLast) {
     raw("CREATE TABLE d(v TEXT COLLATE BDDATE);"
         "INSERT INTO d VALUES ('2025-03-09 08:30:00'), ('20250101'), ('2024/12/31'), ('n/a'), "
         "('2025-03-09T08:00:00'), ('2025-03-09'), ('abc'), ('2025-3-9 8:15');");
-    EXPECT_EQ(run_sqlite("SELECT v FROM d ORDER BY v"),
-              (Rows{{"2024/12/31"}, {"20250101"}, {"2025-03-09"}, {"2025-03-09T08:00:00"}, {"2025-3-9 8:15"},
-                    {"2025-03-09 08:30:00"}, {"abc"}, {"n/a"}}));
+    EXPECT_EQ(run_sqlite("SELECT v FROM d ORDER BY v"), (Rows{{"2024/12/31"},
+                                                              {"20250101"},
+                                                              {"2025-03-09"},
+                                                              {"2025-03-09T08:00:00"},
+                                                              {"2025-3-9 8:15"},
+                                                              {"2025-03-09 08:30:00"},
+                                                              {"abc"},
+                                                              {"n/a"}}));
     EXPECT_EQ(run_sqlite("SELECT count(*) FROM d WHERE v = '2025-03-09 00:00:00'"), (Rows{{"1"}}));
     EXPECT_EQ(run_sqlite("SELECT count(*) FROM (SELECT DISTINCT v COLLATE BDDATE FROM "
                          "(SELECT '2025-03-09' AS v UNION ALL SELECT '20250309 00:00'))"),
@@ -39,8 +44,10 @@ TEST_F(Runtime, ConversionErrorsUseTheServersWords) {
         }
         return "no error";
     };
-    EXPECT_EQ(message("select cast('x1' as int)"), "在将 varchar 值 'x1' 转换成数据类型 int 时失败。");
-    EXPECT_EQ(message("select cast('2025-02-30' as datetime)"), "从字符串转换日期和/或时间时，转换失败。");
+    EXPECT_EQ(message("select cast('x1' as int)"),
+              "在将 varchar 值 'x1' 转换成数据类型 int 时失败。");
+    EXPECT_EQ(message("select cast('2025-02-30' as datetime)"),
+              "从字符串转换日期和/或时间时，转换失败。");
     EXPECT_EQ(message("select left('abc',-1)"), "传递给 LEFT 或 SUBSTRING 函数的长度参数无效。");
     EXPECT_EQ(value("select cast('' as datetime)"), "1900-01-01 00:00:00");
     EXPECT_EQ(value("select cast(45000 as datetime)"), "2023-03-17 00:00:00");
@@ -48,8 +55,8 @@ TEST_F(Runtime, ConversionErrorsUseTheServersWords) {
 }
 
 TEST(CatalogReader, MapsDeclaredTypes) {
-    using drivers::sqlite::column_type_of;
     using dialect::ColumnType;
+    using drivers::sqlite::column_type_of;
     EXPECT_EQ(column_type_of("INTEGER"), ColumnType::Integer);
     EXPECT_EQ(column_type_of("bigint"), ColumnType::Integer);
     EXPECT_EQ(column_type_of("REAL"), ColumnType::Real);

@@ -19,7 +19,7 @@ bool contains(const std::string& upper, const char* part) {
 
 // A prepared statement that finalises itself.
 class Statement {
-public:
+  public:
     Statement(sqlite3* db, const std::string& sql) {
         if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt_, nullptr) != SQLITE_OK) fail(db);
     }
@@ -28,7 +28,7 @@ public:
     Statement& operator=(const Statement&) = delete;
     sqlite3_stmt* get() const { return stmt_; }
 
-private:
+  private:
     sqlite3_stmt* stmt_ = nullptr;
 };
 
@@ -63,7 +63,8 @@ dialect::Catalog read_catalog(sqlite3* db) {
                        "SELECT name FROM sqlite_schema WHERE type IN ('table', 'view') AND "
                        "name NOT LIKE 'sqlite\\_%' ESCAPE '\\' ORDER BY name");
         int rc;
-        while ((rc = sqlite3_step(list.get())) == SQLITE_ROW) tables.push_back(column_text(list.get(), 0));
+        while ((rc = sqlite3_step(list.get())) == SQLITE_ROW)
+            tables.push_back(column_text(list.get(), 0));
         if (rc != SQLITE_DONE) fail(db);
     }
     dialect::Catalog catalog;

@@ -26,7 +26,9 @@ std::string bad_int_message(std::string_view text) {
 
 // ---- text helpers ------------------------------------------------------------------------
 
-inline unsigned char fold(unsigned char c) { return (c >= 'A' && c <= 'Z') ? c + 32 : c; }
+inline unsigned char fold(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') ? c + 32 : c;
+}
 
 std::string_view value_text(sqlite3_value* v) {
     const unsigned char* p = sqlite3_value_text(v);
@@ -36,13 +38,16 @@ std::string_view value_text(sqlite3_value* v) {
 }
 
 std::string_view trim_trailing_blanks(std::string_view s) {
-    while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
+    while (!s.empty() && s.back() == ' ')
+        s.remove_suffix(1);
     return s;
 }
 
 std::string_view trim_blanks(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t'))
+        s.remove_prefix(1);
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t'))
+        s.remove_suffix(1);
     return s;
 }
 
@@ -57,7 +62,8 @@ inline std::size_t utf8_len(unsigned char c) {
 
 std::size_t char_count(std::string_view s) {
     std::size_t n = 0;
-    for (std::size_t i = 0; i < s.size(); i += utf8_len(static_cast<unsigned char>(s[i]))) ++n;
+    for (std::size_t i = 0; i < s.size(); i += utf8_len(static_cast<unsigned char>(s[i])))
+        ++n;
     return n;
 }
 
@@ -80,7 +86,8 @@ std::uint32_t next_char(std::string_view s, std::size_t& i) {
         return fold(c);
     }
     std::uint32_t cp = c & (0x7F >> len);
-    for (std::size_t k = 1; k < len; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    for (std::size_t k = 1; k < len; ++k)
+        cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
     i += len;
     return cp;
 }
@@ -147,7 +154,8 @@ double round_decimal(double x, int digits, bool truncate) {
     std::string kept = all.substr(0, static_cast<std::size_t>(keep));
     if (up) {
         long i = static_cast<long>(kept.size()) - 1;
-        while (i >= 0 && kept[static_cast<std::size_t>(i)] == '9') kept[static_cast<std::size_t>(i--)] = '0';
+        while (i >= 0 && kept[static_cast<std::size_t>(i)] == '9')
+            kept[static_cast<std::size_t>(i--)] = '0';
         if (i >= 0) {
             ++kept[static_cast<std::size_t>(i)];
         } else {
@@ -157,13 +165,22 @@ double round_decimal(double x, int digits, bool truncate) {
         }
     }
     std::string rebuilt;
+    rebuilt.reserve(kept.size() + 24);
     if (keep <= point) {
-        rebuilt = kept.empty() ? "0" : kept + std::string(static_cast<std::size_t>(point - keep), '0');
+        if (kept.empty()) {
+            rebuilt.push_back('0');
+        } else {
+            rebuilt.append(kept);
+            rebuilt.append(static_cast<std::size_t>(point - keep), '0');
+        }
     } else {
-        rebuilt = kept.substr(0, static_cast<std::size_t>(point));
-        if (rebuilt.empty()) rebuilt = "0";
-        rebuilt += '.';
-        rebuilt += kept.substr(static_cast<std::size_t>(point));
+        if (point == 0) {
+            rebuilt.push_back('0');
+        } else {
+            rebuilt.append(kept, 0, static_cast<std::size_t>(point));
+        }
+        rebuilt.push_back('.');
+        rebuilt.append(kept, static_cast<std::size_t>(point), std::string::npos);
     }
     double out = 0;
     std::from_chars(rebuilt.data(), rebuilt.data() + rebuilt.size(), out);
@@ -191,7 +208,9 @@ struct DateTime {
     int year = 1900, month = 1, day = 1, hour = 0, minute = 0, second = 0, millis = 0;
 };
 
-constexpr bool leap(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+constexpr bool leap(int y) {
+    return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
 constexpr int days_in_month(int y, int m) {
     constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     return m == 2 && leap(y) ? 29 : kDays[m - 1];
@@ -259,7 +278,8 @@ bool parse_time(std::string_view s, std::size_t& i, DateTime& dt) {
     }
     // An AM/PM suffix.
     std::size_t j = i;
-    while (j < s.size() && s[j] == ' ') ++j;
+    while (j < s.size() && s[j] == ' ')
+        ++j;
     if (j + 1 < s.size() + 0 && j + 2 <= s.size()) {
         char a = static_cast<char>(fold(static_cast<unsigned char>(s[j])));
         char b = static_cast<char>(fold(static_cast<unsigned char>(s[j + 1])));
@@ -281,7 +301,8 @@ bool parse_date(std::string_view s, DateTime& dt) {
     if (s.empty()) return true;  // '' is 1900-01-01
     std::size_t i = 0;
     std::size_t digits = 0;
-    while (digits < s.size() && s[digits] >= '0' && s[digits] <= '9') ++digits;
+    while (digits < s.size() && s[digits] >= '0' && s[digits] <= '9')
+        ++digits;
     if (digits < s.size() && s[digits] == ':') {
         if (!parse_time(s, i, dt)) return false;
         return i == s.size();
@@ -307,9 +328,11 @@ bool parse_date(std::string_view s, DateTime& dt) {
     }
     if (i == s.size()) return true;
     if (s[i] != ' ' && s[i] != 'T' && s[i] != 't') return false;
-    while (i < s.size() && (s[i] == ' ' || s[i] == 'T' || s[i] == 't')) ++i;
+    while (i < s.size() && (s[i] == ' ' || s[i] == 'T' || s[i] == 't'))
+        ++i;
     if (!parse_time(s, i, dt)) return false;
-    while (i < s.size() && s[i] == ' ') ++i;
+    while (i < s.size() && s[i] == ' ')
+        ++i;
     return i == s.size();
 }
 
@@ -318,27 +341,29 @@ enum class DateRead { Ok, Null, Bad };
 
 DateRead read_date(sqlite3_value* v, DateTime& dt) {
     switch (sqlite3_value_type(v)) {
-    case SQLITE_NULL: return DateRead::Null;
-    case SQLITE_INTEGER:
-    case SQLITE_FLOAT: {
-        double days = sqlite3_value_double(v);
-        double whole = std::floor(days);
-        long long base = days_from_civil(1900, 1, 1) + static_cast<long long>(whole);
-        civil_from_days(base, dt.year, dt.month, dt.day);
-        long long ms = std::llround((days - whole) * 86400000.0);
-        dt.hour = static_cast<int>(ms / 3600000);
-        dt.minute = static_cast<int>(ms / 60000 % 60);
-        dt.second = static_cast<int>(ms / 1000 % 60);
-        dt.millis = static_cast<int>(ms % 1000);
-        return DateRead::Ok;
-    }
-    default:
-        return parse_date(value_text(v), dt) ? DateRead::Ok : DateRead::Bad;
+        case SQLITE_NULL:
+            return DateRead::Null;
+        case SQLITE_INTEGER:
+        case SQLITE_FLOAT: {
+            double days = sqlite3_value_double(v);
+            double whole = std::floor(days);
+            long long base = days_from_civil(1900, 1, 1) + static_cast<long long>(whole);
+            civil_from_days(base, dt.year, dt.month, dt.day);
+            long long ms = std::llround((days - whole) * 86400000.0);
+            dt.hour = static_cast<int>(ms / 3600000);
+            dt.minute = static_cast<int>(ms / 60000 % 60);
+            dt.second = static_cast<int>(ms / 1000 % 60);
+            dt.millis = static_cast<int>(ms % 1000);
+            return DateRead::Ok;
+        }
+        default:
+            return parse_date(value_text(v), dt) ? DateRead::Ok : DateRead::Bad;
     }
 }
 
 long long to_millis(const DateTime& dt) {
-    return ((days_from_civil(dt.year, dt.month, dt.day) * 24 + dt.hour) * 60 + dt.minute) * 60000LL +
+    return ((days_from_civil(dt.year, dt.month, dt.day) * 24 + dt.hour) * 60 + dt.minute) *
+               60000LL +
            dt.second * 1000LL + dt.millis;
 }
 
@@ -390,7 +415,10 @@ std::string format_date(const DateTime& dt, int style) {
                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     std::string out;
     auto ymd = [&](char sep, bool century) {
-        if (century) put4(out, dt.year); else put2(out, dt.year % 100);
+        if (century)
+            put4(out, dt.year);
+        else
+            put2(out, dt.year % 100);
         if (sep) out.push_back(sep);
         put2(out, dt.month);
         if (sep) out.push_back(sep);
@@ -401,14 +429,20 @@ std::string format_date(const DateTime& dt, int style) {
         out.push_back(sep);
         put2(out, dt.day);
         out.push_back(sep);
-        if (century) put4(out, dt.year); else put2(out, dt.year % 100);
+        if (century)
+            put4(out, dt.year);
+        else
+            put2(out, dt.year % 100);
     };
     auto dmy = [&](char sep, bool century) {
         put2(out, dt.day);
         out.push_back(sep);
         put2(out, dt.month);
         out.push_back(sep);
-        if (century) put4(out, dt.year); else put2(out, dt.year % 100);
+        if (century)
+            put4(out, dt.year);
+        else
+            put2(out, dt.year % 100);
     };
     auto hms = [&]() {
         put2(out, dt.hour);
@@ -418,64 +452,100 @@ std::string format_date(const DateTime& dt, int style) {
         put2(out, dt.second);
     };
     switch (style) {
-    case 1: mdy('/', false); break;
-    case 101: mdy('/', true); break;
-    case 2: ymd('.', false); break;
-    case 102: ymd('.', true); break;
-    case 3: dmy('/', false); break;
-    case 103: dmy('/', true); break;
-    case 4: dmy('.', false); break;
-    case 104: dmy('.', true); break;
-    case 5: dmy('-', false); break;
-    case 105: dmy('-', true); break;
-    case 10: mdy('-', false); break;
-    case 110: mdy('-', true); break;
-    case 11: ymd('/', false); break;
-    case 111: ymd('/', true); break;
-    case 12: ymd(0, false); break;
-    case 112: ymd(0, true); break;
-    case 8:
-    case 108: hms(); break;
-    case 20:
-    case 120:
-        ymd('-', true);
-        out.push_back(' ');
-        hms();
-        break;
-    case 21:
-    case 121:
-        ymd('-', true);
-        out.push_back(' ');
-        hms();
-        out.push_back('.');
-        put3(out, dt.millis);
-        break;
-    case 23: ymd('-', true); break;
-    case 126:
-        ymd('-', true);
-        out.push_back('T');
-        hms();
-        if (dt.millis) {
+        case 1:
+            mdy('/', false);
+            break;
+        case 101:
+            mdy('/', true);
+            break;
+        case 2:
+            ymd('.', false);
+            break;
+        case 102:
+            ymd('.', true);
+            break;
+        case 3:
+            dmy('/', false);
+            break;
+        case 103:
+            dmy('/', true);
+            break;
+        case 4:
+            dmy('.', false);
+            break;
+        case 104:
+            dmy('.', true);
+            break;
+        case 5:
+            dmy('-', false);
+            break;
+        case 105:
+            dmy('-', true);
+            break;
+        case 10:
+            mdy('-', false);
+            break;
+        case 110:
+            mdy('-', true);
+            break;
+        case 11:
+            ymd('/', false);
+            break;
+        case 111:
+            ymd('/', true);
+            break;
+        case 12:
+            ymd(0, false);
+            break;
+        case 112:
+            ymd(0, true);
+            break;
+        case 8:
+        case 108:
+            hms();
+            break;
+        case 20:
+        case 120:
+            ymd('-', true);
+            out.push_back(' ');
+            hms();
+            break;
+        case 21:
+        case 121:
+            ymd('-', true);
+            out.push_back(' ');
+            hms();
             out.push_back('.');
             put3(out, dt.millis);
+            break;
+        case 23:
+            ymd('-', true);
+            break;
+        case 126:
+            ymd('-', true);
+            out.push_back('T');
+            hms();
+            if (dt.millis) {
+                out.push_back('.');
+                put3(out, dt.millis);
+            }
+            break;
+        default: {  // 0 and 100: "Jan  5 2024  8:30AM"
+            out.append(kMonths[dt.month - 1]);
+            out.push_back(' ');
+            if (dt.day < 10) out.push_back(' ');
+            out.append(std::to_string(dt.day));
+            out.push_back(' ');
+            put4(out, dt.year);
+            out.push_back(' ');
+            int h = dt.hour % 12 == 0 ? 12 : dt.hour % 12;
+            if (h < 10) out.push_back(' ');
+            out.append(std::to_string(h));
+            out.push_back(':');
+            put2(out, dt.minute);
+            out.append(dt.hour < 12 ? "AM" : "PM");
+            break;
         }
-        break;
-    default: {  // 0 and 100: "Jan  5 2024  8:30AM"
-        out.append(kMonths[dt.month - 1]);
-        out.push_back(' ');
-        if (dt.day < 10) out.push_back(' ');
-        out.append(std::to_string(dt.day));
-        out.push_back(' ');
-        put4(out, dt.year);
-        out.push_back(' ');
-        int h = dt.hour % 12 == 0 ? 12 : dt.hour % 12;
-        if (h < 10) out.push_back(' ');
-        out.append(std::to_string(h));
-        out.push_back(':');
-        put2(out, dt.minute);
-        out.append(dt.hour < 12 ? "AM" : "PM");
-        break;
-    }
     }
     return out;
 }
@@ -506,13 +576,15 @@ int compare_dates(std::string_view a, std::string_view b) {
 // ---- collations --------------------------------------------------------------------------
 
 int collate_text(void*, int na, const void* a, int nb, const void* b) {
-    return compare_text(std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(na)),
-                        std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(nb)));
+    return compare_text(
+        std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(na)),
+        std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(nb)));
 }
 
 int collate_date(void*, int na, const void* a, int nb, const void* b) {
-    return compare_dates(std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(na)),
-                         std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(nb)));
+    return compare_dates(
+        std::string_view(static_cast<const char*>(a), static_cast<std::size_t>(na)),
+        std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(nb)));
 }
 
 // ---- functions ---------------------------------------------------------------------------
@@ -535,30 +607,64 @@ void result_text(sqlite3_context* ctx, const std::string& s) {
 void fn_dt(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
     switch (read_date(argv[0], dt)) {
-    case DateRead::Null: sqlite3_result_null(ctx); return;
-    case DateRead::Bad: sqlite3_result_error(ctx, kBadDate, -1); return;
-    case DateRead::Ok: result_text(ctx, canonical(dt)); return;
+        case DateRead::Null:
+            sqlite3_result_null(ctx);
+            return;
+        case DateRead::Bad:
+            sqlite3_result_error(ctx, kBadDate, -1);
+            return;
+        case DateRead::Ok:
+            result_text(ctx, canonical(dt));
+            return;
     }
 }
 
 void fn_date(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
     switch (read_date(argv[0], dt)) {
-    case DateRead::Null: sqlite3_result_null(ctx); return;
-    case DateRead::Bad: sqlite3_result_error(ctx, kBadDate, -1); return;
-    case DateRead::Ok: result_text(ctx, format_date(dt, 23)); return;
+        case DateRead::Null:
+            sqlite3_result_null(ctx);
+            return;
+        case DateRead::Bad:
+            sqlite3_result_error(ctx, kBadDate, -1);
+            return;
+        case DateRead::Ok:
+            result_text(ctx, format_date(dt, 23));
+            return;
     }
 }
 
-enum class Part { Year, Quarter, Month, DayOfYear, Day, Week, Weekday, Hour, Minute, Second, Millisecond, Days, Bad };
+enum class Part {
+    Year,
+    Quarter,
+    Month,
+    DayOfYear,
+    Day,
+    Week,
+    Weekday,
+    Hour,
+    Minute,
+    Second,
+    Millisecond,
+    Days,
+    Bad
+};
 
 Part part_of(sqlite3_value* v) {
     std::string_view p = value_text(v);
     static const std::pair<std::string_view, Part> kParts[] = {
-        {"year", Part::Year},     {"quarter", Part::Quarter},     {"month", Part::Month},
-        {"dayofyear", Part::DayOfYear}, {"day", Part::Day},       {"week", Part::Week},
-        {"weekday", Part::Weekday}, {"hour", Part::Hour},         {"minute", Part::Minute},
-        {"second", Part::Second}, {"millisecond", Part::Millisecond}, {"days", Part::Days},
+        {"year", Part::Year},
+        {"quarter", Part::Quarter},
+        {"month", Part::Month},
+        {"dayofyear", Part::DayOfYear},
+        {"day", Part::Day},
+        {"week", Part::Week},
+        {"weekday", Part::Weekday},
+        {"hour", Part::Hour},
+        {"minute", Part::Minute},
+        {"second", Part::Second},
+        {"millisecond", Part::Millisecond},
+        {"days", Part::Days},
     };
     for (const auto& [name, part] : kParts) {
         if (p == name) return part;
@@ -576,37 +682,65 @@ int weekday(const DateTime& dt) {
 
 int day_of_year(const DateTime& dt) {
     return static_cast<int>(days_from_civil(dt.year, dt.month, dt.day) -
-                            days_from_civil(dt.year, 1, 1)) + 1;
+                            days_from_civil(dt.year, 1, 1)) +
+           1;
 }
 
 void fn_datepart(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
     switch (read_date(argv[1], dt)) {
-    case DateRead::Null: sqlite3_result_null(ctx); return;
-    case DateRead::Bad: sqlite3_result_error(ctx, kBadDate, -1); return;
-    case DateRead::Ok: break;
+        case DateRead::Null:
+            sqlite3_result_null(ctx);
+            return;
+        case DateRead::Bad:
+            sqlite3_result_error(ctx, kBadDate, -1);
+            return;
+        case DateRead::Ok:
+            break;
     }
     long long r = 0;
     switch (part_of(argv[0])) {
-    case Part::Year: r = dt.year; break;
-    case Part::Quarter: r = (dt.month - 1) / 3 + 1; break;
-    case Part::Month: r = dt.month; break;
-    case Part::DayOfYear: r = day_of_year(dt); break;
-    case Part::Day:
-    case Part::Days: r = dt.day; break;
-    case Part::Week: {
-        DateTime jan1 = dt;
-        jan1.month = 1;
-        jan1.day = 1;
-        r = (day_of_year(dt) + weekday(jan1) - 2) / 7 + 1;
-        break;
-    }
-    case Part::Weekday: r = weekday(dt); break;
-    case Part::Hour: r = dt.hour; break;
-    case Part::Minute: r = dt.minute; break;
-    case Part::Second: r = dt.second; break;
-    case Part::Millisecond: r = dt.millis; break;
-    case Part::Bad: sqlite3_result_error(ctx, "unknown date part", -1); return;
+        case Part::Year:
+            r = dt.year;
+            break;
+        case Part::Quarter:
+            r = (dt.month - 1) / 3 + 1;
+            break;
+        case Part::Month:
+            r = dt.month;
+            break;
+        case Part::DayOfYear:
+            r = day_of_year(dt);
+            break;
+        case Part::Day:
+        case Part::Days:
+            r = dt.day;
+            break;
+        case Part::Week: {
+            DateTime jan1 = dt;
+            jan1.month = 1;
+            jan1.day = 1;
+            r = (day_of_year(dt) + weekday(jan1) - 2) / 7 + 1;
+            break;
+        }
+        case Part::Weekday:
+            r = weekday(dt);
+            break;
+        case Part::Hour:
+            r = dt.hour;
+            break;
+        case Part::Minute:
+            r = dt.minute;
+            break;
+        case Part::Second:
+            r = dt.second;
+            break;
+        case Part::Millisecond:
+            r = dt.millis;
+            break;
+        case Part::Bad:
+            sqlite3_result_error(ctx, "unknown date part", -1);
+            return;
     }
     sqlite3_result_int64(ctx, r);
 }
@@ -627,9 +761,14 @@ void fn_dateadd(sqlite3_context* ctx, int, sqlite3_value** argv) {
     }
     DateTime dt;
     switch (read_date(argv[2], dt)) {
-    case DateRead::Null: sqlite3_result_null(ctx); return;
-    case DateRead::Bad: sqlite3_result_error(ctx, kBadDate, -1); return;
-    case DateRead::Ok: break;
+        case DateRead::Null:
+            sqlite3_result_null(ctx);
+            return;
+        case DateRead::Bad:
+            sqlite3_result_error(ctx, kBadDate, -1);
+            return;
+        case DateRead::Ok:
+            break;
     }
     const Part part = part_of(argv[0]);
     double amount = sqlite3_value_double(argv[1]);
@@ -641,19 +780,41 @@ void fn_dateadd(sqlite3_context* ctx, int, sqlite3_value** argv) {
     const long long n = static_cast<long long>(std::trunc(amount));
     long long ms = to_millis(dt);
     switch (part) {
-    case Part::Year: dt = add_months(dt, n * 12); break;
-    case Part::Quarter: dt = add_months(dt, n * 3); break;
-    case Part::Month: dt = add_months(dt, n); break;
-    case Part::DayOfYear:
-    case Part::Day:
-    case Part::Weekday: dt = from_millis(ms + n * 86400000LL); break;
-    case Part::Days: dt = from_millis(ms + std::llround(amount * 86400000.0)); break;
-    case Part::Week: dt = from_millis(ms + n * 7 * 86400000LL); break;
-    case Part::Hour: dt = from_millis(ms + n * 3600000LL); break;
-    case Part::Minute: dt = from_millis(ms + n * 60000LL); break;
-    case Part::Second: dt = from_millis(ms + n * 1000LL); break;
-    case Part::Millisecond: dt = from_millis(ms + n); break;
-    case Part::Bad: sqlite3_result_error(ctx, "unknown date part", -1); return;
+        case Part::Year:
+            dt = add_months(dt, n * 12);
+            break;
+        case Part::Quarter:
+            dt = add_months(dt, n * 3);
+            break;
+        case Part::Month:
+            dt = add_months(dt, n);
+            break;
+        case Part::DayOfYear:
+        case Part::Day:
+        case Part::Weekday:
+            dt = from_millis(ms + n * 86400000LL);
+            break;
+        case Part::Days:
+            dt = from_millis(ms + std::llround(amount * 86400000.0));
+            break;
+        case Part::Week:
+            dt = from_millis(ms + n * 7 * 86400000LL);
+            break;
+        case Part::Hour:
+            dt = from_millis(ms + n * 3600000LL);
+            break;
+        case Part::Minute:
+            dt = from_millis(ms + n * 60000LL);
+            break;
+        case Part::Second:
+            dt = from_millis(ms + n * 1000LL);
+            break;
+        case Part::Millisecond:
+            dt = from_millis(ms + n);
+            break;
+        case Part::Bad:
+            sqlite3_result_error(ctx, "unknown date part", -1);
+            return;
     }
     if (dt.year < 1753 || dt.year > 9999) {
         sqlite3_result_error(ctx, "将 expression 转换为数据类型 datetime 时出现算术溢出错误。", -1);
@@ -662,7 +823,9 @@ void fn_dateadd(sqlite3_context* ctx, int, sqlite3_value** argv) {
     result_text(ctx, canonical(dt));
 }
 
-long long floor_div(long long a, long long b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+long long floor_div(long long a, long long b) {
+    return a >= 0 ? a / b : -((-a + b - 1) / b);
+}
 
 void fn_datediff(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime a, b;
@@ -681,21 +844,39 @@ void fn_datediff(sqlite3_context* ctx, int, sqlite3_value** argv) {
     const long long db = days_from_civil(b.year, b.month, b.day);
     long long r = 0;
     switch (part_of(argv[0])) {
-    case Part::Year: r = b.year - a.year; break;
-    case Part::Quarter: r = (b.year * 4LL + (b.month - 1) / 3) - (a.year * 4LL + (a.month - 1) / 3); break;
-    case Part::Month: r = (b.year * 12LL + b.month) - (a.year * 12LL + a.month); break;
-    case Part::DayOfYear:
-    case Part::Day:
-    case Part::Days:
-    case Part::Weekday: r = db - da; break;
-    case Part::Week: r = floor_div(db + 4, 7) - floor_div(da + 4, 7); break;
-    case Part::Hour: r = (db * 24 + b.hour) - (da * 24 + a.hour); break;
-    case Part::Minute: r = ((db * 24 + b.hour) * 60 + b.minute) - ((da * 24 + a.hour) * 60 + a.minute); break;
-    case Part::Second:
-        r = floor_div(to_millis(b), 1000) - floor_div(to_millis(a), 1000);
-        break;
-    case Part::Millisecond: r = to_millis(b) - to_millis(a); break;
-    case Part::Bad: sqlite3_result_error(ctx, "unknown date part", -1); return;
+        case Part::Year:
+            r = b.year - a.year;
+            break;
+        case Part::Quarter:
+            r = (b.year * 4LL + (b.month - 1) / 3) - (a.year * 4LL + (a.month - 1) / 3);
+            break;
+        case Part::Month:
+            r = (b.year * 12LL + b.month) - (a.year * 12LL + a.month);
+            break;
+        case Part::DayOfYear:
+        case Part::Day:
+        case Part::Days:
+        case Part::Weekday:
+            r = db - da;
+            break;
+        case Part::Week:
+            r = floor_div(db + 4, 7) - floor_div(da + 4, 7);
+            break;
+        case Part::Hour:
+            r = (db * 24 + b.hour) - (da * 24 + a.hour);
+            break;
+        case Part::Minute:
+            r = ((db * 24 + b.hour) * 60 + b.minute) - ((da * 24 + a.hour) * 60 + a.minute);
+            break;
+        case Part::Second:
+            r = floor_div(to_millis(b), 1000) - floor_div(to_millis(a), 1000);
+            break;
+        case Part::Millisecond:
+            r = to_millis(b) - to_millis(a);
+            break;
+        case Part::Bad:
+            sqlite3_result_error(ctx, "unknown date part", -1);
+            return;
     }
     sqlite3_result_int64(ctx, r);
 }
@@ -717,7 +898,8 @@ void fn_date_text(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         text.resize(byte_offset(text, static_cast<std::size_t>(length)));
         if (argc > 3) {
             std::size_t n = char_count(text);
-            if (n < static_cast<std::size_t>(length)) text.append(static_cast<std::size_t>(length) - n, ' ');
+            if (n < static_cast<std::size_t>(length))
+                text.append(static_cast<std::size_t>(length) - n, ' ');
         }
     }
     result_text(ctx, text);
@@ -734,7 +916,8 @@ void fn_varchar(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         text.resize(byte_offset(text, static_cast<std::size_t>(length)));
         if (argc > 2) {
             std::size_t n = char_count(text);
-            if (n < static_cast<std::size_t>(length)) text.append(static_cast<std::size_t>(length) - n, ' ');
+            if (n < static_cast<std::size_t>(length))
+                text.append(static_cast<std::size_t>(length) - n, ' ');
         }
     }
     result_text(ctx, text);
@@ -742,45 +925,57 @@ void fn_varchar(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 
 void fn_int(sqlite3_context* ctx, int, sqlite3_value** argv) {
     switch (sqlite3_value_type(argv[0])) {
-    case SQLITE_NULL: sqlite3_result_null(ctx); return;
-    case SQLITE_INTEGER: sqlite3_result_int64(ctx, sqlite3_value_int64(argv[0])); return;
-    case SQLITE_FLOAT: sqlite3_result_int64(ctx, static_cast<long long>(std::trunc(sqlite3_value_double(argv[0])))); return;
-    default: {
-        long long v = 0;
-        std::string_view t = value_text(argv[0]);
-        if (!parse_int(t, v)) {
-            result_error(ctx, bad_int_message(t));
+        case SQLITE_NULL:
+            sqlite3_result_null(ctx);
+            return;
+        case SQLITE_INTEGER:
+            sqlite3_result_int64(ctx, sqlite3_value_int64(argv[0]));
+            return;
+        case SQLITE_FLOAT:
+            sqlite3_result_int64(ctx,
+                                 static_cast<long long>(std::trunc(sqlite3_value_double(argv[0]))));
+            return;
+        default: {
+            long long v = 0;
+            std::string_view t = value_text(argv[0]);
+            if (!parse_int(t, v)) {
+                result_error(ctx, bad_int_message(t));
+                return;
+            }
+            sqlite3_result_int64(ctx, v);
             return;
         }
-        sqlite3_result_int64(ctx, v);
-        return;
-    }
     }
 }
 
 void fn_bit(sqlite3_context* ctx, int, sqlite3_value** argv) {
     switch (sqlite3_value_type(argv[0])) {
-    case SQLITE_NULL: sqlite3_result_null(ctx); return;
-    case SQLITE_INTEGER:
-    case SQLITE_FLOAT: sqlite3_result_int(ctx, sqlite3_value_double(argv[0]) != 0.0); return;
-    default: {
-        std::string_view t = trim_blanks(value_text(argv[0]));
-        if (compare_text(t, "true") == 0) {
-            sqlite3_result_int(ctx, 1);
+        case SQLITE_NULL:
+            sqlite3_result_null(ctx);
+            return;
+        case SQLITE_INTEGER:
+        case SQLITE_FLOAT:
+            sqlite3_result_int(ctx, sqlite3_value_double(argv[0]) != 0.0);
+            return;
+        default: {
+            std::string_view t = trim_blanks(value_text(argv[0]));
+            if (compare_text(t, "true") == 0) {
+                sqlite3_result_int(ctx, 1);
+                return;
+            }
+            if (compare_text(t, "false") == 0) {
+                sqlite3_result_int(ctx, 0);
+                return;
+            }
+            double d = 0;
+            if (!parse_double(t, d)) {
+                result_error(
+                    ctx, "在将 varchar 值 '" + std::string(t) + "' 转换成数据类型 bit 时失败。");
+                return;
+            }
+            sqlite3_result_int(ctx, d != 0.0);
             return;
         }
-        if (compare_text(t, "false") == 0) {
-            sqlite3_result_int(ctx, 0);
-            return;
-        }
-        double d = 0;
-        if (!parse_double(t, d)) {
-            result_error(ctx, "在将 varchar 值 '" + std::string(t) + "' 转换成数据类型 bit 时失败。");
-            return;
-        }
-        sqlite3_result_int(ctx, d != 0.0);
-        return;
-    }
     }
 }
 
@@ -831,7 +1026,8 @@ void fn_round(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
             return;
         }
         long long scale = 1;
-        for (int i = 0; i < -digits && i < 18; ++i) scale *= 10;
+        for (int i = 0; i < -digits && i < 18; ++i)
+            scale *= 10;
         long long q = v / scale;
         long long rem = v % scale;
         if (!truncate && (rem >= 0 ? rem : -rem) * 2 >= scale) q += v >= 0 ? 1 : -1;
@@ -839,44 +1035,56 @@ void fn_round(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         return;
     }
     double d = 0;
-    if (number_of(ctx, argv[0], d, kBadFloat)) sqlite3_result_double(ctx, round_decimal(d, digits, truncate));
+    if (number_of(ctx, argv[0], d, kBadFloat))
+        sqlite3_result_double(ctx, round_decimal(d, digits, truncate));
 }
 
 void fn_floor_ceiling(sqlite3_context* ctx, sqlite3_value* v, bool up) {
     switch (sqlite3_value_type(v)) {
-    case SQLITE_NULL: sqlite3_result_null(ctx); return;
-    case SQLITE_INTEGER: sqlite3_result_int64(ctx, sqlite3_value_int64(v)); return;
-    default: {
-        double d = 0;
-        if (number_of(ctx, v, d, kBadFloat)) sqlite3_result_double(ctx, up ? std::ceil(d) : std::floor(d));
-    }
+        case SQLITE_NULL:
+            sqlite3_result_null(ctx);
+            return;
+        case SQLITE_INTEGER:
+            sqlite3_result_int64(ctx, sqlite3_value_int64(v));
+            return;
+        default: {
+            double d = 0;
+            if (number_of(ctx, v, d, kBadFloat))
+                sqlite3_result_double(ctx, up ? std::ceil(d) : std::floor(d));
+        }
     }
 }
-void fn_floor(sqlite3_context* ctx, int, sqlite3_value** argv) { fn_floor_ceiling(ctx, argv[0], false); }
-void fn_ceiling(sqlite3_context* ctx, int, sqlite3_value** argv) { fn_floor_ceiling(ctx, argv[0], true); }
+void fn_floor(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    fn_floor_ceiling(ctx, argv[0], false);
+}
+void fn_ceiling(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    fn_floor_ceiling(ctx, argv[0], true);
+}
 
 // The divisor, checked: the server refuses a division by zero instead of giving NULL.
 void fn_nz(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_value* v = argv[0];
     switch (sqlite3_value_type(v)) {
-    case SQLITE_NULL: sqlite3_result_null(ctx); return;
-    case SQLITE_INTEGER:
-        if (sqlite3_value_int64(v) == 0) {
-            sqlite3_result_error(ctx, kDivideByZero, -1);
+        case SQLITE_NULL:
+            sqlite3_result_null(ctx);
+            return;
+        case SQLITE_INTEGER:
+            if (sqlite3_value_int64(v) == 0) {
+                sqlite3_result_error(ctx, kDivideByZero, -1);
+                return;
+            }
+            sqlite3_result_value(ctx, v);
+            return;
+        default: {
+            double d = 0;
+            if (!number_of(ctx, v, d, kBadFloat)) return;
+            if (d == 0.0) {
+                sqlite3_result_error(ctx, kDivideByZero, -1);
+                return;
+            }
+            sqlite3_result_value(ctx, v);
             return;
         }
-        sqlite3_result_value(ctx, v);
-        return;
-    default: {
-        double d = 0;
-        if (!number_of(ctx, v, d, kBadFloat)) return;
-        if (d == 0.0) {
-            sqlite3_result_error(ctx, kDivideByZero, -1);
-            return;
-        }
-        sqlite3_result_value(ctx, v);
-        return;
-    }
     }
 }
 
@@ -885,7 +1093,8 @@ void fn_mod(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         sqlite3_result_null(ctx);
         return;
     }
-    if (sqlite3_value_type(argv[0]) == SQLITE_INTEGER && sqlite3_value_type(argv[1]) == SQLITE_INTEGER) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_INTEGER &&
+        sqlite3_value_type(argv[1]) == SQLITE_INTEGER) {
         long long b = sqlite3_value_int64(argv[1]);
         if (b == 0) {
             sqlite3_result_error(ctx, kDivideByZero, -1);
@@ -971,7 +1180,8 @@ void fn_right(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     }
     std::string s = is_number(argv[0]) ? number_text(argv[0]) : std::string(value_text(argv[0]));
     std::size_t total = char_count(s);
-    std::size_t skip = static_cast<std::size_t>(n) >= total ? 0 : total - static_cast<std::size_t>(n);
+    std::size_t skip =
+        static_cast<std::size_t>(n) >= total ? 0 : total - static_cast<std::size_t>(n);
     result_text(ctx, s.substr(byte_offset(s, skip)));
 }
 
@@ -1007,7 +1217,8 @@ long long find_folded(std::string_view hay, std::string_view needle, std::size_t
          i += utf8_len(static_cast<unsigned char>(hay[i]))) {
         bool match = true;
         for (std::size_t k = 0; k < needle.size(); ++k) {
-            if (fold(static_cast<unsigned char>(hay[i + k])) != fold(static_cast<unsigned char>(needle[k]))) {
+            if (fold(static_cast<unsigned char>(hay[i + k])) !=
+                fold(static_cast<unsigned char>(needle[k]))) {
                 match = false;
                 break;
             }
@@ -1022,13 +1233,18 @@ void fn_charindex(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         sqlite3_result_null(ctx);
         return;
     }
-    std::string needle = is_number(argv[0]) ? number_text(argv[0]) : std::string(value_text(argv[0]));
+    std::string needle =
+        is_number(argv[0]) ? number_text(argv[0]) : std::string(value_text(argv[0]));
     std::string hay = is_number(argv[1]) ? number_text(argv[1]) : std::string(value_text(argv[1]));
     long long start = argc > 2 ? sqlite3_value_int64(argv[2]) : 1;
     if (start < 1) start = 1;
     std::size_t from = byte_offset(hay, static_cast<std::size_t>(start - 1));
     long long at = find_folded(hay, needle, from);
-    sqlite3_result_int64(ctx, at < 0 ? 0 : static_cast<long long>(char_count(std::string_view(hay).substr(0, static_cast<std::size_t>(at)))) + 1);
+    sqlite3_result_int64(ctx, at < 0
+                                  ? 0
+                                  : static_cast<long long>(char_count(std::string_view(hay).substr(
+                                        0, static_cast<std::size_t>(at)))) +
+                                        1);
 }
 
 void fn_replace(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
@@ -1059,7 +1275,7 @@ void fn_replace(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 // LIKE with the server's patterns: % and _, [abc], [a-z] and [^…] classes, an optional escape
 // character; letters compare without regard to case and trailing blanks do not count.
 class LikeMatcher {
-public:
+  public:
     LikeMatcher(std::string_view pattern, std::uint32_t escape, bool has_escape)
         : p_(pattern), escape_(escape), has_escape_(has_escape) {}
 
@@ -1100,7 +1316,7 @@ public:
         return true;
     }
 
-private:
+  private:
     // Whether the pattern element at pi matches character c; advances pi past the element.
     bool single(std::size_t& pi, std::uint32_t c) const {
         std::uint32_t pc = next_char(p_, pi);
@@ -1152,8 +1368,10 @@ void fn_like(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         sqlite3_result_null(ctx);
         return;
     }
-    std::string value = is_number(argv[0]) ? number_text(argv[0]) : std::string(value_text(argv[0]));
-    std::string pattern = is_number(argv[1]) ? number_text(argv[1]) : std::string(value_text(argv[1]));
+    std::string value =
+        is_number(argv[0]) ? number_text(argv[0]) : std::string(value_text(argv[0]));
+    std::string pattern =
+        is_number(argv[1]) ? number_text(argv[1]) : std::string(value_text(argv[1]));
     std::uint32_t escape = 0;
     bool has_escape = false;
     if (argc > 2) {
