@@ -23,6 +23,10 @@ public:
     bool has_table(std::string_view table) const;
     // Unknown when the table or column is not in the catalogue.
     ColumnType column_type(std::string_view table, std::string_view column) const;
+    // Whether the table has the column (a column of Unknown type counts); its type goes to
+    // *type when it has and type is not null.
+    bool find_column(std::string_view table, std::string_view column,
+                     ColumnType* type = nullptr) const;
     // Column names of a table in the order they were added (empty when there is no such table).
     std::vector<std::string> columns(std::string_view table) const;
     std::vector<std::string> tables() const;
@@ -31,9 +35,9 @@ private:
     struct Table {
         std::string name;
         std::vector<std::pair<std::string, ColumnType>> columns;  // declared order
-        std::map<std::string, std::size_t> index;                 // lower-case name → position
+        std::map<std::string, std::size_t, std::less<>> index;    // lower-case name → position
     };
-    std::map<std::string, Table> tables_;  // lower-case name → table
+    std::map<std::string, Table, std::less<>> tables_;  // lower-case name → table
 };
 
 enum class StatementKind { Select, Insert, Update, Delete, Truncate };

@@ -1,0 +1,46 @@
+#pragma once
+// Resolves the names of a parsed statement against the schema catalogue and works out the type
+// of every expression, as the server does before it runs a statement: each table must exist,
+// each unqualified column must belong to exactly one table of its scope, `+` is told apart
+// into addition, concatenation and date arithmetic, and comparisons learn whether they compare
+// texts or dates. The results are written into the tree for the emitters.
+
+#include "billdata/dialect/ast.h"
+
+namespace billdata::dialect {
+
+struct Scope;
+
+class Binder {
+  public:
+    Binder(const Catalog& catalog, Arena& arena) : catalog_(catalog), arena_(arena) {}
+    // Raises DialectError with the server's wording for unknown tables and columns.
+    void bind_statement(Node& stmt);
+
+  private:
+    void bind_select(Select& select, Scope* parent);
+    void bind_body(Node& body, Scope* parent);
+    void bind_spec(QuerySpec& spec, Scope* parent, Select* owner);
+    void bind_source(TableSource& source, Scope& scope, Scope* outer);
+    void bind_expr(Expr& e, Scope& scope);
+    void bind_column(ColumnRef& c, Scope& scope);
+    void bind_order_by(Select& select, Scope* spec_scope);
+    void check_table(const TableRef& t) const;
+    void output_columns(Select& select, List<OutputColumn>& out, Scope* parent);
+    CompareKind compare_kind(ColumnType a, ColumnType b) const;
+    void mark_qualify(Scope& scope);
+
+    const Catalog& catalog_;
+    Arena& arena_;
+    bool force_qualify_ = false;
+    // Every column reference of the statement and the number of table sources, for the final
+    // decision whether output names must be qualified.
+    List<ColumnRef*>* refs_ = nullptr;
+    int sources_ = 0;
+};
+
+// The larger of two types by SQL Server's precedence among the kinds the dialect knows
+// (date > real > integer > text); Unknown gives way to anything.
+ColumnType dominant_type(ColumnType a, ColumnType b);
+
+}  // namespace billdata::dialect

@@ -1,0 +1,522 @@
+#include "billdata/dialect/emitter.h"
+
+namespace billdata::dialect {
+
+int Emitter::precedence(const Expr& e) {
+    switch (e.type) {
+        case NodeType::Unary:
+            return e.as<Unary>().op == UnaryOp::Not ? kOutNot : kOutUnary;
+        case NodeType::Binary: {
+            const auto& b = e.as<Binary>();
+            switch (b.op) {
+                case BinaryOp::Or:
+                    return kOutOr;
+                case BinaryOp::And:
+                    return kOutAnd;
+                case BinaryOp::Eq:
+                case BinaryOp::Ne:
+                    return kOutEquality;
+                case BinaryOp::Lt:
+                case BinaryOp::Le:
+                case BinaryOp::Gt:
+                case BinaryOp::Ge:
+                    return kOutRelation;
+                case BinaryOp::Add:
+                case BinaryOp::Sub:
+                    switch (b.arith) {
+                        case ArithKind::Numeric:
+                            return kOutAdd;
+                        case ArithKind::Concat:
+                            return kOutConcat;
+                        default:
+                            return kOutPrimary;
+                    }
+                case BinaryOp::BitAnd:
+                case BinaryOp::BitOr:
+                    return kOutBitwise;
+                case BinaryOp::BitXor:
+                    return kOutAdd;
+                case BinaryOp::Mul:
+                case BinaryOp::Div:
+                case BinaryOp::Mod:
+                    return kOutMul;
+            }
+            return kOutOr;
+        }
+        case NodeType::Like:
+            return e.as<Like>().negated ? kOutNot : kOutEquality;
+        case NodeType::Between:
+        case NodeType::InList:
+        case NodeType::InQuery:
+        case NodeType::IsNull:
+            return kOutEquality;
+        default:
+            return kOutPrimary;
+    }
+}
+
+bool Emitter::carries_collation(const Expr& e, CompareKind kind) {
+    if (!e.is<ColumnRef>() || e.as<ColumnRef>().select_alias) return false;
+    return (kind == CompareKind::Text && e.vtype == ColumnType::Text) ||
+           (kind == CompareKind::Date && e.vtype == ColumnType::Date);
+}
+
+bool Emitter::needs_collation(const Expr& a, const Expr& b, CompareKind kind) {
+    return kind != CompareKind::Plain && !carries_collation(a, kind) && !carries_collation(b, kind);
+}
+
+void Emitter::operand(const Expr& e, int needed) {
+    if (precedence(e) < needed) {
+        out_.push_back('(');
+        expr(e);
+        out_.push_back(')');
+    } else {
+        expr(e);
+    }
+}
+
+bool Emitter::needs_date_value(const Expr& e) {
+    return e.vtype != ColumnType::Date &&
+           !(e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null);
+}
+
+void Emitter::compared(const Expr& e, CompareKind kind, bool with_collation, int needed) {
+    // A date column has numeric affinity: the other side is read as a date first, so that a
+    // text such as '20250309' compares as the date it means and never as a number.
+    if (kind == CompareKind::Date && needs_date_value(e)) {
+        hooks_.date_value(*this, e);
+        if (with_collation) hooks_.collation(*this, kind);
+        return;
+    }
+    if (with_collation) {
+        operand(e, kOutCollate);
+        hooks_.collation(*this, kind);
+    } else {
+        operand(e, needed);
+    }
+}
+
+void Emitter::statement(const Node& stmt) {
+    switch (stmt.type) {
+        case NodeType::Select:
+            select(stmt.as<Select>(), true);
+            break;
+        case NodeType::Insert:
+            insert(stmt.as<Insert>());
+            break;
+        case NodeType::Update:
+            hooks_.update(*this, stmt.as<Update>());
+            break;
+        case NodeType::Delete:
+            hooks_.remove(*this, stmt.as<Delete>());
+            break;
+        case NodeType::Truncate:
+            hooks_.truncate(*this, stmt.as<Truncate>());
+            break;
+        default:
+            throw std::logic_error("not a statement node");
+    }
+}
+
+void Emitter::select(const Select& s, bool top_level) {
+    const bool simple = s.body->is<QuerySpec>();
+    body(*s.body, top_level, !simple);
+    if (!s.order_by.empty()) {
+        out_.append(" ORDER BY ");
+        for (std::size_t i = 0; i < s.order_by.size(); ++i) {
+            if (i) out_.append(", ");
+            order_term(*s.order_by[i].expr);
+            if (s.order_by[i].desc) out_.append(" DESC");
+        }
+    }
+    if (simple && s.body->as<QuerySpec>().top >= 0) {
+        hooks_.limit(*this, s.body->as<QuerySpec>().top);
+    }
+}
+
+void Emitter::body(const Node& b, bool top_level, bool in_compound) {
+    if (b.is<SetOperation>()) {
+        const auto& op = b.as<SetOperation>();
+        body(*op.left, top_level, true);
+        static const char* kOps[] = {" UNION ", " UNION ALL ", " EXCEPT ", " INTERSECT "};
+        out_.append(kOps[static_cast<int>(op.op)]);
+        body(*op.right, top_level, true);
+        return;
+    }
+    const auto& q = b.as<QuerySpec>();
+    if (in_compound && q.top >= 0) {
+        // A member of a union cannot carry its own limit; a subquery can.
+        out_.append("SELECT * FROM (");
+        spec(q, top_level);
+        hooks_.limit(*this, q.top);
+        out_.push_back(')');
+        return;
+    }
+    spec(q, top_level);
+}
+
+void Emitter::spec(const QuerySpec& q, bool top_level) {
+    const List<InsertColumn>* write = write_columns_;
+    write_columns_ = nullptr;
+    out_.append("SELECT ");
+    if (q.distinct) out_.append("DISTINCT ");
+    for (std::size_t i = 0; i < q.items.size(); ++i) {
+        if (i) out_.append(", ");
+        const SelectItem& item = q.items[i];
+        const Expr& e = *item.expr;
+        if (e.is<Star>()) {
+            const auto& star = e.as<Star>();
+            if (!star.qualifier.empty()) {
+                name(star.qualifier);
+                out_.push_back('.');
+            }
+            out_.push_back('*');
+            continue;
+        }
+        const bool null_literal =
+            e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
+        if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
+            e.vtype != ColumnType::Date && !null_literal) {
+            hooks_.date_value(*this, e);
+        } else {
+            expr(e);
+        }
+        if (!item.alias.empty()) {
+            out_.append(" AS ");
+            name(item.alias);
+        } else if (top_level && e.is<ColumnRef>() && !write) {
+            // The result column keeps the name as the statement spells it.
+            out_.append(" AS ");
+            name(e.as<ColumnRef>().name);
+        }
+    }
+    if (!q.from.empty()) {
+        out_.append(" FROM ");
+        sources(q.from);
+    }
+    if (q.where) {
+        out_.append(" WHERE ");
+        expr(*q.where);
+    }
+    if (!q.group_by.empty()) {
+        out_.append(" GROUP BY ");
+        for (std::size_t i = 0; i < q.group_by.size(); ++i) {
+            if (i) out_.append(", ");
+            order_term(*q.group_by[i]);
+        }
+    }
+    if (q.having) {
+        out_.append(" HAVING ");
+        expr(*q.having);
+    }
+    write_columns_ = write;
+}
+
+void Emitter::order_term(const Expr& e) {
+    const bool column = e.is<ColumnRef>();
+    if (!column && e.vtype == ColumnType::Text) {
+        operand(e, kOutCollate);
+        hooks_.collation(*this, CompareKind::Text);
+    } else if (!column && e.vtype == ColumnType::Date) {
+        operand(e, kOutCollate);
+        hooks_.collation(*this, CompareKind::Date);
+    } else {
+        expr(e);
+    }
+}
+
+void Emitter::sources(const List<TableSource*>& from) {
+    for (std::size_t i = 0; i < from.size(); ++i) {
+        if (i) out_.append(", ");
+        source(*from[i]);
+    }
+}
+
+void Emitter::source(const TableSource& s) {
+    switch (s.type) {
+        case NodeType::TableRef: {
+            const auto& t = s.as<TableRef>();
+            if (&t == replaced_) {
+                out_.append(replace_prefix_);
+                name(t.name);
+                out_.append(replace_suffix_);
+                out_.push_back(' ');
+                name(t.exposed);
+                return;
+            }
+            name(t.name);
+            if (!t.alias.empty()) {
+                out_.push_back(' ');
+                name(t.alias);
+            }
+            return;
+        }
+        case NodeType::DerivedTable: {
+            const auto& d = s.as<DerivedTable>();
+            out_.push_back('(');
+            select(*d.query, false);
+            out_.append(") ");
+            name(d.alias);
+            return;
+        }
+        case NodeType::Join: {
+            const auto& j = s.as<Join>();
+            source(*j.left);
+            static const char* kKinds[] = {" INNER JOIN ", " LEFT JOIN ", " RIGHT JOIN ",
+                                           " FULL JOIN ", " CROSS JOIN "};
+            out_.append(kKinds[static_cast<int>(j.kind)]);
+            if (j.right->is<Join>()) {
+                out_.push_back('(');
+                source(*j.right);
+                out_.push_back(')');
+            } else {
+                source(*j.right);
+            }
+            if (j.on) {
+                out_.append(" ON ");
+                expr(*j.on);
+            }
+            return;
+        }
+        default:
+            throw std::logic_error("not a table source");
+    }
+}
+
+void Emitter::insert(const Insert& ins) {
+    out_.append("INSERT INTO ");
+    name(ins.table->name);
+    out_.append(" (");
+    for (std::size_t i = 0; i < ins.columns.size(); ++i) {
+        if (i) out_.append(", ");
+        name(ins.columns[i].name);
+    }
+    out_.push_back(')');
+    if (ins.query) {
+        out_.push_back(' ');
+        write_columns_ = &ins.columns;
+        select(*ins.query, false);
+        write_columns_ = nullptr;
+        return;
+    }
+    out_.append(" VALUES ");
+    for (std::size_t r = 0; r < ins.rows.size(); ++r) {
+        if (r) out_.append(", ");
+        out_.push_back('(');
+        const auto& row = ins.rows[r];
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            if (i) out_.append(", ");
+            const Expr& e = *row[i];
+            const bool null_literal =
+                e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
+            if (ins.columns[i].type == ColumnType::Date && e.vtype != ColumnType::Date &&
+                !null_literal) {
+                hooks_.date_value(*this, e);
+            } else {
+                expr(e);
+            }
+        }
+        out_.push_back(')');
+    }
+}
+
+void Emitter::expr(const Expr& e) {
+    switch (e.type) {
+        case NodeType::Literal: {
+            const auto& l = e.as<LiteralExpr>();
+            switch (l.kind) {
+                case LiteralExpr::Kind::Integer:
+                case LiteralExpr::Kind::Decimal:
+                    out_.append(l.text);
+                    break;
+                case LiteralExpr::Kind::String:
+                case LiteralExpr::Kind::NString:
+                    hooks_.string_literal(*this, l);
+                    break;
+                case LiteralExpr::Kind::Null:
+                    out_.append("NULL");
+                    break;
+            }
+            return;
+        }
+        case NodeType::ColumnRef: {
+            const auto& c = e.as<ColumnRef>();
+            if (c.qualify && c.source) {
+                name(c.source->exposed);
+                out_.push_back('.');
+            }
+            name(c.name);
+            return;
+        }
+        case NodeType::Star:
+            out_.push_back('*');
+            return;
+        case NodeType::Unary: {
+            const auto& u = e.as<Unary>();
+            switch (u.op) {
+                case UnaryOp::Not:
+                    out_.append("NOT ");
+                    operand(*u.operand, kOutNot);
+                    return;
+                case UnaryOp::Neg:
+                case UnaryOp::Plus:
+                case UnaryOp::BitNot:
+                    out_.push_back(u.op == UnaryOp::Neg ? '-' : u.op == UnaryOp::Plus ? '+' : '~');
+                    // Never two signs in a row: "--" would start a comment.
+                    if (u.operand->is<Unary>()) {
+                        out_.push_back('(');
+                        expr(*u.operand);
+                        out_.push_back(')');
+                    } else {
+                        operand(*u.operand, kOutUnary);
+                    }
+                    return;
+            }
+            return;
+        }
+        case NodeType::Binary: {
+            const auto& b = e.as<Binary>();
+            switch (b.op) {
+                case BinaryOp::Or:
+                case BinaryOp::And:
+                    operand(*b.lhs, precedence(e));
+                    out_.append(b.op == BinaryOp::Or ? " OR " : " AND ");
+                    operand(*b.rhs, precedence(e));
+                    return;
+                case BinaryOp::Eq:
+                case BinaryOp::Ne:
+                case BinaryOp::Lt:
+                case BinaryOp::Le:
+                case BinaryOp::Gt:
+                case BinaryOp::Ge: {
+                    static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
+                    const int level = precedence(e) + 1;
+                    if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
+                        hooks_.date_value(*this, *b.lhs);
+                    } else {
+                        operand(*b.lhs, level);
+                    }
+                    out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
+                    compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare), level);
+                    return;
+                }
+                case BinaryOp::Add:
+                case BinaryOp::Sub:
+                    if (b.arith != ArithKind::Numeric) {
+                        hooks_.arithmetic(*this, b);
+                        return;
+                    }
+                    operand(*b.lhs, kOutAdd);
+                    out_.append(b.op == BinaryOp::Add ? " + " : " - ");
+                    operand(*b.rhs, kOutAdd + 1);
+                    return;
+                case BinaryOp::Mul:
+                    operand(*b.lhs, kOutMul);
+                    out_.append(" * ");
+                    operand(*b.rhs, kOutMul + 1);
+                    return;
+                case BinaryOp::BitAnd:
+                case BinaryOp::BitOr:
+                    operand(*b.lhs, kOutBitwise);
+                    out_.append(b.op == BinaryOp::BitAnd ? " & " : " | ");
+                    operand(*b.rhs, kOutBitwise + 1);
+                    return;
+                case BinaryOp::Div:
+                case BinaryOp::Mod:
+                case BinaryOp::BitXor:
+                    hooks_.arithmetic(*this, b);
+                    return;
+            }
+            return;
+        }
+        case NodeType::Between: {
+            const auto& b = e.as<Between>();
+            const bool coll = needs_collation(*b.expr, *b.low, b.compare) &&
+                              !carries_collation(*b.high, b.compare);
+            compared(*b.expr, b.compare, coll, kOutEquality + 1);
+            out_.append(b.negated ? " NOT BETWEEN " : " BETWEEN ");
+            compared(*b.low, b.compare, false, kOutEquality + 1);
+            out_.append(" AND ");
+            compared(*b.high, b.compare, false, kOutEquality + 1);
+            return;
+        }
+        case NodeType::InList: {
+            const auto& in = e.as<InList>();
+            const bool coll =
+                in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
+            compared(*in.expr, in.compare, coll, kOutEquality + 1);
+            out_.append(in.negated ? " NOT IN (" : " IN (");
+            for (std::size_t i = 0; i < in.items.size(); ++i) {
+                if (i) out_.append(", ");
+                compared(*in.items[i], in.compare, false, kOutOr);
+            }
+            out_.push_back(')');
+            return;
+        }
+        case NodeType::InQuery: {
+            const auto& in = e.as<InQuery>();
+            const bool coll =
+                in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
+            compared(*in.expr, in.compare, coll, kOutEquality + 1);
+            out_.append(in.negated ? " NOT IN (" : " IN (");
+            select(*in.query, false);
+            out_.push_back(')');
+            return;
+        }
+        case NodeType::Exists:
+            out_.append("EXISTS (");
+            select(*e.as<Exists>().query, false);
+            out_.push_back(')');
+            return;
+        case NodeType::Like:
+            hooks_.like(*this, e.as<Like>());
+            return;
+        case NodeType::IsNull: {
+            const auto& i = e.as<IsNull>();
+            operand(*i.expr, kOutEquality + 1);
+            out_.append(i.negated ? " IS NOT NULL" : " IS NULL");
+            return;
+        }
+        case NodeType::Case: {
+            const auto& c = e.as<Case>();
+            out_.append("CASE");
+            if (c.operand) {
+                out_.push_back(' ');
+                const bool coll =
+                    c.compare != CompareKind::Plain && !carries_collation(*c.operand, c.compare);
+                compared(*c.operand, c.compare, coll, kOutOr);
+            }
+            for (const auto& [w, t] : c.whens) {
+                out_.append(" WHEN ");
+                if (c.operand) {
+                    compared(*w, c.compare, false, kOutOr);
+                } else {
+                    expr(*w);
+                }
+                out_.append(" THEN ");
+                expr(*t);
+            }
+            if (c.otherwise) {
+                out_.append(" ELSE ");
+                expr(*c.otherwise);
+            }
+            out_.append(" END");
+            return;
+        }
+        case NodeType::Cast:
+            hooks_.cast(*this, e.as<Cast>());
+            return;
+        case NodeType::Function:
+            hooks_.function(*this, e.as<Function>());
+            return;
+        case NodeType::Subquery:
+            out_.push_back('(');
+            select(*e.as<Subquery>().query, false);
+            out_.push_back(')');
+            return;
+        default:
+            throw std::logic_error("not an expression node");
+    }
+}
+
+}  // namespace billdata::dialect

@@ -1,0 +1,104 @@
+#pragma once
+// One walk over a bound statement that writes SQL for a target engine. The walk prints what all
+// engines share (select structure, joins, predicates, CASE); every place where engines differ
+// goes through EngineHooks, so a new engine is one hooks class, not a second printer.
+
+#include <string>
+#include <string_view>
+
+#include "billdata/dialect/ast.h"
+
+namespace billdata::dialect {
+
+class Emitter;
+
+// Output precedence of the target engines' operators, loosest first; the walk parenthesises an
+// operand whose level is below what its place needs.
+enum OutPrec : int {
+    kOutOr = 1,
+    kOutAnd,
+    kOutNot,
+    kOutEquality,  // = <> IS IN LIKE BETWEEN
+    kOutRelation,  // < <= > >=
+    kOutBitwise,   // & |
+    kOutAdd,       // + -
+    kOutMul,       // * / %
+    kOutConcat,    // ||
+    kOutCollate,   // x COLLATE name
+    kOutUnary,     // - + ~
+    kOutPrimary,
+};
+
+class EngineHooks {
+  public:
+    virtual ~EngineHooks() = default;
+
+    // A table, alias or column name, quoted when the engine needs it.
+    virtual void name(Emitter& em, std::string_view name) const = 0;
+    virtual void string_literal(Emitter& em, const LiteralExpr& literal) const = 0;
+    virtual void function(Emitter& em, const Function& fn) const = 0;
+    virtual void cast(Emitter& em, const Cast& cast) const = 0;
+    // `+` and `-` that are not plain numeric arithmetic (concatenation, date ± days, decided by
+    // value), and `/`, `%`, `^` whose semantics differ between engines.
+    virtual void arithmetic(Emitter& em, const Binary& b) const = 0;
+    virtual void like(Emitter& em, const Like& like) const = 0;
+    // Appended after an operand so that it compares as text (case-insensitively, trailing
+    // blanks ignored) or as a date.
+    virtual void collation(Emitter& em, CompareKind kind) const = 0;
+    virtual void limit(Emitter& em, long long count) const = 0;
+    // A value written into a date column, so that dates are stored in one form.
+    virtual void date_value(Emitter& em, const Expr& value) const = 0;
+    virtual void update(Emitter& em, const Update& update) const = 0;
+    virtual void remove(Emitter& em, const Delete& del) const = 0;
+    virtual void truncate(Emitter& em, const Truncate& truncate) const = 0;
+};
+
+class Emitter {
+  public:
+    Emitter(const EngineHooks& hooks, std::string& out) : hooks_(hooks), out_(out) {}
+
+    void statement(const Node& stmt);
+    void select(const Select& select, bool top_level);
+    void expr(const Expr& e);
+    // The expression, in parentheses when its level is below `needed`.
+    void operand(const Expr& e, int needed);
+    void sources(const List<TableSource*>& from);
+    void source(const TableSource& s);
+    void insert(const Insert& ins);
+    void text(std::string_view s) { out_.append(s); }
+    void ch(char c) { out_.push_back(c); }
+    void name(std::string_view n) { hooks_.name(*this, n); }
+    std::string& out() { return out_; }
+    const EngineHooks& hooks() const { return hooks_; }
+
+    // Emitting `source` prints `replacement` text around the table instead (for engines that
+    // must reach a FROM item's row identity in an UPDATE). Prefix goes before the table name,
+    // the table's alias (or name) after it.
+    void replace_source(const TableRef* source, std::string_view prefix, std::string_view suffix) {
+        replaced_ = source;
+        replace_prefix_ = prefix;
+        replace_suffix_ = suffix;
+    }
+    // Whether an operand compares under its own column's collation already.
+    static bool carries_collation(const Expr& e, CompareKind kind);
+    // The operand followed by the engine's collation when the comparison needs one.
+    void compared(const Expr& e, CompareKind kind, bool needs_collation, int needed);
+    static bool needs_collation(const Expr& a, const Expr& b, CompareKind kind);
+    // Whether a value compared with a date must be read as a date first.
+    static bool needs_date_value(const Expr& e);
+    static int precedence(const Expr& e);
+
+  private:
+    void body(const Node& body, bool top_level, bool in_compound);
+    void spec(const QuerySpec& spec, bool top_level);
+    void order_term(const Expr& e);
+
+    const EngineHooks& hooks_;
+    std::string& out_;
+    const TableRef* replaced_ = nullptr;
+    std::string_view replace_prefix_;
+    std::string_view replace_suffix_;
+    const List<InsertColumn>* write_columns_ = nullptr;  // INSERT … SELECT target columns
+};
+
+}  // namespace billdata::dialect

@@ -1,0 +1,1005 @@
+#include "billdata/dialect/parser.h"
+
+#include <charconv>
+
+#include "billdata/dialect/text_util.h"
+
+namespace billdata::dialect {
+
+namespace {
+
+// Binding strength of T-SQL's operators, loosest first. This table is the only place that
+// decides precedence: NOT binds looser than the comparisons and predicates, which bind looser
+// than the additive operators (bitwise &, |, ^ included), then the multiplicative ones; unary
+// minus, plus and ~ bind tightest.
+enum Prec : int {
+    kPrecOr = 1,
+    kPrecAnd = 2,
+    kPrecNot = 3,
+    kPrecCompare = 4,  // = <> != < <= > >= !< !>, BETWEEN, IN, LIKE, IS NULL
+    kPrecAdd = 5,      // + - & | ^
+    kPrecMul = 6,      // * / %
+    kPrecUnary = 7,
+};
+
+struct BinaryOpInfo {
+    Tok tok;
+    Kw kw;
+    BinaryOp op;
+    int prec;
+};
+
+constexpr BinaryOpInfo kBinaryOps[] = {
+    {Tok::Identifier, Kw::kOR, BinaryOp::Or, kPrecOr},
+    {Tok::Identifier, Kw::kAND, BinaryOp::And, kPrecAnd},
+    {Tok::Eq, Kw::None, BinaryOp::Eq, kPrecCompare},
+    {Tok::Ne, Kw::None, BinaryOp::Ne, kPrecCompare},
+    {Tok::Lt, Kw::None, BinaryOp::Lt, kPrecCompare},
+    {Tok::Le, Kw::None, BinaryOp::Le, kPrecCompare},
+    {Tok::Gt, Kw::None, BinaryOp::Gt, kPrecCompare},
+    {Tok::Ge, Kw::None, BinaryOp::Ge, kPrecCompare},
+    {Tok::NotLt, Kw::None, BinaryOp::Ge, kPrecCompare},  // !< is "not less than"
+    {Tok::NotGt, Kw::None, BinaryOp::Le, kPrecCompare},  // !> is "not greater than"
+    {Tok::Plus, Kw::None, BinaryOp::Add, kPrecAdd},
+    {Tok::Minus, Kw::None, BinaryOp::Sub, kPrecAdd},
+    {Tok::Amp, Kw::None, BinaryOp::BitAnd, kPrecAdd},
+    {Tok::Pipe, Kw::None, BinaryOp::BitOr, kPrecAdd},
+    {Tok::Caret, Kw::None, BinaryOp::BitXor, kPrecAdd},
+    {Tok::Star, Kw::None, BinaryOp::Mul, kPrecMul},
+    {Tok::Slash, Kw::None, BinaryOp::Div, kPrecMul},
+    {Tok::Percent, Kw::None, BinaryOp::Mod, kPrecMul},
+};
+
+const BinaryOpInfo* binary_op_of(const Token& t) {
+    for (const auto& info : kBinaryOps) {
+        if (info.tok != t.kind) continue;
+        if (info.tok == Tok::Identifier && info.kw != t.kw) continue;
+        return &info;
+    }
+    return nullptr;
+}
+
+struct FuncEntry {
+    std::string_view name;
+    Func func;
+    int min_args;
+    int max_args;
+};
+
+constexpr FuncEntry kFunctions[] = {
+    {"isnull", Func::IsNull, 2, 2},
+    {"coalesce", Func::Coalesce, 2, 64},
+    {"nullif", Func::NullIf, 2, 2},
+    {"getdate", Func::GetDate, 0, 0},
+    {"year", Func::Year, 1, 1},
+    {"month", Func::Month, 1, 1},
+    {"day", Func::Day, 1, 1},
+    {"dateadd", Func::DateAdd, 2, 2},
+    {"datediff", Func::DateDiff, 2, 2},
+    {"datepart", Func::DatePart, 1, 1},
+    {"len", Func::Len, 1, 1},
+    {"left", Func::Left, 2, 2},
+    {"right", Func::Right, 2, 2},
+    {"substring", Func::Substring, 3, 3},
+    {"charindex", Func::CharIndex, 2, 3},
+    {"ltrim", Func::LTrim, 1, 1},
+    {"rtrim", Func::RTrim, 1, 1},
+    {"upper", Func::Upper, 1, 1},
+    {"lower", Func::Lower, 1, 1},
+    {"replace", Func::Replace, 3, 3},
+    {"round", Func::Round, 2, 3},
+    {"abs", Func::Abs, 1, 1},
+    {"floor", Func::Floor, 1, 1},
+    {"ceiling", Func::Ceiling, 1, 1},
+    {"count", Func::Count, 1, 1},
+    {"sum", Func::Sum, 1, 1},
+    {"max", Func::Max, 1, 1},
+    {"min", Func::Min, 1, 1},
+    {"avg", Func::Avg, 1, 1},
+};
+
+struct PartEntry {
+    std::string_view name;
+    DatePart part;
+};
+
+constexpr PartEntry kDateParts[] = {
+    {"year", DatePart::Year},       {"yy", DatePart::Year},
+    {"yyyy", DatePart::Year},       {"quarter", DatePart::Quarter},
+    {"qq", DatePart::Quarter},      {"q", DatePart::Quarter},
+    {"month", DatePart::Month},     {"mm", DatePart::Month},
+    {"m", DatePart::Month},         {"dayofyear", DatePart::DayOfYear},
+    {"dy", DatePart::DayOfYear},    {"y", DatePart::DayOfYear},
+    {"day", DatePart::Day},         {"dd", DatePart::Day},
+    {"d", DatePart::Day},           {"week", DatePart::Week},
+    {"wk", DatePart::Week},         {"ww", DatePart::Week},
+    {"weekday", DatePart::Weekday}, {"dw", DatePart::Weekday},
+    {"w", DatePart::Weekday},       {"hour", DatePart::Hour},
+    {"hh", DatePart::Hour},         {"minute", DatePart::Minute},
+    {"mi", DatePart::Minute},       {"n", DatePart::Minute},
+    {"second", DatePart::Second},   {"ss", DatePart::Second},
+    {"s", DatePart::Second},        {"millisecond", DatePart::Millisecond},
+    {"ms", DatePart::Millisecond},
+};
+
+bool starts_statement(const Token& t) {
+    if (t.kind == Tok::LParen) return true;
+    if (t.kind != Tok::Identifier) return false;
+    switch (t.kw) {
+        case Kw::kSELECT:
+        case Kw::kINSERT:
+        case Kw::kUPDATE:
+        case Kw::kDELETE:
+        case Kw::kTRUNCATE:
+        case Kw::kDROP:
+        case Kw::kCREATE:
+        case Kw::kALTER:
+        case Kw::kEXEC:
+        case Kw::kEXECUTE:
+        case Kw::kDECLARE:
+        case Kw::kSET:
+        case Kw::kBEGIN:
+        case Kw::kCOMMIT:
+        case Kw::kROLLBACK:
+        case Kw::kIF:
+        case Kw::kWHILE:
+        case Kw::kGRANT:
+        case Kw::kREVOKE:
+        case Kw::kDENY:
+        case Kw::kMERGE:
+        case Kw::kWITH:
+        case Kw::kUSE:
+        case Kw::kPRINT:
+        case Kw::kWAITFOR:
+        case Kw::kRETURN:
+            return true;
+        default:
+            return false;
+    }
+}
+
+constexpr int kMaxDepth = 256;
+
+struct DepthGuard {
+    int& depth;
+    DepthGuard(int& d, std::size_t pos) : depth(d) {
+        if (++depth > kMaxDepth) {
+            --depth;
+            throw DialectError("statement nested too deeply at position " + std::to_string(pos),
+                               pos, "nesting");
+        }
+    }
+    ~DepthGuard() { --depth; }
+};
+
+}  // namespace
+
+Parser::Parser(std::string_view source, Arena& arena)
+    : arena_(arena), src_(source), lexer_(source) {
+    tokens_.reserve(source.size() / 4 + 8);
+    lexer_.run(tokens_);
+}
+
+bool Parser::accept_kw(Kw kw) {
+    if (!is_kw(kw)) return false;
+    ++at_;
+    return true;
+}
+
+bool Parser::accept(Tok kind) {
+    if (peek().kind != kind) return false;
+    ++at_;
+    return true;
+}
+
+void Parser::expect_kw(Kw kw) {
+    if (!accept_kw(kw)) syntax_error(peek());
+}
+
+void Parser::expect(Tok kind, const char*) {
+    if (!accept(kind)) syntax_error(peek());
+}
+
+void Parser::syntax_error(const Token& at) const {
+    if (at.kind == Tok::End) {
+        throw DialectError(
+            "syntax error: unexpected end of statement at position " + std::to_string(at.pos),
+            at.pos, "end of statement");
+    }
+    std::string near(src_.substr(at.pos, at.len));
+    throw DialectError("syntax error near '" + near + "' at position " + std::to_string(at.pos),
+                       at.pos, near);
+}
+
+void Parser::unsupported(std::string_view construct, std::size_t pos) const {
+    throw DialectError(
+        "unsupported construct '" + std::string(construct) + "' at position " + std::to_string(pos),
+        pos, std::string(construct));
+}
+
+bool Parser::is_name_token(const Token& t) const {
+    return t.kind == Tok::QuotedIdentifier || (t.kind == Tok::Identifier && t.kw == Kw::None);
+}
+
+std::string_view Parser::expect_name(const char*) {
+    const Token& t = peek();
+    if (t.kind == Tok::Variable) unsupported("variable " + std::string(t.text), t.pos);
+    if (!is_name_token(t)) syntax_error(t);
+    ++at_;
+    return t.text;
+}
+
+// ---- statements --------------------------------------------------------------------------
+
+Node* Parser::parse_statement() {
+    const Token& first = peek();
+    Node* stmt = nullptr;
+    if (first.kind == Tok::LParen || is_kw(Kw::kSELECT)) {
+        kind_ = StatementKind::Select;
+        stmt = parse_select();
+    } else if (is_kw(Kw::kINSERT)) {
+        kind_ = StatementKind::Insert;
+        stmt = parse_insert();
+    } else if (is_kw(Kw::kUPDATE)) {
+        kind_ = StatementKind::Update;
+        stmt = parse_update();
+    } else if (is_kw(Kw::kDELETE)) {
+        kind_ = StatementKind::Delete;
+        stmt = parse_delete();
+    } else if (is_kw(Kw::kTRUNCATE)) {
+        kind_ = StatementKind::Truncate;
+        stmt = parse_truncate();
+    } else if (first.kind == Tok::End) {
+        throw DialectError("empty statement at position 0", 0, "empty statement");
+    } else if (first.kind == Tok::Identifier && first.kw != Kw::None) {
+        unsupported(lower_copy(first.text), first.pos);
+    } else {
+        syntax_error(first);
+    }
+    accept(Tok::Semicolon);
+    const Token& rest = peek();
+    if (rest.kind != Tok::End) {
+        if (starts_statement(rest) || (at_ > 0 && tokens_[at_ - 1].kind == Tok::Semicolon)) {
+            throw DialectError(
+                "a second statement is not allowed at position " + std::to_string(rest.pos),
+                rest.pos, "second statement");
+        }
+        syntax_error(rest);
+    }
+    return stmt;
+}
+
+Node* Parser::parse_truncate() {
+    ++at_;  // TRUNCATE
+    expect_kw(Kw::kTABLE);
+    return arena_.make<Truncate>(peek().pos, parse_table_name(false));
+}
+
+Node* Parser::parse_insert() {
+    const Token& start = next();  // INSERT
+    accept_kw(Kw::kINTO);
+    if (is_kw(Kw::kTOP)) unsupported("insert top", peek().pos);
+    auto* ins = arena_.make<Insert>(start.pos, parse_table_name(false), arena_.resource());
+    if (peek().kind == Tok::LParen && !is_kw(Kw::kSELECT, 1)) {
+        ++at_;
+        do {
+            const Token& t = peek();
+            std::string_view name = expect_name("column");
+            ins->columns.push_back(InsertColumn{name, t.pos, ColumnType::Unknown});
+        } while (accept(Tok::Comma));
+        expect(Tok::RParen, ")");
+    }
+    if (accept_kw(Kw::kVALUES)) {
+        do {
+            expect(Tok::LParen, "(");
+            List<Expr*> row(arena_.resource());
+            do {
+                row.push_back(parse_expr());
+            } while (accept(Tok::Comma));
+            expect(Tok::RParen, ")");
+            ins->rows.push_back(std::move(row));
+        } while (accept(Tok::Comma));
+    } else if (is_kw(Kw::kSELECT) || peek().kind == Tok::LParen) {
+        ins->query = parse_select();
+    } else if (is_kw(Kw::kDEFAULT)) {
+        unsupported("default values", peek().pos);
+    } else if (is_kw(Kw::kEXEC) || is_kw(Kw::kEXECUTE)) {
+        unsupported("insert exec", peek().pos);
+    } else {
+        syntax_error(peek());
+    }
+    return ins;
+}
+
+Node* Parser::parse_update() {
+    const Token& start = next();  // UPDATE
+    if (is_kw(Kw::kTOP)) unsupported("update top", peek().pos);
+    auto* upd = arena_.make<Update>(start.pos, parse_table_name(false), arena_.resource());
+    expect_kw(Kw::kSET);
+    do {
+        const Token& t = peek();
+        if (t.kind == Tok::Variable) unsupported("variable " + std::string(t.text), t.pos);
+        SetItem item{};
+        item.pos = t.pos;
+        item.column = expect_name("column");
+        if (accept(Tok::Dot)) {
+            item.qualifier = item.column;
+            item.pos = peek().pos;
+            item.column = expect_name("column");
+        }
+        const Token& op = peek();
+        if (op.kind != Tok::Eq) {
+            if ((op.kind == Tok::Plus || op.kind == Tok::Minus || op.kind == Tok::Star ||
+                 op.kind == Tok::Slash) &&
+                peek(1).kind == Tok::Eq) {
+                unsupported(std::string(op.text) + "=", op.pos);
+            }
+            syntax_error(op);
+        }
+        ++at_;
+        item.value = parse_expr();
+        upd->sets.push_back(item);
+    } while (accept(Tok::Comma));
+    if (accept_kw(Kw::kFROM)) parse_from_list(upd->from);
+    if (accept_kw(Kw::kWHERE)) upd->where = parse_expr();
+    return upd;
+}
+
+Node* Parser::parse_delete() {
+    const Token& start = next();  // DELETE
+    if (is_kw(Kw::kTOP)) unsupported("delete top", peek().pos);
+    accept_kw(Kw::kFROM);
+    auto* del = arena_.make<Delete>(start.pos, parse_table_name(true), arena_.resource());
+    if (accept_kw(Kw::kFROM)) parse_from_list(del->from);
+    if (accept_kw(Kw::kWHERE)) del->where = parse_expr();
+    return del;
+}
+
+// ---- queries ----------------------------------------------------------------------------
+
+Select* Parser::parse_select() {
+    DepthGuard guard(depth_, peek().pos);
+    std::uint32_t pos = peek().pos;
+    Node* body = parse_query_expr();
+    auto* select = arena_.make<Select>(pos, body, arena_.resource());
+    if (is_kw(Kw::kORDER)) parse_order_by(*select);
+    if (is_kw(Kw::kOPTION)) unsupported("option", peek().pos);
+    if (is_kw(Kw::kFOR)) unsupported("for xml/browse", peek().pos);
+    if (is_kw(Kw::kCOMPUTE)) unsupported("compute", peek().pos);
+    return select;
+}
+
+Node* Parser::parse_query_expr() {
+    Node* left = parse_query_term();
+    for (;;) {
+        const Token& t = peek();
+        SetOp op;
+        if (accept_kw(Kw::kUNION)) {
+            op = accept_kw(Kw::kALL) ? SetOp::UnionAll : SetOp::Union;
+        } else if (accept_kw(Kw::kEXCEPT)) {
+            op = SetOp::Except;
+        } else if (accept_kw(Kw::kINTERSECT)) {
+            op = SetOp::Intersect;
+        } else {
+            return left;
+        }
+        Node* right = parse_query_term();
+        left = arena_.make<SetOperation>(t.pos, op, left, right);
+    }
+}
+
+Node* Parser::parse_query_term() {
+    if (accept(Tok::LParen)) {
+        Node* inner = parse_query_expr();
+        if (is_kw(Kw::kORDER)) unsupported("order by inside a parenthesised query", peek().pos);
+        expect(Tok::RParen, ")");
+        return inner;
+    }
+    if (!is_kw(Kw::kSELECT)) syntax_error(peek());
+    return parse_query_spec();
+}
+
+long long Parser::parse_plain_integer(const char*) {
+    const Token& t = peek();
+    if (t.kind != Tok::Number) syntax_error(t);
+    long long value = 0;
+    auto [p, ec] = std::from_chars(t.text.data(), t.text.data() + t.text.size(), value);
+    if (ec != std::errc() || p != t.text.data() + t.text.size()) syntax_error(t);
+    ++at_;
+    return value;
+}
+
+long long Parser::parse_top() {
+    const Token& start = next();  // TOP
+    long long n;
+    if (accept(Tok::LParen)) {
+        if (peek().kind == Tok::Variable) unsupported("top with a variable", peek().pos);
+        n = parse_plain_integer("top");
+        expect(Tok::RParen, ")");
+    } else {
+        n = parse_plain_integer("top");
+    }
+    if (is_kw(Kw::kPERCENT)) unsupported("top percent", start.pos);
+    if (is_kw(Kw::kWITH) && peek(1).kind == Tok::Identifier && iequals(peek(1).text, "ties")) {
+        unsupported("top with ties", start.pos);
+    }
+    return n;
+}
+
+QuerySpec* Parser::parse_query_spec() {
+    const Token& start = next();  // SELECT
+    auto* spec = arena_.make<QuerySpec>(start.pos, arena_.resource());
+    if (accept_kw(Kw::kDISTINCT)) {
+        spec->distinct = true;
+    } else {
+        accept_kw(Kw::kALL);
+    }
+    if (is_kw(Kw::kTOP)) spec->top = parse_top();
+    do {
+        parse_select_item(*spec);
+    } while (accept(Tok::Comma));
+    if (is_kw(Kw::kINTO)) unsupported("select into", peek().pos);
+    if (accept_kw(Kw::kFROM)) parse_from_list(spec->from);
+    if (accept_kw(Kw::kWHERE)) spec->where = parse_expr();
+    if (accept_kw(Kw::kGROUP)) {
+        expect_kw(Kw::kBY);
+        if (is_kw(Kw::kALL)) unsupported("group by all", peek().pos);
+        do {
+            spec->group_by.push_back(parse_expr());
+        } while (accept(Tok::Comma));
+        if (is_kw(Kw::kWITH)) unsupported("group by with rollup/cube", peek().pos);
+    }
+    if (accept_kw(Kw::kHAVING)) spec->having = parse_expr();
+    return spec;
+}
+
+void Parser::parse_select_item(QuerySpec& spec) {
+    const Token& t = peek();
+    if (t.kind == Tok::Star) {
+        ++at_;
+        spec.items.push_back(SelectItem{arena_.make<Star>(t.pos, std::string_view()), {}});
+        return;
+    }
+    if (is_name_token(t) && peek(1).kind == Tok::Dot && peek(2).kind == Tok::Star) {
+        at_ += 3;
+        spec.items.push_back(SelectItem{arena_.make<Star>(t.pos, t.text), {}});
+        return;
+    }
+    // `alias = expression`: in a select list '=' after a lone name always names the column.
+    if ((is_name_token(t) || t.kind == Tok::String) && peek(1).kind == Tok::Eq) {
+        at_ += 2;
+        std::string_view alias = t.text;
+        if (t.kind == Tok::String)
+            alias =
+                arena_.copy(LiteralExpr(t.pos, LiteralExpr::Kind::String, t.text).string_value());
+        spec.items.push_back(SelectItem{parse_expr(), alias});
+        return;
+    }
+    if (t.kind == Tok::Variable && peek(1).kind == Tok::Eq) {
+        unsupported("variable assignment", t.pos);
+    }
+    Expr* e = parse_expr();
+    spec.items.push_back(SelectItem{e, parse_alias()});
+}
+
+std::string_view Parser::parse_alias() {
+    bool as = accept_kw(Kw::kAS);
+    const Token& t = peek();
+    if (is_name_token(t)) {
+        ++at_;
+        return t.text;
+    }
+    if (t.kind == Tok::String || t.kind == Tok::NString) {
+        ++at_;
+        return arena_.copy(LiteralExpr(t.pos, LiteralExpr::Kind::String,
+                                       t.kind == Tok::NString ? t.text.substr(1) : t.text)
+                               .string_value());
+    }
+    if (as) syntax_error(t);
+    return {};
+}
+
+void Parser::parse_from_list(List<TableSource*>& from) {
+    do {
+        from.push_back(parse_table_source());
+    } while (accept(Tok::Comma));
+}
+
+TableSource* Parser::parse_table_source() {
+    DepthGuard guard(depth_, peek().pos);
+    TableSource* left = parse_table_primary();
+    for (;;) {
+        const Token& t = peek();
+        JoinKind kind;
+        if (accept_kw(Kw::kJOIN)) {
+            kind = JoinKind::Inner;
+        } else if (is_kw(Kw::kINNER)) {
+            ++at_;
+            if (!is_kw(Kw::kJOIN)) unsupported("join hint", peek().pos);
+            ++at_;
+            kind = JoinKind::Inner;
+        } else if (is_kw(Kw::kLEFT) || is_kw(Kw::kRIGHT) || is_kw(Kw::kFULL)) {
+            kind = is_kw(Kw::kLEFT)    ? JoinKind::Left
+                   : is_kw(Kw::kRIGHT) ? JoinKind::Right
+                                       : JoinKind::Full;
+            ++at_;
+            accept_kw(Kw::kOUTER);
+            if (!is_kw(Kw::kJOIN)) unsupported("join hint", peek().pos);
+            ++at_;
+        } else if (is_kw(Kw::kCROSS)) {
+            ++at_;
+            if (peek().kind == Tok::Identifier && iequals(peek().text, "apply")) {
+                unsupported("cross apply", t.pos);
+            }
+            expect_kw(Kw::kJOIN);
+            kind = JoinKind::Cross;
+        } else if (is_kw(Kw::kOUTER) && peek(1).kind == Tok::Identifier &&
+                   iequals(peek(1).text, "apply")) {
+            unsupported("outer apply", t.pos);
+        } else {
+            return left;
+        }
+        TableSource* right = parse_table_primary();
+        Expr* on = nullptr;
+        if (kind != JoinKind::Cross) {
+            expect_kw(Kw::kON);
+            on = parse_expr();
+        }
+        left = arena_.make<Join>(t.pos, kind, left, right, on);
+    }
+}
+
+TableSource* Parser::parse_table_primary() {
+    const Token& t = peek();
+    if (t.kind == Tok::LParen) {
+        if (is_kw(Kw::kSELECT, 1) || peek(1).kind == Tok::LParen) {
+            // A derived table, or a parenthesised join.
+            std::size_t save = at_;
+            ++at_;
+            if (is_kw(Kw::kSELECT)) {
+                Select* q = parse_select();
+                expect(Tok::RParen, ")");
+                accept_kw(Kw::kAS);
+                const Token& a = peek();
+                if (!is_name_token(a)) syntax_error(a);
+                ++at_;
+                if (peek().kind == Tok::LParen) unsupported("derived column list", peek().pos);
+                return arena_.make<DerivedTable>(t.pos, q, a.text, arena_.resource());
+            }
+            at_ = save;
+        }
+        ++at_;
+        TableSource* inner = parse_table_source();
+        expect(Tok::RParen, ")");
+        return inner;
+    }
+    if (t.kind == Tok::Variable) unsupported("table variable " + std::string(t.text), t.pos);
+    return parse_table_name(true);
+}
+
+TableRef* Parser::parse_table_name(bool allow_alias) {
+    const Token& t = peek();
+    if (t.kind == Tok::Variable) unsupported("table variable " + std::string(t.text), t.pos);
+    std::string_view name = expect_name("table");
+    std::uint32_t pos = t.pos;
+    // database.schema.table and schema.table name the table by their last part.
+    int parts = 1;
+    while (peek().kind == Tok::Dot) {
+        ++at_;
+        if (peek().kind == Tok::Dot) continue;  // database..table
+        pos = peek().pos;
+        name = expect_name("table");
+        if (++parts > 4) syntax_error(peek());
+    }
+    if (peek().kind == Tok::LParen && !allow_alias) {
+        // `insert into t(...)` takes a column list here; the caller handles it.
+        return arena_.make<TableRef>(pos, name, std::string_view());
+    }
+    std::string_view alias;
+    if (allow_alias) {
+        if (peek().kind == Tok::LParen) {
+            // `t (nolock)`: the old form of a table hint; anything else would be a function.
+            const Token& inside = peek(1);
+            if (inside.kind == Tok::Identifier &&
+                (iequals(inside.text, "nolock") || iequals(inside.text, "readuncommitted") ||
+                 iequals(inside.text, "rowlock") || iequals(inside.text, "updlock") ||
+                 iequals(inside.text, "holdlock") || iequals(inside.text, "tablock") ||
+                 iequals(inside.text, "readpast") || iequals(inside.text, "paglock"))) {
+                skip_table_hints();
+            } else {
+                unsupported("table-valued function", pos);
+            }
+        }
+        alias = parse_alias();
+    }
+    skip_table_hints();
+    return arena_.make<TableRef>(pos, name, alias);
+}
+
+void Parser::skip_table_hints() {
+    // WITH (NOLOCK, INDEX(ix)) or (NOLOCK): locking hints change nothing on the embedded engine
+    // and are dropped.
+    std::size_t start = at_;
+    if (is_kw(Kw::kWITH) && peek(1).kind == Tok::LParen) {
+        ++at_;
+    } else if (peek().kind != Tok::LParen) {
+        return;
+    }
+    const Token& open = next();
+    int level = 1;
+    while (level > 0) {
+        const Token& t = next();
+        if (t.kind == Tok::End) {
+            at_ = start;
+            syntax_error(open);
+        }
+        if (t.kind == Tok::LParen) ++level;
+        if (t.kind == Tok::RParen) --level;
+    }
+}
+
+void Parser::parse_order_by(Select& select) {
+    ++at_;  // ORDER
+    expect_kw(Kw::kBY);
+    do {
+        Expr* e = parse_expr();
+        bool desc = false;
+        if (accept_kw(Kw::kDESC)) {
+            desc = true;
+        } else {
+            accept_kw(Kw::kASC);
+        }
+        select.order_by.push_back(OrderItem{e, desc});
+    } while (accept(Tok::Comma));
+    if (peek().kind == Tok::Identifier && iequals(peek().text, "offset")) {
+        unsupported("offset/fetch", peek().pos);
+    }
+}
+
+// ---- expressions ------------------------------------------------------------------------
+
+Expr* Parser::parse_expr(int min_prec) {
+    DepthGuard guard(depth_, peek().pos);
+    Expr* left;
+    const Token& first = peek();
+    if (first.kind == Tok::Identifier && first.kw == Kw::kNOT && min_prec <= kPrecNot) {
+        ++at_;
+        left = arena_.make<Unary>(first.pos, UnaryOp::Not, parse_expr(kPrecNot));
+    } else {
+        left = parse_unary();
+    }
+    for (;;) {
+        const Token& t = peek();
+        // Predicates bind as the comparisons do.
+        if (min_prec <= kPrecCompare) {
+            bool negated = false;
+            std::size_t save = at_;
+            if (is_kw(Kw::kNOT) &&
+                (is_kw(Kw::kBETWEEN, 1) || is_kw(Kw::kIN, 1) || is_kw(Kw::kLIKE, 1))) {
+                negated = true;
+                ++at_;
+            }
+            if (accept_kw(Kw::kBETWEEN)) {
+                Expr* low = parse_expr(kPrecAdd);
+                expect_kw(Kw::kAND);
+                Expr* high = parse_expr(kPrecAdd);
+                left = arena_.make<Between>(t.pos, left, low, high, negated);
+                continue;
+            }
+            if (accept_kw(Kw::kIN)) {
+                const Token& open = peek();
+                expect(Tok::LParen, "(");
+                if (is_kw(Kw::kSELECT)) {
+                    Select* q = parse_select();
+                    expect(Tok::RParen, ")");
+                    left = arena_.make<InQuery>(t.pos, left, q, negated);
+                } else {
+                    List<Expr*> items(arena_.resource());
+                    if (peek().kind == Tok::RParen) syntax_error(peek());
+                    do {
+                        items.push_back(parse_expr());
+                    } while (accept(Tok::Comma));
+                    expect(Tok::RParen, ")");
+                    left = arena_.make<InList>(open.pos, left, std::move(items), negated);
+                }
+                continue;
+            }
+            if (accept_kw(Kw::kLIKE)) {
+                Expr* pattern = parse_expr(kPrecAdd);
+                Expr* escape = nullptr;
+                if (accept_kw(Kw::kESCAPE)) escape = parse_expr(kPrecAdd);
+                left = arena_.make<Like>(t.pos, left, pattern, escape, negated);
+                continue;
+            }
+            at_ = save;
+            if (is_kw(Kw::kIS)) {
+                ++at_;
+                bool neg = accept_kw(Kw::kNOT);
+                expect_kw(Kw::kNULL);
+                left = arena_.make<IsNull>(t.pos, left, neg);
+                continue;
+            }
+        }
+        const BinaryOpInfo* info = binary_op_of(t);
+        if (info == nullptr || info->prec < min_prec) return left;
+        // The old outer-join operators *= and =* are refused by name.
+        if ((t.kind == Tok::Star || t.kind == Tok::Eq) && peek(1).pos == t.pos + 1 &&
+            ((t.kind == Tok::Star && peek(1).kind == Tok::Eq) ||
+             (t.kind == Tok::Eq && peek(1).kind == Tok::Star))) {
+            unsupported(t.kind == Tok::Star ? "*=" : "=*", t.pos);
+        }
+        ++at_;
+        if (info->prec == kPrecCompare &&
+            (is_kw(Kw::kALL) || is_kw(Kw::kANY) || is_kw(Kw::kSOME))) {
+            unsupported(lower_copy(peek().text) + " (subquery)", peek().pos);
+        }
+        Expr* right = parse_expr(info->prec + 1);
+        left = arena_.make<Binary>(t.pos, info->op, left, right);
+    }
+}
+
+Expr* Parser::parse_unary() {
+    const Token& t = peek();
+    UnaryOp op;
+    switch (t.kind) {
+        case Tok::Minus:
+            op = UnaryOp::Neg;
+            break;
+        case Tok::Plus:
+            op = UnaryOp::Plus;
+            break;
+        case Tok::Tilde:
+            op = UnaryOp::BitNot;
+            break;
+        default:
+            return parse_primary();
+    }
+    ++at_;
+    DepthGuard guard(depth_, t.pos);
+    return arena_.make<Unary>(t.pos, op, parse_unary());
+}
+
+Select* Parser::parse_subquery_in_parens() {
+    expect(Tok::LParen, "(");
+    Select* q = parse_select();
+    expect(Tok::RParen, ")");
+    return q;
+}
+
+Expr* Parser::parse_primary() {
+    const Token& t = peek();
+    switch (t.kind) {
+        case Tok::Number: {
+            ++at_;
+            bool is_int = t.text.find_first_of(".eE") == std::string_view::npos;
+            literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::Number});
+            return arena_.make<LiteralExpr>(
+                t.pos, is_int ? LiteralExpr::Kind::Integer : LiteralExpr::Kind::Decimal, t.text);
+        }
+        case Tok::String:
+            ++at_;
+            literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::String});
+            return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::String, t.text);
+        case Tok::NString:
+            ++at_;
+            literals_.push_back(dialect::Literal{t.pos, t.len, dialect::Literal::Kind::NString});
+            return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::NString, t.text);
+        case Tok::LParen: {
+            if (is_kw(Kw::kSELECT, 1)) {
+                Select* q = parse_subquery_in_parens();
+                return arena_.make<Subquery>(t.pos, q);
+            }
+            ++at_;
+            Expr* e = parse_expr();
+            expect(Tok::RParen, ")");
+            return e;
+        }
+        case Tok::Variable:
+            unsupported("variable " + std::string(t.text), t.pos);
+        case Tok::QuotedIdentifier:
+            break;
+        case Tok::Identifier:
+            switch (t.kw) {
+                case Kw::None:
+                    break;
+                case Kw::kNULL:
+                    ++at_;
+                    return arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::Null, t.text);
+                case Kw::kCASE:
+                    ++at_;
+                    return parse_case(t);
+                case Kw::kCAST:
+                    ++at_;
+                    return parse_cast(t, false);
+                case Kw::kCONVERT:
+                    ++at_;
+                    return parse_cast(t, true);
+                case Kw::kEXISTS: {
+                    ++at_;
+                    Select* q = parse_subquery_in_parens();
+                    return arena_.make<Exists>(t.pos, q);
+                }
+                case Kw::kLEFT:
+                case Kw::kRIGHT:
+                    if (peek(1).kind == Tok::LParen) {
+                        ++at_;
+                        return parse_function(t);
+                    }
+                    syntax_error(t);
+                default:
+                    syntax_error(t);
+            }
+            if (peek(1).kind == Tok::LParen) {
+                ++at_;
+                return parse_function(t);
+            }
+            break;
+        default:
+            syntax_error(t);
+    }
+    // A column: name, qualifier.name, or schema.table.name.
+    ++at_;
+    std::string_view qualifier;
+    std::string_view name = t.text;
+    std::uint32_t pos = t.pos;
+    int parts = 1;
+    while (peek().kind == Tok::Dot) {
+        ++at_;
+        if (peek().kind == Tok::Star) unsupported("* in an expression", peek().pos);
+        qualifier = name;
+        name = expect_name("column");
+        if (++parts > 4) syntax_error(peek());
+    }
+    if (peek().kind == Tok::LParen && parts > 1) unsupported("user-defined function", pos);
+    return arena_.make<ColumnRef>(pos, qualifier, name);
+}
+
+Expr* Parser::parse_function(const Token& name) {
+    const FuncEntry* entry = nullptr;
+    for (const auto& f : kFunctions) {
+        if (iequals(f.name, name.text)) {
+            entry = &f;
+            break;
+        }
+    }
+    if (entry == nullptr) unsupported("function " + lower_copy(name.text), name.pos);
+    expect(Tok::LParen, "(");
+    auto* fn =
+        arena_.make<Function>(name.pos, entry->func, name.text, List<Expr*>(arena_.resource()));
+    if (fn->func == Func::DateAdd || fn->func == Func::DateDiff || fn->func == Func::DatePart) {
+        const Token& p = peek();
+        if (p.kind != Tok::Identifier && p.kind != Tok::QuotedIdentifier) syntax_error(p);
+        for (const auto& e : kDateParts) {
+            if (iequals(e.name, p.text)) fn->part = e.part;
+        }
+        if (fn->part == DatePart::None) unsupported("date part " + lower_copy(p.text), p.pos);
+        ++at_;
+        expect(Tok::Comma, ",");
+    }
+    if (fn->is_aggregate()) {
+        if (accept_kw(Kw::kDISTINCT)) {
+            fn->distinct = true;
+        } else {
+            accept_kw(Kw::kALL);
+        }
+        if (fn->func == Func::Count && !fn->distinct && peek().kind == Tok::Star) {
+            ++at_;
+            fn->star = true;
+        }
+    }
+    if (!fn->star && peek().kind != Tok::RParen) {
+        do {
+            fn->args.push_back(parse_expr());
+        } while (accept(Tok::Comma));
+    }
+    expect(Tok::RParen, ")");
+    int count = fn->star ? 1 : static_cast<int>(fn->args.size());
+    if (count < entry->min_args || count > entry->max_args) {
+        throw DialectError("wrong number of arguments for function '" + lower_copy(name.text) +
+                               "' at position " + std::to_string(name.pos),
+                           name.pos, lower_copy(name.text));
+    }
+    if (is_kw(Kw::kOVER)) unsupported("window function", peek().pos);
+    return fn;
+}
+
+Expr* Parser::parse_case(const Token& start) {
+    Expr* operand = nullptr;
+    if (!is_kw(Kw::kWHEN)) operand = parse_expr();
+    List<std::pair<Expr*, Expr*>> whens(arena_.resource());
+    while (accept_kw(Kw::kWHEN)) {
+        Expr* cond = parse_expr();
+        expect_kw(Kw::kTHEN);
+        Expr* value = parse_expr();
+        whens.emplace_back(cond, value);
+    }
+    if (whens.empty()) syntax_error(peek());
+    Expr* otherwise = nullptr;
+    if (accept_kw(Kw::kELSE)) otherwise = parse_expr();
+    expect_kw(Kw::kEND);
+    return arena_.make<Case>(start.pos, operand, std::move(whens), otherwise);
+}
+
+TypeSpec Parser::parse_type() {
+    const Token& t = peek();
+    if (t.kind != Tok::Identifier && t.kind != Tok::QuotedIdentifier) syntax_error(t);
+    ++at_;
+    std::string name = lower_copy(t.text);
+    TypeSpec spec;
+    auto length = [&](bool allow_max) {
+        if (!accept(Tok::LParen)) return;
+        if (allow_max && peek().kind == Tok::Identifier && iequals(peek().text, "max")) {
+            ++at_;
+            spec.length = -2;
+        } else {
+            spec.length = static_cast<int>(parse_plain_integer("length"));
+        }
+        expect(Tok::RParen, ")");
+    };
+    if (name == "int" || name == "integer" || name == "bigint" || name == "smallint" ||
+        name == "tinyint") {
+        spec.base = TypeSpec::Base::Integer;
+    } else if (name == "bit") {
+        spec.base = TypeSpec::Base::Bit;
+    } else if (name == "decimal" || name == "numeric" || name == "dec") {
+        spec.base = TypeSpec::Base::Decimal;
+        spec.scale = 0;
+        if (accept(Tok::LParen)) {
+            parse_plain_integer("precision");
+            if (accept(Tok::Comma)) spec.scale = static_cast<int>(parse_plain_integer("scale"));
+            expect(Tok::RParen, ")");
+        }
+    } else if (name == "money" || name == "smallmoney") {
+        spec.base = TypeSpec::Base::Decimal;
+        spec.scale = 4;
+    } else if (name == "float" || name == "real") {
+        spec.base = TypeSpec::Base::Float;
+        if (accept(Tok::LParen)) {
+            parse_plain_integer("precision");
+            expect(Tok::RParen, ")");
+        }
+    } else if (name == "varchar" || name == "nvarchar") {
+        spec.base = TypeSpec::Base::Text;
+        length(true);
+    } else if (name == "char" || name == "nchar") {
+        spec.base = TypeSpec::Base::FixedText;
+        length(false);
+        if (spec.length < 0) spec.length = 1;
+    } else if (name == "text" || name == "ntext") {
+        spec.base = TypeSpec::Base::Text;
+        spec.length = -2;
+    } else if (name == "datetime" || name == "smalldatetime") {
+        spec.base = TypeSpec::Base::DateTime;
+    } else if (name == "datetime2") {
+        spec.base = TypeSpec::Base::DateTime;
+        if (accept(Tok::LParen)) {
+            parse_plain_integer("precision");
+            expect(Tok::RParen, ")");
+        }
+    } else if (name == "date") {
+        spec.base = TypeSpec::Base::Date;
+    } else {
+        unsupported("type " + name, t.pos);
+    }
+    return spec;
+}
+
+Expr* Parser::parse_cast(const Token& start, bool is_convert) {
+    expect(Tok::LParen, "(");
+    if (is_convert) {
+        TypeSpec type = parse_type();
+        expect(Tok::Comma, ",");
+        Expr* e = parse_expr();
+        int style = -1;
+        if (accept(Tok::Comma)) style = static_cast<int>(parse_plain_integer("style"));
+        expect(Tok::RParen, ")");
+        return arena_.make<Cast>(start.pos, e, type, style, true);
+    }
+    Expr* e = parse_expr();
+    expect_kw(Kw::kAS);
+    TypeSpec type = parse_type();
+    expect(Tok::RParen, ")");
+    return arena_.make<Cast>(start.pos, e, type, -1, false);
+}
+
+}  // namespace billdata::dialect

@@ -1,0 +1,654 @@
+// The SQLite hooks of the emitter. The functions named bd_… are registered on every embedded
+// connection by drivers::sqlite::register_tsql_runtime, which gives them SQL Server's semantics.
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "billdata/dialect/binder.h"
+#include "billdata/dialect/dialect.h"
+#include "billdata/dialect/emitter.h"
+#include "billdata/dialect/parser.h"
+
+namespace billdata::dialect {
+
+namespace {
+
+// SQLite's keywords, upper case and sorted: a name that is one must be quoted.
+constexpr std::string_view kSqliteKeywords[] = {
+    "ABORT",
+    "ACTION",
+    "ADD",
+    "AFTER",
+    "ALL",
+    "ALTER",
+    "ALWAYS",
+    "ANALYZE",
+    "AND",
+    "AS",
+    "ASC",
+    "ATTACH",
+    "AUTOINCREMENT",
+    "BEFORE",
+    "BEGIN",
+    "BETWEEN",
+    "BY",
+    "CASCADE",
+    "CASE",
+    "CAST",
+    "CHECK",
+    "COLLATE",
+    "COLUMN",
+    "COMMIT",
+    "CONFLICT",
+    "CONSTRAINT",
+    "CREATE",
+    "CROSS",
+    "CURRENT",
+    "CURRENT_DATE",
+    "CURRENT_TIME",
+    "CURRENT_TIMESTAMP",
+    "DATABASE",
+    "DEFAULT",
+    "DEFERRABLE",
+    "DEFERRED",
+    "DELETE",
+    "DESC",
+    "DETACH",
+    "DISTINCT",
+    "DO",
+    "DROP",
+    "EACH",
+    "ELSE",
+    "END",
+    "ESCAPE",
+    "EXCEPT",
+    "EXCLUDE",
+    "EXCLUSIVE",
+    "EXISTS",
+    "EXPLAIN",
+    "FAIL",
+    "FILTER",
+    "FIRST",
+    "FOLLOWING",
+    "FOR",
+    "FOREIGN",
+    "FROM",
+    "FULL",
+    "GENERATED",
+    "GLOB",
+    "GROUP",
+    "GROUPS",
+    "HAVING",
+    "IF",
+    "IGNORE",
+    "IMMEDIATE",
+    "IN",
+    "INDEX",
+    "INDEXED",
+    "INITIALLY",
+    "INNER",
+    "INSERT",
+    "INSTEAD",
+    "INTERSECT",
+    "INTO",
+    "IS",
+    "ISNULL",
+    "JOIN",
+    "KEY",
+    "LAST",
+    "LEFT",
+    "LIKE",
+    "LIMIT",
+    "MATCH",
+    "MATERIALIZED",
+    "NATURAL",
+    "NO",
+    "NOT",
+    "NOTHING",
+    "NOTNULL",
+    "NULL",
+    "NULLS",
+    "OF",
+    "OFFSET",
+    "ON",
+    "OR",
+    "ORDER",
+    "OTHERS",
+    "OUTER",
+    "OVER",
+    "PARTITION",
+    "PLAN",
+    "PRAGMA",
+    "PRECEDING",
+    "PRIMARY",
+    "QUERY",
+    "RAISE",
+    "RANGE",
+    "RECURSIVE",
+    "REFERENCES",
+    "REGEXP",
+    "REINDEX",
+    "RELEASE",
+    "RENAME",
+    "REPLACE",
+    "RESTRICT",
+    "RETURNING",
+    "RIGHT",
+    "ROLLBACK",
+    "ROW",
+    "ROWS",
+    "SAVEPOINT",
+    "SELECT",
+    "SET",
+    "TABLE",
+    "TEMP",
+    "TEMPORARY",
+    "THEN",
+    "TIES",
+    "TO",
+    "TRANSACTION",
+    "TRIGGER",
+    "UNBOUNDED",
+    "UNION",
+    "UNIQUE",
+    "UPDATE",
+    "USING",
+    "VACUUM",
+    "VALUES",
+    "VIEW",
+    "VIRTUAL",
+    "WHEN",
+    "WHERE",
+    "WINDOW",
+    "WITH",
+    "WITHOUT",
+};
+static_assert(std::is_sorted(std::begin(kSqliteKeywords), std::end(kSqliteKeywords)),
+              "SQLite keywords must stay sorted for the binary search");
+
+bool is_sqlite_keyword(std::string_view name) {
+    if (name.size() < 2 || name.size() > 17) return false;
+    char upper[18];
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        char c = name[i];
+        upper[i] = (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c;
+    }
+    return std::binary_search(std::begin(kSqliteKeywords), std::end(kSqliteKeywords),
+                              std::string_view(upper, name.size()));
+}
+
+bool plain_name(std::string_view name) {
+    if (name.empty()) return false;
+    const char first = name[0];
+    if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_')) {
+        return false;
+    }
+    for (char c : name) {
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '_')) {
+            return false;
+        }
+    }
+    return !is_sqlite_keyword(name);
+}
+
+const char* part_name(DatePart part) {
+    switch (part) {
+        case DatePart::Year:
+            return "'year'";
+        case DatePart::Quarter:
+            return "'quarter'";
+        case DatePart::Month:
+            return "'month'";
+        case DatePart::DayOfYear:
+            return "'dayofyear'";
+        case DatePart::Day:
+            return "'day'";
+        case DatePart::Week:
+            return "'week'";
+        case DatePart::Weekday:
+            return "'weekday'";
+        case DatePart::Hour:
+            return "'hour'";
+        case DatePart::Minute:
+            return "'minute'";
+        case DatePart::Second:
+            return "'second'";
+        case DatePart::Millisecond:
+            return "'millisecond'";
+        case DatePart::None:
+            break;
+    }
+    return "''";
+}
+
+class SqliteHooks final : public EngineHooks {
+  public:
+    void name(Emitter& em, std::string_view n) const override {
+        if (plain_name(n)) {
+            em.text(n);
+            return;
+        }
+        em.ch('"');
+        for (char c : n) {
+            if (c == '"') em.ch('"');
+            em.ch(c);
+        }
+        em.ch('"');
+    }
+
+    void string_literal(Emitter& em, const LiteralExpr& l) const override {
+        // N'…' and '…' are the same text here: the engine stores UTF-8 either way.
+        std::string_view t = l.text;
+        if (l.kind == LiteralExpr::Kind::NString) t.remove_prefix(1);
+        em.text(t);
+    }
+
+    void call(Emitter& em, const char* fn, const List<Expr*>& args, std::size_t from = 0) const {
+        em.text(fn);
+        em.ch('(');
+        for (std::size_t i = from; i < args.size(); ++i) {
+            if (i > from) em.text(", ");
+            em.expr(*args[i]);
+        }
+        em.ch(')');
+    }
+
+    void function(Emitter& em, const Function& f) const override {
+        switch (f.func) {
+            case Func::IsNull:
+                call(em, "ifnull", f.args);
+                return;
+            case Func::Coalesce:
+                call(em, "coalesce", f.args);
+                return;
+            case Func::NullIf:
+                em.text("nullif(");
+                em.expr(*f.args[0]);
+                em.text(", ");
+                {
+                    // nullif compares its arguments as `=` does.
+                    const bool text = f.args[0]->vtype == ColumnType::Text ||
+                                      f.args[1]->vtype == ColumnType::Text;
+                    em.compared(
+                        *f.args[1], text ? CompareKind::Text : CompareKind::Plain,
+                        text && Emitter::needs_collation(*f.args[0], *f.args[1], CompareKind::Text),
+                        kOutOr);
+                }
+                em.ch(')');
+                return;
+            case Func::GetDate:
+                em.text("datetime('now', 'localtime')");
+                return;
+            case Func::Year:
+            case Func::Month:
+            case Func::Day:
+                em.text("bd_datepart(");
+                em.text(f.func == Func::Year    ? "'year'"
+                        : f.func == Func::Month ? "'month'"
+                                                : "'day'");
+                em.text(", ");
+                em.expr(*f.args[0]);
+                em.ch(')');
+                return;
+            case Func::DateAdd:
+            case Func::DateDiff:
+            case Func::DatePart:
+                em.text(f.func == Func::DateAdd    ? "bd_dateadd("
+                        : f.func == Func::DateDiff ? "bd_datediff("
+                                                   : "bd_datepart(");
+                em.text(part_name(f.part));
+                for (Expr* a : f.args) {
+                    em.text(", ");
+                    em.expr(*a);
+                }
+                em.ch(')');
+                return;
+            case Func::Len:
+                // Trailing blanks do not count, as on the server.
+                em.text("length(rtrim(");
+                em.expr(*f.args[0]);
+                em.text(", ' '))");
+                return;
+            case Func::Left:
+                call(em, "bd_left", f.args);
+                return;
+            case Func::Right:
+                call(em, "bd_right", f.args);
+                return;
+            case Func::Substring:
+                call(em, "bd_substring", f.args);
+                return;
+            case Func::CharIndex:
+                call(em, "bd_charindex", f.args);
+                return;
+            case Func::LTrim:
+            case Func::RTrim:
+                em.text(f.func == Func::LTrim ? "ltrim(" : "rtrim(");
+                em.expr(*f.args[0]);
+                em.text(", ' ')");
+                return;
+            case Func::Upper:
+                call(em, "upper", f.args);
+                return;
+            case Func::Lower:
+                call(em, "lower", f.args);
+                return;
+            case Func::Replace:
+                call(em, "bd_replace", f.args);
+                return;
+            case Func::Round:
+                call(em, "bd_round", f.args);
+                return;
+            case Func::Abs:
+                call(em, "abs", f.args);
+                return;
+            case Func::Floor:
+                call(em, "bd_floor", f.args);
+                return;
+            case Func::Ceiling:
+                call(em, "bd_ceiling", f.args);
+                return;
+            case Func::Count:
+            case Func::Sum:
+            case Func::Max:
+            case Func::Min:
+            case Func::Avg: {
+                static const char* kNames[] = {"count(", "sum(", "max(", "min(", "avg("};
+                // The average of integers is an integer on the server (truncated).
+                const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
+                if (int_avg) em.text("CAST(");
+                em.text(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Count)]);
+                if (f.star) {
+                    em.ch('*');
+                } else {
+                    if (f.distinct) em.text("DISTINCT ");
+                    em.expr(*f.args[0]);
+                }
+                em.ch(')');
+                if (int_avg) em.text(" AS INTEGER)");
+                return;
+            }
+        }
+    }
+
+    void cast(Emitter& em, const Cast& c) const override {
+        const Expr& e = *c.expr;
+        switch (c.target.base) {
+            case TypeSpec::Base::Integer:
+                single(em, "bd_int", e);
+                return;
+            case TypeSpec::Base::Bit:
+                single(em, "bd_bit", e);
+                return;
+            case TypeSpec::Base::Float:
+                single(em, "bd_float", e);
+                return;
+            case TypeSpec::Base::Decimal:
+                em.text("bd_dec(");
+                em.expr(e);
+                em.text(", ");
+                em.text(std::to_string(c.target.scale));
+                em.ch(')');
+                return;
+            case TypeSpec::Base::DateTime:
+                single(em, "bd_dt", e);
+                return;
+            case TypeSpec::Base::Date:
+                single(em, "bd_date", e);
+                return;
+            case TypeSpec::Base::Text:
+            case TypeSpec::Base::FixedText: {
+                // Without a length the server makes it 30 characters.
+                const int length = c.target.length == -1   ? 30
+                                   : c.target.length == -2 ? -1
+                                                           : c.target.length;
+                if (e.vtype == ColumnType::Date) {
+                    em.text("bd_date_text(");
+                    em.expr(e);
+                    em.text(", ");
+                    em.text(std::to_string(c.style < 0 ? 0 : c.style));
+                } else {
+                    em.text("bd_varchar(");
+                    em.expr(e);
+                }
+                em.text(", ");
+                em.text(std::to_string(length));
+                if (c.target.base == TypeSpec::Base::FixedText) em.text(", 1");
+                em.ch(')');
+                return;
+            }
+        }
+    }
+
+    static void single(Emitter& em, const char* fn, const Expr& e) {
+        em.text(fn);
+        em.ch('(');
+        em.expr(e);
+        em.ch(')');
+    }
+
+    void arithmetic(Emitter& em, const Binary& b) const override {
+        switch (b.op) {
+            case BinaryOp::Add:
+            case BinaryOp::Sub:
+                switch (b.arith) {
+                    case ArithKind::Concat:
+                        em.operand(*b.lhs, kOutConcat);
+                        em.text(" || ");
+                        em.operand(*b.rhs, kOutConcat + 1);
+                        return;
+                    case ArithKind::DateDays: {
+                        const Expr& date = b.date_on_right ? *b.rhs : *b.lhs;
+                        const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
+                        em.text("bd_dateadd('days', ");
+                        if (b.op == BinaryOp::Sub) {
+                            em.text("-(");
+                            em.expr(days);
+                            em.ch(')');
+                        } else {
+                            em.expr(days);
+                        }
+                        em.text(", ");
+                        em.expr(date);
+                        em.ch(')');
+                        return;
+                    }
+                    case ArithKind::ByValue:
+                        em.text("bd_add(");
+                        em.expr(*b.lhs);
+                        em.text(", ");
+                        em.expr(*b.rhs);
+                        em.ch(')');
+                        return;
+                    case ArithKind::Numeric:
+                        break;
+                }
+                em.operand(*b.lhs, kOutAdd);
+                em.text(b.op == BinaryOp::Add ? " + " : " - ");
+                em.operand(*b.rhs, kOutAdd + 1);
+                return;
+            case BinaryOp::Div:
+                // The engine's own division already divides integers as integers; only a zero
+                // divisor needs the server's error instead of NULL.
+                em.operand(*b.lhs, kOutMul);
+                em.text(" / bd_nz(");
+                em.expr(*b.rhs);
+                em.ch(')');
+                return;
+            case BinaryOp::Mod:
+                if (b.lhs->vtype == ColumnType::Integer && b.rhs->vtype == ColumnType::Integer) {
+                    em.operand(*b.lhs, kOutMul);
+                    em.text(" % bd_nz(");
+                    em.expr(*b.rhs);
+                    em.ch(')');
+                } else {
+                    em.text("bd_mod(");
+                    em.expr(*b.lhs);
+                    em.text(", ");
+                    em.expr(*b.rhs);
+                    em.ch(')');
+                }
+                return;
+            case BinaryOp::BitXor:
+                em.text("((");
+                em.operand(*b.lhs, kOutBitwise);
+                em.text(" | ");
+                em.operand(*b.rhs, kOutBitwise + 1);
+                em.text(") - (");
+                em.operand(*b.lhs, kOutBitwise);
+                em.text(" & ");
+                em.operand(*b.rhs, kOutBitwise + 1);
+                em.text("))");
+                return;
+            default:
+                throw std::logic_error("not an engine-specific operator");
+        }
+    }
+
+    void like(Emitter& em, const Like& l) const override {
+        if (l.negated) em.text("NOT ");
+        em.text("bd_like(");
+        em.expr(*l.expr);
+        em.text(", ");
+        em.expr(*l.pattern);
+        if (l.escape) {
+            em.text(", ");
+            em.expr(*l.escape);
+        }
+        em.ch(')');
+    }
+
+    void collation(Emitter& em, CompareKind kind) const override {
+        em.text(kind == CompareKind::Date ? " COLLATE BDDATE" : " COLLATE BDTEXT");
+    }
+
+    void limit(Emitter& em, long long count) const override {
+        em.text(" LIMIT ");
+        em.text(std::to_string(count));
+    }
+
+    void date_value(Emitter& em, const Expr& value) const override { single(em, "bd_dt", value); }
+
+    void set_list(Emitter& em, const Update& u) const {
+        for (std::size_t i = 0; i < u.sets.size(); ++i) {
+            if (i) em.text(", ");
+            const SetItem& item = u.sets[i];
+            em.name(item.column);
+            em.text(" = ");
+            const Expr& v = *item.value;
+            const bool null_literal =
+                v.is<LiteralExpr>() && v.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
+            if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !null_literal) {
+                date_value(em, v);
+            } else {
+                em.expr(v);
+            }
+        }
+    }
+
+    void update(Emitter& em, const Update& u) const override {
+        em.text("UPDATE ");
+        if (u.target_source == nullptr) {
+            // The target is a table of its own (joined to the FROM, if any, by the WHERE).
+            em.name(u.target->name);
+            em.text(" SET ");
+            set_list(em, u);
+            if (!u.from.empty()) {
+                em.text(" FROM ");
+                em.sources(u.from);
+            }
+            if (u.where) {
+                em.text(" WHERE ");
+                em.expr(*u.where);
+            }
+            return;
+        }
+        // `update t1 set … from T t1 join …`: the updated rows are those of the FROM item t1.
+        // The engine's UPDATE … FROM cannot refer to the target inside its joins, so the FROM
+        // keeps its shape, t1 exposes its row id, and the target is matched by that id. The set
+        // expressions read t1's values as they were before the update, as on the server.
+        em.name(u.target_source->name);
+        em.text(" AS bd_target SET ");
+        set_list(em, u);
+        em.text(" FROM ");
+        em.replace_source(u.target_source, "(SELECT rowid AS bd_rowid, * FROM ", ")");
+        em.sources(u.from);
+        em.replace_source(nullptr, {}, {});
+        em.text(" WHERE bd_target.rowid = ");
+        em.name(u.target_source->exposed);
+        em.text(".bd_rowid");
+        if (u.where) {
+            em.text(" AND (");
+            em.expr(*u.where);
+            em.ch(')');
+        }
+    }
+
+    void remove(Emitter& em, const Delete& d) const override {
+        em.text("DELETE FROM ");
+        if (d.from.empty()) {
+            em.name(d.target->name);
+            if (!d.target->alias.empty()) {
+                em.text(" AS ");
+                em.name(d.target->alias);
+            }
+            if (d.where) {
+                em.text(" WHERE ");
+                em.expr(*d.where);
+            }
+            return;
+        }
+        // `delete t1 from T t1 join …`: the rows of t1 that the join and the WHERE keep.
+        const TableRef& target = d.target_source ? *d.target_source : *d.target;
+        em.name(target.name);
+        em.text(" WHERE rowid IN (SELECT ");
+        em.name(target.exposed);
+        em.text(".rowid FROM ");
+        if (d.target_source == nullptr) {
+            em.name(target.name);
+            em.text(", ");
+        }
+        em.sources(d.from);
+        if (d.where) {
+            em.text(" WHERE ");
+            em.expr(*d.where);
+        }
+        em.ch(')');
+    }
+
+    void truncate(Emitter& em, const Truncate& t) const override {
+        em.text("DELETE FROM ");
+        em.name(t.table->name);
+    }
+};
+
+}  // namespace
+
+Translation translate_sqlite(std::string_view tsql, const Catalog& catalog) {
+    Arena arena;
+    Parser parser(tsql, arena);
+    Node* stmt = parser.parse_statement();
+    Binder binder(catalog, arena);
+    binder.bind_statement(*stmt);
+
+    Translation t;
+    t.sql.reserve(tsql.size() + tsql.size() / 2 + 32);
+    const SqliteHooks hooks;
+    Emitter emitter(hooks, t.sql);
+    emitter.statement(*stmt);
+    t.kind = parser.kind();
+    t.writes = t.kind != StatementKind::Select;
+    t.literals = std::move(parser.literals());
+    return t;
+}
+
+StatementKind check_single_statement(std::string_view tsql) {
+    Arena arena;
+    Parser parser(tsql, arena);
+    parser.parse_statement();
+    return parser.kind();
+}
+
+}  // namespace billdata::dialect

@@ -1,0 +1,151 @@
+// What the translator refuses, and how it says so: the construct and its position.
+
+#include "dialect/dialect_fixture.h"
+
+namespace billdata::testing {
+namespace {
+
+class Refusals : public DialectDb {
+  protected:
+    // The refusal of a statement; fails the test when there is none.
+    dialect::DialectError refusal(const std::string& tsql) {
+        try {
+            translate(tsql);
+        } catch (const dialect::DialectError& e) {
+            return e;
+        }
+        ADD_FAILURE() << "translated without refusal: " << tsql;
+        return dialect::DialectError("", 0);
+    }
+};
+
+TEST_F(Refusals, SecondStatementsAreCaughtByTheParser) {
+    for (const char* text :
+         {"select * from ICStockBill where 1=1 delete from ICStockBill",
+          "select * from ICStockBill where 1=1; delete from ICStockBill",
+          "update ICStockBill set FDeleted=1 where FInterID=5 drop table ICStockBill",
+          "select 1 select 2", "select 1;;"}) {
+        EXPECT_THROW(dialect::check_single_statement(text), dialect::DialectError) << text;
+        EXPECT_THROW(translate(text), dialect::DialectError) << text;
+    }
+    auto e = refusal("select * from ICStockBill where 1=1 delete from ICStockBill");
+    EXPECT_EQ(e.position(), 36u);
+    EXPECT_EQ(e.construct(), "second statement");
+    // A trailing semicolon, blanks and comments are one statement.
+    EXPECT_EQ(dialect::check_single_statement("select 1 ; -- done\n"),
+              dialect::StatementKind::Select);
+    EXPECT_EQ(dialect::check_single_statement("/* a /* nested */ note */ delete from x"),
+              dialect::StatementKind::Delete);
+    EXPECT_EQ(dialect::check_single_statement("truncate table x"),
+              dialect::StatementKind::Truncate);
+    // A filter that is a remark cannot end the statement early.
+    EXPECT_THROW(
+        dialect::check_single_statement("select * from t where FRemark='a' delete from t --'"),
+        dialect::DialectError);
+    EXPECT_NO_THROW(
+        dialect::check_single_statement("select * from t where FRemark='a'' delete from t --'"));
+}
+
+TEST_F(Refusals, UnknownTablesAndColumnsUseTheServersWords) {
+    auto e = refusal("select FInterID from ICStockBil where FInterID=5");
+    EXPECT_EQ(std::string(e.what()), "对象名 'ICStockBil' 无效。 at position 21");
+    EXPECT_EQ(e.position(), 21u);
+    e = refusal("select t1.FInterID,FNoSuch from ICStockBill t1");
+    EXPECT_EQ(std::string(e.what()), "列名 'FNoSuch' 无效。 at position 19");
+    e = refusal(
+        "select FItemID from ICStockBillEntry t1 inner join t_ICItem t2 on t1.FItemID=t2.FItemID");
+    EXPECT_EQ(std::string(e.what()), "列名 'FItemID' 不明确。 at position 7");
+    e = refusal("select t9.FName from t_Stock t1");
+    EXPECT_NE(std::string(e.what()).find("t9.FName"), std::string::npos);
+    e = refusal("insert into t_Stock(FItemID,FNope) values(1,2)");
+    EXPECT_EQ(e.position(), 28u);
+    e = refusal("update t1 set t1.FNope=1 from t_Stock t1");
+    EXPECT_NE(std::string(e.what()).find("FNope"), std::string::npos);
+    // Names do not care about case, and a correlated subquery sees its outer tables.
+    EXPECT_NO_THROW(translate(
+        "select FINTERID from icstockbill T where exists(select 1 from ICStockbillEntry where finterid=t.FInterID)"));
+}
+
+TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
+    struct Case {
+        std::string text;
+        std::string construct;
+        std::string at;  // the refused text starts here
+    };
+    const Case cases[] = {
+        {"select FInterID into #t from ICStockBill", "select into", "into"},
+        {"select * from ICStockBill t cross apply t_Stock s", "cross apply", "cross"},
+        {"select @x=1", "variable assignment", "@x"},
+        {"select FInterID from ICStockBill where FInterID=@id", "variable @id", "@id"},
+        {"exec sp_GetStockQty 1,2,3", "exec", "exec"},
+        {"select * from ICStockBill a, t_Stock b where a.FInStockID*=b.FItemID", "*=", "*="},
+        {"select top 10 percent * from ICStockBill", "top percent", "top"},
+        {"select row_number() over (order by FInterID) from ICStockBill", "function row_number",
+         "row_number"},
+        {"select count(*) over () from ICStockBill", "window function", "over"},
+        {"with x as (select 1 as a) select * from x", "with", "with"},
+        {"update ICStockBill set FSumQty+=1", "+=", "+="},
+        {"select datename(month,getdate())", "function datename", "datename"},
+        {"select dateadd(foo,1,getdate())", "date part foo", "foo"},
+        {"select cast(1 as xml)", "type xml", "xml"},
+        {"select FInterID from ICStockBill where FInterID > all (select 1)", "all (subquery)",
+         "all"},
+        {"select convert(datetime,'05/01/2024',101)", "convert style 101", "convert"},
+        {"select getdate()-getdate()", "date arithmetic", "-getdate"},
+    };
+    for (const auto& c : cases) {
+        auto e = refusal(c.text);
+        EXPECT_EQ(e.construct(), c.construct) << c.text << " → " << e.what();
+        const std::size_t position = c.text.find(c.at);
+        EXPECT_EQ(e.position(), position) << c.text << " → " << e.what();
+        EXPECT_NE(std::string(e.what()).find("at position " + std::to_string(position)),
+                  std::string::npos)
+            << e.what();
+    }
+}
+
+TEST_F(Refusals, SyntaxErrorsCarryThePosition) {
+    auto e = refusal("select FInterID from ICStockBill where");
+    EXPECT_EQ(e.position(), 38u);
+    EXPECT_EQ(e.construct(), "end of statement");
+    e = refusal("select FInterID from ICStockBill where FInterID in ()");
+    EXPECT_EQ(e.position(), 52u);  // the ')' where a value must be
+    e = refusal("select 'abc from ICStockBill");
+    EXPECT_EQ(e.construct(), "unterminated string");
+    e = refusal("select [FInterID from ICStockBill");
+    EXPECT_EQ(e.position(), 7u);
+    // The statement a caller's empty filter leaves behind is refused, not run differently.
+    e = refusal("select t1.FInterID from ICOrder t1  where  group by t1.FInterID");
+    EXPECT_EQ(e.position(), 43u);
+    // Numbers glued to keywords read as the server reads them.
+    EXPECT_NO_THROW(
+        translate("select FInterID from ICStockBill where FTranType=112order by FDate"));
+    EXPECT_NO_THROW(
+        translate("select FInterID from ICStockBill where FTranType in (112,99 )and FSumQty>1e2"));
+}
+
+TEST(LiteralPositions, ReportEveryValueButNotTheShape) {
+    const dialect::Catalog catalog = [] {
+        dialect::Catalog c;
+        c.add_column("ICStockBill", "FInterID", dialect::ColumnType::Integer);
+        c.add_column("ICStockBill", "FDate", dialect::ColumnType::Date);
+        c.add_column("ICStockBill", "FBillNo", dialect::ColumnType::Text);
+        return c;
+    }();
+    const std::string text =
+        "select top 5 convert(varchar(10),FDate,120) from ICStockBill where FInterID=12 and FBillNo=N'A''1' or FBillNo='x' and FInterID>-1.5";
+    auto t = dialect::translate_sqlite(text, catalog);
+    ASSERT_EQ(t.literals.size(), 4u);
+    EXPECT_EQ(text.substr(t.literals[0].offset, t.literals[0].length), "12");
+    EXPECT_EQ(t.literals[1].kind, dialect::Literal::Kind::NString);
+    EXPECT_EQ(text.substr(t.literals[1].offset, t.literals[1].length), "N'A''1'");
+    EXPECT_EQ(text.substr(t.literals[2].offset, t.literals[2].length), "'x'");
+    EXPECT_EQ(text.substr(t.literals[3].offset, t.literals[3].length), "1.5");
+    EXPECT_FALSE(t.writes);
+    auto w = dialect::translate_sqlite("delete from ICStockBill where FInterID=1", catalog);
+    EXPECT_TRUE(w.writes);
+    EXPECT_EQ(w.kind, dialect::StatementKind::Delete);
+}
+
+}  // namespace
+}  // namespace billdata::testing

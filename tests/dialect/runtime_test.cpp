@@ -1,0 +1,84 @@
+// The runtime's collations and the catalogue reader, used directly on a database.
+
+#include "dialect/dialect_fixture.h"
+
+namespace billdata::testing {
+namespace {
+
+class Runtime : public DialectDb {};
+
+TEST_F(Runtime, DateCollationOrdersChronologicallyWithNonDatesLast) {
+    raw("CREATE TABLE d(v TEXT COLLATE BDDATE);"
+        "INSERT INTO d VALUES ('2025-03-09 08:30:00'), ('20250101'), ('2024/12/31'), ('n/a'), "
+        "('2025-03-09T08:00:00'), ('2025-03-09'), ('abc'), ('2025-3-9 8:15');");
+    EXPECT_EQ(run_sqlite("SELECT v FROM d ORDER BY v"), (Rows{{"2024/12/31"},
+                                                              {"20250101"},
+                                                              {"2025-03-09"},
+                                                              {"2025-03-09T08:00:00"},
+                                                              {"2025-3-9 8:15"},
+                                                              {"2025-03-09 08:30:00"},
+                                                              {"abc"},
+                                                              {"n/a"}}));
+    EXPECT_EQ(run_sqlite("SELECT count(*) FROM d WHERE v = '2025-03-09 00:00:00'"), (Rows{{"1"}}));
+    EXPECT_EQ(run_sqlite("SELECT count(*) FROM (SELECT DISTINCT v COLLATE BDDATE FROM "
+                         "(SELECT '2025-03-09' AS v UNION ALL SELECT '20250309 00:00'))"),
+              (Rows{{"1"}}));
+}
+
+TEST_F(Runtime, TextCollationFoldsCaseAndIgnoresTrailingBlanks) {
+    raw("CREATE TABLE t(v TEXT COLLATE BDTEXT); CREATE UNIQUE INDEX tu ON t(v);"
+        "INSERT INTO t VALUES ('b'), ('A'), ('a_b'), ('aab');");
+    EXPECT_EQ(run_sqlite("SELECT v FROM t ORDER BY v"), (Rows{{"A"}, {"a_b"}, {"aab"}, {"b"}}));
+    // The unique index treats 'B ' as the 'b' it already holds.
+    char* err = nullptr;
+    EXPECT_NE(sqlite3_exec(db_, "INSERT INTO t VALUES ('B ')", nullptr, nullptr, &err), SQLITE_OK);
+    sqlite3_free(err);
+}
+
+TEST_F(Runtime, ConversionErrorsUseTheServersWords) {
+    auto message = [&](const std::string& sql) -> std::string {
+        try {
+            run(sql);
+        } catch (const std::runtime_error& e) {
+            return e.what();
+        }
+        return "no error";
+    };
+    EXPECT_EQ(message("select cast('x1' as int)"),
+              "在将 varchar 值 'x1' 转换成数据类型 int 时失败。");
+    EXPECT_EQ(message("select cast('2025-02-30' as datetime)"),
+              "从字符串转换日期和/或时间时，转换失败。");
+    EXPECT_EQ(message("select left('abc',-1)"), "传递给 LEFT 或 SUBSTRING 函数的长度参数无效。");
+    EXPECT_EQ(value("select cast('' as datetime)"), "1900-01-01 00:00:00");
+    EXPECT_EQ(value("select cast(45000 as datetime)"), "2023-03-17 00:00:00");
+    EXPECT_EQ(value("select cast('2025-03-09 8:30 PM' as datetime)"), "2025-03-09 20:30:00");
+}
+
+TEST(CatalogReader, MapsDeclaredTypes) {
+    using dialect::ColumnType;
+    using drivers::sqlite::column_type_of;
+    EXPECT_EQ(column_type_of("INTEGER"), ColumnType::Integer);
+    EXPECT_EQ(column_type_of("bigint"), ColumnType::Integer);
+    EXPECT_EQ(column_type_of("REAL"), ColumnType::Real);
+    EXPECT_EQ(column_type_of("decimal(18,4)"), ColumnType::Real);
+    EXPECT_EQ(column_type_of("DATETIME"), ColumnType::Date);
+    EXPECT_EQ(column_type_of("TEXT"), ColumnType::Text);
+    EXPECT_EQ(column_type_of("nvarchar(50)"), ColumnType::Text);
+    EXPECT_EQ(column_type_of(""), ColumnType::Unknown);
+    EXPECT_EQ(column_type_of(nullptr), ColumnType::Unknown);
+}
+
+TEST_F(Runtime, CatalogueReadsTablesAndColumnsInOrder) {
+    EXPECT_TRUE(catalog_.has_table("icstockbill"));
+    EXPECT_FALSE(catalog_.has_table("ICStockBills"));
+    const auto cols = catalog_.columns("t_stock");
+    EXPECT_EQ(cols, (std::vector<std::string>{"FItemID", "FName"}));
+    EXPECT_EQ(catalog_.column_type("ICStockBill", "fdate"), dialect::ColumnType::Date);
+    EXPECT_EQ(catalog_.column_type("ICStockBill", "FNoSuch"), dialect::ColumnType::Unknown);
+    dialect::ColumnType type = dialect::ColumnType::Unknown;
+    EXPECT_TRUE(catalog_.find_column("Vip", "FSUMJF", &type));
+    EXPECT_EQ(type, dialect::ColumnType::Real);
+}
+
+}  // namespace
+}  // namespace billdata::testing
