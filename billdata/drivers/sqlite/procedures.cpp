@@ -144,7 +144,9 @@ std::int64_t read_setting(sqlite3* db, const char* key) {
     return st.step() && !st.null_at(0) ? st.int_at(0) : 0;
 }
 
-// Moving weighted average cost per item (see Sp_CacuCost below) for one item.
+// Moving weighted average cost of one item (see Sp_CacuCost below). All lines of the item in
+// one bill move together, as one quantity at the bill's average price; a stock-out bill's lines
+// share the average of that moment.
 class ItemCosting {
   public:
     ItemCosting(sqlite3* db, std::int64_t first_writable_period)
@@ -153,19 +155,27 @@ class ItemCosting {
                    "SELECT coalesce(sum(FQty), 0), coalesce(sum(FAmount), 0) FROM ICInitData "
                    "WHERE FItemID = ?1"),
           master_(db, "SELECT FPjCost FROM t_ICItem WHERE FItemID = ?1"),
-          lines_(db,
-                 "SELECT e.rowid, h.FTranType, coalesce(e.FQty, 0), coalesce(e.FPrice, 0), "
-                 "e.FUnitCost, e.FCost, coalesce(e.FRefTranType, 0), "
+          bills_(db,
+                 "SELECT h.FInterID, h.FTranType, "
                  "coalesce(h.FYear, CAST(substr(h.FDate, 1, 4) AS INTEGER), 0) * 12 + "
-                 "coalesce(h.FPeriod, CAST(substr(h.FDate, 6, 2) AS INTEGER), 0) "
+                 "coalesce(h.FPeriod, CAST(substr(h.FDate, 6, 2) AS INTEGER), 0), "
+                 "total(e.FQty), total(coalesce(e.FQty, 0) * coalesce(e.FPrice, 0)), "
+                 "total(CASE WHEN h.FTranType = 99 AND coalesce(e.FRefTranType, 0) = 27 "
+                 "THEN 0 ELSE e.FQty END) "
                  "FROM ICStockBillEntry e INDEXED BY IX_ICStockBillEntry_Item "
                  "JOIN ICStockBill h ON h.FInterID = e.FInterID "
                  "WHERE e.FItemID = ?1 AND coalesce(h.FDeleted, 0) = 0 "
                  "AND (e.FEntryID IS NULL OR e.FEntryID >= 0) "
                  "AND h.FTranType IN (17, 27, 31, 99, 112, 114, 115, 125) "
-                 "ORDER BY e.FInterID, coalesce(e.FEntryID, 2147483647), e.rowid"),
-          write_line_(db,
-                      "UPDATE ICStockBillEntry SET FUnitCost = ?1, FCost = ?2 WHERE rowid = ?3"),
+                 "GROUP BY e.FInterID ORDER BY e.FInterID"),
+          // Rows already holding the right cost are left alone.
+          write_lines_(
+              db,
+              "UPDATE ICStockBillEntry SET FUnitCost = ?1, "
+              "FCost = round(coalesce(FQty, 0) * ?1, 4) "
+              "WHERE FInterID = ?2 AND FItemID = ?3 "
+              "AND (FEntryID IS NULL OR FEntryID >= 0) "
+              "AND (FUnitCost IS NOT ?1 OR FCost IS NOT round(coalesce(FQty, 0) * ?1, 4))"),
           write_item_(db, "UPDATE t_ICItem SET FPjCost = ?1 WHERE FItemID = ?2"),
           clean_(db, "DELETE FROM ICCostDirty WHERE FItemID = ?1") {}
 
@@ -188,63 +198,54 @@ class ItemCosting {
         }
 
         struct Write {
-            std::int64_t rowid;
-            double unit, cost;
+            std::int64_t inter;
+            double unit;
         };
         std::vector<Write> writes;
-        lines_.bind(1, item);
-        while (lines_.step()) {
-            std::int64_t kind = lines_.int_at(1);
-            double q = lines_.real_at(2);
-            double price = lines_.real_at(3);
-            bool writable = lines_.int_at(7) >= first_writable_;
-            auto take_in = [&](double in_qty, double in_price) {
-                // Stock that went below zero is valued at the incoming price, so an oversold
-                // item does not distort the average of the goods that arrive.
-                double value = (qty > 0 ? qty * avg : qty * in_price) + in_qty * in_price;
-                qty += in_qty;
-                if (qty > 0) avg = value / qty;
-                known = true;
-            };
+        bills_.bind(1, item);
+        while (bills_.step()) {
+            std::int64_t inter = bills_.int_at(0);
+            std::int64_t kind = bills_.int_at(1);
+            bool writable = bills_.int_at(2) >= first_writable_;
+            double in_qty = bills_.real_at(3);
+            double in_value = bills_.real_at(4);
+            double out_qty = bills_.real_at(5);
             switch (kind) {
+                case 31:
+                    // The issuing side leaves at the average, the receiving side comes in at
+                    // the line's own price: the quantity stays, the value moves.
+                    qty -= in_qty;
+                    [[fallthrough]];
                 case 112:
                 case 115:
-                case 17:
-                    take_in(q, price);
+                case 17: {
+                    // Stock that went below zero is valued at the incoming price, so an
+                    // oversold item does not distort the average of the goods that arrive.
+                    double base =
+                        qty > 0 ? qty * avg : (in_qty != 0 ? qty * (in_value / in_qty) : 0.0);
+                    qty += in_qty;
+                    if (qty > 0) avg = (base + in_value) / qty;
+                    known = true;
                     break;
-                case 31:
-                    // The issuing side leaves at the average, the receiving side comes in at the
-                    // line's own price: the quantity stays, the value moves.
-                    qty -= q;
-                    take_in(q, price);
-                    break;
+                }
                 case 114: {
-                    double value = qty * avg - q * price;
-                    qty -= q;
+                    double value = qty * avg - in_value;
+                    qty -= in_qty;
                     if (qty > 0) avg = value / qty;
                     break;
                 }
-                default: {  // 99, 125, 27: costed at the running average
-                    bool sells_lent_goods = kind == 99 && lines_.int_at(6) == 27;
-                    if (!sells_lent_goods) qty -= q;
-                    if (writable) {
-                        double unit = round4(avg);
-                        double cost = round4(q * unit);
-                        bool same = !lines_.null_at(4) && !lines_.null_at(5) &&
-                                    std::fabs(lines_.real_at(4) - unit) < 1e-9 &&
-                                    std::fabs(lines_.real_at(5) - cost) < 1e-9;
-                        if (!same) writes.push_back({lines_.int_at(0), unit, cost});
-                    }
+                default:  // 99, 125, 27: costed at the running average
+                    qty -= out_qty;
+                    if (writable) writes.push_back({inter, round4(avg)});
                     break;
-                }
             }
         }
-        lines_.reset();
+        bills_.reset();
 
         for (const Write& w : writes) {
-            write_line_.bind(1, w.unit).bind(2, w.cost).bind(3, w.rowid);
-            write_line_.run();
-            write_line_.reset();
+            write_lines_.bind(1, w.unit).bind(2, w.inter).bind(3, item);
+            write_lines_.run();
+            write_lines_.reset();
         }
         if (known) {
             write_item_.bind(1, round4(avg)).bind(2, item);
@@ -258,7 +259,7 @@ class ItemCosting {
 
   private:
     std::int64_t first_writable_;
-    Statement opening_, master_, lines_, write_line_, write_item_, clean_;
+    Statement opening_, master_, bills_, write_lines_, write_item_, clean_;
 };
 
 // Cost recalculation for the items whose lines changed since the last run (ICCostDirty, kept by
