@@ -1,0 +1,138 @@
+#include <sqlite3.h>
+
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#include "billdata/ado/com_error.h"
+#include "billdata/drivers/sqlite/tsql_runtime.h"
+#include "billdata/schema/schema.h"
+
+namespace billdata::schema {
+
+namespace {
+
+[[noreturn]] void fail(std::string message) {
+    throw ado::ComError(ado::err::kDatabase, std::move(message));
+}
+
+void exec(sqlite3* db, const std::string& sql) {
+    char* msg = nullptr;
+    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) {
+        std::string text = msg ? msg : sqlite3_errmsg(db);
+        sqlite3_free(msg);
+        fail(text);
+    }
+}
+
+// Closes the handle on every exit; removes a file that this call created when it fails.
+class NewDatabase {
+  public:
+    explicit NewDatabase(const std::string& path)
+        : path_(path), existed_(std::filesystem::exists(path)) {
+        int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                                 nullptr);
+        if (rc != SQLITE_OK) {
+            std::string text = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
+            cleanup();
+            fail("cannot open database file " + path + ": " + text);
+        }
+    }
+    ~NewDatabase() {
+        if (!committed_)
+            cleanup();
+        else
+            sqlite3_close(db_);
+    }
+    NewDatabase(const NewDatabase&) = delete;
+    NewDatabase& operator=(const NewDatabase&) = delete;
+
+    sqlite3* db() const { return db_; }
+    void committed() { committed_ = true; }
+
+  private:
+    void cleanup() {
+        if (db_) sqlite3_close(db_);
+        db_ = nullptr;
+        if (!existed_) {
+            std::error_code ec;
+            for (const char* suffix : {"", "-journal", "-wal", "-shm"})
+                std::filesystem::remove(path_ + suffix, ec);
+        }
+    }
+
+    std::string path_;
+    bool existed_;
+    sqlite3* db_ = nullptr;
+    bool committed_ = false;
+};
+
+int count_tables(sqlite3* db) {
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT count(*) FROM sqlite_master WHERE type='table'", -1, &st,
+                           nullptr) != SQLITE_OK) {
+        std::string text = sqlite3_errmsg(db);
+        sqlite3_finalize(st);
+        fail(text);
+    }
+    int n = 0;
+    int rc = sqlite3_step(st);
+    if (rc == SQLITE_ROW) n = sqlite3_column_int(st, 0);
+    sqlite3_finalize(st);
+    if (rc != SQLITE_ROW) fail(sqlite3_errmsg(db));
+    return n;
+}
+
+void insert_setting(sqlite3* db, const char* key, const std::string& value) {
+    exec(db, std::string("INSERT INTO t_SystemProfile (FKey, FValue) VALUES ('") + key + "', '" +
+                 value + "')");
+}
+
+}  // namespace
+
+void create_database(const std::string& path, bool demo, int year, int period) {
+    if (year == 0 || period == 0) {
+        std::time_t t = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+        std::tm local{};
+        localtime_r(&t, &local);
+        if (year == 0) year = local.tm_year + 1900;
+        if (period == 0) period = local.tm_mon + 1;
+    }
+    if (year < 1753 || year > 9999 || period < 1 || period > 12)
+        fail("invalid start period " + std::to_string(year) + "/" + std::to_string(period) +
+             ": the year must lie between 1753 and 9999 and the period between 1 and 12");
+
+    NewDatabase file(path);
+    sqlite3* db = file.db();
+    if (drivers::sqlite::register_tsql_runtime(db) != SQLITE_OK)
+        fail(std::string("cannot register the SQL runtime: ") + sqlite3_errmsg(db));
+    if (count_tables(db) > 0)
+        fail("the database " + path + " already holds tables; a new database is created only " +
+             "in a new or empty file");
+
+    exec(db, "BEGIN IMMEDIATE");
+    try {
+        exec(db, std::string(sqlite_schema()));
+        insert_setting(db, "StartYear", std::to_string(year));
+        insert_setting(db, "StartPeriod", std::to_string(period));
+        insert_setting(db, "CurrentYear", std::to_string(year));
+        insert_setting(db, "CurrentPeriod", std::to_string(period));
+        insert_setting(db, "ICClosed", "0");
+        insert_setting(db, "WLClosed", "0");
+        insert_setting(db, "CashClosed", "0");
+        // Order bills and member orders share ICOrder; member orders draw their ids from
+        // series 0, which starts at 1, so order bills start far above it.
+        exec(db,
+             "INSERT INTO ICMaxNum (FTranType, FMaxNum, FDescription) VALUES (11, 1000000000, '')");
+        if (demo) add_demo_data(db);
+        exec(db, "COMMIT");
+    } catch (...) {
+        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        throw;
+    }
+    exec(db, "PRAGMA journal_mode=WAL");
+    file.committed();
+}
+
+}  // namespace billdata::schema

@@ -1,0 +1,37 @@
+#pragma once
+// The database schema per engine and the creation of a new embedded database.
+
+#include <sqlite3.h>
+
+#include <string>
+#include <string_view>
+
+namespace billdata::schema {
+
+// The DDL script of the embedded engine: tables, indexes and triggers, several statements
+// separated by ';'. Its text and date columns name the collations BDTEXT and BDDATE, so it runs
+// only on a handle where drivers::sqlite::register_tsql_runtime has been called. Static text;
+// thread-safe.
+std::string_view sqlite_schema();
+
+// The same schema for SQL Server, with the stored procedures sp_GetStockQty and Sp_CacuCost,
+// batches separated by GO lines. Byte for byte the file billdata/schema/sqlserver/billdata.sql.
+// Static text; thread-safe.
+std::string_view sqlserver_schema();
+
+// Creates a new embedded database at `path`: the schema in one transaction, WAL journal, the
+// settings rows of t_SystemProfile (StartYear, StartPeriod, CurrentYear, CurrentPeriod = `year`
+// and `period`, or this month when either is 0; ICClosed, WLClosed, CashClosed = "0"), the
+// interior-id series 11 seeded at 1,000,000,000, and with `demo` the master data of a small
+// shop. Raises ado::ComError (err::kDatabase) when the file already holds tables, when the
+// period is out of range or when the engine fails; the file is then left as it was (a file that
+// did not exist before is removed again). Not thread-safe for the same path.
+void create_database(const std::string& path, bool demo, int year = 0, int period = 0);
+
+// Inserts the demo master data (stocks, items with and without size groups, sizes, colours,
+// suppliers, customers, accounts, staff, users, members, opening stock, receivables and cash)
+// into a database that holds the schema and no master data yet. Runs on the caller's handle and
+// inside the caller's transaction; raises ado::ComError (err::kDatabase) on an engine error.
+void add_demo_data(sqlite3* db);
+
+}  // namespace billdata::schema

@@ -1,0 +1,189 @@
+// Keys, triggers and indexes of the embedded schema, on real database files.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+
+#include "billdata/schema/schema.h"
+#include "schema/schema_test_util.h"
+#include "support/test_support.h"
+
+using billdata::testing::Db;
+using billdata::testing::TempDir;
+
+namespace {
+
+std::string new_database(const TempDir& dir, const char* name = "shop.db") {
+    std::string path = dir.file(name);
+    billdata::schema::create_database(path, false, 2025, 3);
+    return path;
+}
+
+}  // namespace
+
+TEST(Schema, DeletingAHeaderDeletesItsRowsAndOnlyThose) {
+    TempDir dir;
+    Db db(new_database(dir));
+    for (const char* bill : {"10", "11"}) {
+        std::string id = bill;
+        db.exec(
+            "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FRowKey, FQty) VALUES "
+            "(" +
+            id + ", 1, 1, '1', 2), (" + id + ", -1, 1, NULL, 0), (" + id + ", NULL, 2, '2', 1)");
+        db.exec("INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey, FQty) VALUES (" + id +
+                ", 1, '1', 2)");
+        db.exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (" + id + ", 112)");
+        db.exec("INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES (" + id +
+                ", 0, 1, '0')");
+        db.exec("INSERT INTO ICOrderEntry_1 (FInterID, FItemID, FRowKey) VALUES (" + id +
+                ", 1, '0')");
+        db.exec("INSERT INTO ICOrder (FInterID, FTranType) VALUES (" + id + ", 11)");
+    }
+    db.exec("DELETE FROM ICStockBill WHERE FInterID=10");
+    db.exec("DELETE FROM ICOrder WHERE FInterID=10");
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID=10"), 0);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=10"), 0);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry WHERE FInterID=10"), 0);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry_1 WHERE FInterID=10"), 0);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID=11"), 3);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=11"), 1);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry WHERE FInterID=11"), 1);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry_1 WHERE FInterID=11"), 1);
+
+    // A re-save in one transaction: the header goes, new lines come under the same id, then the
+    // header again. The new lines must survive; deleting lines never touches the header.
+    db.exec("BEGIN IMMEDIATE");
+    db.exec("DELETE FROM ICStockBill WHERE FInterID=11");
+    db.exec(
+        "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FRowKey, FQty) VALUES "
+        "(11, 1, 3, '1', 5), (11, 2, 4, '2', 6)");
+    db.exec(
+        "INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey, FQty) VALUES "
+        "(11, 3, '1', 5)");
+    db.exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (11, 112)");
+    db.exec("DELETE FROM ICOrder WHERE FInterID=11");
+    db.exec(
+        "INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES "
+        "(11, 0, 5, '0')");
+    db.exec("INSERT INTO ICOrder (FInterID, FTranType) VALUES (11, 21)");
+    db.exec("COMMIT");
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID=11"), 2);
+    EXPECT_EQ(db.integer("SELECT sum(FQty) FROM ICStockBillEntry WHERE FInterID=11"), 11);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=11"), 1);
+    EXPECT_EQ(db.integer("SELECT FItemID FROM ICOrderEntry WHERE FInterID=11"), 5);
+    db.exec("DELETE FROM ICStockBillEntry WHERE FInterID=11");
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBill WHERE FInterID=11"), 1);
+}
+
+TEST(Schema, LineNumbersAreUniqueOnlyForRealLines) {
+    TempDir dir;
+    Db db(new_database(dir));
+    for (const char* table : {"ICStockBillEntry", "ICOrderEntry"}) {
+        std::string t = table;
+        SCOPED_TRACE(t);
+        // Adjustment rows share one negative number; pre-sent rows have none.
+        EXPECT_EQ(db.try_exec("INSERT INTO " + t +
+                              " (FInterID, FEntryID, FItemID) VALUES "
+                              "(5, -1, 1), (5, -1, 1), (5, -1, 2)"),
+                  "");
+        EXPECT_EQ(db.try_exec("INSERT INTO " + t +
+                              " (FInterID, FEntryID, FItemID) VALUES "
+                              "(5, NULL, 1), (5, NULL, 1)"),
+                  "");
+        EXPECT_EQ(db.try_exec("INSERT INTO " + t +
+                              " (FInterID, FEntryID, FItemID) VALUES "
+                              "(5, 0, 1), (5, 1, 1), (6, 1, 1)"),
+                  "");
+        std::string err =
+            db.try_exec("INSERT INTO " + t + " (FInterID, FEntryID, FItemID) VALUES (5, 1, 9)");
+        EXPECT_NE(err.find("UNIQUE constraint failed"), std::string::npos) << err;
+        EXPECT_EQ(db.integer("SELECT count(*) FROM " + t + " WHERE FItemID=9"), 0);
+        EXPECT_EQ(db.integer("SELECT count(*) FROM " + t + " WHERE FInterID=5"), 7);
+    }
+    // Headers and counters are keyed.
+    db.exec("INSERT INTO ICStockBill (FInterID) VALUES (5)");
+    EXPECT_NE(db.try_exec("INSERT INTO ICStockBill (FInterID) VALUES (5)"), "");
+    db.exec("INSERT INTO ICMaxNum (FTranType, FMaxNum) VALUES (0, 1)");
+    EXPECT_NE(db.try_exec("INSERT INTO ICMaxNum (FTranType, FMaxNum) VALUES (0, 2)"), "");
+    db.exec("INSERT INTO ICBillNo (FTranType, FDate, FMaxNum) VALUES (99, '2025-03-09', 1)");
+    db.exec("INSERT INTO ICBillNo (FTranType, FDate, FMaxNum) VALUES (11, '2025-03-09', 1)");
+    EXPECT_NE(db.try_exec("INSERT INTO ICBillNo (FTranType, FDate, FMaxNum) VALUES "
+                          "(99, '2025-03-09', 2)"),
+              "");
+    EXPECT_NE(db.try_exec("INSERT INTO t_SystemProfile (FKey, FValue) VALUES ('ICClosed', '1')"),
+              "");
+}
+
+TEST(Schema, UnwrittenFlagsDefaultToZero) {
+    TempDir dir;
+    Db db(new_database(dir));
+    // The saving statements leave these columns out and the lists test them against 0.
+    db.exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (1, 99)");
+    db.exec("INSERT INTO ICOrder (FInterID, FTranType) VALUES (1, 11)");
+    db.exec("INSERT INTO WLBill (FInterID, FTranType) VALUES (1, 13)");
+    db.exec("INSERT INTO vipjf_History (FBillInterID) VALUES (1)");
+    for (const char* t : {"ICStockBill", "ICOrder", "WLBill"})
+        EXPECT_EQ(db.integer(std::string("SELECT count(*) FROM ") + t +
+                             " WHERE FDeleted=0 AND FCheckerID=0"),
+                  1)
+            << t;
+    EXPECT_EQ(db.integer("SELECT FDeleted FROM vipjf_History"), 0);
+    EXPECT_EQ(db.integer("SELECT FOrderBillID FROM WLBill"), 0);
+}
+
+TEST(Schema, FixedQueriesFindTheirRowsThroughAnIndex) {
+    TempDir dir;
+    Db db(new_database(dir));
+    auto plan = [&](const std::string& sql) {
+        sqlite3_stmt* st = nullptr;
+        std::string out;
+        if (sqlite3_prepare_v2(db.handle(), ("EXPLAIN QUERY PLAN " + sql).c_str(), -1, &st,
+                               nullptr) != SQLITE_OK)
+            return std::string("error: ") + sqlite3_errmsg(db.handle());
+        while (sqlite3_step(st) == SQLITE_ROW)
+            out += reinterpret_cast<const char*>(sqlite3_column_text(st, 3)) + std::string("\n");
+        sqlite3_finalize(st);
+        return out;
+    };
+    auto uses = [&](const std::string& sql, const std::string& index) {
+        std::string p = plan(sql);
+        EXPECT_NE(p.find(index), std::string::npos) << sql << "\n" << p;
+        EXPECT_EQ(p.find("SCAN"), std::string::npos) << sql << "\n" << p;
+    };
+    uses("DELETE FROM ICStockBillEntry WHERE FInterID=5", "IX_ICStockBillEntry_Row");
+    uses("SELECT * FROM ICStockBillEntry WHERE FEntryID<0 AND FInterID=5",
+         "IX_ICStockBillEntry_Row");
+    uses("SELECT * FROM ICStockBillEntry WHERE FInterID=5 AND FEntryID=2 AND FEntryID>=0",
+         "UX_ICStockBillEntry_Entry");
+    uses("SELECT * FROM ICStockBillEntry WHERE FItemID=1 AND FInterID>7",
+         "IX_ICStockBillEntry_Item");
+    uses("SELECT * FROM ICStockBillEntry WHERE FRefInterID=3 AND FRefEntryID=1",
+         "IX_ICStockBillEntry_Ref");
+    uses("SELECT * FROM ICStockBillEntry_1 WHERE FInterID=5 AND FRowKey='1'",
+         "IX_ICStockBillEntry_1_Row");
+    uses("DELETE FROM ICOrderEntry WHERE FInterID=5", "IX_ICOrderEntry_Row");
+    uses("DELETE FROM ICOrderEntry_1 WHERE FInterID=5", "IX_ICOrderEntry_1_Row");
+    uses(
+        "SELECT * FROM ICStockBill WHERE FTranType=99 AND FDate BETWEEN '2025-03-01' AND "
+        "'2025-03-10'",
+        "IX_ICStockBill_Kind");
+    uses("UPDATE WLBill SET FDeleted=1 WHERE FOrderBillID=5", "IX_WLBill_Order");
+    uses("UPDATE vipjf_History SET FDeleted=1 WHERE FBillInterID=5", "IX_vipjf_History_Bill");
+    uses("SELECT * FROM ICStockBill WHERE FVipID=1001", "IX_ICStockBill_Vip");
+    uses("SELECT sum(FQty) FROM ICInitData WHERE FItemID=1 AND FStockID=2", "IX_ICInitData_Item");
+    uses("SELECT * FROM ICBillNo WHERE FDate='2025-03-09' AND FTranType=99", "sqlite_autoindex");
+}
+
+TEST(Schema, TextAndDateColumnsCompareAsTheServerDoes) {
+    TempDir dir;
+    Db db(new_database(dir));
+    db.exec(
+        "INSERT INTO ICStockBill (FInterID, FBillNo, FDate) VALUES (1, 'Pos250309-001', "
+        "'2025-03-09 00:00:00')");
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBill WHERE FBillNo='POS250309-001  '"), 1);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBill WHERE FDate='2025-03-09'"), 1);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBill WHERE FDate='2025-03-09T00:00'"), 1);
+    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBill WHERE FDate BETWEEN '2025/03/01' AND "
+                         "'2025-03-09'"),
+              1);
+}
