@@ -222,3 +222,21 @@ TEST(SqliteDriver, ProceduresRunOnTheCallersTransaction) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SqliteDriver, SchemaChangesMadeAfterConnectingAreSeen) {
+    TempDir dir;
+    const std::string db = dir.file("shop.db");
+    create_database(db, billdata::testing::kItemTable);
+    auto cn = Connection::create();
+    cn->Open(sqlite_connection(db));
+    cn->Execute("select FID from T")->Close();  // the catalogue is loaded and cached
+
+    create_database(db, "create table N(FID INTEGER, FDate DATETIME COLLATE BDDATE);");
+    cn->Execute("insert into N(FID, FDate) values(1, '2025-03-09')");
+    auto rs = cn->Execute("select FDate from N where FID=1");
+    EXPECT_EQ(rs->Fields("FDate").Value(), Variant(DateTime(2025, 3, 9)));
+}
+
+}  // namespace
