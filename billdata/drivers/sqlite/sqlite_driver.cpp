@@ -120,6 +120,11 @@ std::string excerpt(std::string_view text) {
     return std::string(text);
 }
 
+ComError read_only_refusal() {
+    return ComError(err::kDatabase,
+                    "this record set is read-only: a statement that writes is not run here");
+}
+
 class SqliteSession;
 
 // A live result over one prepared statement. The first row is stepped when the cursor is made,
@@ -390,9 +395,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
     } catch (const dialect::DialectError& e) {
         throw ComError(err::kDatabase, e.what());
     }
-    const ComError read_only_refusal(
-        err::kDatabase, "this record set is read-only: a statement that writes is not run here");
-    if (options.read_only && tr.writes) throw read_only_refusal;
+    if (options.read_only && tr.writes) throw read_only_refusal();
 
     StmtGuard g;
     const char* tail = nullptr;
@@ -400,15 +403,14 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
         sqlite3_prepare_v2(db_, tr.sql.data(), static_cast<int>(tr.sql.size()), &g.stmt, &tail);
     if (rc != SQLITE_OK) throw database_error(db_, rc);
     if (!g.stmt) throw ComError(err::kDatabase, "the statement is empty");
-    if (has_more_statements(tail, tr.sql.data() + tr.sql.size()))
-        throw ComError(
-            err::kDatabase,
-            "only one statement can run at a time; nothing was run, and this follows "
-            "the first statement: " +
-                excerpt(std::string_view(
-                    tail, static_cast<std::size_t>(tr.sql.data() + tr.sql.size() - tail))));
+    const char* end = tr.sql.data() + tr.sql.size();
+    if (has_more_statements(tail, end))
+        throw ComError(err::kDatabase,
+                       "only one statement can run at a time; nothing was run. After the first "
+                       "statement: " +
+                           excerpt(std::string_view(tail, static_cast<std::size_t>(end - tail))));
     const bool writes = !sqlite3_stmt_readonly(g.stmt) || is_transaction_control(g.stmt);
-    if (options.read_only && writes) throw read_only_refusal;
+    if (options.read_only && writes) throw read_only_refusal();
     if (writes) drain_cursors();
 
     const int ncol = sqlite3_column_count(g.stmt);
