@@ -1,0 +1,517 @@
+#include "billdata/ado/ado.h"
+
+#include <utility>
+
+#include "billdata/ado/driver.h"
+#include "billdata/ado/sql_log.h"
+
+namespace billdata::ado {
+
+namespace {
+
+// Platform errors of the data layer that the shared table of descriptions does not carry.
+constexpr std::int32_t kIllegalOperation = 3219;
+constexpr std::int32_t kNotUpdatable = 3251;
+constexpr std::int32_t kAlreadyInCollection = 3367;
+constexpr std::int32_t kObjectOpen = 3705;
+constexpr std::int32_t kNoConnection = 3709;
+
+ComError illegal_operation() {
+    return ComError(kIllegalOperation, "在此上下文中不允许操作。");
+}
+ComError not_updatable() {
+    return ComError(kNotUpdatable,
+                    "当前记录集不支持更新。这可能是提供者的限制，也可能是选定锁定类型的限制。");
+}
+ComError object_open() {
+    return ComError(kObjectOpen, "对象打开时，不允许操作。");
+}
+ComError no_connection() {
+    return ComError(kNoConnection, "连接无法用于执行此操作。在此上下文中它可能已被关闭或无效。");
+}
+
+bool iequals(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        char x = a[i], y = b[i];
+        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+        if (x != y) return false;
+    }
+    return true;
+}
+
+DataTypeEnum field_type(VarType t) {
+    switch (t) {
+        case VarType::Boolean:
+            return adBoolean;
+        case VarType::Integer:
+            return adSmallInt;
+        case VarType::Long:
+            return adInteger;
+        case VarType::Double:
+            return adDouble;
+        case VarType::Date:
+            return adDate;
+        case VarType::String:
+            return adVarWChar;
+        default:
+            return adVariant;
+    }
+}
+
+VarType var_type(DataTypeEnum t) {
+    switch (t) {
+        case adSmallInt:
+            return VarType::Integer;
+        case adInteger:
+            return VarType::Long;
+        case adDouble:
+            return VarType::Double;
+        case adDate:
+            return VarType::Date;
+        case adBoolean:
+            return VarType::Boolean;
+        case adBSTR:
+        case adVarChar:
+        case adVarWChar:
+            return VarType::String;
+        default:
+            return VarType::Empty;
+    }
+}
+
+// An output value as the parameter's declared type holds it (a procedure may hand back a Long
+// for an adDouble parameter).
+Variant coerce(const Variant& v, DataTypeEnum t) {
+    if (v.is_null() || v.is_empty()) return v;
+    switch (t) {
+        case adSmallInt:
+            return Variant(v.to_int16());
+        case adInteger:
+            return Variant(v.to_int32());
+        case adDouble:
+            return Variant(v.to_double());
+        case adDate:
+            return Variant(v.to_date());
+        case adBoolean:
+            return Variant(v.to_bool());
+        case adBSTR:
+        case adVarChar:
+        case adVarWChar:
+            return Variant(v.to_string());
+        default:
+            return v;
+    }
+}
+
+// The statement a record set or command runs for its source text.
+std::string statement_for(std::string_view source, long options) {
+    switch (options) {
+        case adCmdText:
+        case adCmdUnspecified:
+            return std::string(source);
+        case adCmdTable:
+            return "select * from " + std::string(source);
+        default:
+            throw ComError(err::kDatabase,
+                           "a record set opens a statement or a table only, not "
+                           "command type " +
+                               std::to_string(options));
+    }
+}
+
+}  // namespace
+
+// ---- Connection ---------------------------------------------------------------------------
+
+std::shared_ptr<Connection> Connection::create() {
+    return std::shared_ptr<Connection>(new Connection());
+}
+
+Connection::~Connection() {
+    try {
+        Close();
+    } catch (...) {
+        // A destructor must not throw; the engine rolls back what is left anyway.
+    }
+}
+
+void Connection::Open(std::string_view connection_string) {
+    if (session_) throw object_open();
+    auto cs = ConnectionString::parse(connection_string);
+    auto drv = driver::find_driver(cs);
+    session_ = drv->open(cs);
+    connection_string_ = std::string(connection_string);
+}
+
+void Connection::Close() {
+    if (!session_) return;
+    auto s = std::move(session_);
+    session_.reset();
+    // A record set may still hold the physical connection; the transaction must not outlive
+    // this object either way.
+    if (s->in_transaction()) {
+        try {
+            s->rollback();
+        } catch (const ComError&) {
+            // Nothing more can be done: closing never fails.
+        }
+    }
+}
+
+int Connection::State() const {
+    return session_ ? adStateOpen : adStateClosed;
+}
+
+std::shared_ptr<driver::Session> Connection::session() const {
+    if (!session_) throw ComError::platform(err::kObjectClosed);
+    return session_;
+}
+
+std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* records_affected,
+                                               long /*options*/) {
+    auto s = session();
+    sql_log::write(sql);
+    long affected = -1;
+    auto cursor = s->execute(sql, driver::ExecOptions{}, &affected);
+    if (records_affected) *records_affected = affected;
+    auto rs = Recordset::create();
+    if (cursor) {
+        rs->active_connection_ = shared_from_this();
+        rs->source_ = std::string(sql);
+        rs->attach_cursor(std::move(cursor), s, false);
+    }
+    return rs;
+}
+
+long Connection::BeginTrans() {
+    auto s = session();
+    if (s->in_transaction())
+        throw ComError(err::kDatabase, "a transaction is already open on this connection");
+    s->begin();
+    return 1;
+}
+
+void Connection::CommitTrans() {
+    session()->commit();
+}
+
+void Connection::RollbackTrans() {
+    session()->rollback();
+}
+
+bool Connection::InTransaction() const {
+    return session_ && session_->in_transaction();
+}
+
+// ---- Field / Fields -----------------------------------------------------------------------
+
+const Variant& Field::Value() const {
+    return owner_->value_at(index_);
+}
+
+void Field::SetValue(Variant value) {
+    owner_->set_value_at(index_, std::move(value));
+}
+
+Field* Fields::Find(std::string_view name) {
+    for (auto& f : fields_)
+        if (iequals(f->name_, name)) return f.get();
+    return nullptr;
+}
+
+Field& Fields::Item(std::string_view name) {
+    if (Field* f = Find(name)) return *f;
+    throw ComError::platform(err::kItemNotFound);
+}
+
+Field& Fields::Item(std::size_t index) {
+    if (index >= fields_.size()) throw ComError::platform(err::kItemNotFound);
+    return *fields_[index];
+}
+
+void Fields::Append(std::string_view name, DataTypeEnum type, long defined_size) {
+    if (owner_->State() != adStateClosed) throw illegal_operation();
+    if (Find(name)) throw ComError(kAlreadyInCollection, "对象已经在集合中。不能追加。");
+    fields_.push_back(std::unique_ptr<Field>(
+        new Field(owner_, fields_.size(), std::string(name), type, defined_size)));
+}
+
+// ---- Recordset ----------------------------------------------------------------------------
+
+Recordset::Recordset() : fields_(this) {}
+
+std::shared_ptr<Recordset> Recordset::create() {
+    return std::shared_ptr<Recordset>(new Recordset());
+}
+
+Recordset::~Recordset() {
+    cursor_.reset();
+    session_.reset();
+}
+
+void Recordset::SetCursorLocation(CursorLocationEnum location) {
+    if (kind_ != Kind::Closed) throw object_open();
+    location_ = location;
+}
+
+void Recordset::Open(std::string_view source, std::string_view connection_string,
+                     CursorTypeEnum cursor_type, LockTypeEnum /*lock_type*/, long options) {
+    if (kind_ != Kind::Closed) throw object_open();
+    std::string sql = statement_for(source, options);
+    // The record set owns this connection: it closes when the record set lets it go.
+    auto cn = Connection::create();
+    cn->Open(connection_string);
+    const bool client =
+        location_ == adUseClient || cursor_type == adOpenStatic || cursor_type == adOpenKeyset;
+    open_statement(sql, cn->session(), cn, client);
+}
+
+void Recordset::Open(std::string_view source, const std::shared_ptr<Connection>& active_connection,
+                     CursorTypeEnum cursor_type, LockTypeEnum /*lock_type*/, long options) {
+    if (kind_ != Kind::Closed) throw object_open();
+    std::shared_ptr<Connection> cn = active_connection ? active_connection : active_connection_;
+    if (!cn) throw no_connection();
+    std::string sql = statement_for(source, options);
+    const bool client =
+        location_ == adUseClient || cursor_type == adOpenStatic || cursor_type == adOpenKeyset;
+    open_statement(sql, cn->session(), cn, client);
+}
+
+void Recordset::Open() {
+    if (kind_ != Kind::Closed) throw object_open();
+    rows_.clear();
+    kind_ = Kind::Built;
+    position_ = 0;
+    eof_ = bof_ = true;
+    editing_ = false;
+}
+
+void Recordset::open_statement(std::string_view source, std::shared_ptr<driver::Session> session,
+                               std::shared_ptr<Connection> connection, bool client_side) {
+    sql_log::write(source);
+    driver::ExecOptions options;
+    options.read_only = true;
+    auto cursor = session->execute(source, options, nullptr);
+    source_ = std::string(source);
+    active_connection_ = std::move(connection);
+    if (!cursor) {
+        // A statement without rows leaves the record set closed, as the platform does.
+        active_connection_.reset();
+        return;
+    }
+    attach_cursor(std::move(cursor), std::move(session), client_side);
+}
+
+void Recordset::attach_cursor(std::unique_ptr<driver::Cursor> cursor,
+                              std::shared_ptr<driver::Session> session, bool client_side) {
+    fields_.fields_.clear();
+    const auto& columns = cursor->columns();
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        fields_.fields_.push_back(std::unique_ptr<Field>(
+            new Field(this, i, columns[i].name, field_type(columns[i].type), 0)));
+    position_ = 0;
+    editing_ = false;
+    if (client_side) {
+        rows_.clear();
+        std::vector<Variant> row;
+        while (cursor->next(row))
+            rows_.push_back(std::move(row));
+        kind_ = Kind::Static;
+        eof_ = bof_ = rows_.empty();
+        return;  // the cursor and the session go: every row is here
+    }
+    session_ = std::move(session);
+    cursor_ = std::move(cursor);
+    kind_ = Kind::Cursor;
+    fetch();
+    bof_ = eof_;
+}
+
+void Recordset::fetch() {
+    if (cursor_ && cursor_->next(current_)) {
+        eof_ = false;
+        return;
+    }
+    // Let the statement go at once, so that it holds no read lock while the caller goes on.
+    eof_ = true;
+    cursor_.reset();
+    current_.clear();
+}
+
+void Recordset::Close() {
+    cursor_.reset();
+    session_.reset();
+    active_connection_.reset();
+    rows_.clear();
+    current_.clear();
+    if (kind_ != Kind::Built) fields_.fields_.clear();  // a built record set keeps its layout
+    kind_ = Kind::Closed;
+    position_ = 0;
+    eof_ = bof_ = true;
+    editing_ = false;
+}
+
+int Recordset::State() const {
+    return kind_ == Kind::Closed ? adStateClosed : adStateOpen;
+}
+
+void Recordset::SetActiveConnection(const std::shared_ptr<Connection>& connection) {
+    if (kind_ == Kind::Cursor && connection != active_connection_) {
+        // A forward cursor reads from its connection as it moves; it cannot be let go.
+        throw illegal_operation();
+    }
+    active_connection_ = connection;
+}
+
+bool Recordset::Eof() const {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    return eof_;
+}
+
+bool Recordset::Bof() const {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    return bof_;
+}
+
+void Recordset::MoveNext() {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    if (eof_) throw ComError::platform(err::kNoCurrentRecord);
+    if (editing_) Update();
+    ++position_;
+    bof_ = false;
+    if (kind_ == Kind::Cursor) {
+        fetch();
+    } else {
+        eof_ = static_cast<std::size_t>(position_) >= rows_.size();
+    }
+}
+
+void Recordset::MoveFirst() {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    if (editing_) Update();
+    if (kind_ == Kind::Cursor) {
+        if (position_ == 0) return;  // still on the first row (or the set is empty)
+        // A forward cursor cannot go back: the statement runs again.
+        cursor_.reset();
+        current_.clear();
+        driver::ExecOptions options;
+        options.read_only = true;
+        cursor_ = session_->execute(source_, options, nullptr);
+        position_ = 0;
+        fetch();
+        bof_ = eof_;
+        return;
+    }
+    position_ = 0;
+    eof_ = bof_ = rows_.empty();
+}
+
+long Recordset::RecordCount() const {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    if (kind_ == Kind::Cursor) return -1;
+    return static_cast<long>(rows_.size());
+}
+
+void Recordset::AddNew() {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    if (kind_ != Kind::Built) throw not_updatable();
+    if (editing_) Update();
+    rows_.emplace_back(fields_.Count());
+    position_ = static_cast<long>(rows_.size()) - 1;
+    eof_ = bof_ = false;
+    editing_ = true;
+}
+
+void Recordset::Update() {
+    if (kind_ == Kind::Closed) throw ComError::platform(err::kObjectClosed);
+    if (kind_ != Kind::Built) throw not_updatable();
+    editing_ = false;  // values are written into the row as they are set
+}
+
+const Variant& Recordset::value_at(std::size_t index) const {
+    if (kind_ == Kind::Closed || eof_) throw ComError::platform(err::kNoCurrentRecord);
+    const std::vector<Variant>& row =
+        kind_ == Kind::Cursor ? current_ : rows_[static_cast<std::size_t>(position_)];
+    if (index >= row.size()) throw ComError::platform(err::kItemNotFound);
+    return row[index];
+}
+
+void Recordset::set_value_at(std::size_t index, Variant value) {
+    if (kind_ == Kind::Cursor || kind_ == Kind::Static) throw not_updatable();
+    if (kind_ == Kind::Closed || eof_) throw ComError::platform(err::kNoCurrentRecord);
+    auto& row = rows_[static_cast<std::size_t>(position_)];
+    if (index >= row.size()) throw ComError::platform(err::kItemNotFound);
+    row[index] = std::move(value);
+}
+
+// ---- Parameters / Command -----------------------------------------------------------------
+
+void Parameters::Append(std::shared_ptr<Parameter> p) {
+    if (!p) throw ComError::platform(err::kObjectRequired);
+    items_.push_back(std::move(p));
+}
+
+Parameter& Parameters::Item(std::string_view name) {
+    for (auto& p : items_)
+        if (iequals(p->Name(), name)) return *p;
+    throw ComError::platform(err::kItemNotFound);
+}
+
+Parameter& Parameters::Item(std::size_t index) {
+    if (index >= items_.size()) throw ComError::platform(err::kItemNotFound);
+    return *items_[index];
+}
+
+std::shared_ptr<Command> Command::create() {
+    return std::shared_ptr<Command>(new Command());
+}
+
+std::shared_ptr<Parameter> Command::CreateParameter(std::string_view name, DataTypeEnum type,
+                                                    ParameterDirectionEnum direction, long size,
+                                                    Variant value) {
+    auto p = std::make_shared<Parameter>();
+    p->name_ = std::string(name);
+    p->type_ = type;
+    p->direction_ = direction;
+    p->size_ = size;
+    p->value_ = std::move(value);
+    return p;
+}
+
+std::shared_ptr<Recordset> Command::Execute(long* records_affected, long options) {
+    if (!ActiveConnection) throw no_connection();
+    if (CommandType != adCmdStoredProc) {
+        const long kind = CommandType == adCmdUnspecified ? adCmdText : CommandType;
+        return ActiveConnection->Execute(statement_for(CommandText, kind), records_affected,
+                                         options);
+    }
+    auto s = ActiveConnection->session();
+    sql_log::write(CommandText);
+    std::vector<driver::ProcArg> args;
+    args.reserve(parameters_.items_.size());
+    for (const auto& p : parameters_.items_) {
+        driver::ProcArg a;
+        a.name = p->name_;
+        a.type = var_type(p->type_);
+        a.direction = p->direction_;
+        a.value = p->value_;
+        args.push_back(std::move(a));
+    }
+    auto cursor = s->call(CommandText, args);
+    for (std::size_t i = 0; i < args.size() && i < parameters_.items_.size(); ++i) {
+        Parameter& p = *parameters_.items_[i];
+        if (p.direction_ != adParamInput) p.value_ = coerce(args[i].value, p.type_);
+    }
+    if (records_affected) *records_affected = -1;
+    auto rs = Recordset::create();
+    if (cursor) {
+        rs->active_connection_ = ActiveConnection;
+        rs->source_ = CommandText;
+        rs->attach_cursor(std::move(cursor), s, false);
+    }
+    return rs;
+}
+
+}  // namespace billdata::ado

@@ -1,0 +1,51 @@
+#include <mutex>
+#include <vector>
+
+#include "billdata/ado/com_error.h"
+#include "billdata/ado/driver.h"
+
+namespace billdata::ado::driver {
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;
+    std::vector<std::shared_ptr<Driver>> drivers;
+};
+
+Registry& registry() {
+    static Registry r;
+    return r;
+}
+
+}  // namespace
+
+void register_driver(std::shared_ptr<Driver> driver) {
+    if (!driver) return;
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    for (auto& d : r.drivers) {
+        if (d->name() == driver->name()) {  // a later registration replaces the earlier one
+            d = std::move(driver);
+            return;
+        }
+    }
+    r.drivers.push_back(std::move(driver));
+}
+
+std::shared_ptr<Driver> find_driver(const ConnectionString& cs) {
+    register_builtin_drivers();
+    {
+        Registry& r = registry();
+        std::lock_guard lock(r.mutex);
+        for (const auto& d : r.drivers)
+            if (d->accepts(cs)) return d;
+    }
+    if (cs.has("provider"))
+        throw ComError(err::kConnection, "unknown provider '" + cs.get("provider") + "'");
+    if (cs.has("driver"))
+        throw ComError(err::kConnection, "unknown driver '" + cs.get("driver") + "'");
+    throw ComError(err::kConnection, "the connection string names no provider");
+}
+
+}  // namespace billdata::ado::driver

@@ -1,0 +1,16 @@
+#pragma once
+// The statement log: with BILLDATA_SQL_LOG=<file> in the environment, every statement the
+// component issues is appended to that file, one per line, exactly as it was built (before any
+// translation). A support engineer turns it on at a shop to see what a till sent.
+
+#include <string_view>
+
+namespace billdata::ado::sql_log {
+
+// Appends one statement (a newline inside it written as the two characters "\n", a carriage
+// return as "\r") when the variable is set; does nothing otherwise. The variable is read at each
+// call, so it can be set or cleared while the program runs. A file that cannot be opened is
+// skipped silently: logging never fails an operation. Thread-safe.
+void write(std::string_view statement);
+
+}  // namespace billdata::ado::sql_log

@@ -1,0 +1,261 @@
+#include "billdata/ado/variant.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "billdata/ado/com_error.h"
+
+namespace billdata::ado {
+
+namespace {
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+std::string_view trim(std::string_view s) {
+    while (!s.empty() && is_blank(s.front()))
+        s.remove_prefix(1);
+    while (!s.empty() && is_blank(s.back()))
+        s.remove_suffix(1);
+    return s;
+}
+
+bool iequals(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        char x = a[i], y = b[i];
+        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+        if (x != y) return false;
+    }
+    return true;
+}
+
+// Shortest fixed-notation text of a finite, non-negative double that reads back exactly.
+std::string fixed_text(double v) {
+    char buf[512];
+    auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed);
+    return std::string(buf, r.ptr);
+}
+
+// Rounds to an integral value half to even and checks the target range.
+template <class Int>
+Int to_integer(double v) {
+    double r = Variant::round_half_even(v);
+    if (std::isnan(r) || r < static_cast<double>(std::numeric_limits<Int>::min()) ||
+        r > static_cast<double>(std::numeric_limits<Int>::max()))
+        throw ComError::platform(err::kOverflow);
+    return static_cast<Int>(r);
+}
+
+}  // namespace
+
+Variant Variant::null() {
+    Variant v;
+    v.v_ = NullTag{};
+    return v;
+}
+
+Variant::Variant(bool v) : v_(v) {}
+Variant::Variant(std::int16_t v) : v_(v) {}
+Variant::Variant(std::int32_t v) : v_(v) {}
+Variant::Variant(std::int64_t v) {
+    if (v >= std::numeric_limits<std::int32_t>::min() &&
+        v <= std::numeric_limits<std::int32_t>::max())
+        v_ = static_cast<std::int32_t>(v);
+    else
+        v_ = static_cast<double>(v);
+}
+Variant::Variant(double v) : v_(v) {}
+Variant::Variant(const DateTime& v) : v_(v) {}
+Variant::Variant(std::string v) : v_(std::move(v)) {}
+Variant::Variant(std::string_view v) : v_(std::string(v)) {}
+Variant::Variant(const char* v) : v_(std::string(v ? v : "")) {}
+
+VarType Variant::type() const {
+    return static_cast<VarType>(v_.index());
+}
+
+bool Variant::is_numeric() const {
+    switch (type()) {
+        case VarType::Boolean:
+        case VarType::Integer:
+        case VarType::Long:
+        case VarType::Double:
+            return true;
+        default:
+            return false;
+    }
+}
+
+std::string Variant::to_string() const {
+    switch (type()) {
+        case VarType::Empty:
+        case VarType::Null:
+            return {};
+        case VarType::Boolean:
+            return std::get<bool>(v_) ? "True" : "False";
+        case VarType::Integer:
+            return std::to_string(std::get<std::int16_t>(v_));
+        case VarType::Long:
+            return std::to_string(std::get<std::int32_t>(v_));
+        case VarType::Double:
+            return format_double(std::get<double>(v_));
+        case VarType::Date:
+            return std::get<DateTime>(v_).to_string();
+        case VarType::String:
+            return std::get<std::string>(v_);
+    }
+    return {};
+}
+
+double Variant::to_double() const {
+    switch (type()) {
+        case VarType::Empty:
+            return 0;
+        case VarType::Null:
+            throw ComError::platform(err::kInvalidNull);
+        case VarType::Boolean:
+            return std::get<bool>(v_) ? -1 : 0;
+        case VarType::Integer:
+            return std::get<std::int16_t>(v_);
+        case VarType::Long:
+            return std::get<std::int32_t>(v_);
+        case VarType::Double:
+            return std::get<double>(v_);
+        case VarType::Date:
+            return std::get<DateTime>(v_).to_serial();
+        case VarType::String: {
+            double d = 0;
+            if (!parse_number(std::get<std::string>(v_), d))
+                throw ComError::platform(err::kTypeMismatch);
+            return d;
+        }
+    }
+    return 0;
+}
+
+std::int16_t Variant::to_int16() const {
+    if (type() == VarType::Integer) return std::get<std::int16_t>(v_);
+    return to_integer<std::int16_t>(to_double());
+}
+
+std::int32_t Variant::to_int32() const {
+    if (type() == VarType::Long) return std::get<std::int32_t>(v_);
+    return to_integer<std::int32_t>(to_double());
+}
+
+bool Variant::to_bool() const {
+    switch (type()) {
+        case VarType::Boolean:
+            return std::get<bool>(v_);
+        case VarType::String: {
+            std::string_view s = trim(std::get<std::string>(v_));
+            if (iequals(s, "true")) return true;
+            if (iequals(s, "false")) return false;
+            return to_double() != 0;
+        }
+        default:
+            return to_double() != 0;
+    }
+}
+
+DateTime Variant::to_date() const {
+    switch (type()) {
+        case VarType::Date:
+            return std::get<DateTime>(v_);
+        case VarType::Null:
+            throw ComError::platform(err::kInvalidNull);
+        case VarType::String: {
+            auto d = DateTime::parse(std::get<std::string>(v_));
+            if (!d) throw ComError::platform(err::kTypeMismatch);
+            return *d;
+        }
+        default:
+            return DateTime::from_serial(to_double());
+    }
+}
+
+bool Variant::operator==(const Variant& o) const {
+    return v_ == o.v_;
+}
+
+double Variant::round_half_even(double v, int digits) {
+    if (!std::isfinite(v)) return v;
+    if (digits < 0) digits = 0;
+    // Round the decimal text the value reads as, not its binary expansion: 2.675 is written and
+    // read as 2.675, so it rounds to 2.68 as a person expects.
+    const bool negative = std::signbit(v);
+    std::string text = fixed_text(std::fabs(v));
+    std::size_t dot = text.find('.');
+    if (dot == std::string::npos) return v;
+    const std::size_t frac_len = text.size() - dot - 1;
+    if (frac_len <= static_cast<std::size_t>(digits)) return v;
+
+    std::string kept = text.substr(0, dot) + text.substr(dot + 1, static_cast<std::size_t>(digits));
+    const char next = text[dot + 1 + static_cast<std::size_t>(digits)];
+    bool rest_nonzero = false;
+    for (std::size_t i = dot + 2 + static_cast<std::size_t>(digits); i < text.size(); ++i)
+        if (text[i] != '0') rest_nonzero = true;
+    const bool last_odd = ((kept.back() - '0') % 2) == 1;
+    const bool up = next > '5' || (next == '5' && (rest_nonzero || last_odd));
+    if (up) {
+        std::size_t i = kept.size();
+        while (i > 0) {
+            --i;
+            if (kept[i] == '9') {
+                kept[i] = '0';
+            } else {
+                ++kept[i];
+                break;
+            }
+            if (i == 0) kept.insert(kept.begin(), '1');
+        }
+    }
+    const std::size_t int_len = kept.size() - static_cast<std::size_t>(digits);
+    std::string out = kept.substr(0, int_len);
+    if (digits > 0) out += "." + kept.substr(int_len);
+    double r = 0;
+    std::from_chars(out.data(), out.data() + out.size(), r);
+    if (r == 0) return 0.0;  // never a negative zero
+    return negative ? -r : r;
+}
+
+bool Variant::parse_number(std::string_view text, double& out) {
+    std::string_view s = trim(text);
+    bool negative = false;
+    if (!s.empty() && (s.front() == '+' || s.front() == '-')) {
+        negative = s.front() == '-';
+        s.remove_prefix(1);
+    }
+    // Only plain decimal text: digits, one point, an optional exponent. from_chars alone would
+    // also take "inf" and "nan".
+    if (s.empty() || !(std::isdigit(static_cast<unsigned char>(s.front())) || s.front() == '.'))
+        return false;
+    double v = 0;
+    auto r = std::from_chars(s.data(), s.data() + s.size(), v, std::chars_format::general);
+    if (r.ec == std::errc::result_out_of_range) return false;
+    if (r.ec != std::errc() || r.ptr != s.data() + s.size()) return false;
+    out = negative ? -v : v;
+    return true;
+}
+
+std::string Variant::format_double(double v) {
+    if (std::isnan(v)) return "NaN";
+    if (std::isinf(v)) return v < 0 ? "-Infinity" : "Infinity";
+    if (v == 0) return "0";
+    if (std::fabs(v) < 1e15) {
+        std::string s = fixed_text(std::fabs(v));
+        return v < 0 ? "-" + s : s;
+    }
+    char buf[64];
+    auto r = std::to_chars(buf, buf + sizeof buf, v);
+    std::string s(buf, r.ptr);
+    for (char& c : s)
+        if (c == 'e') c = 'E';
+    return s;
+}
+
+}  // namespace billdata::ado

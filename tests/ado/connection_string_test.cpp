@@ -1,0 +1,53 @@
+#include <gtest/gtest.h>
+
+#include "billdata/ado/com_error.h"
+#include "billdata/ado/driver.h"
+
+namespace {
+
+using billdata::ado::ComError;
+using billdata::ado::ConnectionString;
+namespace err = billdata::ado::err;
+
+TEST(ConnectionString, ReadsKeywordsQuotesAndBarePaths) {
+    auto cs = ConnectionString::parse(" Provider = SQLite ; DATA   SOURCE=/var/shop/a.db;");
+    EXPECT_EQ(cs.get("provider"), "SQLite");
+    EXPECT_EQ(cs.get("Data Source"), "/var/shop/a.db");
+    EXPECT_TRUE(cs.has("data source"));
+    EXPECT_FALSE(cs.has("busy timeout"));
+    EXPECT_EQ(cs.get("Busy Timeout", "5000"), "5000");
+    EXPECT_EQ(cs.items().size(), 2u);
+
+    cs = ConnectionString::parse("Data Source=\"/tmp/a;b.db\";Password='it''s;secret'");
+    EXPECT_EQ(cs.get("data source"), "/tmp/a;b.db");
+    EXPECT_EQ(cs.get("password"), "it's;secret");
+
+    cs = ConnectionString::parse("/home/shop/billdata.db");
+    EXPECT_EQ(cs.get("provider"), "SQLite");
+    EXPECT_EQ(cs.get("data source"), "/home/shop/billdata.db");
+    EXPECT_EQ(cs.text(), "/home/shop/billdata.db");
+}
+
+TEST(ConnectionString, MalformedTextAndUnknownKeywordsAreRefused) {
+    for (const char* bad : {"", "Provider=SQLite;Data Source", "Data Source=\"/tmp/a.db", "=x",
+                            "Data Source='a.db' trailing", "/tmp/notes.txt"}) {
+        try {
+            ConnectionString::parse(bad);
+            ADD_FAILURE() << "accepted: " << bad;
+        } catch (const ComError& e) {
+            EXPECT_EQ(e.number(), err::kConnection) << bad;
+            EXPECT_FALSE(e.description().empty());
+        }
+    }
+    auto cs = ConnectionString::parse("Provider=SQLite;Data Source=a.db;Colour Depth=8");
+    EXPECT_NO_THROW(cs.require_known({"provider", "data source", "colour depth"}));
+    try {
+        cs.require_known({"provider", "data source"});
+        FAIL() << "unknown keyword accepted";
+    } catch (const ComError& e) {
+        EXPECT_EQ(e.number(), err::kConnection);
+        EXPECT_NE(e.description().find("Colour Depth"), std::string::npos) << e.description();
+    }
+}
+
+}  // namespace

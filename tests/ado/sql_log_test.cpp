@@ -1,0 +1,95 @@
+#include "billdata/ado/sql_log.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "billdata/ado/ado.h"
+#include "billdata/drivers/sqlite/sqlite_driver.h"
+#include "drivers/sqlite_fixture.h"
+#include "support/test_support.h"
+
+namespace {
+
+using namespace billdata::ado;
+using billdata::testing::TempDir;
+
+std::vector<std::string> lines_of(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+void do_nothing(sqlite3*, std::vector<driver::ProcArg>&) {}
+
+// Clears the variable whatever the test's outcome.
+struct LogTo {
+    explicit LogTo(const std::string& path) { setenv("BILLDATA_SQL_LOG", path.c_str(), 1); }
+    ~LogTo() { unsetenv("BILLDATA_SQL_LOG"); }
+};
+
+TEST(SqlLog, EveryIssuedStatementIsAppendedAsGiven) {
+    TempDir dir;
+    const std::string db = dir.file("shop.db"), log = dir.file("sql.log");
+    billdata::testing::create_database(db, billdata::testing::kItemTable);
+    billdata::drivers::sqlite::register_procedure("sp_TestNothing", do_nothing);
+    {
+        LogTo on(log);
+        auto cn = Connection::create();
+        cn->Open(billdata::testing::sqlite_connection(db));
+        cn->Execute("update T  set FQty=1\nwhere FID=1");
+        auto rs = Recordset::create();
+        rs->Open("select FName from T where FName='coat'", cn);
+        auto cmd = Command::create();
+        cmd->CommandText = "sp_TestNothing";
+        cmd->CommandType = adCmdStoredProc;
+        cmd->ActiveConnection = cn;
+        cmd->Execute();
+        cmd->CommandText = "delete from T where FID=3";
+        cmd->CommandType = adCmdText;
+        cmd->Execute();
+        try {
+            cn->Execute("select FNoSuchColumn from T");
+        } catch (const ComError&) {
+            // a refused statement was still issued
+        }
+    }
+    auto cn = Connection::create();
+    cn->Open(billdata::testing::sqlite_connection(db));
+    cn->Execute("update T set FQty=2 where FID=1");  // logging is off again
+
+    const std::vector<std::string> expected = {
+        "update T  set FQty=1\\nwhere FID=1", "select FName from T where FName='coat'",
+        "sp_TestNothing", "delete from T where FID=3", "select FNoSuchColumn from T"};
+    EXPECT_EQ(lines_of(log), expected);
+}
+
+TEST(SqlLog, LinesFromSeveralThreadsStayWhole) {
+    TempDir dir;
+    const std::string log = dir.file("sql.log");
+    LogTo on(log);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 250; ++i)
+                sql_log::write("select " + std::to_string(t) + std::string(200, 'x'));
+        });
+    for (auto& th : threads)
+        th.join();
+    auto lines = lines_of(log);
+    ASSERT_EQ(lines.size(), 1000u);
+    for (const auto& line : lines) {
+        ASSERT_EQ(line.size(), 208u);
+        EXPECT_EQ(line.substr(0, 7), "select ");
+        EXPECT_EQ(line.substr(8), std::string(200, 'x'));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,65 @@
+#pragma once
+// Helpers for tests that need a real embedded database file.
+
+#include <sqlite3.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "billdata/drivers/sqlite/tsql_runtime.h"
+
+namespace billdata::testing {
+
+// Creates the database file and runs `script` on it directly on the engine (table definitions
+// are no statements the data layer runs). The runtime's collations are registered first, since
+// the tables declare them.
+inline void create_database(const std::string& path, const std::string& script) {
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
+        SQLITE_OK) {
+        sqlite3_close(db);
+        throw std::runtime_error("cannot create " + path);
+    }
+    drivers::sqlite::register_tsql_runtime(db);
+    char* msg = nullptr;
+    int rc = sqlite3_exec(db, script.c_str(), nullptr, nullptr, &msg);
+    std::string error = msg ? msg : "";
+    sqlite3_free(msg);
+    sqlite3_close(db);
+    if (rc != SQLITE_OK) throw std::runtime_error("setup script failed: " + error);
+}
+
+// A value read straight from the file, bypassing the data layer.
+inline std::string scalar(const std::string& path, const std::string& sql) {
+    sqlite3* db = nullptr;
+    sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    drivers::sqlite::register_tsql_runtime(db);
+    sqlite3_stmt* stmt = nullptr;
+    std::string out = "<error>";
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK) {
+        int rc = sqlite3_step(stmt);
+        if (rc == SQLITE_ROW) {
+            const unsigned char* t = sqlite3_column_text(stmt, 0);
+            out = t ? reinterpret_cast<const char*>(t) : "<null>";
+        } else if (rc == SQLITE_DONE) {
+            out = "<none>";
+        }
+    }
+    sqlite3_finalize(stmt);
+    sqlite3_close(db);
+    return out;
+}
+
+inline std::string sqlite_connection(const std::string& path, const std::string& extra = {}) {
+    return "Provider=SQLite;Data Source=" + path + extra;
+}
+
+// The usual small table of the data-layer tests, declared as the schema declares its columns.
+inline const char* kItemTable =
+    "create table T(FID INTEGER PRIMARY KEY, FName TEXT COLLATE BDTEXT, FQty REAL, "
+    "FDate DATETIME COLLATE BDDATE);"
+    "insert into T values(1,'shirt',2.5,'2025-03-09 00:00:00');"
+    "insert into T values(2,'coat',4,'2025-03-10 14:30:00');"
+    "insert into T values(3,'hat',NULL,NULL);";
+
+}  // namespace billdata::testing
