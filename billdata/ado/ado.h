@@ -66,7 +66,7 @@ class Recordset;
 
 // A connection to one database, chosen by its connection string (see ConnectionString).
 class Connection : public std::enable_shared_from_this<Connection> {
-public:
+  public:
     static std::shared_ptr<Connection> create();
     ~Connection();
 
@@ -92,14 +92,14 @@ public:
     // For Recordset and Command: the physical connection (ComError 3704 when closed).
     std::shared_ptr<driver::Session> session() const;
 
-private:
+  private:
     Connection() = default;
     std::string connection_string_;
     std::shared_ptr<driver::Session> session_;
 };
 
 class Field {
-public:
+  public:
     const std::string& Name() const { return name_; }
     DataTypeEnum Type() const { return type_; }
     long DefinedSize() const { return size_; }
@@ -109,7 +109,7 @@ public:
     // current row); ComError 3251 for a record set read from a database.
     void SetValue(Variant value);
 
-private:
+  private:
     friend class Recordset;
     friend class Fields;
     Field(Recordset* owner, std::size_t index, std::string name, DataTypeEnum type, long size)
@@ -122,16 +122,16 @@ private:
 };
 
 class Fields {
-public:
+  public:
     std::size_t Count() const { return fields_.size(); }
     // By name, without regard to case; ComError 3265 when there is no such field.
     Field& Item(std::string_view name);
-    Field& Item(std::size_t index);  // ComError 3265 when out of range
+    Field& Item(std::size_t index);      // ComError 3265 when out of range
     Field* Find(std::string_view name);  // nullptr when there is no such field
     // Adds a field to a record set the caller builds (before Open).
     void Append(std::string_view name, DataTypeEnum type, long defined_size = 0);
 
-private:
+  private:
     friend class Recordset;
     explicit Fields(Recordset* owner) : owner_(owner) {}
     Recordset* owner_;
@@ -149,7 +149,7 @@ private:
 //  - a record set the caller builds: Fields().Append, Open(), AddNew, Field::SetValue, Update,
 //    MoveFirst. This is how a front end hands bill lines to the component.
 class Recordset : public std::enable_shared_from_this<Recordset> {
-public:
+  public:
     static std::shared_ptr<Recordset> create();
     ~Recordset();
 
@@ -174,7 +174,7 @@ public:
 
     bool Eof() const;
     bool Bof() const;
-    void MoveNext();   // ComError 3021 when already at EOF
+    void MoveNext();  // ComError 3021 when already at EOF
     void MoveFirst();
     long RecordCount() const;  // -1 for a forward-only cursor
 
@@ -186,7 +186,7 @@ public:
     void AddNew();
     void Update();
 
-private:
+  private:
     friend class Field;
     friend class Connection;
     friend class Command;
@@ -207,16 +207,16 @@ private:
     std::shared_ptr<driver::Session> session_;  // declared before cursor_: outlives it
     std::unique_ptr<driver::Cursor> cursor_;
     std::string source_;
-    std::vector<Variant> current_;              // Cursor kind: the current row
-    std::vector<std::vector<Variant>> rows_;    // Static and Built kinds
-    long position_ = 0;                         // index of the current row (Static, Built)
+    std::vector<Variant> current_;            // Cursor kind: the current row
+    std::vector<std::vector<Variant>> rows_;  // Static and Built kinds
+    long position_ = 0;                       // index of the current row (Static, Built)
     bool eof_ = true;
     bool bof_ = true;
     bool editing_ = false;
 };
 
 class Parameter {
-public:
+  public:
     const std::string& Name() const { return name_; }
     DataTypeEnum Type() const { return type_; }
     ParameterDirectionEnum Direction() const { return direction_; }
@@ -224,7 +224,7 @@ public:
     const Variant& Value() const { return value_; }
     void SetValue(Variant v) { value_ = std::move(v); }
 
-private:
+  private:
     friend class Command;
     std::string name_;
     DataTypeEnum type_ = adEmpty;
@@ -234,21 +234,21 @@ private:
 };
 
 class Parameters {
-public:
+  public:
     void Append(std::shared_ptr<Parameter> p);
     std::size_t Count() const { return items_.size(); }
     // By name without regard to case ("@Rtnqty" finds "@RtnQty"); ComError 3265 if absent.
     Parameter& Item(std::string_view name);
     Parameter& Item(std::size_t index);
 
-private:
+  private:
     friend class Command;
     std::vector<std::shared_ptr<Parameter>> items_;
 };
 
 // A stored-procedure call (CommandType adCmdStoredProc) or a statement (adCmdText).
 class Command {
-public:
+  public:
     static std::shared_ptr<Command> create();
 
     std::string CommandText;
@@ -265,7 +265,7 @@ public:
     std::shared_ptr<Recordset> Execute(long* records_affected = nullptr,
                                        long options = adOptionUnspecified);
 
-private:
+  private:
     Command() = default;
     ::billdata::ado::Parameters parameters_;
 };

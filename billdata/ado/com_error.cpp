@@ -6,16 +6,24 @@ namespace billdata::ado {
 
 const char* err::description(std::int32_t number) {
     switch (number) {
-        case kOverflow: return "溢出";
-        case kSubscript: return "下标越界";
-        case kTypeMismatch: return "类型不匹配";
-        case kInvalidNull: return "无效使用 Null";
-        case kObjectRequired: return "要求对象";
+        case kOverflow:
+            return "溢出";
+        case kSubscript:
+            return "下标越界";
+        case kTypeMismatch:
+            return "类型不匹配";
+        case kInvalidNull:
+            return "无效使用 Null";
+        case kObjectRequired:
+            return "要求对象";
         case kNoCurrentRecord:
             return "BOF 或 EOF 中有一个是“真”，或者当前的记录已被删除，所需的操作要求一个当前的记录。";
-        case kItemNotFound: return "在对应所需名称或序数的集合中，未找到项目。";
-        case kObjectClosed: return "对象关闭时，不允许操作。";
-        default: return "";
+        case kItemNotFound:
+            return "在对应所需名称或序数的集合中，未找到项目。";
+        case kObjectClosed:
+            return "对象关闭时，不允许操作。";
+        default:
+            return "";
     }
 }
 

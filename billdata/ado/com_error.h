@@ -11,18 +11,18 @@ namespace billdata::ado {
 // already knows from the platform, so they are kept as they are.
 namespace err {
 inline constexpr std::int32_t kComponent = -2147220503;  // vbObjectError + 1001 (0x800403E9)
-inline constexpr std::int32_t kOverflow = 6;              // "溢出"
-inline constexpr std::int32_t kSubscript = 9;             // "下标越界"
-inline constexpr std::int32_t kTypeMismatch = 13;         // "类型不匹配"
-inline constexpr std::int32_t kInvalidNull = 94;          // "无效使用 Null"
-inline constexpr std::int32_t kObjectRequired = 424;      // "要求对象"
-inline constexpr std::int32_t kNoCurrentRecord = 3021;    // reading a field at BOF/EOF
-inline constexpr std::int32_t kItemNotFound = 3265;       // no such field / parameter
-inline constexpr std::int32_t kObjectClosed = 3704;       // operation on a closed object
-inline constexpr std::int32_t kDatabase = -2147217900;    // 0x80040E14: statement refused or failed
-inline constexpr std::int32_t kIntegrity = -2147217873;   // 0x80040E2F: constraint violated
-inline constexpr std::int32_t kLockTimeout = -2147217871; // 0x80040E31: lock wait gave up
-inline constexpr std::int32_t kConnection = -2147467259;  // 0x80004005: cannot open / bad string
+inline constexpr std::int32_t kOverflow = 6;             // "溢出"
+inline constexpr std::int32_t kSubscript = 9;            // "下标越界"
+inline constexpr std::int32_t kTypeMismatch = 13;        // "类型不匹配"
+inline constexpr std::int32_t kInvalidNull = 94;         // "无效使用 Null"
+inline constexpr std::int32_t kObjectRequired = 424;     // "要求对象"
+inline constexpr std::int32_t kNoCurrentRecord = 3021;   // reading a field at BOF/EOF
+inline constexpr std::int32_t kItemNotFound = 3265;      // no such field / parameter
+inline constexpr std::int32_t kObjectClosed = 3704;      // operation on a closed object
+inline constexpr std::int32_t kDatabase = -2147217900;   // 0x80040E14: statement refused or failed
+inline constexpr std::int32_t kIntegrity = -2147217873;  // 0x80040E2F: constraint violated
+inline constexpr std::int32_t kLockTimeout = -2147217871;  // 0x80040E31: lock wait gave up
+inline constexpr std::int32_t kConnection = -2147467259;   // 0x80004005: cannot open / bad string
 
 // The platform's own descriptions of its error numbers (a Chinese system's texts).
 const char* description(std::int32_t number);
@@ -37,7 +37,7 @@ enum class ErrorClass { None, Lock, DuplicateKey, Other };
 // the key that was violated ("ICStockBill.FInterID" style, columns comma separated) and whether
 // the transaction on the connection was still open after the error.
 class ComError : public std::exception {
-public:
+  public:
     ComError() = default;
     ComError(std::int32_t number, std::string description, std::string source = {});
 
@@ -58,7 +58,7 @@ public:
 
     ComError& classify(ErrorClass c, int native, std::string key, bool txn_open);
 
-private:
+  private:
     std::int32_t number_ = 0;
     std::string description_;
     std::string source_;

@@ -11,7 +11,7 @@ namespace billdata::ado {
 
 // Local date-time with a resolution of one second. Plain value type; thread-safe to copy.
 class DateTime {
-public:
+  public:
     DateTime() = default;  // 1899-12-30 00:00:00, the platform's date zero
     DateTime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
 
@@ -47,7 +47,7 @@ public:
 
     auto operator<=>(const DateTime&) const = default;
 
-private:
+  private:
     std::int16_t year_ = 1899;
     std::int8_t month_ = 12, day_ = 30, hour_ = 0, minute_ = 0, second_ = 0;
 };

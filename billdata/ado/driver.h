@@ -17,7 +17,7 @@ namespace billdata::ado {
 // `Provider=SQLite;Data Source=<path>`. Parsing raises ComError (err::kConnection) for malformed
 // text; each driver refuses keywords it does not know (require_known).
 class ConnectionString {
-public:
+  public:
     static ConnectionString parse(std::string_view text);
 
     const std::string& text() const { return text_; }
@@ -28,7 +28,7 @@ public:
     void require_known(const std::vector<std::string>& known) const;
     const std::map<std::string, std::string>& items() const { return items_; }  // lower-case keys
 
-private:
+  private:
     std::string text_;
     std::map<std::string, std::string> items_;
 };
@@ -42,7 +42,7 @@ struct ColumnInfo {
 
 // A live result: rows are produced one at a time, never all held in memory.
 class Cursor {
-public:
+  public:
     virtual ~Cursor() = default;
     virtual const std::vector<ColumnInfo>& columns() const = 0;
     // Reads the next row into `row` (resized to columns().size()); false at the end.
@@ -66,7 +66,7 @@ struct ProcArg {
 // Errors are raised as ComError, classified (ComError::error_class) from the engine's native
 // code, with the violated key and whether the transaction is still open.
 class Session {
-public:
+  public:
     virtual ~Session() = default;
     virtual std::string_view engine() const = 0;  // "sqlite", "sqlserver", "postgresql"
 
@@ -89,7 +89,7 @@ public:
 };
 
 class Driver {
-public:
+  public:
     virtual ~Driver() = default;
     virtual std::string name() const = 0;
     // True when this driver serves the connection string (by its Provider, Driver or path).

@@ -24,7 +24,7 @@ enum class VarType { Empty, Null, Boolean, Integer, Long, Double, Date, String }
 //   - to Date: a date text that DateTime::parse reads, or a serial number.
 // Value type; thread-safe to copy.
 class Variant {
-public:
+  public:
     Variant() = default;  // Empty
     static Variant null();
     Variant(bool v);
@@ -59,7 +59,7 @@ public:
     // Invariant shortest text of a double that reads back exactly ("0.1", "12", "-3.5").
     static std::string format_double(double v);
 
-private:
+  private:
     struct NullTag {
         bool operator==(const NullTag&) const = default;
     };
@@ -69,6 +69,8 @@ private:
 };
 
 // Text as the statements write a value: the same as Variant::to_string().
-inline std::string str(const Variant& v) { return v.to_string(); }
+inline std::string str(const Variant& v) {
+    return v.to_string();
+}
 
 }  // namespace billdata::ado

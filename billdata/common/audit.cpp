@@ -8,11 +8,15 @@ namespace billdata::common {
 const char* audit_table(std::int16_t tran_type) {
     switch (tran_type) {
         case 11:
-        case 21: return "ICOrder";
+        case 21:
+            return "ICOrder";
         case 13:
-        case 23: return "WLBill";
-        case 50: return "ICSpTjd";
-        default: return "ICStockBill";
+        case 23:
+            return "WLBill";
+        case 50:
+            return "ICSpTjd";
+        default:
+            return "ICStockBill";
     }
 }
 
@@ -41,9 +45,8 @@ void run_one(const std::string& sql) {
 
 void SetCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t checker_id) {
     audit_guarded("没有需要审核的单据!", [&] {
-        run_one(std::string("Update ") + audit_table(tran_type) +
-                " set FCheckerID=" + std::to_string(checker_id) + " where FInterID in (" +
-                std::string(inter_ids) + ")");
+        run_one(std::string("Update ") + audit_table(tran_type) + " set FCheckerID=" +
+                std::to_string(checker_id) + " where FInterID in (" + std::string(inter_ids) + ")");
     });
 }
 
@@ -53,14 +56,21 @@ void ClearCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int
     const char* head = nullptr;
     switch (tran_type) {
         case 11:
-        case 21: head = "Update ICOrder set FCheckerID=0 where FInterID in ("; break;
+        case 21:
+            head = "Update ICOrder set FCheckerID=0 where FInterID in (";
+            break;
         case 13:
-        case 23: head = "Update WLBill set FCheckerID=0 where FInterID in ("; break;
-        case 50: head = "Update ICSptjd set FCheckerID=0 where FInterID in ("; break;
-        default: head = "Update ICStockBill set FCheckerID=0 where FInterID in ("; break;
+        case 23:
+            head = "Update WLBill set FCheckerID=0 where FInterID in (";
+            break;
+        case 50:
+            head = "Update ICSptjd set FCheckerID=0 where FInterID in (";
+            break;
+        default:
+            head = "Update ICStockBill set FCheckerID=0 where FInterID in (";
+            break;
     }
-    audit_guarded("没有需要反审核的单据!",
-                  [&] { run_one(head + std::string(inter_ids) + ")"); });
+    audit_guarded("没有需要反审核的单据!", [&] { run_one(head + std::string(inter_ids) + ")"); });
 }
 
 double GetStockQty(const std::shared_ptr<ado::Connection>& cn, std::int32_t stock_id,

@@ -29,15 +29,16 @@ bool is_interior_id_duplicate(const ComError& e) {
     if (e.error_class() != ErrorClass::DuplicateKey) return false;
     const std::string& key = e.violated_key();
     auto dot = key.find('.');
-    std::string_view columns = dot == std::string::npos ? std::string_view(key)
-                                                        : std::string_view(key).substr(dot + 1);
+    std::string_view columns =
+        dot == std::string::npos ? std::string_view(key) : std::string_view(key).substr(dot + 1);
     while (!columns.empty()) {
         auto comma = columns.find(',');
         std::string_view col = columns.substr(0, comma);
-        while (!col.empty() && col.front() == ' ') col.remove_prefix(1);
-        while (!col.empty() && col.back() == ' ') col.remove_suffix(1);
-        if (col.size() == 8 &&
-            std::equal(col.begin(), col.end(), "finterid", [](char a, char b) {
+        while (!col.empty() && col.front() == ' ')
+            col.remove_prefix(1);
+        while (!col.empty() && col.back() == ' ')
+            col.remove_suffix(1);
+        if (col.size() == 8 && std::equal(col.begin(), col.end(), "finterid", [](char a, char b) {
                 return std::tolower(static_cast<unsigned char>(a)) == b;
             }))
             return true;
@@ -116,7 +117,9 @@ void Executor::commit() {
     });
 }
 
-void Executor::rollback() { connection_->RollbackTrans(); }
+void Executor::rollback() {
+    connection_->RollbackTrans();
+}
 
 std::shared_ptr<ado::Recordset> open_recordset(std::string_view sql,
                                                std::string_view connection_string,

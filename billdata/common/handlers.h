@@ -55,7 +55,7 @@ decltype(auto) retry_on_lock(std::chrono::milliseconds timeout, bool in_transact
 // Runs the statements of one operation on one connection under the operation's handler.
 // Not thread-safe; lives as long as the operation.
 class Executor {
-public:
+  public:
     Executor(std::shared_ptr<ado::Connection> connection, Handler handler);
 
     const std::shared_ptr<ado::Connection>& connection() const { return connection_; }
@@ -79,7 +79,7 @@ public:
     void commit();
     void rollback();
 
-private:
+  private:
     template <class Fn>
     auto run(Fn&& fn) -> decltype(fn());
 
@@ -92,8 +92,7 @@ private:
 // Opens a forward-only record set on a statement through a private connection of the connection
 // string, with the Common handler's lock retry. Errors other than locks pass unchanged.
 std::shared_ptr<ado::Recordset> open_recordset(std::string_view sql,
-                                               std::string_view connection_string,
-                                               Handler handler);
+                                               std::string_view connection_string, Handler handler);
 
 // --- implementation of the template ---
 

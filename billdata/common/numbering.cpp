@@ -37,9 +37,8 @@ std::string bill_prefix(std::string_view kind) {
         int code;
         const char* prefix;
     };
-    static constexpr Entry first[] = {{11, "CD"},  {21, "XD"}, {13, "Fkd"}, {14, "JT"},
-                                      {115, "QR"}, {17, "JR"}, {23, "SK"},  {27, "JC"},
-                                      {31, "DB"},  {125, "QC"}};
+    static constexpr Entry first[] = {{11, "CD"}, {21, "XD"}, {13, "Fkd"}, {14, "JT"}, {115, "QR"},
+                                      {17, "JR"}, {23, "SK"}, {27, "JC"},  {31, "DB"}, {125, "QC"}};
     for (const auto& e : first)
         if (code == e.code) return e.prefix;
     // Every kind whose text begins with "99" is a till sale (99, 991, …).

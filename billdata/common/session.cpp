@@ -9,9 +9,13 @@ SessionContext& session() {
     return context;
 }
 
-void SetPromptString(std::string_view text) { session().PromptString = std::string(text); }
+void SetPromptString(std::string_view text) {
+    session().PromptString = std::string(text);
+}
 
-std::string GetPromptString() { return session().PromptString; }
+std::string GetPromptString() {
+    return session().PromptString;
+}
 
 void init_session(std::string_view prompt_string, std::int16_t year, std::int16_t period) {
     SetPromptString(prompt_string);

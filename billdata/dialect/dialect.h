@@ -18,7 +18,7 @@ enum class ColumnType { Unknown, Integer, Real, Text, Date };
 // translator uses it to tell text concatenation from addition and date comparisons from text
 // comparisons, and to resolve unqualified column names.
 class Catalog {
-public:
+  public:
     void add_column(std::string_view table, std::string_view column, ColumnType type);
     bool has_table(std::string_view table) const;
     // Unknown when the table or column is not in the catalogue.
@@ -31,7 +31,7 @@ public:
     std::vector<std::string> columns(std::string_view table) const;
     std::vector<std::string> tables() const;
 
-private:
+  private:
     struct Table {
         std::string name;
         std::vector<std::pair<std::string, ColumnType>> columns;  // declared order
@@ -61,13 +61,13 @@ struct Translation {
 // does not support. `position` is the byte offset in the source text; what() names the construct
 // and the position ("unsupported construct 'pivot' at position 31").
 class DialectError : public std::runtime_error {
-public:
+  public:
     DialectError(const std::string& message, std::size_t position, std::string construct = {})
         : std::runtime_error(message), position_(position), construct_(std::move(construct)) {}
     std::size_t position() const { return position_; }
     const std::string& construct() const { return construct_; }
 
-private:
+  private:
     std::size_t position_;
     std::string construct_;
 };

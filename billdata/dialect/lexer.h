@@ -47,8 +47,9 @@ enum class Tok : std::uint8_t {
 // alphabetical order: the lexer finds them by binary search.
 #define BILLDATA_TSQL_KEYWORDS(X)                                                                  \
     X(ADD)                                                                                         \
-    X(ALL) X(ALTER) X(AND) X(ANY) X(AS) X(ASC) X(BEGIN) X(BETWEEN) X(BREAK) X(BY) X(CASCADE)       \
-        X(CASE) X(CAST) X(CHECK) X(CLOSE) X(COLLATE) X(COLUMN) X(COMMIT) X(COMPUTE) X(CONSTRAINT)  \
+    X(ALL)                                                                                         \
+    X(ALTER) X(AND) X(ANY) X(AS) X(ASC) X(BEGIN) X(BETWEEN) X(BREAK) X(BY) X(CASCADE) X(CASE)      \
+        X(CAST) X(CHECK) X(CLOSE) X(COLLATE) X(COLUMN) X(COMMIT) X(COMPUTE) X(CONSTRAINT)          \
             X(CONTAINS) X(CONTINUE) X(CONVERT) X(CREATE) X(CROSS) X(CURRENT) X(CURSOR) X(DATABASE) \
                 X(DEALLOCATE) X(DECLARE) X(DEFAULT) X(DELETE) X(DENY) X(DESC) X(DISTINCT) X(DROP)  \
                     X(ELSE) X(END) X(ESCAPE) X(EXCEPT) X(EXEC) X(EXECUTE) X(EXISTS) X(FETCH)       \

@@ -9,7 +9,7 @@ namespace billdata::testing {
 // A fresh empty directory under the system's temporary folder; removed with its contents when
 // the object goes.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -19,7 +19,7 @@ public:
     // Path of a file inside the directory, as text.
     std::string file(const std::string& name) const { return (path_ / name).string(); }
 
-private:
+  private:
     std::filesystem::path path_;
 };
 

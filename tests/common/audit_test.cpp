@@ -1,0 +1,83 @@
+#include "billdata/common/audit.h"
+
+#include "fixture.h"
+
+namespace billdata::testing {
+namespace {
+
+class AuditTest : public DatabaseTest {
+  protected:
+    void SetUp() override {
+        DatabaseTest::SetUp();
+        exec(
+            "insert into ICOrder(FInterID,FTranType,FDate,FCheckerID) values(12,21,'2025-03-01',0)");
+        exec(
+            "insert into ICOrder(FInterID,FTranType,FDate,FCheckerID) values(15,11,'2025-03-01',0)");
+        exec(
+            "insert into ICStockBill(FInterID,FTranType,FDate,FCheckerID) values(12,17,'2025-03-01',0)");
+        exec(
+            "insert into WLBill(FInterID,FTranType,FDate,FCheckerID) values(12,23,'2025-03-01',0)");
+        exec("insert into ICSpTjd(FInterID,FCheckerID) values(12,0)");
+    }
+    int checker(const std::string& table, int id) {
+        return scalar("select isnull(FCheckerID,0) from " + table +
+                      " where FInterID=" + std::to_string(id))
+            .to_int32();
+    }
+};
+
+TEST_F(AuditTest, MarksTheHeaderTableOfTheKind) {
+    common::SetCheckMark(21, "12,15", 3);
+    EXPECT_EQ(checker("ICOrder", 12), 3);
+    EXPECT_EQ(checker("ICOrder", 15), 3);
+    EXPECT_EQ(checker("ICStockBill", 12), 0);
+    EXPECT_EQ(checker("WLBill", 12), 0);
+
+    common::SetCheckMark(17, "12", 4);
+    EXPECT_EQ(checker("ICStockBill", 12), 4);
+    common::SetCheckMark(50, "12", 5);
+    EXPECT_EQ(checker("ICSpTjd", 12), 5);
+    common::SetCheckMark(23, "12", 6);
+    EXPECT_EQ(checker("WLBill", 12), 6);
+
+    // Un-auditing writes 0 whatever user asks, through the other spelling of ICSpTjd too.
+    common::ClearCheckMark(21, "12", 7);
+    EXPECT_EQ(checker("ICOrder", 12), 0);
+    EXPECT_EQ(checker("ICOrder", 15), 3);
+    common::ClearCheckMark(50, "12", 7);
+    EXPECT_EQ(checker("ICSpTjd", 12), 0);
+    common::ClearCheckMark(17, "12", 7);
+    EXPECT_EQ(checker("ICStockBill", 12), 0);
+}
+
+TEST_F(AuditTest, EmptyListIsRefusedByTheDatabase) {
+    try {
+        common::SetCheckMark(11, "", 3);
+        ADD_FAILURE() << "expected the database to refuse an empty in-list";
+    } catch (const ado::ComError& e) {
+        EXPECT_EQ(e.number(), ado::err::kComponent);
+        EXPECT_FALSE(e.description().empty());
+    }
+    EXPECT_EQ(checker("ICOrder", 15), 0);
+    // A second statement smuggled into the list is refused whole.
+    EXPECT_THROW(common::SetCheckMark(11, "15) delete from ICOrder where (1=1", 3), ado::ComError);
+    EXPECT_EQ(scalar("select count(*) from ICOrder").to_int32(), 2);
+}
+
+TEST_F(AuditTest, StockQuantitySeesTheCallersUncommittedRows) {
+    auto cn = open();
+    cn->BeginTrans();
+    cn->Execute(
+        "insert into ICStockBill(FInterID,FTranType,FDate,FInStockID) "
+        "values(100,112,'2025-03-02',1)");
+    cn->Execute("insert into ICStockBillEntry(FInterID,FEntryID,FItemID,FQty) values(100,1,9,5)");
+    EXPECT_DOUBLE_EQ(common::GetStockQty(cn, 1, 9, 0), 5.0);
+    // The bill named is left out; another stock holds nothing.
+    EXPECT_DOUBLE_EQ(common::GetStockQty(cn, 1, 9, 100), 0.0);
+    EXPECT_DOUBLE_EQ(common::GetStockQty(cn, 2, 9, 0), 0.0);
+    cn->RollbackTrans();
+    EXPECT_DOUBLE_EQ(common::GetStockQty(cn, 1, 9, 0), 0.0);
+}
+
+}  // namespace
+}  // namespace billdata::testing

@@ -1,0 +1,90 @@
+// The billdata program, run as a person or a script runs it.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace billdata::testing {
+namespace {
+
+struct CliRun {
+    int status = -1;
+    std::string out;  // standard output and standard error together
+};
+
+CliRun run(const std::string& args) {
+    CliRun r;
+    std::string command = std::string(BILLDATA_CLI) + " " + args + " 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return r;
+    std::array<char, 4096> buffer{};
+    size_t n = 0;
+    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
+        r.out.append(buffer.data(), n);
+    int status = ::pclose(pipe);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+TEST(Cli, InitSqlAndTranslate) {
+    TempDir dir;
+    std::string db = dir.file("shop.db");
+    CliRun init = run("init '" + db + "' --demo --year 2025 --period 3");
+    ASSERT_EQ(init.status, 0) << init.out;
+
+    // Refuses to overwrite a database that holds tables.
+    CliRun again = run("init '" + db + "'");
+    EXPECT_EQ(again.status, 1) << again.out;
+
+    CliRun settings = run("sql --db '" + db +
+                          "' --format csv \"select FKey,FValue from t_SystemProfile where FKey in "
+                          "('CurrentYear','CurrentPeriod') order by FKey\"");
+    ASSERT_EQ(settings.status, 0) << settings.out;
+    EXPECT_EQ(settings.out, "FKey,FValue\nCurrentPeriod,3\nCurrentYear,2025\n");
+
+    CliRun json = run("sql --db '" + db +
+                      "' --format json \"select top 1 FMaxNum from ICMaxNum where FTranType=11\"");
+    ASSERT_EQ(json.status, 0) << json.out;
+    EXPECT_EQ(json.out, "{\"fields\": [\"FMaxNum\"], \"rows\": [[1000000000]]}\n");
+
+    CliRun table = run("sql --db '" + db + "' \"select count(*) as FCount from t_Stock\"");
+    ASSERT_EQ(table.status, 0) << table.out;
+    EXPECT_NE(table.out.find("FCount"), std::string::npos);
+    EXPECT_NE(table.out.find("(1 row)"), std::string::npos);
+
+    CliRun changed = run("sql --db '" + db +
+                         "' \"update t_SystemProfile set FValue='1' where FKey='ICClosed'\"");
+    EXPECT_EQ(changed.status, 0) << changed.out;
+    EXPECT_NE(changed.out.find("(1 row affected)"), std::string::npos);
+
+    CliRun translated =
+        run("translate \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
+    ASSERT_EQ(translated.status, 0) << translated.out;
+    EXPECT_NE(translated.out.find("LIMIT 2"), std::string::npos) << translated.out;
+}
+
+TEST(Cli, BadInputIsAClearError) {
+    TempDir dir;
+    CliRun missing = run("sql --db '" + dir.file("none.db") + "' \"select 1\"");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.out.find("billdata: error"), std::string::npos) << missing.out;
+
+    CliRun provider = run("sql --db 'Provider=Nothing;Data Source=x' \"select 1\"");
+    EXPECT_EQ(provider.status, 1);
+    EXPECT_NE(provider.out.find("Nothing"), std::string::npos) << provider.out;
+
+    CliRun unsupported = run("translate \"select * from ICStockBill pivot (x)\"");
+    EXPECT_EQ(unsupported.status, 1) << unsupported.out;
+    EXPECT_NE(unsupported.out.find("position"), std::string::npos) << unsupported.out;
+
+    CliRun usage = run("frobnicate");
+    EXPECT_NE(usage.status, 0);
+}
+
+}  // namespace
+}  // namespace billdata::testing
