@@ -45,25 +45,118 @@ enum class Tok : std::uint8_t {
 
 // Keywords of T-SQL that the parser reads or that may never be taken as a name. Kept in
 // alphabetical order: the lexer finds them by binary search.
-#define BILLDATA_TSQL_KEYWORDS(X)                                                                  \
-    X(ADD)                                                                                         \
-    X(ALL)                                                                                         \
-    X(ALTER) X(AND) X(ANY) X(AS) X(ASC) X(BEGIN) X(BETWEEN) X(BREAK) X(BY) X(CASCADE) X(CASE)      \
-        X(CAST) X(CHECK) X(CLOSE) X(COLLATE) X(COLUMN) X(COMMIT) X(COMPUTE) X(CONSTRAINT)          \
-            X(CONTAINS) X(CONTINUE) X(CONVERT) X(CREATE) X(CROSS) X(CURRENT) X(CURSOR) X(DATABASE) \
-                X(DEALLOCATE) X(DECLARE) X(DEFAULT) X(DELETE) X(DENY) X(DESC) X(DISTINCT) X(DROP)  \
-                    X(ELSE) X(END) X(ESCAPE) X(EXCEPT) X(EXEC) X(EXECUTE) X(EXISTS) X(FETCH)       \
-                        X(FOR) X(FOREIGN) X(FROM) X(FULL) X(FUNCTION) X(GOTO) X(GRANT) X(GROUP)    \
-                            X(HAVING) X(IF) X(IN) X(INDEX) X(INNER) X(INSERT) X(INTERSECT) X(INTO) \
-                                X(IS) X(JOIN) X(KEY) X(LEFT) X(LIKE) X(MERGE) X(NOT) X(NULL) X(OF) \
-                                    X(OFF) X(ON) X(OPEN) X(OPTION) X(OR) X(ORDER) X(OUTER) X(OVER) \
-                                        X(PERCENT) X(PIVOT) X(PRINT) X(PROC) X(PROCEDURE)          \
-                                            X(RETURN) X(REVOKE) X(RIGHT) X(ROLLBACK) X(SELECT)     \
-                                                X(SET) X(SOME) X(TABLE) X(THEN) X(TO) X(TOP)       \
-                                                    X(TRAN) X(TRANSACTION) X(TRUNCATE) X(UNION)    \
-                                                        X(UNIQUE) X(UNPIVOT) X(UPDATE) X(USE)      \
-                                                            X(VALUES) X(VIEW) X(WAITFOR) X(WHEN)   \
-                                                                X(WHERE) X(WHILE) X(WITH)
+// clang-format off
+#define BILLDATA_TSQL_KEYWORDS(X) \
+    X(ADD) \
+    X(ALL) \
+    X(ALTER) \
+    X(AND) \
+    X(ANY) \
+    X(AS) \
+    X(ASC) \
+    X(BEGIN) \
+    X(BETWEEN) \
+    X(BREAK) \
+    X(BY) \
+    X(CASCADE) \
+    X(CASE) \
+    X(CAST) \
+    X(CHECK) \
+    X(CLOSE) \
+    X(COLLATE) \
+    X(COLUMN) \
+    X(COMMIT) \
+    X(COMPUTE) \
+    X(CONSTRAINT) \
+    X(CONTAINS) \
+    X(CONTINUE) \
+    X(CONVERT) \
+    X(CREATE) \
+    X(CROSS) \
+    X(CURRENT) \
+    X(CURSOR) \
+    X(DATABASE) \
+    X(DEALLOCATE) \
+    X(DECLARE) \
+    X(DEFAULT) \
+    X(DELETE) \
+    X(DENY) \
+    X(DESC) \
+    X(DISTINCT) \
+    X(DROP) \
+    X(ELSE) \
+    X(END) \
+    X(ESCAPE) \
+    X(EXCEPT) \
+    X(EXEC) \
+    X(EXECUTE) \
+    X(EXISTS) \
+    X(FETCH) \
+    X(FOR) \
+    X(FOREIGN) \
+    X(FROM) \
+    X(FULL) \
+    X(FUNCTION) \
+    X(GOTO) \
+    X(GRANT) \
+    X(GROUP) \
+    X(HAVING) \
+    X(IF) \
+    X(IN) \
+    X(INDEX) \
+    X(INNER) \
+    X(INSERT) \
+    X(INTERSECT) \
+    X(INTO) \
+    X(IS) \
+    X(JOIN) \
+    X(KEY) \
+    X(LEFT) \
+    X(LIKE) \
+    X(MERGE) \
+    X(NOT) \
+    X(NULL) \
+    X(OF) \
+    X(OFF) \
+    X(ON) \
+    X(OPEN) \
+    X(OPTION) \
+    X(OR) \
+    X(ORDER) \
+    X(OUTER) \
+    X(OVER) \
+    X(PERCENT) \
+    X(PIVOT) \
+    X(PRINT) \
+    X(PROC) \
+    X(PROCEDURE) \
+    X(RETURN) \
+    X(REVOKE) \
+    X(RIGHT) \
+    X(ROLLBACK) \
+    X(SELECT) \
+    X(SET) \
+    X(SOME) \
+    X(TABLE) \
+    X(THEN) \
+    X(TO) \
+    X(TOP) \
+    X(TRAN) \
+    X(TRANSACTION) \
+    X(TRUNCATE) \
+    X(UNION) \
+    X(UNIQUE) \
+    X(UNPIVOT) \
+    X(UPDATE) \
+    X(USE) \
+    X(VALUES) \
+    X(VIEW) \
+    X(WAITFOR) \
+    X(WHEN) \
+    X(WHERE) \
+    X(WHILE) \
+    X(WITH)
+// clang-format on
 
 enum class Kw : std::uint8_t {
     None,
