@@ -11,7 +11,7 @@
 namespace billdata {
 
 class PublicData {
-public:
+  public:
     // Stores the connection string in this thread's session; sets no year or period.
     void Init(const std::string& NewValue);
 
