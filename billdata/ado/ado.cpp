@@ -4,6 +4,7 @@
 
 #include "billdata/ado/driver.h"
 #include "billdata/ado/sql_log.h"
+#include "billdata/util/text.h"
 
 namespace billdata::ado {
 
@@ -30,16 +31,7 @@ ComError no_connection() {
     return ComError(kNoConnection, "连接无法用于执行此操作。在此上下文中它可能已被关闭或无效。");
 }
 
-bool iequals(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return true;
-}
+using util::iequals;
 
 DataTypeEnum field_type(VarType t) {
     switch (t) {

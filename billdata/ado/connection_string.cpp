@@ -3,28 +3,17 @@
 
 #include "billdata/ado/com_error.h"
 #include "billdata/ado/driver.h"
+#include "billdata/util/text.h"
 
 namespace billdata::ado {
 
 namespace {
 
-bool is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && is_blank(s.front()))
-        s.remove_prefix(1);
-    while (!s.empty() && is_blank(s.back()))
-        s.remove_suffix(1);
-    return s;
-}
+using util::is_blank;
+using util::trim;
 
 std::string lower(std::string_view s) {
-    std::string out(s);
-    for (char& c : out)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return out;
+    return util::lower_copy(s);
 }
 
 // Keywords compare without case and with runs of blanks taken as one ("Data  Source").

@@ -1,10 +1,10 @@
 #include "billdata/common/handlers.h"
 
 #include <algorithm>
-#include <cctype>
 #include <thread>
 
 #include "billdata/ado/driver.h"
+#include "billdata/util/text.h"
 
 namespace billdata::common {
 
@@ -34,14 +34,7 @@ bool is_interior_id_duplicate(const ComError& e) {
     while (!columns.empty()) {
         auto comma = columns.find(',');
         std::string_view col = columns.substr(0, comma);
-        while (!col.empty() && col.front() == ' ')
-            col.remove_prefix(1);
-        while (!col.empty() && col.back() == ' ')
-            col.remove_suffix(1);
-        if (col.size() == 8 && std::equal(col.begin(), col.end(), "finterid", [](char a, char b) {
-                return std::tolower(static_cast<unsigned char>(a)) == b;
-            }))
-            return true;
+        if (util::iequals(util::trim(col), "FInterID")) return true;
         if (comma == std::string_view::npos) break;
         columns.remove_prefix(comma + 1);
     }
