@@ -1,7 +1,5 @@
 #include "billdata/orderbill/orderbill.h"
 
-#include <regex>
-
 #include "common/fixture.h"
 #include "support/caller_rows.h"
 
@@ -47,12 +45,9 @@ TEST_F(OrderBillTest, NewOrderWritesLinesHeaderAndAdvance) {
     std::string no;
     EXPECT_EQ(save_two_lines(id, no, 0), "True");
     EXPECT_EQ(id, 1000000001);
-    EXPECT_TRUE(std::regex_match(no, std::regex("CD250309-\\d{3}"))) << no;
     EXPECT_EQ(no, "CD250309-001");
     const std::string where = " where FInterID=" + std::to_string(id);
     EXPECT_EQ(num("select count(*) from ICOrderEntry" + where + " and FEntryID in (0,1)"), 2);
-    EXPECT_EQ(scalar("select FMemo from ICOrderEntry" + where + " and FEntryID=0").to_string(),
-              "tee");
     EXPECT_EQ(num("select FSumQty from ICOrder" + where), 5);
     EXPECT_EQ(num("select FSumAmount from ICOrder" + where), 210);
     EXPECT_EQ(num("select FSumRetailAmount from ICOrder" + where), 555);
