@@ -1,0 +1,214 @@
+#include "billdata/viporder/viporder.h"
+
+#include <string>
+
+#include "billdata/common/handlers.h"
+#include "billdata/common/numbering.h"
+#include "billdata/common/session.h"
+
+namespace billdata {
+
+using ado::ComError;
+using ado::DateTime;
+using ado::Recordset;
+using ado::Variant;
+using common::Executor;
+using common::Handler;
+
+namespace {
+
+std::shared_ptr<ado::Connection> own_connection() {
+    auto cn = ado::Connection::create();
+    cn->Open(common::GetPromptString());
+    return cn;
+}
+
+std::string field(Recordset& rs, const char* name) {
+    return rs.Fields(name).Value().to_string();
+}
+
+std::string num(double v) {
+    return Variant::format_double(v);
+}
+
+}  // namespace
+
+void vipOrder::Init(const std::string& NewPromptString, std::int16_t New_CurYear,
+                    std::int16_t New_CurPeriod) {
+    common::init_session(NewPromptString, New_CurYear, New_CurPeriod);
+}
+
+void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::string& BillNo,
+                        double Earnest, std::int32_t& AcctID, const std::string& Remark,
+                        std::int32_t VipID, const std::string& Owner, const std::string& Phone,
+                        std::int32_t UserID, std::int32_t ModifyInterID,
+                        std::shared_ptr<Recordset>& BillData) {
+    common::guarded(Handler::DuplicateKey, [&] {
+        if (!BillData) throw ComError::platform(ado::err::kObjectRequired);
+        Recordset& rows = *BillData;
+
+        auto cn = own_connection();
+        Executor ex(cn, Handler::DuplicateKey);
+        ex.begin();
+
+        std::int32_t inter_id = ModifyInterID;
+        if (ModifyInterID < 1) {
+            inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0);
+            std::string prefix;
+            BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+            // Member orders draw their ids from the stock-bill series but live in ICOrder, so
+            // another till's bill may already hold the id: draw again while nothing has been
+            // written under it (the first line clashes before anything else is written).
+            ex.on_duplicate_interior_id(
+                [&] { inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
+        } else {
+            // The lines and size/colour rows go with the header (the database removes them).
+            ex.execute("delete from icorder where FInterID=" + std::to_string(inter_id));
+            ex.execute("delete from wlbill where FOrderBillID=" + std::to_string(inter_id));
+        }
+
+        std::int16_t entry = 0;
+        double sum_retail = 0, sum_amount = 0;
+        std::int16_t sum_qty = 0;
+        while (!rows.Eof()) {
+            const std::string row_key = std::to_string(entry);
+            ex.execute([&] {
+                return "Insert Into icorderEntry(FInterID,FEntryID,FRowKey,FItemID,FSalerID,"
+                       "FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FUnitCost,"
+                       "FPreSend) Values(" +
+                       std::to_string(inter_id) + "," + row_key + ",'" + row_key + "'," +
+                       field(rows, "FItemID") + "," + field(rows, "FSalerID") + "," +
+                       field(rows, "FQty") + "," + field(rows, "FPrice") + "," +
+                       field(rows, "FAmount") + "," + field(rows, "FZkRate") + "," +
+                       field(rows, "FRetailPrice") + "," + field(rows, "FRetailAmount") + "," +
+                       field(rows, "FUnitCost") + "," + field(rows, "FPreSend") + ")";
+            });
+            // Rows now stand under this id: from here on a clash must fail the save.
+            ex.on_duplicate_interior_id(nullptr);
+
+            sum_retail += rows.Fields("FRetailAmount").Value().to_double();
+            // The quantity sum is a 16-bit integer, rounded as the platform assigns it.
+            sum_qty =
+                Variant(static_cast<double>(sum_qty) + rows.Fields("Fqty").Value().to_double())
+                    .to_int16();
+            sum_amount += rows.Fields("FAmount").Value().to_double();
+
+            ex.execute(
+                "Insert Into icorderEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,"
+                "FColorEntryID,FQty) Values(" +
+                std::to_string(inter_id) + ",'" + row_key + "'," + field(rows, "FItemID") + ",'" +
+                field(rows, "FColor") + "'," + field(rows, "FSizeID") + ",0," +
+                field(rows, "FQty") + ")");
+
+            if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
+            ++entry;
+            rows.MoveNext();
+        }
+        BillData.reset();
+
+        // The stored kind is always 21, whatever kind numbered the order.
+        ex.execute([&] {
+            return "Insert Into icorder(FInterID,FTranType,FDate,FEarnest,FAcctID,FDeleted,"
+                   "FBillerID,FSysTime,FOrgaID,FBillNo,FSumQty,FSumAmount,FSumRetailAmount,"
+                   "FRemark,FPhone,FOwner) values(" +
+                   std::to_string(inter_id) + ",21,'" + BillDate.to_string() + "'," + num(Earnest) +
+                   "," + std::to_string(AcctID) + ",0," + std::to_string(UserID) + ",getdate()," +
+                   std::to_string(VipID) + ",'" + BillNo + "'," + std::to_string(sum_qty) + "," +
+                   num(sum_amount) + "," + num(sum_retail) + ",'" + Remark + "','" + Phone + "','" +
+                   Owner + "')";
+        });
+
+        // The earnest's receipt is written always, amounts 0 included.
+        std::int32_t receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
+        std::string prefix;
+        const std::string receipt_no = common::NextBillNo(ex, "23", BillDate, prefix);
+        ex.on_duplicate_interior_id(
+            [&] { receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0); });
+        ex.execute([&] {
+            return "Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,"
+                   "FOrgaID,FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,"
+                   "FOrderBillID,FStockBillID) Values(" +
+                   std::to_string(receipt_id) + ",23,0,0,'" + BillDate.to_string() + "','" +
+                   receipt_no + "'," + std::to_string(AcctID) + "," + std::to_string(VipID) + "," +
+                   num(Earnest) + "," + num(Earnest) + ",0,'会员订单：" + BillNo + "'," +
+                   std::to_string(UserID) + ",getdate()," + std::to_string(inter_id) + ",0)";
+        });
+
+        ex.commit();
+        cn->Close();
+    });
+}
+
+void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
+                          std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
+    common::guarded(Handler::Common, [&] {
+        auto cn = Cn ? Cn : own_connection();
+        Executor ex(cn, Handler::Common);
+        const std::string id = std::to_string(InterID);
+
+        auto rs = ex.query(
+            "select FDate,isnull(FCheckerID,0) as FCheckerId,FBillNo "
+            "from icorder where FInterID=" +
+            id);
+        // The not-found message is built from the empty result's bill number, so the read of
+        // that field is what the caller sees: the record-set error, not the message.
+        if (rs->Eof())
+            throw ComError::component("删除单据失败，单据“" +
+                                      rs->Fields("FBillNo").Value().to_string() + "”已经不存在！");
+        if (rs->Fields("FCheckerID").Value().to_int32() > 0)
+            throw ComError::component("删除单据失败，单据“" +
+                                      rs->Fields("FBillNo").Value().to_string() + "”已经审核！");
+        rs->Close();
+
+        if (DoBlankOut) {
+            ex.execute("Update icorder set FDeleted=1 where FInterID=" + id);
+            ex.execute("Update WLBill set FDeleted=1 where FOrderBillID=" + id);
+        } else {
+            ex.execute("delete from icorder where FInterID=" + id);
+            ex.execute("Delete from WLBill where FOrderBillID=" + id);
+        }
+        if (!Cn) cn->Close();
+    });
+}
+
+void vipOrder::UnblankOut(std::int32_t InterID) {
+    auto cn = own_connection();
+    Executor ex(cn, Handler::None);
+    ex.execute("Update icorder set FDeleted=0 where FInterID=" + std::to_string(InterID));
+    ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));
+    cn->Close();
+}
+
+std::shared_ptr<Recordset> vipOrder::GetBillList(std::int16_t TranType,
+                                                 const std::string& strFilter) {
+    return common::guarded(Handler::Common, [&] {
+        const std::string sql =
+            "select t1.FInterID,t1.FDate,t1.FBillNo,t11.FVipNO + ' ' + t11.FOwner as FVipCard,"
+            "t1.FSysTime,t2.FQty,t2.FPrice,t2.FAmount,t5.FName as FSaler,0 as FSdyh,t2.FSaleQty,"
+            "t3.FName,t1.FRemark,t12.FColor,t13.FName as FSize,"
+            "t3.FProductNo,t3.FUnit,t2.FZkRate,t2.FRetailPrice,t2.FRetailAmount,t2.FUnitCost,"
+            "t2.FPreSend,"
+            "t9.FUserName as FBiller,t10.FUserName as FChecker,t1.FEarnest,t4.FName as FAcctName,"
+            "t2.FItemID,"
+            "t12.FSizeID,t3.FSizeID as FSizeGroupID,t3.FRetailPrice_2 as FSalePrice,"
+            "t2.FSalerID,t1.FPhone,t1.FOwner,t11.FVipNo,t11.FVipID,0 as FRefInteriD,"
+            "0 as FRefEntryID "
+            ",case t1.FDeleted when 0 then '' else '※' end as FDeleted,"
+            "case isnull(FCheckerID,0) when 0 then '' else '※' end as FChecked "
+            "from icorder t1 Inner Join icorderEntry t2 ON t1.FInterID=t2.FInterID "
+            "left Join t_ICItem t3 ON t2.FItemID=t3.FItemID "
+            "Left Join t_Account t4 ON t1.FAcctID=t4.FItemID "
+            "Left Join t_Emp t5 ON t2.FSalerID=t5.FItemID "
+            "Left Join t_User t9 on t1.FBillerID=t9.FUserID "
+            "Left Join t_User t10 ON t1.FCheckerID=t10.FUserID "
+            "Left Join Vip t11 on t1.FOrgaID=t11.FVipID "
+            "Inner Join icorderEntry_1 t12 ON t2.FInterID=t12.FInterID and t2.FRowKey=t12.FrowKey "
+            "Left Join t_Size t13 ON t12.FSizeID=t13.FItemID "
+            "Where t1.FtranType=" +
+            std::to_string(TranType) + strFilter +
+            " order by t1.FDate desc,t1.FBillNo Desc,t2.FEntryID";
+        return common::open_recordset(sql, common::GetPromptString(), Handler::Common);
+    });
+}
+
+}  // namespace billdata

@@ -1,0 +1,163 @@
+#include "billdata/viporder/viporder.h"
+
+#include "common/fixture.h"
+#include "support/caller_rows.h"
+
+namespace billdata::testing {
+namespace {
+
+using ado::DateTime;
+using ado::err::kComponent;
+using Rows = std::vector<std::vector<ado::Variant>>;
+
+class VipOrderTest : public DatabaseTest {
+  protected:
+    bool demo() const override { return true; }
+
+    // FItemID, FSalerID, FQty, FPrice, FAmount, FZkRate, FRetailPrice, FRetailAmount, FUnitCost,
+    // FPreSend, FColor, FSizeID.
+    static std::shared_ptr<ado::Recordset> rows(const Rows& r) {
+        return caller_rows(
+            {"FItemID", "FSalerID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice",
+             "FRetailAmount", "FUnitCost", "FPreSend", "FColor", "FSizeID"},
+            r);
+    }
+    static std::shared_ptr<ado::Recordset> three_rows() {
+        return rows({{1, 1, 2, 89, 178, 0.9, 99, 198, 40, 0, "黑色", 2},
+                     {3, 2, 1, 229, 229, 0.9, 259, 259, 110, 1, "蓝色", 6},
+                     {5, 1, 1, 119, 119, 1, 129, 129, 45, 0, "", 0}});
+    }
+    void save(std::int16_t kind, std::string& no, double earnest, std::int32_t modify,
+              std::shared_ptr<ado::Recordset> data) {
+        std::int32_t acct = 2;
+        vip.SaveData(kind, DateTime(2025, 3, 9), no, earnest, acct, "remark", 1001, "刘洋",
+                     "13800000001", 3, modify, data);
+    }
+    double num(const std::string& sql) const { return scalar(sql).to_double(); }
+
+    vipOrder vip;
+};
+
+TEST_F(VipOrderTest, NewOrderWithItsEarnestReceipt) {
+    std::string no;
+    auto data = three_rows();
+    std::int32_t acct = 2;
+    vip.SaveData(21, DateTime(2025, 3, 9), no, 100, acct, "remark", 1001, "刘洋", "13800000001", 3,
+                 0, data);
+    EXPECT_EQ(no, "XD250309-001");
+    EXPECT_EQ(data, nullptr);  // the caller's reference is released
+    const std::string where = " where FInterID=1";
+    EXPECT_EQ(num("select count(*) from icorderEntry" + where + " and FRowKey=FEntryID"), 3);
+    EXPECT_EQ(num("select count(*) from icorderEntry_1" + where + " and FColorEntryID=0"), 3);
+    EXPECT_EQ(scalar("select FColor from icorderEntry_1" + where + " and FRowKey='1'").to_string(),
+              "蓝色");
+    EXPECT_EQ(num("select FPreSend from icorderEntry" + where + " and FEntryID=1"), 1);
+    EXPECT_EQ(num("select FTranType from icorder" + where), 21);
+    EXPECT_EQ(num("select FSumQty from icorder" + where), 4);
+    EXPECT_EQ(num("select FSumAmount from icorder" + where), 526);
+    EXPECT_EQ(num("select FSumRetailAmount from icorder" + where), 586);
+    EXPECT_EQ(scalar("select FOwner+FPhone from icorder" + where).to_string(), "刘洋13800000001");
+    EXPECT_EQ(num("select count(*) from WLBill"), 1);
+    EXPECT_EQ(num("select FOrderBillID from WLBill where FTranType=23 and FSettleAmount=100 and "
+                  "FSumAmount=100 and FAcctID=2 and FOrgaID=1001 and FBillerID=3"),
+              1);
+    EXPECT_EQ(scalar("select FMemo from WLBill").to_string(), "会员订单：XD250309-001");
+    EXPECT_EQ(scalar("select FBillNo from WLBill").to_string(), "SK250309-001");
+
+    // Earnest 0 still writes its receipt, with amounts 0.
+    save(21, no, 0, 0, three_rows());
+    EXPECT_EQ(num("select count(*) from WLBill where FOrderBillID=2 and FSumAmount=0 and "
+                  "FSettleAmount=0"),
+              1);
+
+    // Another kind changes only the number's prefix; the stored kind stays 21.
+    save(11, no, 10, 0, three_rows());
+    EXPECT_EQ(no, "CD250309-001");
+    EXPECT_EQ(num("select FTranType from icorder where FInterID=3"), 21);
+
+    // The quantity sum is 16-bit: past 32767 the save fails and nothing stays.
+    expect_com_error(
+        [&] {
+            save(21, no, 0, 0,
+                 rows({{5, 1, 30000, 1, 1, 1, 1, 1, 1, 0, "", 0},
+                       {5, 1, 3000, 1, 1, 1, 1, 1, 1, 0, "", 0}}));
+        },
+        kComponent, "溢出");
+    EXPECT_EQ(num("select count(*) from icorder"), 3);
+    EXPECT_EQ(num("select count(*) from icorderEntry"), 9);
+}
+
+TEST_F(VipOrderTest, ModifyingAndClashingIds) {
+    // Order 57 with two lines and an earlier receipt 9.
+    exec(
+        "insert into ICOrder(FInterID,FTranType,FDate,FBillNo,FOrgaID) "
+        "values(57,21,'2025-03-01','XD250301-001',1001)");
+    exec("insert into ICOrderEntry(FInterID,FEntryID,FRowKey,FItemID,FQty) values(57,0,'0',1,1)");
+    exec("insert into ICOrderEntry(FInterID,FEntryID,FRowKey,FItemID,FQty) values(57,1,'1',2,1)");
+    exec("insert into WLBill(FInterID,FTranType,FOrderBillID) values(9,23,57)");
+    exec("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(4,9,'')");
+
+    std::string no = "XD250301-001";
+    save(21, no, 50, 57, rows({{6, 1, 2, 139, 278, 1, 159, 318, 60, 0, "灰色", 0}}));
+    EXPECT_EQ(no, "XD250301-001");
+    EXPECT_EQ(num("select count(*) from icorderEntry where FInterID=57"), 1);
+    EXPECT_EQ(num("select FItemID from icorderEntry where FInterID=57"), 6);
+    EXPECT_EQ(num("select FEarnest from icorder where FInterID=57"), 50);
+    EXPECT_EQ(num("select FInterID from WLBill where FOrderBillID=57"), 10);
+    EXPECT_EQ(scalar("select FMemo from WLBill").to_string(), "会员订单：XD250301-001");
+
+    // An order another program wrote under the id the stock series hands out next: the clash
+    // on the first line draws a fresh id and leaves that order alone.
+    exec("insert into ICOrder(FInterID,FTranType,FBillNo) values(1,11,'CD-OTHER')");
+    exec("insert into ICOrderEntry(FInterID,FEntryID,FRowKey,FItemID,FQty) values(1,0,'a',7,5)");
+    no.clear();
+    save(21, no, 20, 0, three_rows());
+    EXPECT_EQ(num("select count(*) from icorderEntry where FInterID=2"), 3);
+    EXPECT_EQ(num("select count(*) from icorderEntry where FInterID=1"), 1);
+    EXPECT_EQ(scalar("select FBillNo from icorder where FInterID=1").to_string(), "CD-OTHER");
+    EXPECT_EQ(num("select FOrderBillID from WLBill where FSumAmount=20"), 2);
+}
+
+TEST_F(VipOrderTest, VoidDeleteRestoreAndList) {
+    std::string no;
+    save(21, no, 100, 0, three_rows());  // 1
+    save(21, no, 30, 0, three_rows());   // 2
+
+    vip.DeleteBill(21, 1, nullptr, true);
+    EXPECT_EQ(num("select FDeleted from icorder where FInterID=1"), 1);
+    EXPECT_EQ(num("select FDeleted from WLBill where FOrderBillID=1"), 1);
+    auto rs = vip.GetBillList(21, "");
+    ASSERT_FALSE(rs->Eof());
+    EXPECT_EQ(rs->Fields("FVipCard").Value().to_string(), "V0001 刘洋 Liu Yang");
+    EXPECT_EQ(rs->Fields("FInterID").Value().to_int32(), 2);
+    int rows = 0, voided = 0;
+    for (; !rs->Eof(); rs->MoveNext(), ++rows)
+        if (rs->Fields("FDeleted").Value().to_string() == "※") ++voided;
+    EXPECT_EQ(rows, 6);
+    EXPECT_EQ(voided, 3);
+    rs = vip.GetBillList(21, " and t1.FDeleted=0 and t12.FColor='黑色'");
+    EXPECT_EQ(rs->Fields("FSize").Value().to_string(), "M");
+    rs->MoveNext();
+    EXPECT_TRUE(rs->Eof());
+
+    vip.UnblankOut(1);
+    EXPECT_EQ(num("select FDeleted+(select FDeleted from WLBill where FOrderBillID=1) from icorder "
+                  "where FInterID=1"),
+              0);
+
+    exec("update icorder set FCheckerID=5 where FInterID=2");
+    expect_com_error([&] { vip.DeleteBill(21, 2); }, kComponent,
+                     "删除单据失败，单据“XD250309-002”已经审核！");
+    // A missing order fails on reading its number from the empty result.
+    expect_com_error([&] { vip.DeleteBill(21, 77); }, kComponent,
+                     ado::err::description(ado::err::kNoCurrentRecord));
+
+    vip.DeleteBill(21, 1);
+    EXPECT_EQ(num("select count(*) from icorder where FInterID=1"), 0);
+    EXPECT_EQ(num("select count(*) from icorderEntry where FInterID=1"), 0);
+    EXPECT_EQ(num("select count(*) from WLBill where FOrderBillID=1"), 0);
+    EXPECT_EQ(num("select count(*) from WLBill where FOrderBillID=2"), 1);
+}
+
+}  // namespace
+}  // namespace billdata::testing
