@@ -248,8 +248,22 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                 std::string prefix;
                 bill_no = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
             }
-            ex.on_duplicate_interior_id(
-                [&] { id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
+            // A clash on the interior id draws a fresh one. The header goes first, so a clash on
+            // a line (rows left under that id by another program) means the header and the lines
+            // before it were written under the old id: they move to the new one. Only this
+            // bill's rows move — its header, and its lines numbered below the one that clashed.
+            bool header_written = false;
+            std::size_t lines_written = 0;
+            ex.on_duplicate_interior_id([&] {
+                const std::string old_id = std::to_string(id);
+                id = common::NextInterID(ex, common::kSeriesStockBill, 0);
+                if (!header_written) return;
+                ex.execute("Update ICStockBill set FInterID=" + std::to_string(id) +
+                           " where FInterID=" + old_id);
+                ex.execute("Update ICStockBillEntry set FInterID=" + std::to_string(id) +
+                           " where FInterID=" + old_id + " and FEntryID between 1 and " +
+                           std::to_string(lines_written));
+            });
 
             const std::string in_stock = TranType == kReturn ? std::to_string(StockID) : "0";
             const std::string out_stock = TranType == kLend ? std::to_string(StockID) : "0";
@@ -268,7 +282,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                        Variant::format_double(sum_retail) + ",'" + season_text(BillDate) + "','" +
                        month_text(BillDate) + "')";
             });
-            written = true;
+            written = header_written = true;
 
             // A return line points at its lent line; a lending line refers to nothing.
             const std::string ref_tran_type = TranType == kReturn ? "27" : "0";
