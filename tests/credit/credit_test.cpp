@@ -21,60 +21,48 @@ struct LineIn {
     std::string memo = "";
 };
 
-std::shared_ptr<ado::Recordset> bill_lines(const std::vector<LineIn>& lines) {
+// A record set built the way a front end hands rows over.
+std::shared_ptr<ado::Recordset> records(const std::vector<std::string>& fields,
+                                        const std::vector<std::vector<ado::Variant>>& rows) {
     auto rs = ado::Recordset::create();
-    for (const char* f :
-         {"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice", "FRetailAmount",
-          "FZkRate", "FMemo", "FUnitCost", "FRefInterID", "FRefEntryID"})
+    for (const std::string& f : fields)
         rs->GetFields().Append(f, ado::adVariant);
     rs->Open();
-    for (const LineIn& l : lines) {
+    for (const auto& row : rows) {
         rs->AddNew();
-        rs->Fields("FItemID").SetValue(l.item);
-        rs->Fields("FRowKey").SetValue(l.row_key);
-        rs->Fields("FQty").SetValue(l.qty);
-        rs->Fields("FPrice").SetValue(l.price);
-        rs->Fields("FAmount").SetValue(l.qty * l.price);
-        rs->Fields("FRetailPrice").SetValue(l.price * 2);
-        rs->Fields("FRetailAmount").SetValue(l.qty * l.price * 2);
-        rs->Fields("FZkRate").SetValue(0.5);
-        rs->Fields("FMemo").SetValue(l.memo);
-        rs->Fields("FUnitCost").SetValue(l.price / 2);
-        rs->Fields("FRefInterID").SetValue(l.ref_inter);
-        rs->Fields("FRefEntryID").SetValue(l.ref_entry);
+        for (std::size_t i = 0; i < row.size(); ++i)
+            rs->Fields(i).SetValue(row[i]);
         rs->Update();
     }
-    if (!lines.empty()) rs->MoveFirst();
+    if (!rows.empty()) rs->MoveFirst();
     return rs;
 }
 
-struct CellIn {
-    int del;
-    std::int32_t item;
-    std::string row_key;
-    std::int32_t size;
-    std::string color;
-    double qty;
-};
+// Lines at retail twice the price, discount 0.5, unit cost half the price.
+std::shared_ptr<ado::Recordset> bill_lines(const std::vector<LineIn>& lines) {
+    std::vector<std::vector<ado::Variant>> rows;
+    for (const LineIn& l : lines)
+        rows.push_back({l.item, l.row_key, l.qty, l.price, l.qty * l.price, l.price * 2,
+                        l.qty * l.price * 2, 0.5, l.memo, l.price / 2, l.ref_inter, l.ref_entry});
+    return records({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
+                    "FRetailAmount", "FZkRate", "FMemo", "FUnitCost", "FRefInterID", "FRefEntryID"},
+                   rows);
+}
 
-std::shared_ptr<ado::Recordset> size_cells(const std::vector<CellIn>& cells) {
-    auto rs = ado::Recordset::create();
-    for (const char* f :
-         {"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"})
-        rs->GetFields().Append(f, ado::adVariant);
-    rs->Open();
-    for (const CellIn& c : cells) {
-        rs->AddNew();
-        rs->Fields("FDel").SetValue(c.del);
-        rs->Fields("FItemID").SetValue(c.item);
-        rs->Fields("FRowKey").SetValue(c.row_key);
-        rs->Fields("FSizeiD").SetValue(c.size);
-        rs->Fields("FColor").SetValue(c.color);
-        rs->Fields("FColorEntryID").SetValue(std::int32_t{3});
-        rs->Fields("FQty").SetValue(c.qty);
-        rs->Update();
-    }
-    return rs;
+// Size/colour cells: FDel, FItemID, FRowKey, FSizeiD, FColor, FColorEntryID, FQty.
+std::shared_ptr<ado::Recordset> size_cells(const std::vector<std::vector<ado::Variant>>& cells) {
+    return records({"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"},
+                   cells);
+}
+
+// Every row of a query as "a|b|c;" text.
+std::string all_rows(const std::shared_ptr<ado::Connection>& cn, const std::string& sql) {
+    auto rs = cn->Execute(sql);
+    std::string out;
+    for (; !rs->Eof(); rs->MoveNext(), out += ";")
+        for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
+            out += (i ? "|" : "") + rs->Fields(i).Value().to_string();
+    return out;
 }
 
 class CreditTest : public DatabaseTest {
@@ -92,25 +80,24 @@ class CreditTest : public DatabaseTest {
         last_bill_no_ = bill_no;
         return id;
     }
+    // A save that must be refused with `message`, giving back neither id nor number.
+    void refused(std::int16_t kind, std::shared_ptr<ado::Recordset> rs,
+                 const std::string& message) {
+        std::shared_ptr<ado::Recordset> none;
+        std::string no;
+        std::int32_t id = 0;
+        expect_com_error(
+            [&] {
+                credit_.SaveData(kind, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "",
+                                 1, id, rs, none);
+            },
+            ado::err::kComponent, message);
+        EXPECT_EQ(id, 0);
+        EXPECT_EQ(no, "");
+    }
 
-    std::string rows(const std::string& sql) const {
-        auto cn = open();
-        auto rs = cn->Execute(sql);
-        std::string out;
-        while (!rs->Eof()) {
-            for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
-                out += (i ? "|" : "") + rs->Fields(i).Value().to_string();
-            out += ";";
-            rs->MoveNext();
-        }
-        return out;
-    }
-    double stock(std::int32_t item) const {
-        auto cn = open();
-        double q = common::GetStockQty(cn, kShop, item, 0);
-        cn->Close();
-        return q;
-    }
+    std::string rows(const std::string& sql) const { return all_rows(open(), sql); }
+    double stock(std::int32_t item) const { return common::GetStockQty(open(), kShop, item, 0); }
     // FRtnQty|FSaleQty of a lent line.
     std::string lent(std::int32_t id, int entry = 1) const {
         return rows("select FRtnQty,FSaleQty from ICStockBillEntry where FInterID=" +
@@ -155,20 +142,9 @@ TEST_F(CreditTest, LendReturnSellVoidRestoreCycle) {
 
     // Only one pair is still out: returning two is refused and nothing is written.
     const int bills = count("ICStockBill");
-    {
-        auto rs = bill_lines({{kSocks, "0", 2, 12, lend, 1}});
-        std::shared_ptr<ado::Recordset> none;
-        std::string no;
-        std::int32_t id = 0;
-        expect_com_error(
-            [&] {
-                credit_.SaveData(17, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1,
-                                 id, rs, none);
-            },
-            ado::err::kComponent, "借还单据第1行的归还数量超过了未还数量!");
-        EXPECT_EQ(id, 0);
-        EXPECT_EQ(count("ICStockBill"), bills);
-    }
+    refused(17, bill_lines({{kSocks, "0", 2, 12, lend, 1}}),
+            "借还单据第1行的归还数量超过了未还数量!");
+    EXPECT_EQ(count("ICStockBill"), bills);
 
     // Voiding the return takes its pair back off the lent line and out of the shop.
     credit_.DeleteBill(17, back, nullptr, true);
@@ -206,9 +182,9 @@ TEST_F(CreditTest, LendReturnSellVoidRestoreCycle) {
 TEST_F(CreditTest, SavedRowsCarryMemberStockAndSizes) {
     const std::int32_t lend =
         save(27, {{kTShirt, "a", 2, 40, 0, 0, "回家试"}, {kSocks, "b", 1, 12}}, 0,
-             size_cells({{0, kTShirt, "a", 1, "黑色", 1},
-                         {0, kTShirt, "a", 2, "白色", 1},
-                         {1, kTShirt, "a", 3, "红色", 5}}));
+             size_cells({{0, kTShirt, "a", 1, "黑色", 3, 1},
+                         {0, kTShirt, "a", 2, "白色", 3, 1},
+                         {1, kTShirt, "a", 3, "红色", 3, 5}}));
     EXPECT_EQ(rows("select FTranType,FDate,FBillNo,FInStockID,FOutStockID,FVipID,FOrgaID,FOwner,"
                    "FPhone,FRemark,FBillerID,FYear,FPeriod,FSumQty,FSumAmount,FSumRetailAmount,"
                    "FSeason,FMonth,FDeleted,FCheckerID from ICStockBill where FInterID=" +
@@ -225,16 +201,6 @@ TEST_F(CreditTest, SavedRowsCarryMemberStockAndSizes) {
                    "ICStockBillEntry_1 where FInterID=" +
                    std::to_string(lend) + " order by FItemID,FSizeID"),
               "1|a|1|黑色|3|1;1|a|2|白色|3|1;7|b|0||0|1;");
-
-    // A return is received into the stock and its lines point at the lent lines.
-    const std::int32_t back = save(17, {{kTShirt, "0", 1, 40, lend, 1}});
-    EXPECT_EQ(rows("select FInStockID,FOutStockID,FBillNo from ICStockBill where FInterID=" +
-                   std::to_string(back)),
-              "2|0|JR250310-001;");
-    EXPECT_EQ(rows("select FRefInterID,FRefEntryID,FRefTranType from ICStockBillEntry where "
-                   "FInterID=" +
-                   std::to_string(back)),
-              std::to_string(lend) + "|1|27;");
 }
 
 TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
@@ -254,68 +220,27 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     EXPECT_EQ(lent(lend, 2), "1|0;");
     EXPECT_EQ(stock(kSocks), 100);
     EXPECT_EQ(stock(kTShirt), 19);
-    EXPECT_EQ(count("ICStockBill where FInterID=" + std::to_string(back)), 1);
-    EXPECT_EQ(count("ICStockBillEntry where FInterID=" + std::to_string(back)), 2);
     // The socks get their size row automatically; the T-shirt has sizes and no cells were given.
     EXPECT_EQ(count("ICStockBillEntry_1 where FInterID=" + std::to_string(back)), 1);
     EXPECT_EQ(scalar("select FSumQty from ICStockBill where FInterID=" + std::to_string(back))
                   .to_double(),
               4);
 
-    // A return must match the lent line's item and a live lending bill.
-    auto wrong_item = bill_lines({{kSocks, "0", 1, 12, lend, 2}});
-    std::shared_ptr<ado::Recordset> none;
-    std::string no;
-    std::int32_t id = 0;
-    expect_com_error(
-        [&] {
-            credit_.SaveData(17, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
-                             wrong_item, none);
-        },
-        ado::err::kComponent, "借还单据第1行找不到对应的借出记录!");
-    EXPECT_NE(wrong_item, nullptr);
+    // A return must match the lent line's item.
+    refused(17, bill_lines({{kSocks, "0", 1, 12, lend, 2}}), "借还单据第1行找不到对应的借出记录!");
 }
 
 TEST_F(CreditTest, RefusalsBeforeAnyWrite) {
-    std::shared_ptr<ado::Recordset> none;
-    std::string no;
-    std::int32_t id = 0;
-    auto empty = bill_lines({});
-    expect_com_error(
-        [&] {
-            credit_.SaveData(27, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
-                             empty, none);
-        },
-        ado::err::kComponent, "没有数据可以保存!");
-    auto lines = bill_lines({{kSocks, "0", 1, 12}});
-    expect_com_error(
-        [&] {
-            credit_.SaveData(99, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
-                             lines, none);
-        },
-        ado::err::kComponent, "借货单据类型只能是借出(27)或借还(17)!");
-    auto unknown = bill_lines({{kSocks, "0", 1, 12, 4242, 1}});
-    expect_com_error(
-        [&] {
-            credit_.SaveData(17, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
-                             unknown, none);
-        },
-        ado::err::kComponent, "借还单据第1行找不到对应的借出记录!");
-    // A line without a quantity is refused with the platform's null error.
+    refused(27, bill_lines({}), "没有数据可以保存!");
+    refused(99, bill_lines({{kSocks, "0", 1, 12}}), "借货单据类型只能是借出(27)或借还(17)!");
+    refused(17, bill_lines({{kSocks, "0", 1, 12, 4242, 1}}), "借还单据第1行找不到对应的借出记录!");
     auto no_qty = bill_lines({{kSocks, "0", 1, 12}});
     no_qty->Fields("FQty").SetValue(ado::Variant::null());
-    expect_com_error(
-        [&] {
-            credit_.SaveData(27, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
-                             no_qty, none);
-        },
-        ado::err::kComponent, "无效使用 Null");
+    refused(27, no_qty, "无效使用 Null");
     EXPECT_EQ(count("ICStockBill"), 0);
     EXPECT_EQ(count("ICStockBillEntry"), 0);
     EXPECT_EQ(count("ICMaxNum where FTranType=0"), 0);
     EXPECT_EQ(count("ICBillNo"), 0);
-    EXPECT_EQ(id, 0);
-    EXPECT_EQ(no, "");
 }
 
 TEST_F(CreditTest, FailedSaveLeavesNoHalfBill) {
@@ -397,23 +322,22 @@ TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
 TEST_F(CreditTest, ListsByKindWithMemberAndRestrictions) {
     const std::int32_t lend =
         save(27, {{kTShirt, "a", 2, 40}}, 0,
-             size_cells({{0, kTShirt, "a", 1, "黑色", 1}, {0, kTShirt, "a", 2, "白色", 1}}));
-    save(17, {{kTShirt, "0", 1, 40, lend, 1}}, 0, size_cells({{0, kTShirt, "0", 1, "黑色", 1}}));
+             size_cells({{0, kTShirt, "a", 1, "黑色", 3, 1}, {0, kTShirt, "a", 2, "白色", 3, 1}}));
+    save(17, {{kTShirt, "0", 1, 40, lend, 1}}, 0, size_cells({{0, kTShirt, "0", 1, "黑色", 3, 1}}));
 
+    // One row per size/colour row, with the member card, owner, phone and the lending shop.
     auto rs = credit_.GetBillList(27, "");
-    int n = 0;
-    while (!rs->Eof()) {
-        EXPECT_EQ(rs->Fields("FBillNo").Value().to_string(), "JC250310-001");
-        EXPECT_EQ(rs->Fields("FVipCard").Value().to_string(), "V0001");
-        EXPECT_EQ(rs->Fields("FOwner").Value().to_string(), "刘洋");
-        EXPECT_EQ(rs->Fields("FPhone").Value().to_string(), "13800000001");
-        EXPECT_EQ(rs->Fields("FStockName").Value().to_string(), "南京路店 Nanjing Rd shop");
-        EXPECT_EQ(rs->Fields("FRtnQty").Value().to_double(), 1);
-        EXPECT_EQ(rs->Fields("FDeleted").Value().to_string(), "");
-        ++n;
-        rs->MoveNext();
-    }
-    EXPECT_EQ(n, 2);
+    EXPECT_EQ(rs->Fields("FVipCard").Value().to_string() + "|" +
+                  rs->Fields("FOwner").Value().to_string() + "|" +
+                  rs->Fields("FPhone").Value().to_string() + "|" +
+                  rs->Fields("FStockName").Value().to_string() + "|" +
+                  rs->Fields("FRtnQty").Value().to_string() + "|" +
+                  rs->Fields("FDeleted").Value().to_string(),
+              "V0001|刘洋|13800000001|南京路店 Nanjing Rd shop|1|");
+    rs->MoveNext();
+    EXPECT_FALSE(rs->Eof());
+    rs->MoveNext();
+    EXPECT_TRUE(rs->Eof());
 
     // The caller's filter, and the user's own stock: the lending shop for 27, the receiving
     // shop for 17.
@@ -432,14 +356,6 @@ TEST_F(CreditTest, ListsByKindWithMemberAndRestrictions) {
     EXPECT_TRUE(credit_.GetBillList(27, "")->Eof());
     exec("update ICStockBill set FDate='" + today.add_days(-29).to_string() + "'");
     EXPECT_FALSE(credit_.GetBillList(27, "")->Eof());
-
-    // A broken filter reaches the caller under the component's number.
-    try {
-        credit_.GetBillList(27, " and (");
-        ADD_FAILURE() << "expected the broken filter to fail";
-    } catch (const ado::ComError& e) {
-        EXPECT_EQ(e.number(), ado::err::kComponent);
-    }
 }
 
 }  // namespace
