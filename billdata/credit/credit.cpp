@@ -184,6 +184,17 @@ void check_returns(Executor& ex, const std::vector<Line>& lines, std::int32_t ol
     }
 }
 
+// Whether returns or till sales refer to the lines of lending bill `id`: taking its lines away
+// under them would count their goods twice.
+bool has_returns_or_sales(Executor& ex, std::int32_t id) {
+    auto used = ex.query(
+        "select count(*) as FCount from icstockbillentry where FInterID=" + std::to_string(id) +
+        " and (isnull(FRtnQty,0)<>0 or isnull(FSaleQty,0)<>0)");
+    const bool referenced = used->Fields("FCount").Value().to_int32() > 0;
+    used->Close();
+    return referenced;
+}
+
 // The price-adjustment rows after a bill depend on the stock it moves (cost style 1 only).
 void recalc_after(const std::shared_ptr<ado::Connection>& cn, std::int32_t id) {
     if (common::GetCostStyle() == 1) PublicData().RecacuSptjd(cn, id);
@@ -224,6 +235,8 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         Executor ex(cn, Handler::DuplicateKey);
         const bool rewrite = OldInterID > 0;
         if (TranType == kReturn) check_returns(ex, lines, rewrite ? OldInterID : 0);
+        if (rewrite && TranType == kLend && has_returns_or_sales(ex, OldInterID))
+            throw ComError::component("保存单据失败，单据“" + BillNo + "”已有归还或销售记录！");
         const bool cost_style_1 = common::GetCostStyle() == 1;
 
         RsBill->Close();
@@ -363,18 +376,8 @@ void Credit::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
         const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
         rs->Close();
 
-        if (kind == kLend && live) {
-            // Returns and sales refer to the lent lines: taking the lending away under them
-            // would count their goods twice.
-            auto used =
-                ex.query("select count(*) as FCount from icstockbillentry where FInterID=" + id +
-                         " and (isnull(FRtnQty,0)<>0 or isnull(FSaleQty,0)<>0)");
-            const bool referenced = used->Fields("FCount").Value().to_int32() > 0;
-            used->Close();
-            if (referenced)
-                throw ComError::component("删除单据失败，单据“" + bill_no +
-                                          "”已有归还或销售记录！");
-        }
+        if (kind == kLend && live && has_returns_or_sales(ex, InterID))
+            throw ComError::component("删除单据失败，单据“" + bill_no + "”已有归还或销售记录！");
 
         if (live) {
             ex.execute(lower_returned_sql(InterID));

@@ -32,14 +32,16 @@ class Credit {
     // rsBillDetail (may be nullptr): size/colour cells (FDel, FItemID, FRowKey, FSizeiD, FColor,
     // FColorEntryID, FQty), items without sizes get one row per line automatically.
     // A return line must point at a line of a live lending bill for the same item, and a bill
-    // must not take back more than is still out (lent − returned − sold).
+    // must not take back more than is still out (lent − returned − sold); a lending bill that
+    // returns or till sales refer to is not rewritten
+    // ("保存单据失败，单据“…”已有归还或销售记录！").
     //
     // Runs without a transaction: the header is written first, then the lines, their size/colour
     // rows, and the returned quantities of the lent lines. On success: true, BillNo gets a new
     // bill's number ("JC"/"JR" + date + sequence; a rewrite keeps the caller's), OldInterID the
     // interior id, RsBill is closed and released. Refusals (0x800403E9): "没有数据可以保存!" for
-    // no lines, "借货单据类型只能是借出(27)或借还(17)!" for another kind, and the return checks
-    // below — all before anything is written. A duplicate interior id draws a fresh one and goes
+    // no lines, "借货单据类型只能是借出(27)或借还(17)!" for another kind, and the checks above
+    // — all before anything is written. A duplicate interior id draws a fresh one and goes
     // on; any other database error is raised as 0x800403E9 with its own text after the rows of
     // the bill written so far are removed again (a failed rewrite therefore leaves the bill
     // removed, with its returned quantities given back — never half written).
@@ -52,8 +54,9 @@ class Credit {
     // Voids (DoBlankOut true) or deletes a credit bill; TranType is not used. An unknown InterID
     // does nothing. Refusals (0x800403E9, nothing changed): an audited bill "删除单据失败，单据“…”
     // 已经审核！", then a bill of an earlier period than the session's "对不起,不能删除以前月份的
-    // 单据!", and a bill that is no credit bill "删除单据失败，单据“…”不是借货单据！". While the
-    // bill is live its returns are taken back from FRtnQty. With `Cn` the work runs on the
+    // 单据!", a bill that is no credit bill "删除单据失败，单据“…”不是借货单据！", and a lending
+    // bill that returns or till sales refer to "删除单据失败，单据“…”已有归还或销售记录！". While
+    // the bill is live its returns are taken back from FRtnQty. With `Cn` the work runs on the
     // caller's connection and inside the caller's transaction; without it, on a connection of
     // its own in one transaction. Common handler: database errors 0x800403E9 with their text.
     void DeleteBill(std::int16_t TranType, std::int32_t InterID,

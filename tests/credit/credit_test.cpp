@@ -80,20 +80,20 @@ class CreditTest : public DatabaseTest {
         last_bill_no_ = bill_no;
         return id;
     }
-    // A save that must be refused with `message`, giving back neither id nor number.
-    void refused(std::int16_t kind, std::shared_ptr<ado::Recordset> rs,
-                 const std::string& message) {
+    // A save that must be refused with `message`, giving back the id and number unchanged.
+    void refused(std::int16_t kind, std::shared_ptr<ado::Recordset> rs, const std::string& message,
+                 std::int32_t old_id = 0, const std::string& bill_no = "") {
         std::shared_ptr<ado::Recordset> none;
-        std::string no;
-        std::int32_t id = 0;
+        std::string no = bill_no;
+        std::int32_t id = old_id;
         expect_com_error(
             [&] {
                 credit_.SaveData(kind, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "",
                                  1, id, rs, none);
             },
             ado::err::kComponent, message);
-        EXPECT_EQ(id, 0);
-        EXPECT_EQ(no, "");
+        EXPECT_EQ(id, old_id);
+        EXPECT_EQ(no, bill_no);
     }
 
     std::string rows(const std::string& sql) const { return all_rows(open(), sql); }
@@ -165,9 +165,12 @@ TEST_F(CreditTest, LendReturnSellVoidRestoreCycle) {
     EXPECT_EQ(lent(lend), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
 
-    // The lending cannot go while a return and a sale refer to it.
+    // The lending cannot go or be rewritten while a return and a sale refer to it.
     expect_com_error([&] { credit_.DeleteBill(27, lend); }, ado::err::kComponent,
                      "删除单据失败，单据“JC250310-001”已有归还或销售记录！");
+    refused(27, bill_lines({{kSocks, "0", 5, 12}}),
+            "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend, "JC250310-001");
+    EXPECT_EQ(lent(lend), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
 
     // Deleting the live return gives its pair back and removes every row of it.
