@@ -90,7 +90,7 @@ Line read_line(ado::Recordset& rs) {
 }
 
 // The size/colour cells of rsBillDetail that are live (FDel 0), from its first row: each as the
-// part of its insert that follows the interior id.
+// rest of its insert after the interior id.
 std::vector<std::string> read_detail_rows(const std::shared_ptr<ado::Recordset>& rs) {
     std::vector<std::string> rows;
     if (!rs || (rs->Bof() && rs->Eof())) return rows;
