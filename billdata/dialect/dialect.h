@@ -4,6 +4,7 @@
 // I/O and no global state. Thread-safe.
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -55,7 +56,41 @@ struct Translation {
     StatementKind kind = StatementKind::Select;
     bool writes = false;            // anything but a select
     std::vector<Literal> literals;  // in source order
+    // Only with TranslateOptions::parameterise: the source offset of the literal that ?1, ?2, …
+    // stand for (a literal printed twice is one parameter).
+    std::vector<std::size_t> parameters;
 };
+
+struct TranslateOptions {
+    // Writes the literals that can be bound as ?N parameters instead of inline, so that one
+    // prepared statement serves every statement of the same shape. Literals that change the
+    // plan or the result's column names stay inline: TOP counts, type lengths and convert
+    // styles (never literals in the first place), ORDER BY / GROUP BY positions, and literals
+    // of a select-list item without an alias (the engine names that column by its text).
+    bool parameterise = false;
+};
+
+// A statement's shape: the text with every number and string literal replaced by a marker of
+// its kind (whole number, decimal, text), and all those literals in source order. Two texts
+// with the same key differ only in literal values. Raises DialectError when the text cannot be
+// split into tokens.
+struct Shape {
+    std::string key;
+    std::vector<Literal> literals;
+};
+Shape statement_shape(std::string_view tsql);
+
+// The value a literal token (as written: 12, 1.5, 'it''s', N'x') stands for, as the engine
+// would read it inline. False when it is not bound as a parameter but kept in the text: a whole
+// number outside 64 bits, a decimal with more digits than a double holds exactly.
+struct LiteralValue {
+    enum class Type { Integer, Real, Text };
+    Type type = Type::Integer;
+    std::int64_t integer = 0;
+    double real = 0;
+    std::string text;
+};
+bool literal_value(std::string_view token, LiteralValue& out);
 
 // A statement the translator cannot take: a syntax error, a second statement, or a construct it
 // does not support. `position` is the byte offset in the source text; what() names the construct
@@ -74,6 +109,8 @@ class DialectError : public std::runtime_error {
 
 // Translates exactly one T-SQL statement to SQLite. Raises DialectError as described above.
 Translation translate_sqlite(std::string_view tsql, const Catalog& catalog);
+Translation translate_sqlite(std::string_view tsql, const Catalog& catalog,
+                             const TranslateOptions& options);
 
 // Parses the text and raises DialectError unless it is exactly one statement the parser reads
 // (the check that engines without translation still get). Returns the statement's kind.

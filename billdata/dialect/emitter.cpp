@@ -1,5 +1,11 @@
 #include "billdata/dialect/emitter.h"
 
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "billdata/dialect/dialect.h"
+
 namespace billdata::dialect {
 
 int Emitter::precedence(const Expr& e) {
@@ -175,6 +181,9 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         }
         const bool null_literal =
             e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
+        // The engine names an unnamed result column by its text: a parameter would rename it.
+        std::optional<InlineLiterals> unnamed;
+        if (item.alias.empty() && !e.is<ColumnRef>()) unnamed.emplace(*this);
         if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
             e.vtype != ColumnType::Date && !null_literal) {
             hooks_.date_value(*this, e);
@@ -212,7 +221,22 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
     write_columns_ = write;
 }
 
+bool Emitter::parameter(const LiteralExpr& l) {
+    if (l.kind == LiteralExpr::Kind::Null) return false;
+    LiteralValue value;
+    if (!literal_value(l.text, value)) return false;
+    const std::size_t offset = l.pos;
+    auto it = std::find(parameters_->begin(), parameters_->end(), offset);
+    if (it == parameters_->end()) it = parameters_->insert(parameters_->end(), offset);
+    out_.push_back('?');
+    out_.append(std::to_string(it - parameters_->begin() + 1));
+    return true;
+}
+
 void Emitter::order_term(const Expr& e) {
+    // A whole number here is a column position, not a value.
+    std::optional<InlineLiterals> position;
+    if (e.is<LiteralExpr>()) position.emplace(*this);
     const bool column = e.is<ColumnRef>();
     if (!column && e.vtype == ColumnType::Text) {
         operand(e, kOutCollate);
@@ -324,6 +348,7 @@ void Emitter::expr(const Expr& e) {
     switch (e.type) {
         case NodeType::Literal: {
             const auto& l = e.as<LiteralExpr>();
+            if (parameters_ && inline_literals_ == 0 && parameter(l)) return;
             switch (l.kind) {
                 case LiteralExpr::Kind::Integer:
                 case LiteralExpr::Kind::Decimal:

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "billdata/dialect/ast.h"
 
@@ -79,6 +80,18 @@ class Emitter {
         replace_prefix_ = prefix;
         replace_suffix_ = suffix;
     }
+    // From here on, literals that can be bound are written as ?N parameters; `offsets` receives
+    // the source offset of the literal behind each parameter.
+    void parameterise(std::vector<std::size_t>* offsets) { parameters_ = offsets; }
+    // Literals inside stay inline while the guard lives (positions, unnamed result columns).
+    struct InlineLiterals {
+        explicit InlineLiterals(Emitter& em) : em_(em) { ++em_.inline_literals_; }
+        ~InlineLiterals() { --em_.inline_literals_; }
+        InlineLiterals(const InlineLiterals&) = delete;
+        InlineLiterals& operator=(const InlineLiterals&) = delete;
+        Emitter& em_;
+    };
+
     // Whether an operand compares under its own column's collation already.
     static bool carries_collation(const Expr& e, CompareKind kind);
     // The operand followed by the engine's collation when the comparison needs one.
@@ -92,6 +105,7 @@ class Emitter {
     void body(const Node& body, bool top_level, bool in_compound);
     void spec(const QuerySpec& spec, bool top_level);
     void order_term(const Expr& e);
+    bool parameter(const LiteralExpr& l);
 
     const EngineHooks& hooks_;
     std::string& out_;
@@ -99,6 +113,8 @@ class Emitter {
     std::string_view replace_prefix_;
     std::string_view replace_suffix_;
     const List<InsertColumn>* write_columns_ = nullptr;  // INSERT … SELECT target columns
+    std::vector<std::size_t>* parameters_ = nullptr;
+    int inline_literals_ = 0;
 };
 
 }  // namespace billdata::dialect

@@ -1,5 +1,7 @@
 #include "billdata/schema/schema.h"
 
+#include <string>
+
 namespace billdata::schema {
 
 namespace {
@@ -546,10 +548,145 @@ BEGIN
 END;
 )billdata_ddl";
 
+// Bookkeeping that only the embedded engine needs, so that the cost of the statements run on
+// every save does not grow with the shop's books. A server keeps its own row counts and can
+// afford the scans.
+//
+// t_TableRows: the row count of each bill table, in one row with one column per table. The
+// interior-id cross-check counts a bill table's rows on every save, and counting reads the
+// whole table; the translator reads a whole-table count(*) from here instead (only for a table
+// that has a column here). Row triggers keep the counts, inside the writing statement's own
+// transaction, so a rolled-back statement or transaction rolls its counts back too.
+//
+// ICStockQty: the quantity on hand per stock and item over all live bills, kept by triggers, so
+// that sp_GetStockQty reads one row and takes out the named bill's own lines instead of summing
+// the item's whole history. It holds exactly what that procedure counts: opening quantities,
+// and the lines of live bills whose header is written, adjustment rows (negative FEntryID) left
+// out, pre-sent rows (no FEntryID) counted, a POS line that sells lent goods (FRefTranType 27)
+// not moving stock again. A line counts while its header exists and is live: the line triggers
+// move stock only under a written live header, and the header triggers move all of the bill's
+// lines when the header is written, removed, voided, restored or changes kind or stock. The
+// header's delete is booked before the header goes (its lines are deleted after it), so the
+// line deletes that follow find no header and move nothing.
+constexpr std::string_view kCountedTables[] = {
+    "ICStockBill",    "ICStockBillEntry", "ICStockBillEntry_1", "ICOrder", "ICOrderEntry",
+    "ICOrderEntry_1", "WLBill",           "WLBillEntry",        "ICSpTjd"};
+
+// Kinds that move stock into FInStockID (114 with the sign turned) and out of FOutStockID.
+constexpr std::string_view kLineMove = R"sql(
+    INSERT INTO ICStockQty (FStockID, FItemID, FQty)
+    SELECT m.FStockID, @.FItemID, $ * m.FQty FROM (
+        SELECT h.FInStockID AS FStockID,
+               CASE WHEN h.FTranType = 114 THEN -coalesce(@.FQty, 0)
+                    ELSE coalesce(@.FQty, 0) END AS FQty
+        FROM ICStockBill h
+        WHERE h.FInterID = @.FInterID AND coalesce(h.FDeleted, 0) = 0
+          AND h.FTranType IN (112, 115, 17, 31, 114)
+        UNION ALL
+        SELECT h.FOutStockID, -coalesce(@.FQty, 0)
+        FROM ICStockBill h
+        WHERE h.FInterID = @.FInterID AND coalesce(h.FDeleted, 0) = 0
+          AND h.FTranType IN (99, 125, 27, 31)
+          AND NOT (h.FTranType = 99 AND coalesce(@.FRefTranType, 0) = 27)) m
+    WHERE m.FStockID IS NOT NULL AND @.FItemID IS NOT NULL
+      AND (@.FEntryID IS NULL OR @.FEntryID >= 0)
+    ON CONFLICT (FStockID, FItemID) DO UPDATE SET FQty = FQty + excluded.FQty;)sql";
+
+constexpr std::string_view kBillMove = R"sql(
+    INSERT INTO ICStockQty (FStockID, FItemID, FQty)
+    SELECT m.FStockID, m.FItemID, $ * total(m.FQty) FROM (
+        SELECT @.FInStockID AS FStockID, e.FItemID,
+               CASE WHEN @.FTranType = 114 THEN -coalesce(e.FQty, 0)
+                    ELSE coalesce(e.FQty, 0) END AS FQty
+        FROM ICStockBillEntry e
+        WHERE e.FInterID = @.FInterID AND @.FTranType IN (112, 115, 17, 31, 114)
+          AND (e.FEntryID IS NULL OR e.FEntryID >= 0)
+        UNION ALL
+        SELECT @.FOutStockID, e.FItemID, -coalesce(e.FQty, 0)
+        FROM ICStockBillEntry e
+        WHERE e.FInterID = @.FInterID AND @.FTranType IN (99, 125, 27, 31)
+          AND (e.FEntryID IS NULL OR e.FEntryID >= 0)
+          AND NOT (@.FTranType = 99 AND coalesce(e.FRefTranType, 0) = 27)) m
+    WHERE m.FStockID IS NOT NULL AND m.FItemID IS NOT NULL AND coalesce(@.FDeleted, 0) = 0
+    GROUP BY m.FStockID, m.FItemID
+    ON CONFLICT (FStockID, FItemID) DO UPDATE SET FQty = FQty + excluded.FQty;)sql";
+
+constexpr std::string_view kOpeningMove = R"sql(
+    INSERT INTO ICStockQty (FStockID, FItemID, FQty)
+    SELECT @.FStockID, @.FItemID, $ * coalesce(@.FQty, 0)
+    WHERE @.FStockID IS NOT NULL AND @.FItemID IS NOT NULL
+    ON CONFLICT (FStockID, FItemID) DO UPDATE SET FQty = FQty + excluded.FQty;)sql";
+
+// One of the moves above for row `row` (new or old) with sign `sign` (1 or -1).
+std::string move(std::string_view text, std::string_view row, std::string_view sign) {
+    std::string out;
+    for (char c : text) {
+        if (c == '@')
+            out.append(row);
+        else if (c == '$')
+            out.append(sign);
+        else
+            out.push_back(c);
+    }
+    return out;
+}
+
+std::string trigger(std::string_view name, std::string_view when, std::string_view body) {
+    return "\nCREATE TRIGGER " + std::string(name) + " " + std::string(when) + "\nBEGIN" +
+           std::string(body) + "\nEND;\n";
+}
+
+std::string speed_schema() {
+    std::string s = "\nCREATE TABLE t_TableRows (\n    FOnlyRow INTEGER NOT NULL PRIMARY KEY";
+    for (std::string_view t : kCountedTables)
+        s += ",\n    " + std::string(t) + " INTEGER NOT NULL DEFAULT 0";
+    s += "\n);\nINSERT INTO t_TableRows (FOnlyRow) VALUES (1);\n";
+    for (std::string_view t : kCountedTables) {
+        const std::string table(t);
+        s += trigger("TR_" + table + "_RowsIns", "AFTER INSERT ON " + table,
+                     "\n    UPDATE t_TableRows SET " + table + " = " + table + " + 1;");
+        s += trigger("TR_" + table + "_RowsDel", "AFTER DELETE ON " + table,
+                     "\n    UPDATE t_TableRows SET " + table + " = " + table + " - 1;");
+    }
+
+    s += R"sql(
+CREATE TABLE ICStockQty (
+    FStockID INTEGER NOT NULL,
+    FItemID INTEGER NOT NULL,
+    FQty REAL NOT NULL DEFAULT 0,
+    PRIMARY KEY (FStockID, FItemID)
+) WITHOUT ROWID;
+)sql";
+    s += trigger("TR_ICStockBillEntry_QtyIns", "AFTER INSERT ON ICStockBillEntry",
+                 move(kLineMove, "new", "1"));
+    s += trigger("TR_ICStockBillEntry_QtyDel", "AFTER DELETE ON ICStockBillEntry",
+                 move(kLineMove, "old", "-1"));
+    s += trigger("TR_ICStockBillEntry_QtyUpd",
+                 "AFTER UPDATE OF FInterID, FEntryID, FItemID, FQty, FRefTranType "
+                 "ON ICStockBillEntry",
+                 move(kLineMove, "old", "-1") + move(kLineMove, "new", "1"));
+    s += trigger("TR_ICStockBill_QtyIns", "AFTER INSERT ON ICStockBill",
+                 move(kBillMove, "new", "1"));
+    s += trigger("TR_ICStockBill_QtyDel", "BEFORE DELETE ON ICStockBill",
+                 move(kBillMove, "old", "-1"));
+    s += trigger("TR_ICStockBill_QtyUpd",
+                 "AFTER UPDATE OF FInterID, FTranType, FDeleted, FInStockID, FOutStockID "
+                 "ON ICStockBill",
+                 move(kBillMove, "old", "-1") + move(kBillMove, "new", "1"));
+    s += trigger("TR_ICInitData_QtyIns", "AFTER INSERT ON ICInitData",
+                 move(kOpeningMove, "new", "1"));
+    s += trigger("TR_ICInitData_QtyDel", "AFTER DELETE ON ICInitData",
+                 move(kOpeningMove, "old", "-1"));
+    s += trigger("TR_ICInitData_QtyUpd", "AFTER UPDATE ON ICInitData",
+                 move(kOpeningMove, "old", "-1") + move(kOpeningMove, "new", "1"));
+    return s;
+}
+
 }  // namespace
 
 std::string_view sqlite_schema() {
-    return kSqliteSchema;
+    static const std::string schema = std::string(kSqliteSchema) + speed_schema();
+    return schema;
 }
 
 }  // namespace billdata::schema

@@ -120,6 +120,35 @@ SELECT (SELECT coalesce(sum(FQty), 0) FROM ICInitData WHERE FItemID = ?2 AND FSt
           AND (h.FInStockID = ?1 OR h.FOutStockID = ?1)), 0)
 )sql";
 
+// The same quantity from the balance that the schema's triggers keep per stock and item
+// (ICStockQty), less what the named bill's own lines moved: one row and one bill's lines, however
+// long the item's history is. The subtracted part is the query above restricted to that bill.
+constexpr const char* kKeptStockQtySql = R"sql(
+SELECT coalesce((SELECT FQty FROM ICStockQty WHERE FStockID = ?1 AND FItemID = ?2), 0)
+     - coalesce((
+        SELECT sum(
+              CASE WHEN h.FInStockID = ?1 THEN
+                  CASE WHEN h.FTranType IN (112, 115, 17, 31) THEN e.FQty
+                       WHEN h.FTranType = 114 THEN -e.FQty
+                       ELSE 0 END
+              ELSE 0 END
+            + CASE WHEN h.FOutStockID = ?1 AND h.FTranType IN (99, 125, 27, 31) THEN -e.FQty
+                   ELSE 0 END)
+        FROM ICStockBillEntry e INDEXED BY IX_ICStockBillEntry_Item
+        JOIN ICStockBill h ON h.FInterID = e.FInterID
+        WHERE e.FItemID = ?2 AND e.FInterID = ?3
+          AND coalesce(h.FDeleted, 0) = 0
+          AND (e.FEntryID IS NULL OR e.FEntryID >= 0)
+          AND NOT (h.FTranType = 99 AND coalesce(e.FRefTranType, 0) = 27)
+          AND (h.FInStockID = ?1 OR h.FOutStockID = ?1)), 0)
+)sql";
+
+bool has_kept_stock_qty(sqlite3* db) {
+    // A database made before the balance was kept has no ICStockQty: it sums the history.
+    return sqlite3_table_column_metadata(db, nullptr, "ICStockQty", "FQty", nullptr, nullptr,
+                                         nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
 void sp_get_stock_qty(sqlite3* db, std::vector<ado::driver::ProcArg>& args) {
     constexpr std::string_view kName = "sp_GetStockQty";
     std::int32_t stock = require_arg(args, kName, "@StockID", 0).value.to_int32();
@@ -127,7 +156,7 @@ void sp_get_stock_qty(sqlite3* db, std::vector<ado::driver::ProcArg>& args) {
     std::int32_t inter = require_arg(args, kName, "@InterID", 2).value.to_int32();
     ado::driver::ProcArg& out = require_arg(args, kName, "@RtnQty", 3);
 
-    Statement st(db, kStockQtySql);
+    Statement st(db, has_kept_stock_qty(db) ? kKeptStockQtySql : kStockQtySql);
     st.bind(1, std::int64_t{stock}).bind(2, std::int64_t{item}).bind(3, std::int64_t{inter});
     double qty = st.step() ? st.real_at(0) : 0.0;
     out.value = ado::Variant(qty);

@@ -1,12 +1,16 @@
 #include "billdata/drivers/sqlite/sqlite_driver.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <map>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "billdata/dialect/dialect.h"
@@ -125,14 +129,155 @@ ComError read_only_refusal() {
                     "this record set is read-only: a statement that writes is not run here");
 }
 
+// ---- physical handles and their statement cache ------------------------------------------
+
+// One prepared statement of the cache: the translation of a statement shape with its literals
+// as parameters. `bound[k]` is the shape's literal bound to ?k+1; `kept` are the literals that
+// the translation wrote inline, with the text they had, and a statement of the same shape uses
+// this entry only when its own literals there are the same.
+struct CachedStatement {
+    sqlite3_stmt* stmt = nullptr;
+    std::size_t literal_count = 0;
+    std::vector<std::size_t> bound;
+    std::vector<std::pair<std::size_t, std::string>> kept;
+    bool translation_writes = false;  // what the translator says: anything but a select
+    bool writes = false;              // what the engine says, transaction control included
+    std::vector<ColumnInfo> columns;  // empty when the statement yields no rows
+    bool busy = false;                // a cursor stands on it
+    ~CachedStatement() { sqlite3_finalize(stmt); }
+};
+using CachedPtr = std::shared_ptr<CachedStatement>;
+
+// Per handle; beyond this the cache starts afresh (a shop's statements have far fewer shapes).
+constexpr std::size_t kMaxCachedShapes = 512;
+constexpr std::size_t kMaxVariantsPerShape = 8;
+
+// A physical connection with what belongs to it: its catalogue and its prepared statements. It
+// outlives the Session that uses it when the pool takes it back.
+struct Handle {
+    sqlite3* db = nullptr;
+    sqlite3_stmt* version_stmt = nullptr;
+    int schema_version = -1;
+    std::shared_ptr<const dialect::Catalog> catalog;
+    std::unordered_map<std::string, std::vector<CachedPtr>> cache;  // shape key → variants
+    bool broken = false;  // an error that says the handle itself is not to be trusted
+    std::string pool_key;
+    dev_t file_dev = 0;
+    ino_t file_ino = 0;
+
+    ~Handle() {
+        cache.clear();
+        sqlite3_finalize(version_stmt);
+        sqlite3_close_v2(db);  // an open transaction is rolled back
+    }
+};
+
+bool file_identity(const std::string& path, dev_t& dev, ino_t& ino) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    dev = st.st_dev;
+    ino = st.st_ino;
+    return true;
+}
+
+// Errors after which a handle is closed instead of going back to the pool.
+bool breaks_handle(int rc) {
+    switch (rc & 0xff) {
+        case SQLITE_IOERR:
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+        case SQLITE_CANTOPEN:
+        case SQLITE_NOMEM:
+        case SQLITE_FULL:
+        case SQLITE_PROTOCOL:
+        case SQLITE_MISUSE:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Idle handles per connection (database file and options). Opening through the pool costs a
+// stat of the file instead of an open, the pragmas, the runtime's registration and a catalogue
+// read. A handle comes back only clean: no transaction, no statement running.
+class HandlePool {
+  public:
+    static HandlePool& instance() {
+        static HandlePool pool;
+        return pool;
+    }
+
+    std::unique_ptr<Handle> take(const std::string& key, dev_t dev, ino_t ino) {
+        std::vector<std::unique_ptr<Handle>> stale;  // closed outside the lock
+        std::lock_guard lock(mutex_);
+        auto it = idle_.find(key);
+        if (it == idle_.end()) return nullptr;
+        auto& list = it->second;
+        while (!list.empty()) {
+            std::unique_ptr<Handle> h = std::move(list.back());
+            list.pop_back();
+            --count_;
+            // The same path may now name another file (removed and made again).
+            if (h->file_dev == dev && h->file_ino == ino) return h;
+            stale.push_back(std::move(h));
+        }
+        return nullptr;
+    }
+
+    void give_back(std::unique_ptr<Handle> h) {
+        if (!clean(*h)) return;  // closed here
+        std::lock_guard lock(mutex_);
+        auto& list = idle_[h->pool_key];
+        if (list.size() >= kMaxIdlePerKey || count_ >= kMaxIdle) return;
+        list.push_back(std::move(h));
+        ++count_;
+    }
+
+    std::size_t idle_count() {
+        std::lock_guard lock(mutex_);
+        return count_;
+    }
+
+  private:
+    static constexpr std::size_t kMaxIdlePerKey = 8;
+    static constexpr std::size_t kMaxIdle = 64;
+
+    static bool clean(Handle& h) {
+        if (h.broken) return false;
+        if (!sqlite3_get_autocommit(h.db)) {
+            sqlite3_exec(h.db, "ROLLBACK", nullptr, nullptr, nullptr);
+            if (!sqlite3_get_autocommit(h.db)) return false;
+        }
+        for (sqlite3_stmt* st = sqlite3_next_stmt(h.db, nullptr); st;
+             st = sqlite3_next_stmt(h.db, st))
+            if (sqlite3_stmt_busy(st)) return false;
+        return true;
+    }
+
+    std::mutex mutex_;
+    std::unordered_map<std::string, std::vector<std::unique_ptr<Handle>>> idle_;
+    std::size_t count_ = 0;
+};
+
+bool switched_off(const char* variable) {
+    const char* v = std::getenv(variable);
+    if (!v) return false;
+    const std::string value = lower(v);
+    return value == "off" || value == "0" || value == "false" || value == "no";
+}
+
 class SqliteSession;
 
 // A live result over one prepared statement. The first row is stepped when the cursor is made,
 // so that a failing query fails at Open/Execute as it does on a server.
 class SqliteCursor final : public ado::driver::Cursor {
   public:
-    SqliteCursor(SqliteSession* session, sqlite3_stmt* stmt, std::vector<ColumnInfo> columns)
-        : session_(session), stmt_(stmt), columns_(std::move(columns)) {}
+    SqliteCursor(SqliteSession* session, sqlite3_stmt* stmt, CachedPtr cached,
+                 std::vector<ColumnInfo> columns)
+        : session_(session),
+          stmt_(stmt),
+          cached_(std::move(cached)),
+          columns_(std::move(columns)) {}
     ~SqliteCursor() override;
 
     const std::vector<ColumnInfo>& columns() const override { return columns_; }
@@ -147,14 +292,11 @@ class SqliteCursor final : public ado::driver::Cursor {
   private:
     void read_row(std::vector<Variant>& row) const;
     [[noreturn]] void fail(int rc);
-    void finish() {
-        sqlite3_finalize(stmt_);
-        stmt_ = nullptr;
-        pending_ = false;
-    }
+    void finish();
 
     SqliteSession* session_;
     sqlite3_stmt* stmt_;
+    CachedPtr cached_;  // the cache's statement this cursor runs on, or null (finalised here)
     std::vector<ColumnInfo> columns_;
     bool pending_ = false;   // the statement stands on a row not handed out yet
     bool buffered_ = false;  // drained: rows come from buffer_
@@ -163,12 +305,12 @@ class SqliteCursor final : public ado::driver::Cursor {
 
 class SqliteSession final : public ado::driver::Session {
   public:
-    explicit SqliteSession(sqlite3* db) : db_(db) {}
+    SqliteSession(std::unique_ptr<Handle> handle, bool cache, bool pooled)
+        : handle_(std::move(handle)), db_(handle_->db), use_cache_(cache), pooled_(pooled) {}
     ~SqliteSession() override {
-        for (SqliteCursor* c : live_)
+        for (SqliteCursor* c : std::vector<SqliteCursor*>(live_))
             c->detach();
-        sqlite3_finalize(version_stmt_);
-        sqlite3_close_v2(db_);  // an open transaction is rolled back
+        if (pooled_) HandlePool::instance().give_back(std::move(handle_));
     }
 
     std::string_view engine() const override { return "sqlite"; }
@@ -188,28 +330,57 @@ class SqliteSession final : public ado::driver::Session {
         live_.erase(std::remove(live_.begin(), live_.end(), c), live_.end());
     }
     void refresh_catalog();
+    // The error for `rc`, noting whether it leaves the handle unfit for the pool.
+    ComError error(int rc) {
+        if (breaks_handle(rc)) handle_->broken = true;
+        return database_error(db_, rc);
+    }
 
   private:
     void drain_cursors();
     void run_control(const char* sql);
     bool has_more_statements(const char* tail, const char* end);
+    dialect::Translation translate(std::string_view tsql, bool parameterise);
+    // Prepares a translation: raises for a second statement; fills what the cache keeps.
+    CachedPtr prepare(const dialect::Translation& tr);
+    CachedPtr lookup(std::string_view tsql, const dialect::Shape& shape);
+    bool bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
+              const dialect::Shape& shape);
+    std::unique_ptr<ado::driver::Cursor> run(sqlite3_stmt* stmt, CachedPtr cached,
+                                             const CachedStatement& entry,
+                                             const ado::driver::ExecOptions& options,
+                                             long* affected);
 
+    std::unique_ptr<Handle> handle_;
     sqlite3* db_;
-    sqlite3_stmt* version_stmt_ = nullptr;
-    int schema_version_ = -1;
-    std::shared_ptr<const dialect::Catalog> catalog_;
+    bool use_cache_;
+    bool pooled_;
     std::vector<SqliteCursor*> live_;
 };
 
 // ---- cursor -------------------------------------------------------------------------------
 
 SqliteCursor::~SqliteCursor() {
-    sqlite3_finalize(stmt_);
+    finish();
     if (session_) session_->forget(this);
 }
 
+void SqliteCursor::finish() {
+    if (cached_) {
+        // The cache's statement goes back ready for the next statement of its shape.
+        sqlite3_reset(stmt_);
+        sqlite3_clear_bindings(stmt_);
+        cached_->busy = false;
+        cached_.reset();
+    } else {
+        sqlite3_finalize(stmt_);
+    }
+    stmt_ = nullptr;
+    pending_ = false;
+}
+
 void SqliteCursor::fail(int rc) {
-    ComError e = database_error(session_->db(), rc);
+    ComError e = session_->error(rc);
     finish();
     throw e;
 }
@@ -267,6 +438,7 @@ void SqliteCursor::drain() {
 
 void SqliteCursor::detach() {
     finish();
+    if (session_) session_->forget(this);
     session_ = nullptr;
 }
 
@@ -305,27 +477,31 @@ void SqliteCursor::read_row(std::vector<Variant>& row) const {
 // ---- session ------------------------------------------------------------------------------
 
 void SqliteSession::refresh_catalog() {
-    if (!version_stmt_) {
-        int rc = sqlite3_prepare_v2(db_, "PRAGMA schema_version", -1, &version_stmt_, nullptr);
-        if (rc != SQLITE_OK) throw database_error(db_, rc);
+    Handle& h = *handle_;
+    if (!h.version_stmt) {
+        int rc = sqlite3_prepare_v2(db_, "PRAGMA schema_version", -1, &h.version_stmt, nullptr);
+        if (rc != SQLITE_OK) throw error(rc);
     }
-    int rc = sqlite3_step(version_stmt_);
+    int rc = sqlite3_step(h.version_stmt);
     if (rc != SQLITE_ROW) {
-        ComError e = database_error(db_, rc);
-        sqlite3_reset(version_stmt_);
+        ComError e = error(rc);
+        sqlite3_reset(h.version_stmt);
         throw e;
     }
-    const int version = sqlite3_column_int(version_stmt_, 0);
-    sqlite3_reset(version_stmt_);  // holds no read transaction between statements
-    if (catalog_ && version == schema_version_) return;
+    const int version = sqlite3_column_int(h.version_stmt, 0);
+    sqlite3_reset(h.version_stmt);  // holds no read transaction between statements
+    if (h.catalog && version == h.schema_version) return;
 
+    // Translations were made against the old catalogue; statements of a cursor still running
+    // stay alive through the cursor and are finalised when it lets them go.
+    h.cache.clear();
     std::string schema;
     {
         StmtGuard g;
         rc =
             sqlite3_prepare_v2(db_, "select type, name, sql from sqlite_master order by type, name",
                                -1, &g.stmt, nullptr);
-        if (rc != SQLITE_OK) throw database_error(db_, rc);
+        if (rc != SQLITE_OK) throw error(rc);
         while ((rc = sqlite3_step(g.stmt)) == SQLITE_ROW) {
             for (int i = 0; i < 3; ++i) {
                 const unsigned char* t = sqlite3_column_text(g.stmt, i);
@@ -334,15 +510,15 @@ void SqliteSession::refresh_catalog() {
             }
             schema += '\x1e';
         }
-        if (rc != SQLITE_DONE) throw database_error(db_, rc);
+        if (rc != SQLITE_DONE) throw error(rc);
     }
     CatalogCache& cache = catalog_cache();
     {
         std::lock_guard lock(cache.mutex);
         auto it = cache.by_schema.find(schema);
         if (it != cache.by_schema.end()) {
-            catalog_ = it->second;
-            schema_version_ = version;
+            h.catalog = it->second;
+            h.schema_version = version;
             return;
         }
     }
@@ -352,8 +528,8 @@ void SqliteSession::refresh_catalog() {
         if (cache.by_schema.size() >= 32) cache.by_schema.clear();  // bounded; rarely more than one
         cache.by_schema.emplace(std::move(schema), catalog);
     }
-    catalog_ = std::move(catalog);
-    schema_version_ = version;
+    h.catalog = std::move(catalog);
+    h.schema_version = version;
 }
 
 // A forward cursor and a write on the same connection: a service loop reads the rows of a query
@@ -373,7 +549,7 @@ void SqliteSession::run_control(const char* sql) {
     StmtGuard g;
     int rc = sqlite3_prepare_v2(db_, sql, -1, &g.stmt, nullptr);
     if (rc == SQLITE_OK) rc = sqlite3_step(g.stmt);
-    if (rc != SQLITE_DONE && rc != SQLITE_OK) throw database_error(db_, rc);
+    if (rc != SQLITE_DONE && rc != SQLITE_OK) throw error(rc);
 }
 
 bool SqliteSession::has_more_statements(const char* tail, const char* end) {
@@ -385,53 +561,188 @@ bool SqliteSession::has_more_statements(const char* tail, const char* end) {
     return rc != SQLITE_OK || g.stmt != nullptr;
 }
 
-std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
-                                                            const ado::driver::ExecOptions& options,
-                                                            long* affected) {
-    refresh_catalog();
-    dialect::Translation tr;
+dialect::Translation SqliteSession::translate(std::string_view tsql, bool parameterise) {
     try {
-        tr = dialect::translate_sqlite(tsql, *catalog_);
+        dialect::TranslateOptions options;
+        options.parameterise = parameterise;
+        return dialect::translate_sqlite(tsql, *handle_->catalog, options);
     } catch (const dialect::DialectError& e) {
         throw ComError(err::kDatabase, e.what());
     }
-    if (options.read_only && tr.writes) throw read_only_refusal();
+}
 
-    StmtGuard g;
+CachedPtr SqliteSession::prepare(const dialect::Translation& tr) {
+    auto entry = std::make_shared<CachedStatement>();
     const char* tail = nullptr;
-    int rc =
-        sqlite3_prepare_v2(db_, tr.sql.data(), static_cast<int>(tr.sql.size()), &g.stmt, &tail);
-    if (rc != SQLITE_OK) throw database_error(db_, rc);
-    if (!g.stmt) throw ComError(err::kDatabase, "the statement is empty");
+    int rc = sqlite3_prepare_v2(db_, tr.sql.data(), static_cast<int>(tr.sql.size()), &entry->stmt,
+                                &tail);
+    if (rc != SQLITE_OK) throw error(rc);
+    if (!entry->stmt) throw ComError(err::kDatabase, "the statement is empty");
     const char* end = tr.sql.data() + tr.sql.size();
     if (has_more_statements(tail, end))
         throw ComError(err::kDatabase,
                        "only one statement can run at a time; nothing was run. After the first "
                        "statement: " +
                            excerpt(std::string_view(tail, static_cast<std::size_t>(end - tail))));
-    const bool writes = !sqlite3_stmt_readonly(g.stmt) || is_transaction_control(g.stmt);
-    if (options.read_only && writes) throw read_only_refusal();
-    if (writes) drain_cursors();
-
-    const int ncol = sqlite3_column_count(g.stmt);
-    if (ncol > 0 && !writes) {
-        std::vector<ColumnInfo> columns(static_cast<std::size_t>(ncol));
+    entry->translation_writes = tr.writes;
+    entry->writes = !sqlite3_stmt_readonly(entry->stmt) || is_transaction_control(entry->stmt);
+    const int ncol = sqlite3_column_count(entry->stmt);
+    if (ncol > 0 && !entry->writes) {
+        entry->columns.resize(static_cast<std::size_t>(ncol));
         for (int i = 0; i < ncol; ++i) {
-            const char* name = sqlite3_column_name(g.stmt, i);
-            columns[static_cast<std::size_t>(i)].name = name ? name : "";
-            columns[static_cast<std::size_t>(i)].type =
-                declared_type(sqlite3_column_decltype(g.stmt, i));
+            const char* name = sqlite3_column_name(entry->stmt, i);
+            entry->columns[static_cast<std::size_t>(i)].name = name ? name : "";
+            entry->columns[static_cast<std::size_t>(i)].type =
+                declared_type(sqlite3_column_decltype(entry->stmt, i));
         }
-        auto cursor = std::make_unique<SqliteCursor>(this, g.release(), std::move(columns));
+    }
+    return entry;
+}
+
+CachedPtr SqliteSession::lookup(std::string_view tsql, const dialect::Shape& shape) {
+    auto it = handle_->cache.find(shape.key);
+    if (it == handle_->cache.end()) return nullptr;
+    for (const CachedPtr& c : it->second) {
+        if (c->literal_count != shape.literals.size()) continue;
+        bool same = true;
+        for (const auto& [index, text] : c->kept) {
+            const dialect::Literal& l = shape.literals[index];
+            if (tsql.substr(l.offset, l.length) != text) {
+                same = false;
+                break;
+            }
+        }
+        if (same) return c;
+    }
+    return nullptr;
+}
+
+bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
+                         const dialect::Shape& shape) {
+    dialect::LiteralValue v;
+    for (std::size_t k = 0; k < entry.bound.size(); ++k) {
+        const dialect::Literal& l = shape.literals[entry.bound[k]];
+        if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
+        const int index = static_cast<int>(k + 1);
+        int rc = SQLITE_OK;
+        switch (v.type) {
+            case dialect::LiteralValue::Type::Integer:
+                rc = sqlite3_bind_int64(stmt, index, v.integer);
+                break;
+            case dialect::LiteralValue::Type::Real:
+                rc = sqlite3_bind_double(stmt, index, v.real);
+                break;
+            case dialect::LiteralValue::Type::Text:
+                rc = sqlite3_bind_text(stmt, index, v.text.data(), static_cast<int>(v.text.size()),
+                                       SQLITE_TRANSIENT);
+                break;
+        }
+        if (rc != SQLITE_OK) throw error(rc);
+    }
+    return true;
+}
+
+std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
+                                                            const ado::driver::ExecOptions& options,
+                                                            long* affected) {
+    refresh_catalog();
+    if (use_cache_) {
+        dialect::Shape shape;
+        try {
+            shape = dialect::statement_shape(tsql);
+        } catch (const dialect::DialectError& e) {
+            throw ComError(err::kDatabase, e.what());
+        }
+        CachedPtr entry = lookup(tsql, shape);
+        if (!entry) {
+            dialect::Translation tr = translate(tsql, true);
+            if (options.read_only && tr.writes) throw read_only_refusal();
+            entry = prepare(tr);
+            entry->literal_count = shape.literals.size();
+            std::vector<bool> is_bound(shape.literals.size(), false);
+            for (std::size_t offset : tr.parameters) {
+                auto at =
+                    std::find_if(shape.literals.begin(), shape.literals.end(),
+                                 [&](const dialect::Literal& l) { return l.offset == offset; });
+                if (at == shape.literals.end()) throw std::logic_error("parameter without literal");
+                const auto index = static_cast<std::size_t>(at - shape.literals.begin());
+                entry->bound.push_back(index);
+                is_bound[index] = true;
+            }
+            for (std::size_t i = 0; i < shape.literals.size(); ++i)
+                if (!is_bound[i])
+                    entry->kept.emplace_back(i, std::string(tsql.substr(shape.literals[i].offset,
+                                                                        shape.literals[i].length)));
+            auto& cache = handle_->cache;
+            if (cache.size() >= kMaxCachedShapes) cache.clear();
+            auto& variants = cache[shape.key];
+            if (variants.size() >= kMaxVariantsPerShape) variants.erase(variants.begin());
+            variants.push_back(entry);
+        }
+        if (options.read_only && entry->translation_writes) throw read_only_refusal();
+        CachedPtr use = entry;
+        if (entry->busy) {
+            // A cursor of the same shape is still open (a loop inside a loop): a statement of
+            // its own for this one, let go when it is done.
+            auto twin = std::make_shared<CachedStatement>(*entry);
+            twin->stmt = nullptr;
+            twin->busy = false;
+            int rc = sqlite3_prepare_v2(db_, sqlite3_sql(entry->stmt), -1, &twin->stmt, nullptr);
+            if (rc != SQLITE_OK) throw error(rc);
+            use = std::move(twin);
+        }
+        if (bind(use->stmt, *use, tsql, shape)) {
+            use->busy = true;
+            return run(use->stmt, use, *use, options, affected);
+        }
+        sqlite3_clear_bindings(use->stmt);  // a literal the engine reads its own way: inline
+    }
+
+    dialect::Translation tr = translate(tsql, false);
+    if (options.read_only && tr.writes) throw read_only_refusal();
+    CachedPtr entry = prepare(tr);
+    sqlite3_stmt* stmt = entry->stmt;
+    entry->stmt = nullptr;  // owned by the run from here on
+    return run(stmt, nullptr, *entry, options, affected);
+}
+
+std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, CachedPtr cached,
+                                                        const CachedStatement& entry,
+                                                        const ado::driver::ExecOptions& options,
+                                                        long* affected) {
+    // Lets the statement go on every way out: back to the cache ready for reuse, or finalised.
+    auto release = [&] {
+        if (cached) {
+            sqlite3_reset(stmt);
+            sqlite3_clear_bindings(stmt);
+            cached->busy = false;
+        } else {
+            sqlite3_finalize(stmt);
+        }
+    };
+    if (options.read_only && entry.writes) {
+        release();
+        throw read_only_refusal();
+    }
+    if (entry.writes) drain_cursors();
+
+    if (!entry.columns.empty()) {
+        auto cursor = std::make_unique<SqliteCursor>(this, stmt, std::move(cached), entry.columns);
         live_.push_back(cursor.get());
         cursor->start();
         if (affected) *affected = -1;
         return cursor;
     }
-    while ((rc = sqlite3_step(g.stmt)) == SQLITE_ROW) {
+    int rc;
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
     }
-    if (rc != SQLITE_DONE) throw database_error(db_, rc);
+    if (rc != SQLITE_DONE) {
+        ComError e = error(rc);
+        release();
+        throw e;
+    }
     if (affected) *affected = sqlite3_changes(db_);
+    release();
     return nullptr;
 }
 
@@ -462,8 +773,8 @@ class SqliteDriver final : public ado::driver::Driver {
     }
 
     std::shared_ptr<ado::driver::Session> open(const ado::ConnectionString& cs) override {
-        cs.require_known(
-            {"provider", "data source", "synchronous", "busy timeout", "lock timeout"});
+        cs.require_known({"provider", "data source", "synchronous", "busy timeout", "lock timeout",
+                          "pooling", "statement cache"});
         const std::string path = cs.get("data source");
         if (path.empty()) throw bad_option("the connection string names no Data Source");
 
@@ -485,10 +796,21 @@ class SqliteDriver final : public ado::driver::Driver {
                                  cs.get("lock timeout") + "'");
         }
 
+        const bool pooling = parse_switch(cs, "pooling") && !switched_off("BILLDATA_POOLING");
+        const bool cache =
+            parse_switch(cs, "statement cache") && !switched_off("BILLDATA_STATEMENT_CACHE");
+
         // Never create a database here: a mistyped path must not become an empty shop.
-        std::error_code ec;
-        if (!std::filesystem::is_regular_file(path, ec))
+        dev_t dev = 0;
+        ino_t ino = 0;
+        if (!file_identity(path, dev, ino))
             throw bad_option("the database file '" + path + "' does not exist");
+
+        const std::string key = path + '\x1f' + sync + '\x1f' + std::to_string(busy_ms);
+        if (pooling) {
+            if (auto h = HandlePool::instance().take(key, dev, ino))
+                return std::make_shared<SqliteSession>(std::move(h), cache, true);
+        }
 
         sqlite3* raw = nullptr;
         int rc = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
@@ -498,7 +820,11 @@ class SqliteDriver final : public ado::driver::Driver {
             sqlite3_close_v2(raw);
             throw bad_option("cannot open the database '" + path + "': " + msg);
         }
-        auto session = std::make_shared<SqliteSession>(raw);  // closes the handle from here on
+        auto handle = std::make_unique<Handle>();  // closes the handle from here on
+        handle->db = raw;
+        handle->pool_key = key;
+        handle->file_dev = dev;
+        handle->file_ino = ino;
         sqlite3_extended_result_codes(raw, 1);
         sqlite3_busy_timeout(raw, busy_ms);
         const std::string pragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=" + sync + ";";
@@ -513,6 +839,7 @@ class SqliteDriver final : public ado::driver::Driver {
         if (rc != SQLITE_OK)
             throw bad_option("cannot register the runtime functions on '" + path +
                              "': " + sqlite3_errstr(rc));
+        auto session = std::make_shared<SqliteSession>(std::move(handle), cache, pooling);
         try {
             session->refresh_catalog();
         } catch (const ComError& e) {
@@ -520,9 +847,24 @@ class SqliteDriver final : public ado::driver::Driver {
         }
         return session;
     }
+
+  private:
+    // True|False|Yes|No|1|0, default true.
+    static bool parse_switch(const ado::ConnectionString& cs, std::string_view keyword) {
+        if (!cs.has(keyword)) return true;
+        const std::string v = lower(cs.get(keyword));
+        if (v == "true" || v == "yes" || v == "1") return true;
+        if (v == "false" || v == "no" || v == "0") return false;
+        throw bad_option(std::string(keyword) + " must be True or False, not '" + cs.get(keyword) +
+                         "'");
+    }
 };
 
 }  // namespace
+
+std::size_t idle_handles() {
+    return HandlePool::instance().idle_count();
+}
 
 std::shared_ptr<ado::driver::Driver> make_driver() {
     return std::make_shared<SqliteDriver>();

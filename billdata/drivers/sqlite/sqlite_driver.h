@@ -5,10 +5,20 @@
 // Connection string keywords: Provider=SQLite, Data Source=<file> (must exist; never created
 // here), Synchronous=Normal|Full|Off (default Full: a committed sale survives a power cut),
 // Busy Timeout=<ms> (default kDefaultBusyTimeoutMs), Lock Timeout=<s> (read by the service
-// layer's lock retry). Any other keyword is refused, naming it.
+// layer's lock retry), Pooling=True|False and Statement Cache=True|False (both default True; the
+// environment variables BILLDATA_POOLING=off and BILLDATA_STATEMENT_CACHE=off turn them off for
+// the whole process). Any other keyword is refused, naming it.
+//
+// Pooling: closing a session gives its physical handle back to a pool of the same database file
+// and options, when it is clean (no open transaction, no statement running, no error that spoils
+// the handle); the next open takes it instead of opening the file again.
+// Statement cache: each handle keeps the statements it prepared, keyed by the statement's shape
+// (its text without literal values); a later statement of the same shape binds its literals to
+// the prepared statement instead of being translated and prepared again.
 
 #include <sqlite3.h>
 
+#include <cstddef>
 #include <memory>
 #include <string_view>
 
@@ -34,5 +44,8 @@ void register_procedure(std::string_view name, ProcedureFn fn);
 // err::kDatabase), described by the engine's own message, with whether the transaction on `db`
 // is still open. Procedures use it for their own statements.
 ado::ComError database_error(sqlite3* db, int rc);
+
+// Handles waiting in the pool, over all databases of this process (for tests and diagnostics).
+std::size_t idle_handles();
 
 }  // namespace billdata::drivers::sqlite
