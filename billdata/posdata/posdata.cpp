@@ -16,8 +16,8 @@ std::string list_restrictions() {
     std::string sql;
     if (s.ListDays > 0) {
         const ado::DateTime today = ado::DateTime::today();
-        sql += " and t1.FDate between '" + today.add_days(-s.ListDays + 1).to_string() +
-               "' and '" + today.add_days(1).to_string() + "'";
+        sql += " and t1.FDate between '" + today.add_days(-s.ListDays + 1).to_string() + "' and '" +
+               today.add_days(1).to_string() + "'";
     }
     if (s.ListStockID > 0) sql += " and t4.FItemID=" + std::to_string(s.ListStockID);
     return sql;
@@ -72,9 +72,9 @@ std::shared_ptr<ado::Recordset> PosData::GetPosBill(std::int32_t BillID) {
 }
 
 std::string PosData::GetUserName(std::int32_t UserID) {
-    auto rs = common::open_recordset("select FUserName from t_User where FUserID=" +
-                                         std::to_string(UserID),
-                                     common::GetPromptString(), Handler::None);
+    auto rs = common::open_recordset(
+        "select FUserName from t_User where FUserID=" + std::to_string(UserID),
+        common::GetPromptString(), Handler::None);
     std::string name = rs->Fields("FUserName").Value().to_string();
     rs->Close();
     return name;

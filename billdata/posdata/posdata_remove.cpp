@@ -36,8 +36,8 @@ void PosData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                                            rs->Fields("FBillNo").Value().to_string() +
                                            "”已经不存在！");
         const bool was_void = rs->Fields("FDeleted").Value().to_int32() != 0;
-        const std::int32_t bill_month = rs->Fields("FYear").Value().to_int32() * 12 +
-                                        rs->Fields("FPeriod").Value().to_int32();
+        const std::int32_t bill_month =
+            rs->Fields("FYear").Value().to_int32() * 12 + rs->Fields("FPeriod").Value().to_int32();
         const std::int32_t checker = rs->Fields("FCheckerId").Value().to_int32();
         const std::string bill_no = rs->Fields("FBillNo").Value().to_string();
         rs->Close();

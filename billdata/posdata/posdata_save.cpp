@@ -135,8 +135,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                        id() + "," + key + ",'" + key + "'," + v("FItemID").to_string() + "," +
                        v("FQty").to_string() + "," + v("FPrice").to_string() + "," +
                        v("FAmount").to_string() + "," + v("FZkRate").to_string() + "," +
-                       v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() +
-                       "," + num(odd_entry) + "," + num(retail_amount - amount) + "," +
+                       v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() + "," +
+                       num(odd_entry) + "," + num(retail_amount - amount) + "," +
                        v("FSalerID").to_string() + "," + v("FPreSend").to_string() + "," +
                        v("FUnitCost").to_string() + "," + num(unit_cost * qty) + "," +
                        v("FRefInterId").to_string() + "," + v("FRefEntryID").to_string() + "," +
@@ -172,10 +172,9 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 ex.execute([&] {
                     return "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(" +
                            id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
-                           v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() +
-                           "," + num(retail_price * qty) + ",0,0,1," +
-                           v("FUnitCost").to_string() + "," + num(unit_cost * qty) + ",0,0,'" +
-                           v("Fmemo").to_string() + "')";
+                           v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() + "," +
+                           num(retail_price * qty) + ",0,0,1," + v("FUnitCost").to_string() + "," +
+                           num(unit_cost * qty) + ",0,0,'" + v("Fmemo").to_string() + "')";
                 });
                 cost_total += unit_cost * qty;
                 retail_total += retail_price * qty;
@@ -200,25 +199,24 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
         // Points shrink by the share of the sale paid with odd change, vouchers and points.
         double sum_jf = SumJf;
         if (SumAmount != 0)
-            sum_jf = sum_jf -
-                     Variant::round_half_even((OddMent + GetDyq + GetJfAmount) / SumAmount * sum_jf, 2);
+            sum_jf = sum_jf - Variant::round_half_even(
+                                  (OddMent + GetDyq + GetJfAmount) / SumAmount * sum_jf, 2);
 
         const std::string date = BillDate.to_string();
         ex.execute([&] {
             return "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values(" +
                    id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
                    std::to_string(BillerID) + "," + std::to_string(year) + "," +
-                   std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" +
-                   bill_no + "'," + num(GetCash) + "," + num(amount_total) + "," +
-                   std::to_string(qty_total) + "," + num(SumAmount) + "," + num(retail_total) +
-                   "," + num(discount_total) + "," + num(GetDyq) + "," + num(GetBlank) + "," +
-                   num(cost_total) + "," + num(SumAmount - cost_total) + "," + num(OddMent) +
-                   ",'" + BillRemark + "','" + ClassName + "'," + (QkAmount != 0 ? "1" : "0") +
-                   "," + num(QkAmount) + "," + std::to_string(VipID) + "," + num(GetAmount) +
-                   "," + num(ChangeAmount) + "," + num(Variant::round_half_even(sum_jf, 2)) +
-                   ",'" + season + "','" + month_text + "'," + num(JfExchange) + "," +
-                   num(GetJfAmount) + ",'" + Machine + "'," + (pos_get_money ? "1" : "0") + "," +
-                   num(GetQk) + ")";
+                   std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" + bill_no +
+                   "'," + num(GetCash) + "," + num(amount_total) + "," + std::to_string(qty_total) +
+                   "," + num(SumAmount) + "," + num(retail_total) + "," + num(discount_total) +
+                   "," + num(GetDyq) + "," + num(GetBlank) + "," + num(cost_total) + "," +
+                   num(SumAmount - cost_total) + "," + num(OddMent) + ",'" + BillRemark + "','" +
+                   ClassName + "'," + (QkAmount != 0 ? "1" : "0") + "," + num(QkAmount) + "," +
+                   std::to_string(VipID) + "," + num(GetAmount) + "," + num(ChangeAmount) + "," +
+                   num(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" + month_text +
+                   "'," + num(JfExchange) + "," + num(GetJfAmount) + ",'" + Machine + "'," +
+                   (pos_get_money ? "1" : "0") + "," + num(GetQk) + ")";
         });
         BillData.reset();
 
@@ -228,11 +226,11 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             // the points redeemed.
             const std::string net = num(sum_jf - JfExchange);
             ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" + num(SumAmount) +
-                       ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net + ",FSumJf=isnull(FSumJf,0)+" +
-                       net + ",FEditTime=getdate() where FVipID=" + vip);
+                       ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net + ",FSumJf=isnull(FSumJf,0)+" + net +
+                       ",FEditTime=getdate() where FVipID=" + vip);
             // A provisional card becomes a full card once its purchases reach the threshold.
-            ex.execute("Update Vip set FBogus=0 where FVipID=" + vip + " and FSumBuyAmount>=" +
-                       num(AmountBogusToVip));
+            ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
+                       " and FSumBuyAmount>=" + num(AmountBogusToVip));
             const std::string biller = GetUserName(BillerID);
             ex.execute([&] {
                 return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
@@ -262,7 +260,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
         if (AutoDelRefBill) {
             // Purges every fully sold order line, not only those of this sale.
             ex.execute("delete from icorderentry where FQty=isnull(FSaleqty,0)");
-            ex.execute("delete from icOrder where finterid not in (select finterid from icorderentry)");
+            ex.execute(
+                "delete from icOrder where finterid not in (select finterid from icorderentry)");
             ex.execute(
                 "delete from icOrderEntry_1 where finterid not in (select finterid from icorderentry)");
         }
