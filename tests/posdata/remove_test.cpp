@@ -1,5 +1,8 @@
 // Voiding, deleting, restoring and re-saving a till sale, and what each reverses.
 
+#include <chrono>
+#include <thread>
+
 #include "posdata/pos_fixture.h"
 
 namespace billdata::testing {
@@ -113,6 +116,21 @@ TEST_F(RemoveTest, DeleteOnCallersConnectionStaysInsideItsTransaction) {
     cn->RollbackTrans();
     EXPECT_EQ(effects(), "230,230,950,2,1");
     EXPECT_EQ(count("ICStockBillEntry where FInterID=" + std::to_string(id)), 2);
+}
+
+TEST_F(RemoveTest, LockWaitIsRetriedUntilTheOtherTillCommits) {
+    const auto id = save_sale(member_sale());
+    PosData().Init(connection_string() + ";Busy Timeout=20", 2025, 3);
+    auto holder = open();
+    holder->BeginTrans();
+    std::thread other_till([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        holder->CommitTrans();
+    });
+    PosData().DeleteBill(99, id, nullptr, true);
+    other_till.join();
+    EXPECT_EQ(marks(id), "1,1");
+    EXPECT_EQ(effects(), "80,80,800,,");
 }
 
 TEST_F(RemoveTest, UnblankOutRestoresPointsButNotPurchasesAndCountsALiveSaleTwice) {
