@@ -78,66 +78,46 @@ struct Sale {
     std::string BillNoBegChar;
 };
 
-inline std::shared_ptr<ado::Recordset> line_set(const std::vector<Line>& lines) {
-    using namespace ado;
-    auto rs = Recordset::create();
-    auto& f = rs->GetFields();
-    for (const char* name : {"FItemID", "FSalerID", "FPreSend", "FRefInterId", "FRefEntryID",
-                             "FRefTranType", "FSizeID"})
-        f.Append(name, adInteger);
-    for (const char* name :
-         {"FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice", "FRetailAmount", "FUnitCost"})
-        f.Append(name, adDouble);
-    f.Append("FColor", adVarWChar, 20);
+// A record set built as a front end builds one: the fields of `names` with the values of each
+// row, positioned on the first row.
+inline std::shared_ptr<ado::Recordset> record_set(
+    const std::vector<const char*>& names, const std::vector<std::vector<ado::Variant>>& rows) {
+    auto rs = ado::Recordset::create();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const ado::VarType t = rows.empty() ? ado::VarType::Double : rows[0][i].type();
+        rs->GetFields().Append(names[i], t == ado::VarType::String   ? ado::adVarWChar
+                                         : t == ado::VarType::Double ? ado::adDouble
+                                                                     : ado::adInteger);
+    }
     rs->Open();
-    for (const Line& l : lines) {
+    for (const auto& row : rows) {
         rs->AddNew();
-        rs->Fields("FItemID").SetValue(l.item);
-        rs->Fields("FSalerID").SetValue(l.saler);
-        rs->Fields("FPreSend").SetValue(l.presend);
-        rs->Fields("FRefInterId").SetValue(l.ref_inter);
-        rs->Fields("FRefEntryID").SetValue(l.ref_entry);
-        rs->Fields("FRefTranType").SetValue(l.ref_tran);
-        rs->Fields("FSizeID").SetValue(l.size);
-        rs->Fields("FQty").SetValue(l.qty);
-        rs->Fields("FPrice").SetValue(l.price);
-        rs->Fields("FAmount").SetValue(l.amount);
-        rs->Fields("FZkRate").SetValue(l.zk_rate);
-        rs->Fields("FRetailPrice").SetValue(l.retail_price);
-        rs->Fields("FRetailAmount").SetValue(l.retail_amount);
-        rs->Fields("FUnitCost").SetValue(l.unit_cost);
-        rs->Fields("FColor").SetValue(l.color);
+        for (std::size_t i = 0; i < names.size(); ++i)
+            rs->Fields(i).SetValue(row[i]);
         rs->Update();
     }
-    if (!lines.empty()) rs->MoveFirst();
+    if (!rows.empty()) rs->MoveFirst();
     return rs;
 }
 
+inline std::shared_ptr<ado::Recordset> line_set(const std::vector<Line>& lines) {
+    std::vector<std::vector<ado::Variant>> rows;
+    for (const Line& l : lines)
+        rows.push_back({l.item, l.qty, l.price, l.amount, l.zk_rate, l.retail_price,
+                        l.retail_amount, l.saler, l.presend, l.unit_cost, l.ref_inter, l.ref_entry,
+                        l.ref_tran, l.color, l.size});
+    return record_set({"FItemID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice",
+                       "FRetailAmount", "FSalerID", "FPreSend", "FUnitCost", "FRefInterId",
+                       "FRefEntryID", "FRefTranType", "FColor", "FSizeID"},
+                      rows);
+}
+
 inline std::shared_ptr<ado::Recordset> presend_set(const std::vector<PreSend>& items) {
-    using namespace ado;
-    auto rs = Recordset::create();
-    auto& f = rs->GetFields();
-    f.Append("FItemID", adInteger);
-    f.Append("FQty", adDouble);
-    f.Append("FRetailPrice", adDouble);
-    f.Append("FUnitCost", adDouble);
-    f.Append("Fmemo", adVarWChar, 50);
-    f.Append("FColor", adVarWChar, 20);
-    f.Append("FSizeID", adInteger);
-    rs->Open();
-    for (const PreSend& p : items) {
-        rs->AddNew();
-        rs->Fields("FItemID").SetValue(p.item);
-        rs->Fields("FQty").SetValue(p.qty);
-        rs->Fields("FRetailPrice").SetValue(p.retail_price);
-        rs->Fields("FUnitCost").SetValue(p.unit_cost);
-        rs->Fields("Fmemo").SetValue(p.memo);
-        rs->Fields("FColor").SetValue(p.color);
-        rs->Fields("FSizeID").SetValue(p.size);
-        rs->Update();
-    }
-    if (!items.empty()) rs->MoveFirst();
-    return rs;
+    std::vector<std::vector<ado::Variant>> rows;
+    for (const PreSend& p : items)
+        rows.push_back({p.item, p.qty, p.retail_price, p.unit_cost, p.memo, p.color, p.size});
+    return record_set(
+        {"FItemID", "FQty", "FRetailPrice", "FUnitCost", "Fmemo", "FColor", "FSizeID"}, rows);
 }
 
 // Saves a sale through a fresh PosData, as a till does.
