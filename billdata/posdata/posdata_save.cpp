@@ -1,0 +1,274 @@
+// Saving a till sale.
+
+#include <cmath>
+#include <cstdio>
+
+#include "billdata/common/handlers.h"
+#include "billdata/common/numbering.h"
+#include "billdata/common/session.h"
+#include "billdata/posdata/own_connection.h"
+#include "billdata/posdata/posdata.h"
+#include "billdata/publicdata/publicdata.h"
+
+namespace billdata {
+
+namespace {
+
+using ado::Variant;
+using common::Handler;
+using posdata_detail::OwnConnection;
+
+std::string num(double v) {
+    return Variant::format_double(v);
+}
+
+// An amount with two decimals for the points-history memo, rounded half away from zero on the
+// decimal digits the amount is written with (89.5 -> "89.50", 2.675 -> "2.68").
+std::string format_two_decimals(double v) {
+    std::string s = Variant::format_double(v);
+    if (!std::isfinite(v) || s.find_first_of("eE") != std::string::npos) {
+        char buf[64];
+        std::snprintf(buf, sizeof buf, "%.2f", v);
+        return buf;
+    }
+    const bool negative = s.front() == '-';
+    if (negative) s.erase(0, 1);
+    const auto dot = s.find('.');
+    std::string whole = dot == std::string::npos ? s : s.substr(0, dot);
+    std::string frac = dot == std::string::npos ? std::string() : s.substr(dot + 1);
+    if (frac.size() < 3) frac.resize(3, '0');
+    std::string digits = whole + frac.substr(0, 2);
+    if (frac[2] >= '5') {
+        int i = static_cast<int>(digits.size()) - 1;
+        for (; i >= 0 && digits[i] == '9'; --i)
+            digits[i] = '0';
+        if (i >= 0)
+            ++digits[i];
+        else
+            digits.insert(digits.begin(), '1');
+    }
+    const bool zero = digits.find_first_not_of('0') == std::string::npos;
+    return (negative && !zero ? "-" : "") + digits.substr(0, digits.size() - 2) + "." +
+           digits.substr(digits.size() - 2);
+}
+
+std::string two_digits(int v) {
+    return (v < 10 ? "0" : "") + std::to_string(v);
+}
+
+}  // namespace
+
+std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDate,
+                               std::shared_ptr<ado::Recordset>& BillData, double SumAmount,
+                               double GetCash, double GetBlank, double GetDyq, double OddMent,
+                               const std::string& BillRemark, const std::string& ClassName,
+                               double QkAmount, std::int32_t VipID, std::int32_t BillerID,
+                               double GetAmount, double ChangeAmount, double GetQk,
+                               std::shared_ptr<ado::Recordset> rsPreSendItem, double SumJf,
+                               bool AutoDelRefBill, double AmountBogusToVip, double JfExchange,
+                               double GetJfAmount, const std::string& Machine,
+                               std::int32_t StockBillID, const std::string& BillNoBegChar) {
+    return common::guarded(Handler::DuplicateKey, [&]() -> std::int32_t {
+        OwnConnection own;
+        common::Executor ex(own.cn, Handler::DuplicateKey);
+
+        // A corrected sale keeps its number and whether the till has already handed in its
+        // money.
+        std::string bill_no;
+        bool pos_get_money = false;
+        if (StockBillID > 0) {
+            auto rs = ex.query(
+                "Select FBillNo,isnull(FPosGetMoney,0) as FPosGetMoney from icstockbill where FInterID=" +
+                std::to_string(StockBillID));
+            if (!rs->Eof()) {
+                bill_no = rs->Fields("FbillNo").Value().to_string();
+                pos_get_money = rs->Fields("FPosGetMoney").Value().to_bool();
+            }
+            rs->Close();
+        }
+
+        ex.begin();
+
+        std::int32_t inter_id = 0;
+        if (StockBillID < 1) {
+            inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0);
+            std::string prefix = BillNoBegChar;
+            bill_no = common::NextBillNo(ex, "99", BillDate, prefix);
+        } else {
+            inter_id = StockBillID;
+            // Removes the old sale and everything it booked, inside this transaction. A sale
+            // that no longer exists is refused here and nothing is saved.
+            DeleteBill(99, inter_id, own.cn, false);
+        }
+        // Two tills that drew the same id clash on the first line: take a fresh id and go on.
+        ex.on_duplicate_interior_id(
+            [&] { inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
+        auto id = [&] { return std::to_string(inter_id); };
+
+        if (!BillData) throw ado::ComError::platform(ado::err::kObjectRequired);
+        ado::Recordset& lines = *BillData;
+        std::int32_t line = 0;
+        double cost_total = 0, retail_total = 0, discount_total = 0, amount_total = 0;
+        // Kept at 16 bits: a sale of more than 32,767 pieces fails with an overflow.
+        std::int16_t qty_total = 0;
+        auto add_qty = [&](double qty) {
+            qty_total = Variant(static_cast<double>(qty_total) + qty).to_int16();
+        };
+
+        while (!lines.Eof()) {
+            auto v = [&](const char* name) -> const Variant& { return lines.Fields(name).Value(); };
+            const double qty = v("FQty").to_double();
+            const double amount = v("FAmount").to_double();
+            const double retail_amount = v("FRetailAmount").to_double();
+            const double unit_cost = v("FUnitCost").to_double();
+            // The odd change is spread over the lines by their share of the sale amount plus
+            // the odd change itself.
+            double odd_entry = 0;
+            if (SumAmount != 0) {
+                const double divisor = SumAmount + std::fabs(OddMent);
+                if (divisor == 0) throw ado::ComError(11, "除数为零");
+                odd_entry = Variant::round_half_even(amount / divisor * OddMent, 2);
+            }
+            const std::string key = std::to_string(line);
+            ex.execute([&] {
+                return "Insert Into ICStockBillEntry(FInterID,FEntryID,FrowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FOddMentEntry,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FRefTranType) Values(" +
+                       id() + "," + key + ",'" + key + "'," + v("FItemID").to_string() + "," +
+                       v("FQty").to_string() + "," + v("FPrice").to_string() + "," +
+                       v("FAmount").to_string() + "," + v("FZkRate").to_string() + "," +
+                       v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() + "," +
+                       num(odd_entry) + "," + num(retail_amount - amount) + "," +
+                       v("FSalerID").to_string() + "," + v("FPreSend").to_string() + "," +
+                       v("FUnitCost").to_string() + "," + num(unit_cost * qty) + "," +
+                       v("FRefInterId").to_string() + "," + v("FRefEntryID").to_string() + "," +
+                       v("FRefTranType").to_string() + ")";
+            });
+            cost_total += qty * unit_cost;
+            retail_total += retail_amount;
+            discount_total += retail_amount - amount;
+            amount_total += amount;
+            add_qty(qty);
+            ex.execute([&] {
+                return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
+                       id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
+                       v("FColor").to_string() + "'," + v("FSizeID").to_string() + ",0," +
+                       v("FQty").to_string() + ")";
+            });
+            ++line;
+            lines.MoveNext();
+        }
+
+        // Goods handed over in advance continue the line numbering; they carry no entry id, no
+        // price and no amount, only their retail value and cost.
+        if (rsPreSendItem) {
+            ado::Recordset& items = *rsPreSendItem;
+            while (!items.Eof()) {
+                auto v = [&](const char* name) -> const Variant& {
+                    return items.Fields(name).Value();
+                };
+                const double qty = v("FQty").to_double();
+                const double retail_price = v("FRetailPrice").to_double();
+                const double unit_cost = v("FUnitCost").to_double();
+                const std::string key = std::to_string(line);
+                ex.execute([&] {
+                    return "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(" +
+                           id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
+                           v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() + "," +
+                           num(retail_price * qty) + ",0,0,1," + v("FUnitCost").to_string() + "," +
+                           num(unit_cost * qty) + ",0,0,'" + v("Fmemo").to_string() + "')";
+                });
+                cost_total += unit_cost * qty;
+                retail_total += retail_price * qty;
+                add_qty(qty);
+                ex.execute([&] {
+                    return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
+                           id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
+                           v("FColor").to_string() + "'," + v("FSizeID").to_string() + ",0," +
+                           v("FQty").to_string() + ")";
+                });
+                ++line;
+                items.MoveNext();
+            }
+        }
+
+        const int year = BillDate.year();
+        const int month = BillDate.month();
+        const std::string season =
+            std::to_string(year) + "年" + std::to_string((month - 1) / 3 + 1) + "季度";
+        const std::string month_text = std::to_string(year) + "年" + two_digits(month) + "月";
+
+        // Points shrink by the share of the sale paid with odd change, vouchers and points.
+        double sum_jf = SumJf;
+        if (SumAmount != 0)
+            sum_jf = sum_jf - Variant::round_half_even(
+                                  (OddMent + GetDyq + GetJfAmount) / SumAmount * sum_jf, 2);
+
+        const std::string date = BillDate.to_string();
+        ex.execute([&] {
+            return "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values(" +
+                   id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
+                   std::to_string(BillerID) + "," + std::to_string(year) + "," +
+                   std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" + bill_no +
+                   "'," + num(GetCash) + "," + num(amount_total) + "," + std::to_string(qty_total) +
+                   "," + num(SumAmount) + "," + num(retail_total) + "," + num(discount_total) +
+                   "," + num(GetDyq) + "," + num(GetBlank) + "," + num(cost_total) + "," +
+                   num(SumAmount - cost_total) + "," + num(OddMent) + ",'" + BillRemark + "','" +
+                   ClassName + "'," + (QkAmount != 0 ? "1" : "0") + "," + num(QkAmount) + "," +
+                   std::to_string(VipID) + "," + num(GetAmount) + "," + num(ChangeAmount) + "," +
+                   num(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" + month_text +
+                   "'," + num(JfExchange) + "," + num(GetJfAmount) + ",'" + Machine + "'," +
+                   (pos_get_money ? "1" : "0") + "," + num(GetQk) + ")";
+        });
+        BillData.reset();
+
+        if (VipID > 0) {
+            const std::string vip = std::to_string(VipID);
+            // Both the unused balance and the lifetime total move by the points earned less
+            // the points redeemed.
+            const std::string net = num(sum_jf - JfExchange);
+            ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" + num(SumAmount) +
+                       ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net + ",FSumJf=isnull(FSumJf,0)+" + net +
+                       ",FEditTime=getdate() where FVipID=" + vip);
+            // A provisional card becomes a full card once its purchases reach the threshold.
+            ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
+                       " and FSumBuyAmount>=" + num(AmountBogusToVip));
+            const std::string biller = GetUserName(BillerID);
+            ex.execute([&] {
+                return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
+                       id() + "," + vip + ",'" + date + "'," + num(sum_jf) + ",'" + biller +
+                       "','消费增加积分,消费金额：" + format_two_decimals(SumAmount) +
+                       ",单号:" + bill_no + "')";
+            });
+            if (JfExchange != 0) {
+                ex.execute([&] {
+                    return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
+                           id() + "," + vip + ",'" + date + "'," + num(-JfExchange) + ",'" +
+                           biller + "','积分兑换金额：" + format_two_decimals(GetJfAmount) +
+                           ",单号:" + bill_no + "')";
+                });
+            }
+        }
+
+        ex.commit();
+
+        // Outside the transaction: a failure from here on leaves the sale saved.
+        ex.execute(
+            "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icstockbillentry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID=" +
+            id() + " and t2.FRefTranType=27");
+        ex.execute(
+            "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icOrderentry t1 inner join icStockBillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID=" +
+            id() + " and t2.FRefTranType=21");
+        if (AutoDelRefBill) {
+            // Purges every fully sold order line, not only those of this sale.
+            ex.execute("delete from icorderentry where FQty=isnull(FSaleqty,0)");
+            ex.execute(
+                "delete from icOrder where finterid not in (select finterid from icorderentry)");
+            ex.execute(
+                "delete from icOrderEntry_1 where finterid not in (select finterid from icorderentry)");
+        }
+        if (common::GetCostStyle() == 1 && StockBillID > 0)
+            PublicData().RecacuSptjd(own.cn, StockBillID);
+        return inter_id;
+    });
+}
+
+}  // namespace billdata
