@@ -15,14 +15,14 @@ void bind(Registry& registry) {
     if constexpr (requires { &C::SaveData; }) {
         registry.add(
             ClassBinder<C>("Credit")
-                .method("Init", \& C::Init, {"NewPromptString", "New_CurYear", "New_CurPeriod"})
+                .method("Init", &C::Init, {"NewPromptString", "New_CurYear", "New_CurPeriod"})
                 .method("SaveData", &C::SaveData,
                         {"TranType", "BillDate", "BillNo", "StockID", "VipID", "Owner", "Phone",
                          "Remark", "BillerID", "OldInterID", "RsBill", "rsBillDetail"})
-                .method("DeleteBill", \& C::DeleteBill,
+                .method("DeleteBill", &C::DeleteBill,
                         {"TranType", "InterID", optional("Cn"), optional("DoBlankOut", false)})
-                .method("UnblankOut", \& C::UnblankOut, {"InterID"})
-                .method("GetBillList", \& C::GetBillList, {"TranType", "strFilter"})
+                .method("UnblankOut", &C::UnblankOut, {"InterID"})
+                .method("GetBillList", &C::GetBillList, {"TranType", "strFilter"})
                 .info());
     }
 }

@@ -19,16 +19,16 @@ void bind(Registry& registry) {
                   }) {
         registry.add(
             ClassBinder<C>("OrderBill")
-                .method("Init", \& C::Init, {"NewPromptString", "NewCurYear", "NewCurPeriod"})
+                .method("Init", &C::Init, {"NewPromptString", "NewCurYear", "NewCurPeriod"})
                 .method("SaveData", &C::SaveData,
                         {"TranType", "BillDate", "BillNo", "OrgaID", "Remark", "BillerID",
                          "OldInterID", "RsBill", "Amount", "AcctID", "rsBillDetail"})
-                .method("UnblankOut", \& C::UnblankOut, {"InterID"})
-                .method("DeleteBill", \& C::DeleteBill,
+                .method("UnblankOut", &C::UnblankOut, {"InterID"})
+                .method("DeleteBill", &C::DeleteBill,
                         {"TranType", "InterID", optional("Cn"), optional("DoBlankOut", false)})
                 .method("GetBill", &C::GetBill, {"TranType", "strFilter"})
-                .method("GetBillList", \& C::GetBillList, {"TranType", "strFilter"})
-                .method("GetBillList_Simple", \& C::GetBillList_Simple, {"TranType", "strFilter"})
+                .method("GetBillList", &C::GetBillList, {"TranType", "strFilter"})
+                .method("GetBillList_Simple", &C::GetBillList_Simple, {"TranType", "strFilter"})
                 .method("GetBillInterID", &C::GetBillInterID, {"strFilter"})
                 .info());
     }

@@ -19,7 +19,7 @@ void bind(Registry& registry) {
                   }) {
         registry.add(
             ClassBinder<C>("PosData")
-                .method("Init", \& C::Init, {"NewPromptString", "New_CurYear", "New_CurPeriod"})
+                .method("Init", &C::Init, {"NewPromptString", "New_CurYear", "New_CurPeriod"})
                 .method("SaveData", &C::SaveData,
                         {"StockID",       "BillDate",    "BillData",       "SumAmount",
                          "GetCash",       "GetBlank",    "GetDyq",         "OddMent",
@@ -28,11 +28,11 @@ void bind(Registry& registry) {
                          "rsPreSendItem", "SumJf",       "AutoDelRefBill", "AmountBogusToVip",
                          "JfExchange",    "GetJfAmount", "Machine",        "StockBillID",
                          "BillNoBegChar"})
-                .method("DeleteBill", \& C::DeleteBill,
+                .method("DeleteBill", &C::DeleteBill,
                         {"TranType", "InterID", optional("Cn"), optional("DoBlankOut", false)})
-                .method("UnblankOut", \& C::UnblankOut, {"InterID"})
-                .method("GetBillList", \& C::GetBillList, {"TranType", "strFilter"})
-                .method("GetBillList_Simple", \& C::GetBillList_Simple, {"TranType", "strFilter"})
+                .method("UnblankOut", &C::UnblankOut, {"InterID"})
+                .method("GetBillList", &C::GetBillList, {"TranType", "strFilter"})
+                .method("GetBillList_Simple", &C::GetBillList_Simple, {"TranType", "strFilter"})
                 .method("GetPosBill", &C::GetPosBill, {"BillID"})
                 .info());
     }

@@ -15,16 +15,16 @@ void bind(Registry& registry) {
     if constexpr (requires { &C::SaveData; }) {
         registry.add(
             ClassBinder<C>("PurRkd")
-                .method("Init", \& C::Init, {"NewPromptString", "NewCurYear", "NewCurPeriod"})
+                .method("Init", &C::Init, {"NewPromptString", "NewCurYear", "NewCurPeriod"})
                 .method("SaveData", &C::SaveData,
                         {"TranType", "BillDate", "BillNo", "StockID", "OrgaID", "AcctID", "Remark",
                          "BillerID", "SettleID", "OldInterID", "RsBill", "SumQty", "SumAmount",
                          "rsBillDetail"})
-                .method("UnblankOut", \& C::UnblankOut, {"InterID"})
-                .method("DeleteBill", \& C::DeleteBill,
+                .method("UnblankOut", &C::UnblankOut, {"InterID"})
+                .method("DeleteBill", &C::DeleteBill,
                         {"TranType", "InterID", optional("Cn"), optional("DoBlankOut", false)})
-                .method("GetBillList", \& C::GetBillList, {"TranType", "strFilter"})
-                .method("GetBillList_Simple", \& C::GetBillList_Simple, {"TranType", "strFilter"})
+                .method("GetBillList", &C::GetBillList, {"TranType", "strFilter"})
+                .method("GetBillList_Simple", &C::GetBillList_Simple, {"TranType", "strFilter"})
                 .info());
     }
 }

@@ -19,17 +19,17 @@ void bind(Registry& registry) {
                   }) {
         registry.add(
             ClassBinder<C>("SFKData")
-                .method("Init", \& C::Init, {"NewPromptString", "NewCurYear", "NewCurPeriod"})
+                .method("Init", &C::Init, {"NewPromptString", "NewCurYear", "NewCurPeriod"})
                 .method("SaveData", &C::SaveData,
                         {"TranType", "BillDate", "BillNo", "AcctID", "OrgaID", "EmpID", "SumAmount",
                          "OddMent", "Memo", "BillerID", "OldInterID", "OrderBillID", "StockBillID"})
-                .method("DeleteBill", \& C::DeleteBill,
+                .method("DeleteBill", &C::DeleteBill,
                         {"TranType", "InterID", optional("Cn"), optional("DoBlankOut", false)})
-                .method("GetBillList", \& C::GetBillList, {"TranType", "strFilter"})
+                .method("GetBillList", &C::GetBillList, {"TranType", "strFilter"})
                 .method("GetBillInterID", &C::GetBillInterID, {"TranType", "strFilter"})
                 .method("CheckBill", &C::CheckBill, {"InterID", "CheckerID"})
                 .method("UnCheckBill", &C::UnCheckBill, {"InterID", "CheckerID"})
-                .method("UnblankOut", \& C::UnblankOut, {"InterID"})
+                .method("UnblankOut", &C::UnblankOut, {"InterID"})
                 .info());
     }
 }

@@ -16,14 +16,14 @@ void bind(Registry& registry) {
     if constexpr (requires { &C::SaveData; }) {
         registry.add(
             ClassBinder<C>("vipOrder")
-                .method("Init", \& C::Init, {"NewPromptString", "New_CurYear", "New_CurPeriod"})
+                .method("Init", &C::Init, {"NewPromptString", "New_CurYear", "New_CurPeriod"})
                 .method("SaveData", &C::SaveData,
                         {"TranType", "BillDate", "BillNo", "Earnest", "AcctID", "Remark", "VipID",
                          "Owner", "Phone", "UserID", "ModifyInterID", "BillData"})
-                .method("DeleteBill", \& C::DeleteBill,
+                .method("DeleteBill", &C::DeleteBill,
                         {"TranType", "InterID", optional("Cn"), optional("DoBlankOut", false)})
-                .method("UnblankOut", \& C::UnblankOut, {"InterID"})
-                .method("GetBillList", \& C::GetBillList, {"TranType", "strFilter"})
+                .method("UnblankOut", &C::UnblankOut, {"InterID"})
+                .method("GetBillList", &C::GetBillList, {"TranType", "strFilter"})
                 .info());
     }
 }
