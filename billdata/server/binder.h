@@ -113,25 +113,25 @@ class ClassBinder {
 
   private:
     template <class R, class... A, class Fn>
-    void add(std::string name, Fn fn, const ParamSpec* specs) {
+    void add(std::string name, Fn fn, const ParamSpec* names) {
         Method m;
         m.name = std::move(name);
         m.result = ResultTraits<R>::type;
         std::size_t i = 0;
-        (m.params.push_back(make_param<A>(specs[i++])), ...);
+        (m.params.push_back(make_param<A>(names[i++])), ...);
         info_->add(std::move(m), [fn](void* self, std::vector<Slot>& args) -> Value {
             return call<R, A...>(static_cast<C*>(self), fn, args, std::index_sequence_for<A...>{});
         });
     }
 
     template <class A>
-    static Param make_param(const ParamSpec& spec) {
+    static Param make_param(const ParamSpec& given) {
         Param p;
-        p.name = spec.name;
+        p.name = given.name;
         p.type = ArgTraits<A>::type;
         p.direction = ArgTraits<A>::in_out ? Direction::InOut : Direction::In;
-        p.optional = spec.optional;
-        p.default_value = spec.fallback;
+        p.optional = given.optional;
+        p.default_value = given.fallback;
         return p;
     }
 
