@@ -1,0 +1,140 @@
+// The billdata command-line program: a thin layer over the library for people and scripts.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include "billdata/ado/ado.h"
+#include "billdata/dialect/dialect.h"
+#include "billdata/schema/builtin_catalog.h"
+#include "billdata/schema/schema.h"
+#include "cli.h"
+#include "output.h"
+
+namespace billdata::cli {
+
+namespace {
+
+using ado::ComError;
+
+int report(const ComError& e) {
+    std::cerr << "billdata: error " << e.number() << ": " << e.description() << "\n";
+    return 1;
+}
+
+int run_init(const std::string& path, bool demo, int year, int period) {
+    schema::create_database(path, demo, year, period);
+    std::cout << "billdata: created " << path << (demo ? " with demo master data" : "") << "\n";
+    return 0;
+}
+
+int run_sql(const std::string& db, const std::string& sql, Format format) {
+    auto cn = ado::Connection::create();
+    cn->Open(database_from(db));
+    long affected = 0;
+    auto rs = cn->Execute(sql, &affected);
+    if (rs->State() == ado::adStateOpen) {
+        print_recordset(std::cout, *rs, format);
+    } else {
+        std::cout << "(" << affected << " row" << (affected == 1 ? "" : "s") << " affected)\n";
+    }
+    cn->Close();
+    return 0;
+}
+
+int run_translate(const std::string& engine, const std::string& sql) {
+    if (engine != "sqlite") {
+        throw ComError(ado::err::kDatabase,
+                       "unknown engine '" + engine + "': the translator targets sqlite");
+    }
+    try {
+        auto t = dialect::translate_sqlite(sql, schema::builtin_catalog());
+        std::cout << t.sql << "\n";
+    } catch (const dialect::DialectError& e) {
+        throw ComError(ado::err::kDatabase, e.what());
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::string database_from(const std::string& option) {
+    if (!option.empty()) return option;
+    if (const char* env = std::getenv("BILLDATA_DB")) return env;
+    throw ComError(
+        ado::err::kConnection,
+        "no database given: use --db <connection string or .db file> or set BILLDATA_DB");
+}
+
+int run(int argc, char** argv) {
+    CLI::App app{"billdata — bill data of an apparel back office with point-of-sale tills"};
+    app.require_subcommand(1);
+
+    std::string init_path;
+    bool init_demo = false;
+    int init_year = 0, init_period = 0;
+    auto* init = app.add_subcommand("init", "create a new embedded database");
+    init->add_option("db", init_path, "path of the new database file (.db)")->required();
+    init->add_flag("--demo", init_demo, "add demo master data");
+    init->add_option("--year", init_year, "current year (default: this year)");
+    init->add_option("--period", init_period, "current period 1-12 (default: this month)");
+
+    std::string sql_db, sql_text, sql_format = "table";
+    auto* sql = app.add_subcommand("sql", "run one T-SQL statement and print its rows");
+    sql->add_option("--db", sql_db, "connection string or .db file (default: $BILLDATA_DB)");
+    sql->add_option("--format", sql_format, "table, json or csv")
+        ->check(CLI::IsMember({"table", "json", "csv"}));
+    sql->add_option("statement", sql_text, "the statement")->required();
+
+    std::string tr_engine = "sqlite", tr_text;
+    auto* translate = app.add_subcommand("translate", "print a T-SQL statement translated");
+    translate->add_option("--engine", tr_engine, "target engine (sqlite)");
+    translate->add_option("statement", tr_text, "the statement")->required();
+
+    std::string call_db, call_format, call_target, call_args;
+    int call_year = 0, call_period = 0;
+    auto* call = app.add_subcommand("call", "call one method of a class with JSON arguments");
+    call->add_option("--db", call_db, "connection string or .db file (default: $BILLDATA_DB)");
+    call->add_option("--year", call_year, "current year (default: the database's CurrentYear)");
+    call->add_option("--period", call_period,
+                     "current period (default: the database's CurrentPeriod)");
+    call->add_option("--format", call_format,
+                     "json, table or csv (default: table on a terminal, else json)")
+        ->check(CLI::IsMember({"table", "json", "csv"}));
+    call->add_option("method", call_target, "Class.Method, e.g. PosData.GetBillList")->required();
+    call->add_option("args", call_args, "the arguments: a JSON object keyed by parameter names");
+
+    std::string batch_db;
+    auto* batch = app.add_subcommand(
+        "batch",
+        "run JSON lines {\"call\": \"Class.Method\", \"args\": {...}} from standard input");
+    batch->add_option("--db", batch_db,
+                      "start the session on this database as call does (default: the stream "
+                      "calls Init itself)");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e);
+    }
+
+    try {
+        if (*init) return run_init(init_path, init_demo, init_year, init_period);
+        if (*sql) return run_sql(sql_db, sql_text, parse_format(sql_format));
+        if (*translate) return run_translate(tr_engine, tr_text);
+        if (*call)
+            return run_call(call_db, call_year, call_period, call_format, call_target, call_args);
+        if (*batch) return run_batch(batch_db);
+    } catch (const ComError& e) {
+        return report(e);
+    } catch (const std::exception& e) {
+        std::cerr << "billdata: " << e.what() << "\n";
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace billdata::cli

@@ -1,0 +1,28 @@
+#pragma once
+// The billdata command line, as a function so that other programs (the tests' own build of it)
+// can run it after registering classes of their own.
+
+#include <string>
+
+#include "output.h"
+
+namespace billdata::cli {
+
+// Parses the command line and runs the command; returns the exit status.
+int run(int argc, char** argv);
+
+// The database of a command: the --db option, else $BILLDATA_DB; ComError when neither is set.
+std::string database_from(const std::string& option);
+
+// `billdata call`: sets the session as an Init would (the connection string, and the year and
+// period given or else the database's CurrentYear/CurrentPeriod), calls Class.Method with the
+// JSON arguments and prints the answer. `format` empty: a table on a terminal, JSON otherwise.
+int run_call(const std::string& db, int year, int period, const std::string& format,
+             const std::string& target, const std::string& args_json);
+
+// `billdata batch`: JSON lines {"call": "Class.Method", "args": {…}} from standard input, one
+// JSON answer line per call on standard output, in order, in one session context. With `db`
+// set, the session starts as `call` would set it; otherwise the stream calls Init itself.
+int run_batch(const std::string& db);
+
+}  // namespace billdata::cli
