@@ -62,10 +62,9 @@ void OtherBill::Init(const std::string& NewPromptString, std::int16_t NewCurYear
     common::init_session(NewPromptString, NewCurYear, NewCurPeriod);
 }
 
-bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate,
-                         std::string& BillNo, std::int32_t InStockID, const std::string& Cause,
-                         std::int32_t OutStockID, const std::string& Remark,
-                         std::int32_t BillerID, std::int32_t& OldInterID,
+bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std::string& BillNo,
+                         std::int32_t InStockID, const std::string& Cause, std::int32_t OutStockID,
+                         const std::string& Remark, std::int32_t BillerID, std::int32_t& OldInterID,
                          std::shared_ptr<ado::Recordset>& RsBill,
                          std::shared_ptr<ado::Recordset>& rsBillDetail) {
     return common::guarded(Handler::DuplicateKey, [&]() -> bool {
@@ -80,7 +79,8 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate,
         const bool propagate = common::GetCostStyle() == 1;
         if (old_id >= 1 && propagate) {
             // The adjustments after the old bill are rebuilt without it before it is replaced.
-            ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + std::to_string(old_id));
+            ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" +
+                       std::to_string(old_id));
             PublicData().RecacuSptjd(cn, old_id);
         }
 
@@ -90,11 +90,14 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate,
             std::string prefix;
             BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
         } else {
-            ex.execute([&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
             ex.execute(
-                [&] { return "Delete from icstockbillEntry where FInterID=" + std::to_string(id); });
-            ex.execute(
-                [&] { return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id); });
+                [&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
+            ex.execute([&] {
+                return "Delete from icstockbillEntry where FInterID=" + std::to_string(id);
+            });
+            ex.execute([&] {
+                return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id);
+            });
         }
 
         std::int32_t entry = 1;
@@ -132,8 +135,8 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate,
                    std::to_string(id) + "," + std::to_string(TranType) + ",'" +
                    BillDate.to_string() + "','" + BillNo + "'," + std::to_string(InStockID) + "," +
                    std::to_string(issuing) + ",'" + Remark + "'," + std::to_string(BillerID) + "," +
-                   std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
-                   ",'" + stock_bill::now_text() + "'," + Variant(qty_sum).to_string() + "," +
+                   std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
+                   stock_bill::now_text() + "'," + Variant(qty_sum).to_string() + "," +
                    Variant(amount_sum).to_string() + "," + Variant(retail_sum).to_string() + ",'" +
                    Cause + "','" + season_text(BillDate) + "','" +
                    stock_bill::month_text(BillDate) + "')";

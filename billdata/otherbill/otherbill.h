@@ -55,7 +55,8 @@ class OtherBill {
     // condition beginning with its own "and", inserted as given), within the session's list
     // window and stock (the receiving stock for 115, the issuing stock otherwise); newest first.
     // Raises ComError 0x800403E9 with the database's description on failure.
-    std::shared_ptr<ado::Recordset> GetBillList(std::int16_t TranType, const std::string& strFilter);
+    std::shared_ptr<ado::Recordset> GetBillList(std::int16_t TranType,
+                                                const std::string& strFilter);
 
     // The same bills, one row each.
     std::shared_ptr<ado::Recordset> GetBillList_Simple(std::int16_t TranType,

@@ -62,11 +62,12 @@ std::shared_ptr<ado::Recordset> stock_list() {
 void insert_adjustment(ado::Connection& cn, const std::string& inter_id, std::int32_t entry_id,
                        const std::string& stock, const std::string& item, double difference,
                        double amount, const std::string& memo, const std::string& his_price) {
-    cn.Execute("Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,"
-               "FPrice,FAmount,FMemo,FHisPrice) "
-               "Values(" +
-               inter_id + "," + std::to_string(-entry_id) + "," + stock + "," + item + ",0," +
-               num(difference) + "," + num(amount) + ",'" + memo + "'," + his_price + ")");
+    cn.Execute(
+        "Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,"
+        "FPrice,FAmount,FMemo,FHisPrice) "
+        "Values(" +
+        inter_id + "," + std::to_string(-entry_id) + "," + stock + "," + item + ",0," +
+        num(difference) + "," + num(amount) + ",'" + memo + "'," + his_price + ")");
 }
 
 // Re-prices the later sales lines (cost) and other stock bill lines (price) of an item at `price`.
@@ -185,17 +186,16 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
                     // A return revalues only the goods it takes out of its own stock, and never
                     // moves the running price.
                     if (row.stock_id != stock_id) continue;
-                    const double qty = common::GetStockQty(Cn, stock_id, item_id,
-                                                           row.inter_id_value);
+                    const double qty =
+                        common::GetStockQty(Cn, stock_id, item_id, row.inter_id_value);
                     if (price_changed(difference) && qty != 0)
-                        insert_adjustment(cn, row.inter_id, row.entry_id, std::to_string(row.stock_id),
-                                          item, difference, difference * row.qty_value, row.qty,
-                                          num(running));
+                        insert_adjustment(cn, row.inter_id, row.entry_id,
+                                          std::to_string(row.stock_id), item, difference,
+                                          difference * row.qty_value, row.qty, num(running));
                     continue;
                 }
                 if (!price_changed(difference)) continue;
-                const double qty =
-                    common::GetStockQty(Cn, stock_id, item_id, row.inter_id_value);
+                const double qty = common::GetStockQty(Cn, stock_id, item_id, row.inter_id_value);
                 if (qty != 0)
                     insert_adjustment(cn, row.inter_id, row.entry_id, stock, item, difference,
                                       difference * qty, num(qty), num(running));
@@ -224,11 +224,11 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
     // The next purchase bill after the given one, read through the session's connection string.
     // Only FDeleted=0 qualifies here: a bill whose mark is null is not found.
     auto next = ado::Recordset::create();
-    next->Open("select top 1 FInterID from ICStockBill where FDeleted=0 and FTranType in (112,114) "
-               "and FInterID>" +
-                   std::to_string(InterID) + " order by FInterID",
-               common::GetPromptString(), ado::adOpenUnspecified, ado::adLockUnspecified,
-               ado::adCmdText);
+    next->Open(
+        "select top 1 FInterID from ICStockBill where FDeleted=0 and FTranType in (112,114) "
+        "and FInterID>" +
+            std::to_string(InterID) + " order by FInterID",
+        common::GetPromptString(), ado::adOpenUnspecified, ado::adLockUnspecified, ado::adCmdText);
     if (next->Eof()) {
         next->Close();
         stocks->Close();
@@ -257,13 +257,14 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
     std::vector<Line> lines;
     {
         auto rs = ado::Recordset::create();
-        rs->Open("select (case isnull(t1.FInStockID,0) when 0 then t1.FOutStockID else t1.FInStockID end) as FStockID,"
-                 "t1.FTranType,t2.FItemID,t2.FEntryID,t2.FQty,t2.FPrice,t2.FHisPrice "
-                 "from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid "
-                 "where FEntryID>0 and t1.FInterID=" +
-                     n + " order by fentryid ",
-                 common::GetPromptString(), ado::adOpenUnspecified, ado::adLockUnspecified,
-                 ado::adCmdText);
+        rs->Open(
+            "select (case isnull(t1.FInStockID,0) when 0 then t1.FOutStockID else t1.FInStockID end) as FStockID,"
+            "t1.FTranType,t2.FItemID,t2.FEntryID,t2.FQty,t2.FPrice,t2.FHisPrice "
+            "from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid "
+            "where FEntryID>0 and t1.FInterID=" +
+                n + " order by fentryid ",
+            common::GetPromptString(), ado::adOpenUnspecified, ado::adLockUnspecified,
+            ado::adCmdText);
         while (!rs->Eof()) {
             lines.push_back({text_of(rs, "FStockID"), rs->Fields("FTranType").Value().to_int32(),
                              text_of(rs, "FItemID"), rs->Fields("FItemID").Value().to_int32(),
@@ -297,8 +298,8 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
             }
             cn.Execute("delete from icstockbillentry where FTjStockID=" + stock +
                        " and FItemID=" + line.item + " and FInterID>" + n);
-            insert_adjustment(cn, n, line.entry_id, stock, line.item, difference,
-                              difference * qty, num(qty), line.his_price);
+            insert_adjustment(cn, n, line.entry_id, stock, line.item, difference, difference * qty,
+                              num(qty), line.his_price);
 
             // Later bills of this stock, by bill date first and interior id second.
             const auto later = read_later_lines(
@@ -308,7 +309,8 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
                 "where (FInStockID=" +
                     stock + " or FOutStockID=" + stock +
                     ") and FEntryID>=0 and isnull(t1.FDeleted,0)=0 and FItemID=" + line.item +
-                    " and t1.FInterID>" + n + " and FTranType in (112,114) order by FDate,t1.finterid",
+                    " and t1.FInterID>" + n +
+                    " and FTranType in (112,114) order by FDate,t1.finterid",
                 false);
             for (const LaterLine& row : later) {
                 const double row_difference = row.price - row.his_price_value;

@@ -96,11 +96,14 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             std::string prefix;
             BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
         } else {
-            ex.execute([&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
             ex.execute(
-                [&] { return "Delete from icstockbillEntry where FInterID=" + std::to_string(id); });
-            ex.execute(
-                [&] { return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id); });
+                [&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
+            ex.execute([&] {
+                return "Delete from icstockbillEntry where FInterID=" + std::to_string(id);
+            });
+            ex.execute([&] {
+                return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id);
+            });
         }
 
         std::int32_t entry = 1;
@@ -177,8 +180,8 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                    std::to_string(SettleID) + ",'" + Remark + "'," + std::to_string(BillerID) +
                    "," + std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
                    ",'" + stock_bill::now_text() + "'," + Variant(SumQty).to_string() + "," +
-                   Variant(SumAmount).to_string() + "," + Variant(retail_sum).to_string() +
-                   ",'" + season + "','" + stock_bill::month_text(BillDate) + "')";
+                   Variant(SumAmount).to_string() + "," + Variant(retail_sum).to_string() + ",'" +
+                   season + "','" + stock_bill::month_text(BillDate) + "')";
         });
         stock_bill::write_size_rows(ex, id, rsBillDetail);
         ex.commit();

@@ -36,8 +36,8 @@ class PurRkd {
     bool SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std::string& BillNo,
                   std::int32_t StockID, std::int32_t OrgaID, std::int32_t AcctID,
                   const std::string& Remark, std::int32_t BillerID, std::int32_t SettleID,
-                  std::int32_t& OldInterID, std::shared_ptr<ado::Recordset>& RsBill,
-                  double SumQty, double SumAmount, std::shared_ptr<ado::Recordset> rsBillDetail);
+                  std::int32_t& OldInterID, std::shared_ptr<ado::Recordset>& RsBill, double SumQty,
+                  double SumAmount, std::shared_ptr<ado::Recordset> rsBillDetail);
 
     // Voids (DoBlankOut) or deletes receipt `InterID`, recomputing the price propagation without
     // it first (once: a receipt already void is deleted without it). On `Cn` when given (the
@@ -56,7 +56,8 @@ class PurRkd {
     // SQL condition beginning with its own "and", inserted as given), within the session's list
     // window and stock; newest first. The record set is the caller's (a private connection).
     // Raises ComError 0x800403E9 with the database's description on failure.
-    std::shared_ptr<ado::Recordset> GetBillList(std::int16_t TranType, const std::string& strFilter);
+    std::shared_ptr<ado::Recordset> GetBillList(std::int16_t TranType,
+                                                const std::string& strFilter);
 
     // The same receipts, one row each.
     std::shared_ptr<ado::Recordset> GetBillList_Simple(std::int16_t TranType,

@@ -25,8 +25,8 @@ class OtherBillTest : public StockBillTest {
                       std::shared_ptr<ado::Recordset> lines, int in_stock = 2, int out_stock = 1,
                       std::int32_t old_id = 0, std::shared_ptr<ado::Recordset> cells = nullptr) {
         std::string no = bill_no_;
-        EXPECT_TRUE(OtherBill().SaveData(kind, date, no, in_stock, "调拨", out_stock, "r", 4, old_id,
-                                         lines, cells));
+        EXPECT_TRUE(OtherBill().SaveData(kind, date, no, in_stock, "调拨", out_stock, "r", 4,
+                                         old_id, lines, cells));
         bill_no_ = no;
         return old_id;
     }
@@ -71,9 +71,9 @@ TEST_F(OtherBillTest, SavesHeaderSumsSeasonAndStockColumns) {
     EXPECT_EQ(rows("select FEntryID,FItemID,FPrice,FAmount,FUnitCost,FCost from ICStockBillEntry" +
                    where + " order by FEntryID"),
               (std::vector<std::string>{"1|1|40|120|40|120", "2|6|60|120|60|120"}));
-    EXPECT_EQ(rows("select FItemID,FSizeID,FQty from ICStockBillEntry_1" + where +
-                   " order by FItemID"),
-              (std::vector<std::string>{"1|2|3", "6|0|2"}));
+    EXPECT_EQ(
+        rows("select FItemID,FSizeID,FQty from ICStockBillEntry_1" + where + " order by FItemID"),
+        (std::vector<std::string>{"1|2|3", "6|0|2"}));
 }
 
 TEST_F(OtherBillTest, ModificationRebuildsAdjustmentsBeforeAndAfterUnderCostStyleOne) {
@@ -89,8 +89,8 @@ TEST_F(OtherBillTest, ModificationRebuildsAdjustmentsBeforeAndAfterUnderCostStyl
                   id);
         EXPECT_EQ(bill_no_, number);
         const std::string next = "select top 1 FInterID from ICStockBill where FDeleted=0";
-        const int voided = log.find("Update ICStockBill set FDeleted=1 where FInterID=" +
-                                    std::to_string(id));
+        const int voided =
+            log.find("Update ICStockBill set FDeleted=1 where FInterID=" + std::to_string(id));
         const int before = log.find(next);
         const int rewritten = log.find("Delete from icstockbill where FInterID=");
         const int after = log.find(next, rewritten);

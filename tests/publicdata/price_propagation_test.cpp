@@ -33,8 +33,8 @@ class PropagationTest : public StockBillTest {
         adjustment(9, -1, 1, kItem);   // before the bill: not touched
     }
     double value(const std::string& column, int id) const {
-        return scalar("select " + column + " from ICStockBillEntry where FEntryID=1 and FInterID=" +
-                      std::to_string(id))
+        return scalar("select " + column +
+                      " from ICStockBillEntry where FEntryID=1 and FInterID=" + std::to_string(id))
             .to_double();
     }
 };
@@ -47,9 +47,8 @@ TEST_F(PropagationTest, CarriesAPurchasePriceThroughLaterBillsOfTwoStocks) {
     // Stock 1 holds 27 besides bill 12 (20 + 10 - 2 - 4 - 3 + 6), stock 3 the 4 transferred in,
     // stock 2 nothing: bill 12 revalues stocks 1 and 3. The return revalues what it takes out
     // of its own stock at the running price 80. The receipt at the unchanged price adds nothing.
-    const std::vector<std::string> expected = {
-        "9|-1|1|6|0|1|1|stale|0",           "12|-1|1|6|0|10|270|27|70",
-        "12|-1|3|6|0|10|40|4|70",           "16|-1|1|6|0|-5|-15|3|80"};
+    const std::vector<std::string> expected = {"9|-1|1|6|0|1|1|stale|0", "12|-1|1|6|0|10|270|27|70",
+                                               "12|-1|3|6|0|10|40|4|70", "16|-1|1|6|0|-5|-15|3|80"};
     EXPECT_EQ(adjustments(), expected);
 
     // Each receipt at a new price records the price before it and becomes the running price.
@@ -115,8 +114,8 @@ TEST_F(PropagationTest, OtherCostStyleRunsNoStatement) {
     PublicData().CacuSptjd(cn, 10, true);
     PublicData().RecacuSptjd(cn, 10);
     // Only the cost-style setting is read, once (it is cached for the thread).
-    EXPECT_EQ(log.lines(),
-              std::vector<std::string>{"select FValue from t_systemprofile where fkey='CostStyle'"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{
+                               "select FValue from t_systemprofile where fkey='CostStyle'"});
     EXPECT_EQ(all_lines(), before);
     cn->Close();
 }
@@ -148,15 +147,15 @@ class RegenerationTest : public StockBillTest {
 TEST_F(RegenerationTest, RebuildsTheRowsOfTheNextPurchaseAndItsLaterBillsByStock) {
     history();
     auto cn = open();
-    const auto prices_before =
-        rows("select FInterID,FEntryID,FPrice,FHisPrice,FUnitCost from ICStockBillEntry "
-             "where FEntryID>=0 order by FInterID,FEntryID");
+    const auto prices_before = rows(
+        "select FInterID,FEntryID,FPrice,FHisPrice,FUnitCost from ICStockBillEntry "
+        "where FEntryID>=0 order by FInterID,FEntryID");
     PublicData().RecacuSptjd(cn, 20);
 
     // Stock 1 holds 19 besides N (20 - 3 + 4 - 2), stock 2 holds 5; stock 3 none, so its old
     // row on bill 22 stays. Bill 22 has nothing in stock 2 besides itself: a row of amount 0.
     const std::vector<std::string> expected = {
-        "21|-1|1|6|0|10|190|19|60", "21|-1|2|6|0|10|50|5|60",  "22|-1|2|6|0|10|0|0|70",
+        "21|-1|1|6|0|10|190|19|60", "21|-1|2|6|0|10|50|5|60",   "22|-1|2|6|0|10|0|0|70",
         "22|-1|3|6|0|1|1|stale|0",  "23|-1|1|6|0|10|250|25|80", "24|-1|1|6|0|-5|-10|2|90"};
     EXPECT_EQ(adjustments(), expected);
     // No price of any line moves.

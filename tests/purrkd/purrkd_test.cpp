@@ -29,8 +29,8 @@ TEST_F(PurRkdTest, SavesFromTheCurrentLineOnwardWithHeaderAndSizeRows) {
                              {0, 1, "r1", 3, "白色", 2, 1}});
     std::string bill_no;
     std::int32_t id = 0;
-    EXPECT_TRUE(PurRkd().SaveData(112, kDate, bill_no, 1, 102, 2, "first", 3, 1, id, lines, 5, 174,
-                                  cells));
+    EXPECT_TRUE(
+        PurRkd().SaveData(112, kDate, bill_no, 1, 102, 2, "first", 3, 1, id, lines, 5, 174, cells));
     EXPECT_EQ(lines, nullptr);
     EXPECT_GT(id, 0);
     EXPECT_EQ(bill_no, "ZP250309-001");
@@ -111,8 +111,7 @@ TEST_F(PurRkdTest, ModifiedReceiptKeepsIdAndNumberAndReplacesItsRows) {
               std::vector<std::string>{number + "|0"});
     EXPECT_EQ(rows("select FInterID,FEntryID,FItemID from ICStockBillEntry"),
               std::vector<std::string>{std::to_string(id) + "|1|7"});
-    EXPECT_EQ(rows("select FItemID,FQty from ICStockBillEntry_1"),
-              std::vector<std::string>{"7|4"});
+    EXPECT_EQ(rows("select FItemID,FQty from ICStockBillEntry_1"), std::vector<std::string>{"7|4"});
     // Only one number was drawn.
     EXPECT_EQ(count("select FMaxNum from ICBillNo where FTranType=112"), 1);
 }
@@ -280,9 +279,9 @@ TEST_F(PurRkdRemovalTest, ListsWithTheSessionRestrictions) {
     // The restriction, the grouping and the order clause are glued on without blanks.
     const std::string tail =
         " and t5.FItemID=1Group by t1.FInterID,t1.FDate,t1.FBillNo,t1.FSettleID,"
-              "t1.FCheckerID,t1.FSumRetailAmount,t1.FPrintTimes,t1.FSysTime,t1.FSumQty,t5.FName,"
-              "t6.FName,FRemark,t4.FName,t9.FUserName,t10.FUserName,FSumAmount,t1.FDeleted "
-              "order by t1.FDate desc,t1.FInterID desc,t1.FBillNo";
+        "t1.FCheckerID,t1.FSumRetailAmount,t1.FPrintTimes,t1.FSysTime,t1.FSumQty,t5.FName,"
+        "t6.FName,FRemark,t4.FName,t9.FUserName,t10.FUserName,FSumAmount,t1.FDeleted "
+        "order by t1.FDate desc,t1.FInterID desc,t1.FBillNo";
     const std::string statement = log.lines().back();
     ASSERT_GT(statement.size(), tail.size());
     EXPECT_EQ(statement.substr(statement.size() - tail.size()), tail);
