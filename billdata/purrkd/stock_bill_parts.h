@@ -1,0 +1,61 @@
+#pragma once
+// Pieces the purchase receipt and the other stock bills share: both keep their bills in
+// ICStockBill, ICStockBillEntry and ICStockBillEntry_1 and write them the same way.
+// Internal to the library.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "billdata/ado/ado.h"
+#include "billdata/common/handlers.h"
+
+namespace billdata::stock_bill {
+
+// "2006年03月": the month text of a bill date.
+std::string month_text(const ado::DateTime& bill_date);
+
+// "YYYY-MM-DD HH:MM:SS" of the moment of saving, written into FSysTime.
+std::string now_text();
+
+// Throws the platform's "object required" when the caller handed no record set.
+void require(const std::shared_ptr<ado::Recordset>& rs);
+
+// The two refusals of a removal, in their order, from the bill's look-up row (FcheckerID,
+// FBillNo, FYear, FPeriod): an audited bill, then a bill of an earlier period than the session's.
+void check_removable(const std::shared_ptr<ado::Recordset>& rs);
+
+// The size/colour rows of `detail` whose FDel is 0, then one row for every line of the bill whose
+// item has no size group. Statements carry `id` as it stands when each runs, so a fresh interior
+// id drawn after a clash reaches them.
+void write_size_rows(common::Executor& ex, const std::int32_t& id,
+                     const std::shared_ptr<ado::Recordset>& detail);
+
+// The list restrictions of the session that every stock-bill list shares: the window of the
+// last ListDays days (up to tomorrow's midnight) when ListDays > 0.
+std::string list_window();
+
+// Opens a connection of its own from the session's connection string; it closes (rolling back
+// any open transaction) when the last reference goes.
+std::shared_ptr<ado::Connection> open_own_connection();
+
+// Closes a connection on every exit of an operation that owns it.
+class ConnectionCloser {
+  public:
+    explicit ConnectionCloser(std::shared_ptr<ado::Connection> cn) : cn_(std::move(cn)) {}
+    ~ConnectionCloser() {
+        try {
+            if (cn_) cn_->Close();
+        } catch (const ado::ComError&) {
+            // Closing rolls back what was left open; an error there must not hide the one
+            // that is already on its way to the caller.
+        }
+    }
+    ConnectionCloser(const ConnectionCloser&) = delete;
+    ConnectionCloser& operator=(const ConnectionCloser&) = delete;
+
+  private:
+    std::shared_ptr<ado::Connection> cn_;
+};
+
+}  // namespace billdata::stock_bill

@@ -1,0 +1,152 @@
+#pragma once
+// Fixture of the stock-bill tests: a fresh demo database per test, bills written directly where
+// a test needs a given history, the caller's line record sets, and the statement log.
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "common/fixture.h"
+
+namespace billdata::testing {
+
+// The caller's record set of bill lines: the named fields, then one row per entry.
+inline std::shared_ptr<ado::Recordset> record_set(
+    const std::vector<std::string>& fields, const std::vector<std::vector<ado::Variant>>& rows) {
+    auto rs = ado::Recordset::create();
+    for (const auto& f : fields)
+        rs->GetFields().Append(f, ado::adVariant);
+    rs->Open();
+    for (const auto& row : rows) {
+        rs->AddNew();
+        for (std::size_t i = 0; i < row.size(); ++i)
+            rs->Fields(i).SetValue(row[i]);
+        rs->Update();
+    }
+    if (!rows.empty()) rs->MoveFirst();
+    return rs;
+}
+
+// Lines of a purchase receipt: item, row key, quantity, price, historical price; amounts follow.
+inline std::shared_ptr<ado::Recordset> receipt_lines(
+    const std::vector<std::tuple<int, std::string, double, double, double>>& lines) {
+    std::vector<std::vector<ado::Variant>> rows;
+    for (const auto& [item, key, qty, price, his] : lines)
+        rows.push_back(
+            {item, key, qty, price, qty * price, price * 2, qty * price * 2, 1.0, "m" + key, his});
+    return record_set({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
+                       "FRetailAmount", "FZkRate", "FMemo", "FHisPrice"},
+                      rows);
+}
+
+// Size/colour cells: FDel, item, row key, size, colour, colour entry, quantity.
+inline std::shared_ptr<ado::Recordset> size_cells(
+    const std::vector<std::vector<ado::Variant>>& rows) {
+    return record_set({"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"},
+                      rows);
+}
+
+// Sets BILLDATA_SQL_LOG to a file of its own while it lives.
+class SqlLog {
+  public:
+    explicit SqlLog(const std::string& path) : path_(path) {
+        setenv("BILLDATA_SQL_LOG", path_.c_str(), 1);
+    }
+    ~SqlLog() { unsetenv("BILLDATA_SQL_LOG"); }
+    SqlLog(const SqlLog&) = delete;
+    SqlLog& operator=(const SqlLog&) = delete;
+
+    std::vector<std::string> lines() const {
+        std::ifstream in(path_);
+        std::vector<std::string> out;
+        for (std::string line; std::getline(in, line);)
+            out.push_back(line);
+        return out;
+    }
+    void clear() const { std::ofstream(path_, std::ios::trunc); }
+    // Index of the first logged statement that starts with `prefix` at or after `from`, or -1.
+    int find(const std::string& prefix, int from = 0) const {
+        auto all = lines();
+        for (int i = from; i < static_cast<int>(all.size()); ++i)
+            if (all[i].rfind(prefix, 0) == 0) return i;
+        return -1;
+    }
+    int count(const std::string& prefix) const {
+        int n = 0;
+        for (const auto& l : lines())
+            n += l.rfind(prefix, 0) == 0;
+        return n;
+    }
+
+  private:
+    std::string path_;
+};
+
+class StockBillTest : public DatabaseTest {
+  protected:
+    bool demo() const override { return true; }
+
+    // A bill header written as another program would, without going through a class.
+    void header(int id, int kind, const std::string& date, int in_stock, int out_stock,
+                int deleted = 0, int orga = 0) const {
+        exec(
+            "insert into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOutStockID,"
+            "FDeleted,FOrgaID,FYear,FPeriod) values(" +
+            std::to_string(id) + "," + std::to_string(kind) + ",'" + date + "','B" +
+            std::to_string(id) + "'," + std::to_string(in_stock) + "," + std::to_string(out_stock) +
+            "," + std::to_string(deleted) + "," + std::to_string(orga) + "," + date.substr(0, 4) +
+            "," + date.substr(5, 2) + ")");
+    }
+    void line(int id, int entry, int item, double qty, double price, double his_price = 0) const {
+        exec(
+            "insert into ICStockBillEntry(FInterID,FEntryID,FItemID,FQty,FPrice,FAmount,"
+            "FHisPrice) values(" +
+            std::to_string(id) + "," + std::to_string(entry) + "," + std::to_string(item) + "," +
+            ado::Variant(qty).to_string() + "," + ado::Variant(price).to_string() + "," +
+            ado::Variant(qty * price).to_string() + "," + ado::Variant(his_price).to_string() +
+            ")");
+    }
+    // An adjustment row left by an earlier run.
+    void adjustment(int id, int entry, int stock, int item) const {
+        exec(
+            "insert into ICStockBillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,FPrice,"
+            "FAmount,FMemo,FHisPrice) values(" +
+            std::to_string(id) + "," + std::to_string(entry) + "," + std::to_string(stock) + "," +
+            std::to_string(item) + ",0,1,1,'stale',0)");
+    }
+    void set_cost_style_2() const {
+        exec("insert into t_SystemProfile(FKey,FValue) values('CostStyle','1')");
+    }
+
+    // The rows of a query as text, one line per row with the columns joined by '|'.
+    std::vector<std::string> rows(const std::string& sql) const {
+        auto cn = open();
+        auto rs = cn->Execute(sql);
+        std::vector<std::string> out;
+        while (!rs->Eof()) {
+            std::string row;
+            for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
+                row += (i ? "|" : "") + rs->Fields(i).Value().to_string();
+            out.push_back(row);
+            rs->MoveNext();
+        }
+        rs->Close();
+        cn->Close();
+        return out;
+    }
+    // Adjustment rows: bill, entry, stock, item, quantity, price, amount, memo, previous price.
+    std::vector<std::string> adjustments() const {
+        return rows(
+            "select FInterID,FEntryID,FTjStockID,FItemID,FQty,FPrice,FAmount,FMemo,FHisPrice "
+            "from ICStockBillEntry where FEntryID<0 order by FInterID,FTjStockID,FEntryID");
+    }
+    std::vector<std::string> all_lines() const {
+        return rows("select * from ICStockBillEntry order by FInterID,FEntryID,FTjStockID");
+    }
+    int count(const std::string& sql) const { return scalar(sql).to_int32(); }
+    std::string log_path() const { return dir_.file("sql.log"); }
+};
+
+}  // namespace billdata::testing
