@@ -1,30 +1,13 @@
 #pragma once
-// Small ASCII text helpers shared by the translator's pieces. SQL names compare without regard
-// to case of ASCII letters only, as the database engines do.
+// The translator's ASCII name helpers: SQL names compare without regard to the case of ASCII
+// letters only, as the database engines do. They are the project's shared ones.
 
-#include <cstddef>
-#include <string>
-#include <string_view>
+#include "billdata/util/text.h"
 
 namespace billdata::dialect {
 
-constexpr char ascii_lower(char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
-}
-
-inline bool iequals(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        if (ascii_lower(a[i]) != ascii_lower(b[i])) return false;
-    }
-    return true;
-}
-
-inline std::string lower_copy(std::string_view s) {
-    std::string out(s);
-    for (char& c : out)
-        c = ascii_lower(c);
-    return out;
-}
+using util::ascii_lower;
+using util::iequals;
+using util::lower_copy;
 
 }  // namespace billdata::dialect

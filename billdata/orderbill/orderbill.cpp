@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -18,25 +19,8 @@ using common::Handler;
 
 namespace {
 
-std::shared_ptr<ado::Connection> own_connection() {
-    auto cn = ado::Connection::create();
-    cn->Open(common::GetPromptString());
-    return cn;
-}
-
-// A record set argument that the caller left empty is the platform's "object required".
-Recordset& need(const std::shared_ptr<Recordset>& rs) {
-    if (!rs) throw ComError::platform(ado::err::kObjectRequired);
-    return *rs;
-}
-
-std::string field(Recordset& rs, const char* name) {
-    return rs.Fields(name).Value().to_string();
-}
-
-std::string num(double v) {
-    return Variant::format_double(v);
-}
+using common::open_own_connection;
+using common::sql_number;
 
 // The joins that both order lists share; the filter may test the line (a2), size/colour row
 // (a3), item (a4) and size (a5) columns.
@@ -67,10 +51,10 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
                                 std::shared_ptr<Recordset>& RsBill, double Amount,
                                 std::int32_t AcctID, std::shared_ptr<Recordset>& rsBillDetail) {
     return common::guarded(Handler::Common, [&]() -> std::string {
-        Recordset& lines = need(RsBill);
-        Recordset& detail = need(rsBillDetail);
+        Recordset& lines = common::require_recordset(RsBill);
+        Recordset& detail = common::require_recordset(rsBillDetail);
 
-        auto cn = own_connection();
+        auto cn = open_own_connection();
         Executor ex(cn, Handler::Common);
         ex.begin();
 
@@ -95,11 +79,14 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
             ex.execute(
                 "Insert Into ICOrderEntry(FInterID,FEntryID,FItemID,FRowKey,"
                 "FQty,FZkRate,FPrice,FAmount,FRetailPrice,FRetailAmount,FMemo) Values(" +
-                id + "," + std::to_string(entry) + "," + field(lines, "FItemID") + ",'" +
-                field(lines, "FRowKey") + "'," + field(lines, "FQty") + "," +
-                field(lines, "FZkRate") + "," + field(lines, "FPrice") + "," +
-                field(lines, "FAmount") + "," + field(lines, "FRetailPrice") + "," +
-                field(lines, "FRetailAmount") + ",'" + field(lines, "FMemo") + "')");
+                id + "," + std::to_string(entry) + "," + common::field_text(lines, "FItemID") +
+                ",'" + common::field_text(lines, "FRowKey") + "'," +
+                common::field_text(lines, "FQty") + "," + common::field_text(lines, "FZkRate") +
+                "," + common::field_text(lines, "FPrice") + "," +
+                common::field_text(lines, "FAmount") + "," +
+                common::field_text(lines, "FRetailPrice") + "," +
+                common::field_text(lines, "FRetailAmount") + ",'" +
+                common::field_text(lines, "FMemo") + "')");
             // The line counter is 16-bit: an order of more than 32768 lines cannot be saved.
             if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
             ++entry;
@@ -115,8 +102,8 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
             "FSumQty,FSumAmount,FSumRetailAmount,FEarnest,FacctID,FDeleted,FSysTime) values(" +
             id + "," + std::to_string(TranType) + ",'" + BillDate.to_string() + "','" + BillNo +
             "'," + std::to_string(OrgaID) + ",'" + Remark + "'," + std::to_string(BillerID) + "," +
-            num(sum_qty) + "," + num(sum_amount) + "," + num(sum_retail) + "," + num(Amount) + "," +
-            std::to_string(AcctID) + ",0,getdate())");
+            sql_number(sum_qty) + "," + sql_number(sum_amount) + "," + sql_number(sum_retail) +
+            "," + sql_number(Amount) + "," + std::to_string(AcctID) + ",0,getdate())");
 
         if (detail.RecordCount() > 0) detail.MoveFirst();
         while (!detail.Eof()) {
@@ -125,9 +112,12 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
                 ex.execute(
                     "Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,"
                     "FColorEntryID,FQty) Values(" +
-                    id + "," + field(detail, "FItemID") + ",'" + field(detail, "FRowKey") + "'," +
-                    field(detail, "FSizeiD") + ",'" + field(detail, "FColor") + "'," +
-                    field(detail, "FColorEntryID") + "," + field(detail, "FQty") + ")");
+                    id + "," + common::field_text(detail, "FItemID") + ",'" +
+                    common::field_text(detail, "FRowKey") + "'," +
+                    common::field_text(detail, "FSizeiD") + ",'" +
+                    common::field_text(detail, "FColor") + "'," +
+                    common::field_text(detail, "FColorEntryID") + "," +
+                    common::field_text(detail, "FQty") + ")");
             }
             detail.MoveNext();
         }
@@ -163,7 +153,7 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
 void OrderBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                            std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        auto cn = Cn ? Cn : own_connection();
+        auto cn = Cn ? Cn : open_own_connection();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -190,7 +180,7 @@ void OrderBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 
 void OrderBill::UnblankOut(std::int32_t InterID) {
     common::guarded(Handler::Common, [&] {
-        auto cn = own_connection();
+        auto cn = open_own_connection();
         Executor ex(cn, Handler::Common);
         ex.execute("Update ICOrder set FDeleted=0 where FInterID=" + std::to_string(InterID));
         ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));

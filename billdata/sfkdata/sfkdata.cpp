@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -16,15 +17,8 @@ using common::Handler;
 
 namespace {
 
-std::shared_ptr<ado::Connection> own_connection() {
-    auto cn = ado::Connection::create();
-    cn->Open(common::GetPromptString());
-    return cn;
-}
-
-std::string num(double v) {
-    return Variant::format_double(v);
-}
+using common::open_own_connection;
+using common::sql_number;
 
 // The audit operations walk the caller's array with a 16-bit index, as the front ends have
 // always counted them: an empty array has no bounds, and past 32768 elements the index
@@ -37,7 +31,7 @@ void check_id_array(const std::vector<std::int32_t>& ids) {
 // Marks (or clears) the audit mark of all bills of `ids` in one transaction on a connection of
 // its own; the first failure rolls everything back.
 void set_check_marks(const std::vector<std::int32_t>& ids, const std::string& head) {
-    auto cn = own_connection();
+    auto cn = open_own_connection();
     Executor ex(cn, Handler::Common);
     ex.begin();
     try {
@@ -66,7 +60,7 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
                                std::int32_t BillerID, std::int32_t OldInterID,
                                std::int32_t OrderBillID, std::int32_t StockBillID) {
     return common::guarded(Handler::Common, [&]() -> std::int32_t {
-        auto cn = own_connection();
+        auto cn = open_own_connection();
         Executor ex(cn, Handler::Common);
         ex.begin();
 
@@ -87,10 +81,11 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
             " Values(" +
             std::to_string(inter_id) + "," + std::to_string(TranType) + ",0," +
             std::to_string(EmpID) + ",'" + BillDate.to_string() + "','" + BillNo + "'," +
-            std::to_string(AcctID) + "," + std::to_string(OrgaID) + "," + num(SumAmount + OddMent) +
-            "," + num(SumAmount) + "," + num(OddMent) + ",'" + Memo + "'," +
-            std::to_string(BillerID) + ",'" + now.date_string() + " " + now.time_string() + "'," +
-            std::to_string(OrderBillID) + "," + std::to_string(StockBillID) + ")");
+            std::to_string(AcctID) + "," + std::to_string(OrgaID) + "," +
+            sql_number(SumAmount + OddMent) + "," + sql_number(SumAmount) + "," +
+            sql_number(OddMent) + ",'" + Memo + "'," + std::to_string(BillerID) + ",'" +
+            now.date_string() + " " + now.time_string() + "'," + std::to_string(OrderBillID) + "," +
+            std::to_string(StockBillID) + ")");
 
         ex.commit();
         cn->Close();
@@ -101,7 +96,7 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
 void SFKData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                          std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        auto cn = Cn ? Cn : own_connection();
+        auto cn = Cn ? Cn : open_own_connection();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -203,7 +198,7 @@ void SFKData::UnCheckBill(std::vector<std::int32_t>& InterID, std::int32_t /*Che
 }
 
 void SFKData::UnblankOut(std::int32_t InterID) {
-    auto cn = own_connection();
+    auto cn = open_own_connection();
     Executor ex(cn, Handler::None);
     ex.execute("Update WLBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
     cn->Close();

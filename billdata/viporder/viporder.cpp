@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -17,19 +18,8 @@ using common::Handler;
 
 namespace {
 
-std::shared_ptr<ado::Connection> own_connection() {
-    auto cn = ado::Connection::create();
-    cn->Open(common::GetPromptString());
-    return cn;
-}
-
-std::string field(Recordset& rs, const char* name) {
-    return rs.Fields(name).Value().to_string();
-}
-
-std::string num(double v) {
-    return Variant::format_double(v);
-}
+using common::open_own_connection;
+using common::sql_number;
 
 }  // namespace
 
@@ -47,7 +37,7 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
         if (!BillData) throw ComError::platform(ado::err::kObjectRequired);
         Recordset& rows = *BillData;
 
-        auto cn = own_connection();
+        auto cn = open_own_connection();
         Executor ex(cn, Handler::DuplicateKey);
         ex.begin();
 
@@ -77,11 +67,15 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
                        "FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FUnitCost,"
                        "FPreSend) Values(" +
                        std::to_string(inter_id) + "," + row_key + ",'" + row_key + "'," +
-                       field(rows, "FItemID") + "," + field(rows, "FSalerID") + "," +
-                       field(rows, "FQty") + "," + field(rows, "FPrice") + "," +
-                       field(rows, "FAmount") + "," + field(rows, "FZkRate") + "," +
-                       field(rows, "FRetailPrice") + "," + field(rows, "FRetailAmount") + "," +
-                       field(rows, "FUnitCost") + "," + field(rows, "FPreSend") + ")";
+                       common::field_text(rows, "FItemID") + "," +
+                       common::field_text(rows, "FSalerID") + "," +
+                       common::field_text(rows, "FQty") + "," + common::field_text(rows, "FPrice") +
+                       "," + common::field_text(rows, "FAmount") + "," +
+                       common::field_text(rows, "FZkRate") + "," +
+                       common::field_text(rows, "FRetailPrice") + "," +
+                       common::field_text(rows, "FRetailAmount") + "," +
+                       common::field_text(rows, "FUnitCost") + "," +
+                       common::field_text(rows, "FPreSend") + ")";
             });
             // Rows now stand under this id: from here on a clash must fail the save.
             ex.on_duplicate_interior_id(nullptr);
@@ -96,9 +90,10 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
             ex.execute(
                 "Insert Into icorderEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,"
                 "FColorEntryID,FQty) Values(" +
-                std::to_string(inter_id) + ",'" + row_key + "'," + field(rows, "FItemID") + ",'" +
-                field(rows, "FColor") + "'," + field(rows, "FSizeID") + ",0," +
-                field(rows, "FQty") + ")");
+                std::to_string(inter_id) + ",'" + row_key + "'," +
+                common::field_text(rows, "FItemID") + ",'" + common::field_text(rows, "FColor") +
+                "'," + common::field_text(rows, "FSizeID") + ",0," +
+                common::field_text(rows, "FQty") + ")");
 
             if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
             ++entry;
@@ -111,11 +106,11 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
             return "Insert Into icorder(FInterID,FTranType,FDate,FEarnest,FAcctID,FDeleted,"
                    "FBillerID,FSysTime,FOrgaID,FBillNo,FSumQty,FSumAmount,FSumRetailAmount,"
                    "FRemark,FPhone,FOwner) values(" +
-                   std::to_string(inter_id) + ",21,'" + BillDate.to_string() + "'," + num(Earnest) +
-                   "," + std::to_string(AcctID) + ",0," + std::to_string(UserID) + ",getdate()," +
-                   std::to_string(VipID) + ",'" + BillNo + "'," + std::to_string(sum_qty) + "," +
-                   num(sum_amount) + "," + num(sum_retail) + ",'" + Remark + "','" + Phone + "','" +
-                   Owner + "')";
+                   std::to_string(inter_id) + ",21,'" + BillDate.to_string() + "'," +
+                   sql_number(Earnest) + "," + std::to_string(AcctID) + ",0," +
+                   std::to_string(UserID) + ",getdate()," + std::to_string(VipID) + ",'" + BillNo +
+                   "'," + std::to_string(sum_qty) + "," + sql_number(sum_amount) + "," +
+                   sql_number(sum_retail) + ",'" + Remark + "','" + Phone + "','" + Owner + "')";
         });
 
         // The earnest's receipt is written always, amounts 0 included.
@@ -130,8 +125,8 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
                    "FOrderBillID,FStockBillID) Values(" +
                    std::to_string(receipt_id) + ",23,0,0,'" + BillDate.to_string() + "','" +
                    receipt_no + "'," + std::to_string(AcctID) + "," + std::to_string(VipID) + "," +
-                   num(Earnest) + "," + num(Earnest) + ",0,'会员订单：" + BillNo + "'," +
-                   std::to_string(UserID) + ",getdate()," + std::to_string(inter_id) + ",0)";
+                   sql_number(Earnest) + "," + sql_number(Earnest) + ",0,'会员订单：" + BillNo +
+                   "'," + std::to_string(UserID) + ",getdate()," + std::to_string(inter_id) + ",0)";
         });
 
         ex.commit();
@@ -142,7 +137,7 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
 void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                           std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        auto cn = Cn ? Cn : own_connection();
+        auto cn = Cn ? Cn : open_own_connection();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -172,7 +167,7 @@ void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 }
 
 void vipOrder::UnblankOut(std::int32_t InterID) {
-    auto cn = own_connection();
+    auto cn = open_own_connection();
     Executor ex(cn, Handler::None);
     ex.execute("Update icorder set FDeleted=0 where FInterID=" + std::to_string(InterID));
     ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));

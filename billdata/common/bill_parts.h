@@ -1,0 +1,35 @@
+#pragma once
+// Small pieces every bill class uses to build its statements and get its connection.
+
+#include <memory>
+#include <string>
+
+#include "billdata/ado/ado.h"
+#include "billdata/common/session.h"
+
+namespace billdata::common {
+
+// A connection of the operation's own, opened from the session connection string.
+inline std::shared_ptr<ado::Connection> open_own_connection() {
+    auto cn = ado::Connection::create();
+    cn->Open(GetPromptString());
+    return cn;
+}
+
+// A record set argument that the caller left empty is the platform's "object required".
+inline ado::Recordset& require_recordset(const std::shared_ptr<ado::Recordset>& rs) {
+    if (!rs) throw ado::ComError::platform(ado::err::kObjectRequired);
+    return *rs;
+}
+
+// A field of the current row as a statement writes it (the platform's text conversion).
+inline std::string field_text(ado::Recordset& rs, const char* name) {
+    return rs.Fields(name).Value().to_string();
+}
+
+// A double as a statement writes it: invariant, shortest form that reads back exactly.
+inline std::string sql_number(double v) {
+    return ado::Variant::format_double(v);
+}
+
+}  // namespace billdata::common
