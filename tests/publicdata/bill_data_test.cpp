@@ -255,16 +255,6 @@ TEST_F(PublicDataTest, CheckAndUnCheckBillWriteTheMarkOfTheKindsTable) {
     pd_.UnCheckBill(11, "2", 7);
     EXPECT_EQ(rows("select FCheckerID from ICOrder order by FInterID"),
               (std::vector<std::string>{"7", "0"}));
-    // An empty list is refused by the database, under the component's number.
-    try {
-        pd_.CheckBill(11, "", 7);
-        ADD_FAILURE() << "an empty id list was accepted";
-    } catch (const ado::ComError& e) {
-        EXPECT_EQ(e.number(), kComponent);
-        EXPECT_FALSE(e.description().empty());
-    }
-    EXPECT_EQ(rows("select FCheckerID from ICOrder order by FInterID"),
-              (std::vector<std::string>{"7", "0"}));
 }
 
 }  // namespace

@@ -71,37 +71,21 @@ class BuiltinClassTest : public ::testing::Test {
     // The arguments of a cash sale of one scarf (item 6) from `stock` on `date`, as a till sends
     // them.
     static nlohmann::json sale(int stock, const std::string& date, double qty) {
-        return {
-            {"StockID", stock},
-            {"BillDate", date},
-            {"BillData",
-             {{"fields",
-               {"FItemID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice", "FRetailAmount",
-                "FSalerID", "FPreSend", "FUnitCost", "FRefInterId", "FRefEntryID", "FRefTranType",
-                "FColor", "FSizeID"}},
-              {"rows", {{6, qty, 150, 150 * qty, 1, 159, 159 * qty, 2, 0, 60, 0, 0, 0, "", 0}}}}},
-            {"SumAmount", 150 * qty},
-            {"GetCash", 150 * qty},
-            {"GetBlank", 0},
-            {"GetDyq", 0},
-            {"OddMent", 0},
-            {"BillRemark", "r"},
-            {"ClassName", "早班"},
-            {"QkAmount", 0},
-            {"VipID", 0},
-            {"BillerID", 1},
-            {"GetAmount", 150 * qty},
-            {"ChangeAmount", 0},
-            {"GetQk", 0},
-            {"rsPreSendItem", nullptr},
-            {"SumJf", 0},
-            {"AutoDelRefBill", false},
-            {"AmountBogusToVip", 1000},
-            {"JfExchange", 0},
-            {"GetJfAmount", 0},
-            {"Machine", "POS1"},
-            {"StockBillID", 0},
-            {"BillNoBegChar", ""}};
+        auto args = nlohmann::json::parse(R"({
+            "BillData": {"fields": ["FItemID", "FQty", "FPrice", "FAmount", "FZkRate",
+                "FRetailPrice", "FRetailAmount", "FSalerID", "FPreSend", "FUnitCost",
+                "FRefInterId", "FRefEntryID", "FRefTranType", "FColor", "FSizeID"]},
+            "GetBlank": 0, "GetDyq": 0, "OddMent": 0, "BillRemark": "r", "ClassName": "早班",
+            "QkAmount": 0, "VipID": 0, "BillerID": 1, "ChangeAmount": 0, "GetQk": 0,
+            "rsPreSendItem": null, "SumJf": 0, "AutoDelRefBill": false, "AmountBogusToVip": 1000,
+            "JfExchange": 0, "GetJfAmount": 0, "Machine": "POS1", "StockBillID": 0,
+            "BillNoBegChar": ""})");
+        args["StockID"] = stock;
+        args["BillDate"] = date;
+        args["BillData"]["rows"] = {
+            {6, qty, 150, 150 * qty, 1, 159, 159 * qty, 2, 0, 60, 0, 0, 0, "", 0}};
+        args["SumAmount"] = args["GetCash"] = args["GetAmount"] = 150 * qty;
+        return args;
     }
     // The values of one column of a record set given back as JSON.
     static std::vector<nlohmann::json> column(const nlohmann::json& rs, const std::string& name) {
