@@ -1,6 +1,5 @@
 #pragma once
-// The bindings of the component's public classes, one file each (bind_<class>.cpp). A binding
-// registers nothing while its class is not part of the build.
+// The bindings of the component's public classes, one file each (bind_<class>.cpp).
 
 #include "billdata/server/dispatch.h"
 
