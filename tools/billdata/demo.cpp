@@ -49,6 +49,7 @@ DateTime the_day() {
 // Ids of the demo master data.
 constexpr std::int32_t kWarehouse = 1;  // 总仓
 constexpr std::int32_t kNanjingRd = 2;  // 南京路店
+constexpr std::int32_t kHuaihaiRd = 3;  // 淮海路店
 constexpr std::int32_t kTShirt = 1;     // 纯棉T恤, sizes S-XL
 constexpr std::int32_t kShirt = 2;      // 牛津衬衫, sizes S-XL
 constexpr std::int32_t kJeans = 3;      // 修身牛仔裤, sizes 28-34
@@ -165,6 +166,11 @@ class Narrator {
     int chapter_ = 0;
 };
 
+// A save that reports failure without raising an error is as unexpected as an error.
+void saved(bool ok, const std::string& what) {
+    if (!ok) throw ComError(ado::err::kDatabase, what + " was not saved");
+}
+
 std::string num(double v) {
     return Variant::format_double(v);
 }
@@ -243,8 +249,10 @@ class ShopDay {
         PurRkd receipts;
         receipts.Init(cs(), kYear, kPeriod);
         std::int32_t inter_id = old_id;
-        receipts.SaveData(112, the_day(), bill_no, kWarehouse, kMetroApparel, kBank, "美邦到货",
-                          kAdmin, 0, inter_id, rs, qty, amount, size_cells(cells));
+        saved(
+            receipts.SaveData(112, the_day(), bill_no, kWarehouse, kMetroApparel, kBank, "美邦到货",
+                              kAdmin, 0, inter_id, rs, qty, amount, size_cells(cells)),
+            "the purchase receipt");
         return inter_id;
     }
 
@@ -284,7 +292,7 @@ class ShopDay {
 
     void show_stock(std::int32_t item, const std::string& name) {
         auto rs = caller_rows({"FItem", "FStock", "FQty"}, {});
-        for (std::int32_t s : {kWarehouse, kNanjingRd, 3}) {
+        for (std::int32_t s : {kWarehouse, kNanjingRd, kHuaihaiRd}) {
             rs->AddNew();
             rs->Fields(std::size_t{0}).SetValue(name);
             rs->Fields(1).SetValue(
@@ -306,8 +314,9 @@ class ShopDay {
         OtherBill bills;
         bills.Init(cs(), kYear, kPeriod);
         transfer_ = 0;
-        bills.SaveData(31, the_day(), transfer_no_, kNanjingRd, "补货", kWarehouse, "", kManagerLi,
-                       transfer_, lines, cells);
+        saved(bills.SaveData(31, the_day(), transfer_no_, kNanjingRd, "补货", kWarehouse, "",
+                             kManagerLi, transfer_, lines, cells),
+              "the transfer");
         n_.say("OtherBill.SaveData (kind 31) saved transfer " + transfer_no_ +
                ": 20 T-shirts at the day's price of 42.");
         show_stock(kTShirt, "纯棉T恤");
@@ -445,8 +454,9 @@ class ShopDay {
         OrderBill orders;
         orders.Init(cs(), kYear, kPeriod);
         std::int32_t inter_id = 0;
-        orders.SaveData(11, the_day(), order_no_, kSenma, "三月订货", kManagerLi, inter_id, lines,
-                        1000, kBank, cells);
+        saved(orders.SaveData(11, the_day(), order_no_, kSenma, "三月订货", kManagerLi, inter_id,
+                              lines, 1000, kBank, cells) == "True",
+              "the order");
         n_.say(
             "The chinos are running out: 20 are ordered from 森马纺织 Senma Textiles at 95, "
             "with 1000 paid\nin advance from the bank. OrderBill.SaveData writes order " +
@@ -473,8 +483,9 @@ class ShopDay {
         Credit credit;
         credit.Init(cs(), kYear, kPeriod);
         std::int32_t inter_id = 0;
-        credit.SaveData(kind, the_day(), bill_no, kNanjingRd, kLiuYang, "刘洋 Liu Yang",
-                        "13800000001", "试穿", kCashierWang, inter_id, lines, cells);
+        saved(credit.SaveData(kind, the_day(), bill_no, kNanjingRd, kLiuYang, "刘洋 Liu Yang",
+                              "13800000001", "试穿", kCashierWang, inter_id, lines, cells),
+              "the credit bill");
         return inter_id;
     }
 
