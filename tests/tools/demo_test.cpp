@@ -34,15 +34,15 @@ double stock(const std::string& db, std::int32_t stock_id, std::int32_t item_id)
     return common::GetStockQty(cn, stock_id, item_id, 0);
 }
 
-bool has_line_with(const std::string& text, const std::string& a, const std::string& b) {
-    for (std::size_t pos = 0; pos < text.size();) {
-        std::size_t end = text.find('\n', pos);
-        if (end == std::string::npos) end = text.size();
-        const std::string line = text.substr(pos, end - pos);
-        if (line.find(a) != std::string::npos && line.find(b) != std::string::npos) return true;
-        pos = end + 1;
-    }
-    return false;
+// The first line of `text` after `from` that contains `what` ("" when there is none).
+std::string line_with(const std::string& text, const std::string& what, const std::string& from) {
+    const auto start = text.find(from);
+    if (start == std::string::npos) return "";
+    const auto at = text.find(what, start);
+    if (at == std::string::npos) return "";
+    const auto begin = text.rfind('\n', at);
+    const auto end = text.find('\n', at);
+    return text.substr(begin + 1, end - begin - 1);
 }
 
 // The database a run reports on its "Database: " line.
@@ -69,8 +69,11 @@ TEST(Demo, TellsTheDayOnATemporaryDatabase) {
         std::string::npos)
         << day.out;
     // The voided sale is listed with the mark, and again without it once restored.
-    EXPECT_TRUE(has_line_with(day.out, "pos250309-003 | NULL               | ※", "117")) << day.out;
-    EXPECT_TRUE(has_line_with(day.out, "pos250309-003 | NULL               |          |", "117"));
+    const std::string voided = line_with(day.out, "pos250309-003 |", "with DoBlankOut");
+    EXPECT_NE(voided.find("※"), std::string::npos) << day.out;
+    const std::string restored = line_with(day.out, "pos250309-003 |", "UnblankOut restores");
+    EXPECT_NE(restored.find("117"), std::string::npos) << day.out;
+    EXPECT_EQ(restored.find("※"), std::string::npos) << restored;
     // Member points and the price carried forward are told.
     EXPECT_NE(day.out.find("消费增加积分,消费金额：217.00,单号:pos250309-001"), std::string::npos);
     EXPECT_NE(day.out.find("积分兑换金额：5.00,单号:pos250309-002"), std::string::npos);
