@@ -400,8 +400,8 @@ class ShopDay {
                ". The T-shirts on hand when it came\nin are revalued by 3 each, stock by stock:");
         adjustment_rows(receipt_b_);
         n_.say(
-            "Every T-shirt line of the day, newest bill first (negative entries are "
-            "adjustments):");
+            "Every T-shirt line of the day, in the order the bills were entered (negative entries "
+            "are\nadjustments):");
         n_.table(kTShirtTrail);
     }
 
