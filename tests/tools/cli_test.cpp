@@ -1,34 +1,16 @@
 // The billdata program, run as a person or a script runs it.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
 #include <string>
 
 #include "support/test_support.h"
+#include "tools/cli_run.h"
 
 namespace billdata::testing {
 namespace {
 
-struct CliRun {
-    int status = -1;
-    std::string out;  // standard output and standard error together
-};
-
 CliRun run(const std::string& args) {
-    CliRun r;
-    std::string command = std::string(BILLDATA_CLI) + " " + args + " 2>&1";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return r;
-    std::array<char, 4096> buffer{};
-    size_t n = 0;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        r.out.append(buffer.data(), n);
-    int status = ::pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
+    return run_cli(args);
 }
 
 TEST(Cli, InitSqlAndTranslate) {

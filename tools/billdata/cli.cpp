@@ -115,6 +115,14 @@ int run(int argc, char** argv) {
                       "start the session on this database as call does (default: the stream "
                       "calls Init itself)");
 
+    std::string demo_db;
+    bool demo_keep = false;
+    auto* demo = app.add_subcommand(
+        "demo", "a day at a shop, narrated, on a fresh embedded database (seconds)");
+    demo->add_option("--db", demo_db,
+                     "the new database file to create and keep (default: a temporary file)");
+    demo->add_flag("--keep", demo_keep, "keep the temporary database and print where it is");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -128,6 +136,7 @@ int run(int argc, char** argv) {
         if (*call)
             return run_call(call_db, call_year, call_period, call_format, call_target, call_args);
         if (*batch) return run_batch(batch_db);
+        if (*demo) return run_demo(demo_db, demo_keep);
     } catch (const ComError& e) {
         return report(e);
     } catch (const std::exception& e) {

@@ -25,4 +25,10 @@ int run_call(const std::string& db, int year, int period, const std::string& for
 // set, the session starts as `call` would set it; otherwise the stream calls Init itself.
 int run_batch(const std::string& db);
 
+// `billdata demo`: a day at a shop played on a new embedded database with demo master data and
+// told on standard output. `db` empty: a temporary file, removed afterwards unless `keep`;
+// otherwise the new database file to create (refused when it already holds tables), which stays.
+// Returns 0; an unexpected error is thrown as ComError.
+int run_demo(const std::string& db, bool keep);
+
 }  // namespace billdata::cli
