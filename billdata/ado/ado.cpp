@@ -506,4 +506,20 @@ std::shared_ptr<Recordset> Command::Execute(long* records_affected, long options
     return rs;
 }
 
+std::shared_ptr<Recordset> make_recordset(const std::vector<std::string>& fields,
+                                          const std::vector<std::vector<Variant>>& rows) {
+    auto rs = Recordset::create();
+    for (const auto& name : fields)
+        rs->GetFields().Append(name, adVariant);
+    rs->Open();
+    for (const auto& row : rows) {
+        rs->AddNew();
+        for (std::size_t i = 0; i < row.size(); ++i)
+            rs->Fields(i).SetValue(row[i]);
+        rs->Update();
+    }
+    if (!rows.empty()) rs->MoveFirst();
+    return rs;
+}
+
 }  // namespace billdata::ado

@@ -215,6 +215,11 @@ class Recordset : public std::enable_shared_from_this<Recordset> {
     bool editing_ = false;
 };
 
+// A record set the caller builds, with these fields (typed as variants) and rows, positioned on
+// its first row: the way a front end hands bill lines to the component.
+std::shared_ptr<Recordset> make_recordset(const std::vector<std::string>& fields,
+                                          const std::vector<std::vector<Variant>>& rows);
+
 class Parameter {
   public:
     const std::string& Name() const { return name_; }

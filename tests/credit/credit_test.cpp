@@ -24,18 +24,7 @@ struct LineIn {
 // A record set built the way a front end hands rows over.
 std::shared_ptr<ado::Recordset> records(const std::vector<std::string>& fields,
                                         const std::vector<std::vector<ado::Variant>>& rows) {
-    auto rs = ado::Recordset::create();
-    for (const std::string& f : fields)
-        rs->GetFields().Append(f, ado::adVariant);
-    rs->Open();
-    for (const auto& row : rows) {
-        rs->AddNew();
-        for (std::size_t i = 0; i < row.size(); ++i)
-            rs->Fields(i).SetValue(row[i]);
-        rs->Update();
-    }
-    if (!rows.empty()) rs->MoveFirst();
-    return rs;
+    return ado::make_recordset(fields, rows);
 }
 
 // Lines at retail twice the price, discount 0.5, unit cost half the price.

@@ -15,18 +15,7 @@ namespace billdata::testing {
 // The caller's record set of bill lines: the named fields, then one row per entry.
 inline std::shared_ptr<ado::Recordset> record_set(
     const std::vector<std::string>& fields, const std::vector<std::vector<ado::Variant>>& rows) {
-    auto rs = ado::Recordset::create();
-    for (const auto& f : fields)
-        rs->GetFields().Append(f, ado::adVariant);
-    rs->Open();
-    for (const auto& row : rows) {
-        rs->AddNew();
-        for (std::size_t i = 0; i < row.size(); ++i)
-            rs->Fields(i).SetValue(row[i]);
-        rs->Update();
-    }
-    if (!rows.empty()) rs->MoveFirst();
-    return rs;
+    return ado::make_recordset(fields, rows);
 }
 
 // Lines of a purchase receipt: item, row key, quantity, price, historical price; amounts follow.

@@ -65,18 +65,7 @@ constexpr std::int32_t kCash = 1, kBank = 2;
 
 // A record set filled the way a front end hands bill lines over, on its first row.
 std::shared_ptr<Recordset> caller_rows(const std::vector<std::string>& fields, const Rows& rows) {
-    auto rs = Recordset::create();
-    for (const auto& name : fields)
-        rs->GetFields().Append(name, ado::adVariant);
-    rs->Open();
-    for (const auto& row : rows) {
-        rs->AddNew();
-        for (std::size_t i = 0; i < row.size(); ++i)
-            rs->Fields(i).SetValue(row[i]);
-        rs->Update();
-    }
-    if (!rows.empty()) rs->MoveFirst();
-    return rs;
+    return ado::make_recordset(fields, rows);
 }
 
 // Size/colour cells of a stock or order bill: one per (row key, item, size, colour, quantity).
