@@ -16,6 +16,30 @@ inline std::shared_ptr<ado::Connection> open_own_connection() {
     return cn;
 }
 
+// A connection of the operation's own, closed on every way out; closing rolls back a transaction
+// that is still open, so a failed save or close leaves nothing half done.
+class OwnConnection {
+  public:
+    OwnConnection() : OwnConnection(GetPromptString()) {}
+    explicit OwnConnection(const std::string& connection_string) : cn_(ado::Connection::create()) {
+        cn_->Open(connection_string);
+    }
+    ~OwnConnection() {
+        try {
+            cn_->Close();
+        } catch (...) {
+            // Closing never reports: the operation's own error is the one that matters.
+        }
+    }
+    OwnConnection(const OwnConnection&) = delete;
+    OwnConnection& operator=(const OwnConnection&) = delete;
+
+    const std::shared_ptr<ado::Connection>& get() const { return cn_; }
+
+  private:
+    std::shared_ptr<ado::Connection> cn_;
+};
+
 // A record set argument that the caller left empty is the platform's "object required".
 inline ado::Recordset& require_recordset(const std::shared_ptr<ado::Recordset>& rs) {
     if (!rs) throw ado::ComError::platform(ado::err::kObjectRequired);

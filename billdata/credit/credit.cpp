@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -24,26 +25,7 @@ constexpr std::int16_t kReturn = 17;
 // Returned quantities are compared after sums of decimals: a hair above what is out is rounding.
 constexpr double kQtyTolerance = 1e-9;
 
-// A connection of the operation's own, closed on every way out (closing rolls back a
-// transaction that is still open).
-class OwnConnection {
-  public:
-    OwnConnection() : cn_(ado::Connection::create()) { cn_->Open(common::GetPromptString()); }
-    ~OwnConnection() {
-        try {
-            cn_->Close();
-        } catch (...) {
-            // Closing never reports: the operation's own error is the one that matters.
-        }
-    }
-    OwnConnection(const OwnConnection&) = delete;
-    OwnConnection& operator=(const OwnConnection&) = delete;
-
-    const std::shared_ptr<ado::Connection>& get() const { return cn_; }
-
-  private:
-    std::shared_ptr<ado::Connection> cn_;
-};
+using common::OwnConnection;
 
 // A value that goes into a statement as a number: its own text, once it is known to be one, so
 // that a null or a word is refused before anything is written.

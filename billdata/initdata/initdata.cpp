@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
 
@@ -16,28 +17,7 @@ namespace {
 using common::Executor;
 using common::Handler;
 
-// A connection of the operation's own, closed on every way out (closing rolls back a transaction
-// that is still open, so a failed close or reopen leaves nothing half done).
-class OwnConnection {
-  public:
-    explicit OwnConnection(const std::string& connection_string) : cn_(ado::Connection::create()) {
-        cn_->Open(connection_string);
-    }
-    ~OwnConnection() {
-        try {
-            cn_->Close();
-        } catch (...) {
-            // Closing never reports: the operation's own error is the one that matters.
-        }
-    }
-    OwnConnection(const OwnConnection&) = delete;
-    OwnConnection& operator=(const OwnConnection&) = delete;
-
-    const std::shared_ptr<ado::Connection>& get() const { return cn_; }
-
-  private:
-    std::shared_ptr<ado::Connection> cn_;
-};
+using common::OwnConnection;
 
 // A value that goes into a statement as a number: its own text, once it is known to be one (a
 // null or a word would otherwise make the statement fail half way through the replacement).

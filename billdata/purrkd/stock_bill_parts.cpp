@@ -76,10 +76,4 @@ std::string list_window() {
            today.add_days(1).to_string() + "'";
 }
 
-std::shared_ptr<ado::Connection> open_own_connection() {
-    auto cn = ado::Connection::create();
-    cn->Open(common::GetPromptString());
-    return cn;
-}
-
 }  // namespace billdata::stock_bill

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "billdata/ado/ado.h"
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 
 namespace billdata::stock_bill {
@@ -35,9 +36,7 @@ void write_size_rows(common::Executor& ex, const std::int32_t& id,
 // last ListDays days (up to tomorrow's midnight) when ListDays > 0.
 std::string list_window();
 
-// Opens a connection of its own from the session's connection string; it closes (rolling back
-// any open transaction) when the last reference goes.
-std::shared_ptr<ado::Connection> open_own_connection();
+using common::open_own_connection;
 
 // Closes a connection on every exit of an operation that owns it.
 class ConnectionCloser {
