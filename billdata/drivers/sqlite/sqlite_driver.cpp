@@ -318,9 +318,18 @@ class SqliteSession final : public ado::driver::Session {
     std::unique_ptr<ado::driver::Cursor> execute(std::string_view tsql,
                                                  const ado::driver::ExecOptions& options,
                                                  long* affected) override;
-    void begin() override { run_control("BEGIN IMMEDIATE"); }
-    void commit() override { run_control("COMMIT"); }
-    void rollback() override { run_control("ROLLBACK"); }
+    void begin() override {
+        schema_checked_ = false;
+        run_control("BEGIN IMMEDIATE");
+    }
+    void commit() override {
+        schema_checked_ = false;
+        run_control("COMMIT");
+    }
+    void rollback() override {
+        schema_checked_ = false;
+        run_control("ROLLBACK");
+    }
     bool in_transaction() const override { return !sqlite3_get_autocommit(db_); }
     std::unique_ptr<ado::driver::Cursor> call(std::string_view procedure,
                                               std::vector<ado::driver::ProcArg>& args) override;
@@ -355,6 +364,10 @@ class SqliteSession final : public ado::driver::Session {
     sqlite3* db_;
     bool use_cache_;
     bool pooled_;
+    // The schema was checked inside the transaction now open. A transaction holds the write lock
+    // from its BEGIN, so no other connection can change the schema until it ends: one check per
+    // transaction is enough, where a statement in autocommit checks every time.
+    bool schema_checked_ = false;
     std::vector<SqliteCursor*> live_;
 };
 
@@ -645,7 +658,10 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
 std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
                                                             const ado::driver::ExecOptions& options,
                                                             long* affected) {
-    refresh_catalog();
+    if (!schema_checked_) {
+        refresh_catalog();
+        schema_checked_ = in_transaction();
+    }
     if (use_cache_) {
         dialect::Shape shape;
         try {
