@@ -189,12 +189,12 @@ class Lexer {
 // find literals exactly where the lexer does. Bytes of multi-byte UTF-8 characters count as
 // letters, so that names in any script lex as names.
 namespace lexer_detail {
-inline bool is_name_start(char c) {
+constexpr bool is_name_start(char c) {
     const auto u = static_cast<unsigned char>(c);
     const auto folded = static_cast<unsigned char>(u | 0x20);
     return (folded >= 'a' && folded <= 'z') || u >= 0x80 || c == '_' || c == '#';
 }
-inline bool is_name_char(char c) {
+constexpr bool is_name_char(char c) {
     return is_name_start(c) || (c >= '0' && c <= '9') || c == '@' || c == '$';
 }
 }  // namespace lexer_detail

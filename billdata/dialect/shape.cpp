@@ -1,6 +1,8 @@
 // Statement shapes and literal values for the driver's statement cache.
 
+#include <array>
 #include <charconv>
+#include <cstdint>
 
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/lexer.h"
@@ -25,6 +27,30 @@ std::size_t significant_digits(std::string_view token) {
         ++n;
     }
     return n;
+}
+
+// Character classes of the shape scan, one table lookup per character.
+enum : std::uint8_t { kNameStart = 1, kNameChar = 2, kDigit = 4, kSpecial = 8 };
+
+constexpr std::array<std::uint8_t, 256> make_shape_classes() {
+    std::array<std::uint8_t, 256> t{};
+    for (int i = 0; i < 256; ++i) {
+        const char c = static_cast<char>(i);
+        std::uint8_t k = 0;
+        if (lexer_detail::is_name_start(c)) k |= kNameStart;
+        if (lexer_detail::is_name_char(c)) k |= kNameChar;
+        if (c >= '0' && c <= '9') k |= kDigit;
+        for (char special : {'\'', '[', '"', '@', '-', '/', '.'})
+            if (c == special) k |= kSpecial;
+        t[static_cast<std::size_t>(i)] = k;
+    }
+    return t;
+}
+
+constexpr auto kShapeClasses = make_shape_classes();
+
+inline std::uint8_t shape_class(char c) {
+    return kShapeClasses[static_cast<unsigned char>(c)];
 }
 
 }  // namespace
@@ -72,7 +98,7 @@ Shape statement_shape(std::string_view tsql) {
     auto fail = [](const char* what, std::size_t pos) {
         throw DialectError(std::string(what) + " at position " + std::to_string(pos), pos, what);
     };
-    auto digit = [&](std::size_t k) { return k < n && s[k] >= '0' && s[k] <= '9'; };
+    auto digit = [&](std::size_t k) { return k < n && (shape_class(s[k]) & kDigit); };
     // A quoted run from s[i] (the opening character) to just past its closing one; a doubled
     // closing character stands for itself. An unterminated run is reported at `start`.
     auto quoted = [&](std::size_t start, std::size_t i, char close, const char* unterminated) {
@@ -100,18 +126,24 @@ Shape statement_shape(std::string_view tsql) {
     std::size_t i = 0;
     while (i < n) {
         const char c = s[i];
-        if (lexer_detail::is_name_start(c)) {
+        const std::uint8_t k = shape_class(c);
+        if (!(k & (kNameStart | kDigit | kSpecial))) {
+            ++i;  // blanks, operators, punctuation
+            continue;
+        }
+        if (k & kNameStart) {
             if ((c == 'N' || c == 'n') && i + 1 < n && s[i + 1] == '\'') {
                 const std::size_t end = quoted(i, i + 1, '\'', "unterminated string");
                 literal(i, end, Literal::Kind::NString, 'n');
                 i = end;
                 continue;
             }
-            while (i < n && lexer_detail::is_name_char(s[i]))
+            ++i;
+            while (i < n && (shape_class(s[i]) & kNameChar))
                 ++i;
             continue;
         }
-        if (digit(i) || (c == '.' && digit(i + 1))) {
+        if ((k & kDigit) || (c == '.' && digit(i + 1))) {
             const std::size_t start = i;
             bool whole = true;
             while (digit(i))
@@ -153,7 +185,7 @@ Shape statement_shape(std::string_view tsql) {
             }
             case '@':
                 ++i;
-                while (i < n && lexer_detail::is_name_char(s[i]))
+                while (i < n && (shape_class(s[i]) & kNameChar))
                     ++i;
                 break;
             case '-':

@@ -380,9 +380,9 @@ SqliteCursor::~SqliteCursor() {
 
 void SqliteCursor::finish() {
     if (cached_) {
-        // The cache's statement goes back ready for the next statement of its shape.
+        // The cache's statement goes back ready for the next statement of its shape, which
+        // binds every parameter afresh.
         sqlite3_reset(stmt_);
-        sqlite3_clear_bindings(stmt_);
         cached_->busy = false;
         cached_.reset();
     } else {
@@ -730,7 +730,6 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
     auto release = [&] {
         if (cached) {
             sqlite3_reset(stmt);
-            sqlite3_clear_bindings(stmt);
             cached->busy = false;
         } else {
             sqlite3_finalize(stmt);
@@ -789,32 +788,13 @@ class SqliteDriver final : public ado::driver::Driver {
     }
 
     std::shared_ptr<ado::driver::Session> open(const ado::ConnectionString& cs) override {
-        cs.require_known({"provider", "data source", "synchronous", "busy timeout", "lock timeout",
-                          "pooling", "statement cache"});
-        const std::string path = cs.get("data source");
-        if (path.empty()) throw bad_option("the connection string names no Data Source");
-
-        const std::string sync = upper(cs.get("synchronous", "Full"));
-        if (sync != "NORMAL" && sync != "FULL" && sync != "OFF")
-            throw bad_option("Synchronous must be Normal, Full or Off, not '" +
-                             cs.get("synchronous") + "'");
-        int busy_ms = kDefaultBusyTimeoutMs;
-        if (cs.has("busy timeout")) {
-            const std::string v = cs.get("busy timeout");
-            auto r = std::from_chars(v.data(), v.data() + v.size(), busy_ms);
-            if (r.ec != std::errc() || r.ptr != v.data() + v.size() || busy_ms < 0)
-                throw bad_option("Busy Timeout must be a number of milliseconds, not '" + v + "'");
-        }
-        if (cs.has("lock timeout")) {
-            double seconds = 0;
-            if (!Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
-                throw bad_option("Lock Timeout must be a number of seconds, not '" +
-                                 cs.get("lock timeout") + "'");
-        }
-
-        const bool pooling = parse_switch(cs, "pooling") && !switched_off("BILLDATA_POOLING");
-        const bool cache =
-            parse_switch(cs, "statement cache") && !switched_off("BILLDATA_STATEMENT_CACHE");
+        const Options o = options_of(cs);
+        const bool pooling = o.pooling && !switched_off("BILLDATA_POOLING");
+        const bool cache = o.cache && !switched_off("BILLDATA_STATEMENT_CACHE");
+        const std::string& path = o.path;
+        const std::string& sync = o.sync;
+        const int busy_ms = o.busy_ms;
+        const std::string& key = o.key;
 
         // Never create a database here: a mistyped path must not become an empty shop.
         dev_t dev = 0;
@@ -822,7 +802,6 @@ class SqliteDriver final : public ado::driver::Driver {
         if (!file_identity(path, dev, ino))
             throw bad_option("the database file '" + path + "' does not exist");
 
-        const std::string key = path + '\x1f' + sync + '\x1f' + std::to_string(busy_ms);
         if (pooling) {
             if (auto h = HandlePool::instance().take(key, dev, ino))
                 return std::make_shared<SqliteSession>(std::move(h), cache, true);
@@ -865,6 +844,53 @@ class SqliteDriver final : public ado::driver::Driver {
     }
 
   private:
+    // What a connection string asks for, checked once per string: every operation opens a
+    // connection of its own with the same string.
+    struct Options {
+        std::string path, sync, key;
+        int busy_ms = kDefaultBusyTimeoutMs;
+        bool pooling = true, cache = true;
+    };
+
+    static Options options_of(const ado::ConnectionString& cs) {
+        thread_local std::vector<std::pair<std::string, Options>> recent;  // newest last
+        for (auto it = recent.rbegin(); it != recent.rend(); ++it)
+            if (it->first == cs.text()) return it->second;
+        Options o = parse_options(cs);
+        if (recent.size() >= 4) recent.erase(recent.begin());
+        recent.emplace_back(cs.text(), o);
+        return o;
+    }
+
+    static Options parse_options(const ado::ConnectionString& cs) {
+        cs.require_known({"provider", "data source", "synchronous", "busy timeout", "lock timeout",
+                          "pooling", "statement cache"});
+        Options o;
+        o.path = cs.get("data source");
+        if (o.path.empty()) throw bad_option("the connection string names no Data Source");
+
+        o.sync = upper(cs.get("synchronous", "Full"));
+        if (o.sync != "NORMAL" && o.sync != "FULL" && o.sync != "OFF")
+            throw bad_option("Synchronous must be Normal, Full or Off, not '" +
+                             cs.get("synchronous") + "'");
+        if (cs.has("busy timeout")) {
+            const std::string v = cs.get("busy timeout");
+            auto r = std::from_chars(v.data(), v.data() + v.size(), o.busy_ms);
+            if (r.ec != std::errc() || r.ptr != v.data() + v.size() || o.busy_ms < 0)
+                throw bad_option("Busy Timeout must be a number of milliseconds, not '" + v + "'");
+        }
+        if (cs.has("lock timeout")) {
+            double seconds = 0;
+            if (!Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
+                throw bad_option("Lock Timeout must be a number of seconds, not '" +
+                                 cs.get("lock timeout") + "'");
+        }
+        o.pooling = parse_switch(cs, "pooling");
+        o.cache = parse_switch(cs, "statement cache");
+        o.key = o.path + '\x1f' + o.sync + '\x1f' + std::to_string(o.busy_ms);
+        return o;
+    }
+
     // True|False|Yes|No|1|0, default true.
     static bool parse_switch(const ado::ConnectionString& cs, std::string_view keyword) {
         if (!cs.has(keyword)) return true;
