@@ -87,7 +87,7 @@ inline void print_row(const Row& r) {
 
 inline std::string ratio_text(double ratio) {
     char buf[32];
-    std::snprintf(buf, sizeof buf, "%.2f", ratio);
+    std::snprintf(buf, sizeof buf, ratio >= 100 ? "%.0f" : "%.2f", ratio);
     return buf;
 }
 
