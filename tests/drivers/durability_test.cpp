@@ -117,6 +117,14 @@ TEST(Durability, FullSyncsTheLogAtEachCommitAndOnceForAConnectionsAutocommitWork
     EXPECT_EQ(log_syncs - before, 1);
     EXPECT_EQ(scalar(db, "select count(*) from T"), "26");
 
+    // A statement that changes nothing leaves nothing to sync.
+    before = log_syncs;
+    cn->Open(full);
+    cn->Execute("update T set FQty=2 where FID=999");
+    cn->Execute("delete from T where FID=999");
+    cn->Close();
+    EXPECT_EQ(log_syncs - before, 0);
+
     // Pooled handles sync before they go back to the pool.
     before = log_syncs;
     cn->Open(sqlite_connection(db));

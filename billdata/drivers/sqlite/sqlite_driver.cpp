@@ -778,6 +778,8 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
         if (affected) *affected = -1;
         return cursor;
     }
+    // A statement that changed no row commits nothing that needs syncing.
+    const int changes_before = entry.writes ? sqlite3_total_changes(db_) : 0;
     int rc;
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
     }
@@ -787,7 +789,9 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
         throw e;
     }
     if (affected) *affected = sqlite3_changes(db_);
-    if (entry.writes && handle_->sync_full && sqlite3_get_autocommit(db_)) unsynced_ = true;
+    if (entry.writes && handle_->sync_full && sqlite3_get_autocommit(db_) &&
+        sqlite3_total_changes(db_) != changes_before)
+        unsynced_ = true;
     release();
     return nullptr;
 }
