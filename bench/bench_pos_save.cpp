@@ -1,19 +1,25 @@
-// Till sales saved per second on an embedded database — 5 lines with sizes, a member card and
-// one pre-sent item — through PosData::SaveData, side by side with a plain program that sends
-// the very same translated statements to SQLite itself (prepare, step, finalize; texts
-// translated once up front). The ratio of the two times is what the component's layers cost on
-// top of the engine's own work.
+// Till sales saved per second — 5 lines with sizes, a member card and one pre-sent item —
+// through PosData::SaveData, side by side with a plain program that sends the very same
+// translated statements to SQLite itself, each prepared once and then bound and stepped for
+// every sale. The ratio is what the component's layers cost on top of the engine's own work.
+// Measured with WAL and synchronous NORMAL and FULL, on a fresh shop and on one that already
+// holds 200,000 sales (generated once with plain inserts and kept under the build folder).
+// BENCH_SCALE=<fraction> shortens the runs and shrinks the large shop for a quick try.
 
-#include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <stdlib.h>
 
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench_table.h"
 #include "billdata/ado/ado.h"
 #include "billdata/common/session.h"
 #include "billdata/dialect/dialect.h"
@@ -26,36 +32,18 @@ namespace {
 
 using namespace billdata;
 
-// A scratch folder for the databases of one run, removed at exit.
-struct Scratch {
-    std::filesystem::path dir;
-    int shops = 0;
-    Scratch() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "bench_pos_XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot create a scratch folder");
-        dir = pattern;
-    }
-    ~Scratch() {
-        std::error_code ec;
-        std::filesystem::remove_all(dir, ec);
-    }
-    // A new demo shop (year 2025, period 3); returns its path. Every run of a benchmark
-    // function gets a shop of its own.
-    std::string shop(const std::string& name) {
-        const std::string path = (dir / (std::to_string(++shops) + name)).string();
-        schema::create_database(path, true, 2025, 3);
-        return path;
-    }
-};
+// The interior id that the captured sale is given, so that it can be told from other numbers.
+constexpr std::int64_t kSentinel = 987654321;
+// The captured sale's date and number, replaced when the large shop is generated.
+constexpr const char* kDate = "2025-03-09";
+constexpr const char* kBillNo = "pos250309-002";
 
-Scratch& scratch() {
-    static Scratch s;
-    return s;
+std::string connection_string(const std::string& path, const std::string& sync) {
+    return "Provider=SQLite;Data Source=" + path + ";Synchronous=" + sync;
 }
 
-std::string connection_string(const std::string& path) {
-    return "Provider=SQLite;Data Source=" + path;
+void new_shop(const std::string& path) {
+    schema::create_database(path, true, 2025, 3);
 }
 
 // The sale every iteration saves: five lines with colours and sizes, one pre-sent item.
@@ -123,120 +111,384 @@ struct SaleInput {
     }
 };
 
-void BM_PosSave_Component(benchmark::State& state) {
-    const std::string path = scratch().shop("component.db");
-    common::session() = common::SessionContext{};
-    PosData().Init(connection_string(path), 2025, 3);
-    SaleInput sale;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(sale.save());
-    state.SetItemsProcessed(state.iterations());
-    state.SetLabel("sales");
-}
-
-// The translated statements of one sale, its interior id standing as kSentinel.
-constexpr const char* kSentinel = "987654321";
-
-struct PlainSale {
-    std::vector<std::string> in_transaction;
-    std::vector<std::string> after_commit;
+// One T-SQL statement of the captured sale.
+struct Captured {
+    std::string tsql;
+    bool after_commit = false;
 };
 
-// Saves two sales through the component on a scratch shop and keeps the statements of the
-// second (a day's later sale: the bill-number counter row exists), translated once.
-PlainSale capture() {
-    const std::string path = scratch().shop("capture.db");
+// Saves two sales through the component on a scratch shop and keeps the statement texts of the
+// second (a later sale of the day: the bill-number counter row exists), as the SQL log has them.
+std::vector<Captured> capture(const bench::Scratch& scratch) {
+    const std::string path = scratch.path("capture.db");
+    new_shop(path);
     {
         auto cn = ado::Connection::create();
-        cn->Open(connection_string(path));
-        cn->Execute("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(0,987654319,'')");
+        cn->Open(connection_string(path, "Normal"));
+        cn->Execute("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(0," +
+                    std::to_string(kSentinel - 2) + ",'')");
     }
     common::session() = common::SessionContext{};
-    PosData().Init(connection_string(path), 2025, 3);
+    PosData().Init(connection_string(path, "Normal"), 2025, 3);
     SaleInput sale;
     sale.save();
-    const std::string log = (scratch().dir / "capture.log").string();
+    const std::string log = scratch.path("capture.log");
     setenv("BILLDATA_SQL_LOG", log.c_str(), 1);
     const std::int32_t id = sale.save();
     unsetenv("BILLDATA_SQL_LOG");
-    if (std::to_string(id) != kSentinel) throw std::runtime_error("unexpected interior id");
+    if (id != kSentinel) throw std::runtime_error("unexpected interior id of the captured sale");
 
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-    drivers::sqlite::register_tsql_runtime(db);
-    const dialect::Catalog catalog = drivers::sqlite::read_catalog(db);
-    sqlite3_close(db);
-
-    PlainSale plain;
+    std::vector<Captured> out;
     std::ifstream in(log);
     bool committed = false;
     for (std::string line; std::getline(in, line);) {
         // The sold-quantity updates are the first statements after the commit.
         if (line.rfind("Update t1 set t1.FSaleQty", 0) == 0) committed = true;
-        auto& list = committed ? plain.after_commit : plain.in_transaction;
-        list.push_back(dialect::translate_sqlite(line, catalog).sql);
+        out.push_back({line, committed});
     }
-    if (plain.in_transaction.size() < 10 || plain.after_commit.size() != 2)
-        throw std::runtime_error("unexpected statement log of a sale");
-    return plain;
+    if (out.size() < 15) throw std::runtime_error("unexpected statement log of a sale");
+    return out;
 }
 
-void run_plain(sqlite3* db, const std::string& sql) {
+// A parameter of a prepared statement: the captured literal's value, and whether it is the
+// captured sale's interior id (bound afresh for every sale).
+struct Param {
+    dialect::LiteralValue value;
+    bool is_id = false;
+};
+
+struct Prepared {
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK)
-        throw std::runtime_error(sqlite3_errmsg(db));
-    int rc;
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
-    }
-    sqlite3_finalize(stmt);
-    if (rc != SQLITE_DONE) throw std::runtime_error(sqlite3_errmsg(db));
-}
+    std::vector<Param> params;
+    bool after_commit = false;
+    bool reads = false;
+    bool counter = false;  // a statement of the bill-number counter
+};
 
-std::string with_id(std::string sql, const std::string& id) {
-    for (auto at = sql.find(kSentinel); at != std::string::npos; at = sql.find(kSentinel, at))
-        sql.replace(at, std::char_traits<char>::length(kSentinel), id);
-    return sql;
-}
-
-void BM_PosSave_PlainSQLite(benchmark::State& state) {
-    static const PlainSale plain = capture();
-    const std::string path = scratch().shop("plain.db");
-    {
-        // The counter rows the component's shop has after its first sale of the day.
-        auto cn = ado::Connection::create();
-        cn->Open(connection_string(path));
-        cn->Execute("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(0,0,'')");
-        cn->Execute("insert into ICBillNo(FTranType,FDate,FMaxNum) values(99,'2025-03-09',1)");
-    }
+sqlite3* open_plain(const std::string& path, const std::string& sync) {
     sqlite3* db = nullptr;
-    sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) !=
+        SQLITE_OK)
+        throw std::runtime_error("cannot open " + path);
     sqlite3_busy_timeout(db, 5000);
     drivers::sqlite::register_tsql_runtime(db);
-    // The same durability as the component's connections.
-    sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;", nullptr, nullptr,
-                 nullptr);
-    std::int64_t next_id = 1;
-    try {
-        for (auto _ : state) {
-            const std::string id = std::to_string(next_id++);
-            run_plain(db, "BEGIN IMMEDIATE");
-            for (const std::string& sql : plain.in_transaction)
-                run_plain(db, with_id(sql, id));
-            run_plain(db, "COMMIT");
-            for (const std::string& sql : plain.after_commit)
-                run_plain(db, with_id(sql, id));
-        }
-    } catch (const std::exception& e) {
-        state.SkipWithError(e.what());
-    }
-    sqlite3_close(db);
-    state.SetItemsProcessed(state.iterations());
-    state.SetLabel("sales");
+    const std::string pragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=" + sync + ";";
+    sqlite3_exec(db, pragmas.c_str(), nullptr, nullptr, nullptr);
+    return db;
 }
 
-BENCHMARK(BM_PosSave_Component)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_PosSave_PlainSQLite)->Unit(benchmark::kMicrosecond);
+[[noreturn]] void fail(sqlite3* db, const std::string& what) {
+    throw std::runtime_error(what + ": " + sqlite3_errmsg(db));
+}
+
+// The plain program: the translated statements of the captured sale, prepared once on its own
+// handle, each sale binding the captured values with its own interior id.
+class PlainProgram {
+  public:
+    PlainProgram(const std::vector<Captured>& sale, const std::string& path,
+                 const std::string& sync)
+        : db_(open_plain(path, sync)) {
+        const dialect::Catalog catalog = drivers::sqlite::read_catalog(db_);
+        dialect::TranslateOptions options;
+        options.parameterise = true;
+        for (const Captured& c : sale) {
+            const dialect::Shape shape = dialect::statement_shape(c.tsql);
+            const dialect::Translation tr = dialect::translate_sqlite(c.tsql, catalog, options);
+            Prepared p;
+            p.after_commit = c.after_commit;
+            p.counter = c.tsql.find("ICBillNo") != std::string::npos;
+            for (const dialect::Literal& l : shape.literals) {
+                bool bound = false;
+                for (std::size_t offset : tr.parameters)
+                    bound = bound || offset == l.offset;
+                const std::string_view token = std::string_view(c.tsql).substr(l.offset, l.length);
+                if (!bound && token == std::to_string(kSentinel))
+                    throw std::runtime_error("the interior id is written inline: " + tr.sql);
+            }
+            for (std::size_t offset : tr.parameters) {
+                std::size_t length = 0;
+                for (const dialect::Literal& l : shape.literals)
+                    if (l.offset == offset) length = l.length;
+                Param param;
+                if (!dialect::literal_value(std::string_view(c.tsql).substr(offset, length),
+                                            param.value))
+                    throw std::runtime_error("a literal that cannot be bound: " + c.tsql);
+                param.is_id = param.value.type == dialect::LiteralValue::Type::Integer &&
+                              param.value.integer == kSentinel;
+                p.params.push_back(std::move(param));
+            }
+            if (sqlite3_prepare_v2(db_, tr.sql.c_str(), -1, &p.stmt, nullptr) != SQLITE_OK)
+                fail(db_, "prepare " + tr.sql);
+            p.reads = sqlite3_stmt_readonly(p.stmt);
+            statements_.push_back(std::move(p));
+        }
+        sqlite3_prepare_v2(db_, "BEGIN IMMEDIATE", -1, &begin_, nullptr);
+        sqlite3_prepare_v2(db_, "COMMIT", -1, &commit_, nullptr);
+    }
+    ~PlainProgram() {
+        for (Prepared& p : statements_)
+            sqlite3_finalize(p.stmt);
+        sqlite3_finalize(begin_);
+        sqlite3_finalize(commit_);
+        sqlite3_close_v2(db_);
+    }
+    PlainProgram(const PlainProgram&) = delete;
+    PlainProgram& operator=(const PlainProgram&) = delete;
+
+    // One sale as the component issues it: the transaction, then the statements after it.
+    void save(std::int64_t id) {
+        step(begin_);
+        for (const Prepared& p : statements_)
+            if (!p.after_commit) run(p, id, nullptr);
+        step(commit_);
+        for (const Prepared& p : statements_)
+            if (p.after_commit) run(p, id, nullptr);
+    }
+
+    // Writes one generated sale (no reads, no counter rows) with its id, date and number.
+    void write_generated(std::int64_t id, const std::string& date, const std::string& bill_no) {
+        const std::string substitutes[2][2] = {{kDate, date}, {kBillNo, bill_no}};
+        for (const Prepared& p : statements_)
+            if (!p.after_commit && !p.reads && !p.counter) run(p, id, substitutes);
+    }
+
+    void exec(const std::string& sql) {
+        if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) fail(db_, sql);
+    }
+
+  private:
+    void step(sqlite3_stmt* stmt) {
+        int rc;
+        while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+        }
+        sqlite3_reset(stmt);
+        if (rc != SQLITE_DONE) fail(db_, sqlite3_sql(stmt));
+    }
+
+    void run(const Prepared& p, std::int64_t id, const std::string (*substitutes)[2]) {
+        int index = 0;
+        for (const Param& param : p.params) {
+            ++index;
+            switch (param.value.type) {
+                case dialect::LiteralValue::Type::Integer:
+                    sqlite3_bind_int64(p.stmt, index, param.is_id ? id : param.value.integer);
+                    break;
+                case dialect::LiteralValue::Type::Real:
+                    sqlite3_bind_double(p.stmt, index, param.value.real);
+                    break;
+                case dialect::LiteralValue::Type::Text:
+                    if (substitutes) {
+                        std::string text = param.value.text;
+                        for (int s = 0; s < 2; ++s)
+                            for (auto at = text.find(substitutes[s][0]); at != std::string::npos;
+                                 at = text.find(substitutes[s][0], at + substitutes[s][1].size()))
+                                text.replace(at, substitutes[s][0].size(), substitutes[s][1]);
+                        sqlite3_bind_text(p.stmt, index, text.data(), static_cast<int>(text.size()),
+                                          SQLITE_TRANSIENT);
+                    } else {
+                        sqlite3_bind_text(p.stmt, index, param.value.text.data(),
+                                          static_cast<int>(param.value.text.size()), SQLITE_STATIC);
+                    }
+                    break;
+            }
+        }
+        step(p.stmt);
+    }
+
+    sqlite3* db_;
+    std::vector<Prepared> statements_;
+    sqlite3_stmt* begin_ = nullptr;
+    sqlite3_stmt* commit_ = nullptr;
+};
+
+// A new demo shop for the plain program, with the counter rows the component's shop has after
+// its first sale of the day (so that the captured updates find their rows).
+void new_plain_shop(const std::string& path) {
+    new_shop(path);
+    auto cn = ado::Connection::create();
+    cn->Open(connection_string(path, "Normal"));
+    cn->Execute("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(0,0,'')");
+    cn->Execute("insert into ICBillNo(FTranType,FDate,FMaxNum) values(99,'2025-03-09',1)");
+}
+
+std::uint64_t fnv1a(std::string_view text, std::uint64_t h = 1469598103934665603ULL) {
+    for (unsigned char c : text) {
+        h ^= c;
+        h *= 1099511628211ULL;
+    }
+    return h;
+}
+
+std::string schema_text(const std::string& path) {
+    sqlite3* db = nullptr;
+    sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    sqlite3_stmt* st = nullptr;
+    sqlite3_prepare_v2(db, "select group_concat(sql, ';') from sqlite_master", -1, &st, nullptr);
+    std::string text;
+    if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_text(st, 0))
+        text = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    return text;
+}
+
+// "YYYY-MM-DD" of `days` days before the captured sale's date.
+std::string day_before(int days) {
+    std::tm tm{};
+    tm.tm_year = 2025 - 1900;
+    tm.tm_mon = 2;
+    tm.tm_mday = 9 - days;
+    tm.tm_hour = 12;
+    std::mktime(&tm);
+    char out[16];
+    std::strftime(out, sizeof out, "%Y-%m-%d", &tm);
+    return out;
+}
+
+// The shop with `sales` sales already saved, 270 a day up to the day before the measured sales,
+// each the captured sale with its own id, date and number. Generated once with the plain
+// program's statements in one transaction and kept under the build folder, keyed by the schema
+// and the sale's statements, so that a changed schema or sale makes a new one.
+std::string large_shop(const std::vector<Captured>& sale, const bench::Scratch& scratch,
+                       long sales) {
+    const std::string fresh = scratch.path("schema.db");
+    new_plain_shop(fresh);
+    std::uint64_t key = fnv1a(schema_text(fresh));
+    for (const Captured& c : sale)
+        key = fnv1a(c.tsql, key);
+    const std::filesystem::path folder = BILLDATA_BENCH_DATA_DIR;
+    std::filesystem::create_directories(folder);
+    char name[96];
+    std::snprintf(name, sizeof name, "pos-sales-%ld-%016llx.db", sales,
+                  static_cast<unsigned long long>(key));
+    const std::filesystem::path cached = folder / name;
+    if (std::filesystem::exists(cached)) return cached.string();
+
+    std::fprintf(stderr, "generating a shop with %ld sales (kept as %s)...\n", sales,
+                 cached.string().c_str());
+    const auto t0 = bench::Clock::now();
+    const std::filesystem::path partial = cached.string() + ".partial";
+    std::filesystem::remove(partial);
+    std::filesystem::copy_file(fresh, partial);
+    {
+        PlainProgram plain(sale, partial.string(), "Off");
+        const long per_day = 270;
+        const int days = static_cast<int>((sales + per_day - 1) / per_day);
+        plain.exec("BEGIN");
+        for (long k = 0; k < sales; ++k) {
+            const int day = static_cast<int>(k / per_day);
+            const std::string date = day_before(days - day);
+            char bill_no[32];
+            std::snprintf(bill_no, sizeof bill_no, "pos%s%s%s-%03ld", date.substr(2, 2).c_str(),
+                          date.substr(5, 2).c_str(), date.substr(8, 2).c_str(), k % per_day + 1);
+            plain.write_generated(k + 1, date, bill_no);
+            if (k % per_day == per_day - 1 || k == sales - 1)
+                plain.exec("INSERT INTO ICBillNo(FTranType,FDate,FMaxNum) VALUES(99,'" + date +
+                           " 00:00:00'," + std::to_string(k % per_day + 1) + ")");
+        }
+        plain.exec("UPDATE ICMaxNum SET FMaxNum=" + std::to_string(sales) + " WHERE FTranType=0");
+        plain.exec("COMMIT");
+        plain.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+    }
+    std::filesystem::rename(partial, cached);
+    std::fprintf(stderr, "  generated in %.1f s\n", bench::seconds_since(t0));
+    return cached.string();
+}
+
+std::string copy_of(const std::string& from, const std::string& to) {
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+    return to;
+}
+
+// Sales per second of `runs` runs of `per_run` sales each, two contenders taking turns run by
+// run, so that both see the same state of the machine. Returns the two medians.
+std::pair<double, double> side_by_side(int runs, long per_run, const std::function<void()>& a,
+                                       const std::function<void()>& b) {
+    std::vector<double> ra, rb;
+    for (int r = 0; r < runs; ++r) {
+        auto t0 = bench::Clock::now();
+        a();
+        ra.push_back(static_cast<double>(per_run) / bench::seconds_since(t0));
+        t0 = bench::Clock::now();
+        b();
+        rb.push_back(static_cast<double>(per_run) / bench::seconds_since(t0));
+    }
+    return {bench::median(ra), bench::median(rb)};
+}
+
+// A shop the component saves into under `sync`, its session set as a till's Init sets it.
+struct ComponentShop {
+    std::string cs;
+    SaleInput sale;
+    explicit ComponentShop(const std::string& path, const std::string& sync)
+        : cs(connection_string(path, sync)) {}
+    void save(long n) {
+        PosData().Init(cs, 2025, 3);
+        for (long i = 0; i < n; ++i)
+            sale.save();
+    }
+};
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main() {
+    try {
+        bench::Scratch scratch("billdata-bench-pos");
+        const std::vector<Captured> sale = capture(scratch);
+        const int runs = 7;
+        const std::string modes[2] = {"Normal", "Full"};
+
+        // The component against the plain program, both on fresh shops.
+        for (const std::string& sync : modes) {
+            const long per_run = bench::scaled(sync == "Full" ? 300 : 1000, 50);
+            std::fprintf(stderr, "POS sale save, synchronous=%s: %d runs of %ld sales...\n",
+                         sync.c_str(), runs, per_run);
+            const std::string ours = scratch.path("component-" + sync + ".db");
+            const std::string theirs = scratch.path("plain-" + sync + ".db");
+            new_shop(ours);
+            new_plain_shop(theirs);
+            ComponentShop shop(ours, sync);
+            PlainProgram plain(sale, theirs, sync);
+            std::int64_t next_id = 1;
+            shop.save(10);  // the day's counter row, the pool and the caches
+            const auto [component, reference] = side_by_side(
+                runs, per_run, [&] { shop.save(per_run); },
+                [&] {
+                    for (long i = 0; i < per_run; ++i)
+                        plain.save(next_id++);
+                });
+            bench::report_rates(
+                "POS sale save, WAL synchronous=" + sync +
+                    ": `PosData::SaveData` vs the same translated statements prepared and bound",
+                component, reference, "sales/s", 0.9);
+        }
+
+        // The component on a shop with 200,000 sales against the component on a fresh shop.
+        const long sales = bench::scaled(200000, 2000);
+        const std::string large = large_shop(sale, scratch, sales);
+        for (const std::string& sync : modes) {
+            const long per_run = bench::scaled(sync == "Full" ? 300 : 1000, 50);
+            std::fprintf(stderr, "POS sale save with %ld sales saved, synchronous=%s...\n", sales,
+                         sync.c_str());
+            const std::string fresh = scratch.path("fresh-" + sync + ".db");
+            new_shop(fresh);
+            const std::string grown = copy_of(large, scratch.path("large-" + sync + ".db"));
+            ComponentShop big(grown, sync), small(fresh, sync);
+            big.save(10);
+            small.save(10);
+            const auto [on_large, on_fresh] = side_by_side(
+                runs, per_run, [&] { big.save(per_run); }, [&] { small.save(per_run); });
+            char what[200];
+            std::snprintf(what, sizeof what,
+                          "POS sale save, WAL synchronous=%s: with %ld sales already saved vs a "
+                          "fresh shop (both `PosData::SaveData`)",
+                          sync.c_str(), sales);
+            bench::report_rates(what, on_large, on_fresh, "sales/s", 0.8);
+            std::filesystem::remove(grown);
+        }
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "bench_pos_save: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}

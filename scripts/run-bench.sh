@@ -1,15 +1,24 @@
 #!/usr/bin/env bash
-# Builds the benchmarks optimised (-O2: GCC 12 at -O3 reports a false -Wrestrict in
-# std::string code) and runs them all, each printing its table.
-# BENCH_SCALE=0.05 bash scripts/run-bench.sh makes the data sets smaller for a quick try.
+# Builds the benchmarks optimised (Release, -O3) into build-bench/ and runs them all; each prints
+# rows of one table, every comparison measured side by side in the same run as medians of
+# several runs. Data sets that take long to make are kept in build-bench/bench-data/.
+# BENCH_SCALE=0.05 bash scripts/run-bench.sh shrinks the data and the runs for a quick try.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/build.sh build-bench -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBILLDATA_BUILD_TESTS=OFF -DBILLDATA_BUILD_BENCH=ON
-for b in build-bench/bench/bench_*; do
-  [ -x "$b" ] || continue
-  echo "== $(basename "$b")"
-  case "$(basename "$b")" in
-    bench_speed) "$b" ;;  # a plain program: medians of its own runs, one table
-    *) "$b" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true "$@" ;;
-  esac
+bash scripts/build.sh build-bench -DCMAKE_BUILD_TYPE=Release -DBILLDATA_BUILD_TESTS=OFF \
+  -DBILLDATA_BUILD_BENCH=ON >&2
+rows=$(mktemp)
+trap 'rm -f "$rows"' EXIT
+for b in bench_translate bench_speed bench_pos_save bench_cacusptjd; do
+  echo "== $b" >&2
+  "build-bench/bench/$b" | tee -a "$rows" >&2
 done
+cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1)
+echo
+sqlite=$(grep -m1 '#define SQLITE_VERSION ' /usr/include/sqlite3.h | cut -d'"' -f2)
+mem=$(awk '/MemTotal/ {printf "%.0f GB", $2/1048576}' /proc/meminfo)
+echo "Machine: $(nproc) cores, ${cpu:-unknown CPU}, $mem memory, Debian $(cat /etc/debian_version), SQLite $sqlite"
+echo
+echo "| measurement | billdata | reference | ratio | target |"
+echo "|---|---|---|---|---|"
+cat "$rows"

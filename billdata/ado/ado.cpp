@@ -1,6 +1,7 @@
 #include "billdata/ado/ado.h"
 
 #include <utility>
+#include <vector>
 
 #include "billdata/ado/driver.h"
 #include "billdata/ado/sql_log.h"
@@ -131,9 +132,24 @@ Connection::~Connection() {
 
 void Connection::Open(std::string_view connection_string) {
     if (session_) throw object_open();
-    auto cs = ConnectionString::parse(connection_string);
-    auto drv = driver::find_driver(cs);
-    session_ = drv->open(cs);
+    // Every operation opens a connection of its own with the session's string: the string is
+    // parsed and its driver found once per thread, not at every open.
+    struct Parsed {
+        ado::ConnectionString cs;
+        std::shared_ptr<driver::Driver> driver;
+    };
+    thread_local std::vector<Parsed> recent;  // newest last
+    const Parsed* parsed = nullptr;
+    for (auto it = recent.rbegin(); it != recent.rend() && !parsed; ++it)
+        if (it->cs.text() == connection_string) parsed = &*it;
+    if (!parsed) {
+        auto cs = ado::ConnectionString::parse(connection_string);
+        auto drv = driver::find_driver(cs);
+        if (recent.size() >= 4) recent.erase(recent.begin());
+        recent.push_back({std::move(cs), std::move(drv)});
+        parsed = &recent.back();
+    }
+    session_ = parsed->driver->open(parsed->cs);
     connection_string_ = std::string(connection_string);
 }
 

@@ -198,7 +198,10 @@ double Variant::round_half_even(double v, int digits) {
     }
     const std::size_t int_len = kept.size() - static_cast<std::size_t>(digits);
     std::string out = kept.substr(0, int_len);
-    if (digits > 0) out += "." + kept.substr(int_len);
+    if (digits > 0) {
+        out += '.';
+        out.append(kept, int_len, std::string::npos);
+    }
     double r = 0;
     std::from_chars(out.data(), out.data() + out.size(), r);
     if (r == 0) return 0.0;  // never a negative zero

@@ -72,7 +72,10 @@ std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime&
     prefix = chosen;
     std::string digits = std::to_string(sequence);
     std::string padding(digits.size() < 3 ? 3 - digits.size() : 0, '0');
-    auto two = [](int v) { return (v < 10 ? "0" : "") + std::to_string(v); };
+    auto two = [](int v) {
+        std::string s(v < 10 ? "0" : "");
+        return s.append(std::to_string(v));
+    };
     return prefix + two(bill_date.year() % 100) + two(bill_date.month()) + two(bill_date.day()) +
            "-" + padding + digits;
 }

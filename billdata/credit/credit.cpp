@@ -79,8 +79,8 @@ std::vector<std::string> read_detail_rows(const std::shared_ptr<ado::Recordset>&
     rs->MoveFirst();
     while (!rs->Eof()) {
         if (rs->Fields("FDel").Value().to_double() == 0) {
-            rows.push_back("," + number_text(rs->Fields("FItemID").Value()) + ",'" +
-                           rs->Fields("FRowKey").Value().to_string() + "'," +
+            rows.push_back(std::string(",").append(number_text(rs->Fields("FItemID").Value())) +
+                           ",'" + rs->Fields("FRowKey").Value().to_string() + "'," +
                            number_text(rs->Fields("FSizeiD").Value()) + ",'" +
                            rs->Fields("FColor").Value().to_string() + "'," +
                            number_text(rs->Fields("FColorEntryID").Value()) + "," +

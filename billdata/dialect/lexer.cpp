@@ -61,8 +61,7 @@ inline std::uint8_t cls(char c) {
     return kClasses[static_cast<unsigned char>(c)];
 }
 inline bool is_name_char(char c) {
-    auto k = cls(c);
-    return k == kAlpha || k == kDigit || c == '@' || c == '$';
+    return lexer_detail::is_name_char(c);
 }
 inline bool is_digit(char c) {
     return c >= '0' && c <= '9';

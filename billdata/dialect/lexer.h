@@ -185,6 +185,20 @@ class Lexer {
     std::deque<std::string> unescaped_;  // names and texts that held doubled quote characters
 };
 
+// What starts a name and what continues one; shared with the statement-shape scan, which must
+// find literals exactly where the lexer does. Bytes of multi-byte UTF-8 characters count as
+// letters, so that names in any script lex as names.
+namespace lexer_detail {
+constexpr bool is_name_start(char c) {
+    const auto u = static_cast<unsigned char>(c);
+    const auto folded = static_cast<unsigned char>(u | 0x20);
+    return (folded >= 'a' && folded <= 'z') || u >= 0x80 || c == '_' || c == '#';
+}
+constexpr bool is_name_char(char c) {
+    return is_name_start(c) || (c >= '0' && c <= '9') || c == '@' || c == '$';
+}
+}  // namespace lexer_detail
+
 // The keyword spelled by `word` (any case), or Kw::None.
 Kw keyword_of(std::string_view word);
 // The keyword's upper-case spelling.

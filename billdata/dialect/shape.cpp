@@ -1,6 +1,8 @@
 // Statement shapes and literal values for the driver's statement cache.
 
+#include <array>
 #include <charconv>
+#include <cstdint>
 
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/lexer.h"
@@ -25,6 +27,30 @@ std::size_t significant_digits(std::string_view token) {
         ++n;
     }
     return n;
+}
+
+// Character classes of the shape scan, one table lookup per character.
+enum : std::uint8_t { kNameStart = 1, kNameChar = 2, kDigit = 4, kSpecial = 8 };
+
+constexpr std::array<std::uint8_t, 256> make_shape_classes() {
+    std::array<std::uint8_t, 256> t{};
+    for (int i = 0; i < 256; ++i) {
+        const char c = static_cast<char>(i);
+        std::uint8_t k = 0;
+        if (lexer_detail::is_name_start(c)) k |= kNameStart;
+        if (lexer_detail::is_name_char(c)) k |= kNameChar;
+        if (c >= '0' && c <= '9') k |= kDigit;
+        for (char special : {'\'', '[', '"', '@', '-', '/', '.'})
+            if (c == special) k |= kSpecial;
+        t[static_cast<std::size_t>(i)] = k;
+    }
+    return t;
+}
+
+constexpr auto kShapeClasses = make_shape_classes();
+
+inline std::uint8_t shape_class(char c) {
+    return kShapeClasses[static_cast<unsigned char>(c)];
 }
 
 }  // namespace
@@ -60,39 +86,144 @@ bool literal_value(std::string_view token, LiteralValue& out) {
     return true;
 }
 
+// One pass over the text that finds the literals exactly where the lexer would and copies
+// everything else as it stands. It runs for every statement the driver executes, before the
+// cache is asked, so it builds no tokens and looks up no keywords.
 Shape statement_shape(std::string_view tsql) {
-    std::vector<Token> tokens;
-    Lexer(tsql).run(tokens);
+    const char* s = tsql.data();
+    const std::size_t n = tsql.size();
     Shape shape;
-    shape.key.reserve(tsql.size());
+    shape.key.reserve(n + 16);
     std::size_t copied = 0;
-    for (const Token& t : tokens) {
-        Literal::Kind kind;
-        char marker;
-        switch (t.kind) {
-            case Tok::Number:
-                kind = Literal::Kind::Number;
-                marker = is_whole_number(tsql.substr(t.pos, t.len)) ? 'i' : 'd';
-                break;
-            case Tok::String:
-                kind = Literal::Kind::String;
-                marker = 's';
-                break;
-            case Tok::NString:
-                kind = Literal::Kind::NString;
-                marker = 'n';
-                break;
-            default:
-                continue;
+    auto fail = [](const char* what, std::size_t pos) {
+        throw DialectError(std::string(what) + " at position " + std::to_string(pos), pos, what);
+    };
+    auto digit = [&](std::size_t k) { return k < n && (shape_class(s[k]) & kDigit); };
+    // A quoted run from s[i] (the opening character) to just past its closing one; a doubled
+    // closing character stands for itself. An unterminated run is reported at `start`.
+    auto quoted = [&](std::size_t start, std::size_t i, char close, const char* unterminated) {
+        ++i;
+        for (;;) {
+            if (i >= n) fail(unterminated, start);
+            if (s[i] == close) {
+                if (i + 1 < n && s[i + 1] == close) {
+                    i += 2;
+                    continue;
+                }
+                return i + 1;
+            }
+            ++i;
         }
-        shape.key.append(tsql.substr(copied, t.pos - copied));
+    };
+    auto literal = [&](std::size_t start, std::size_t end, Literal::Kind kind, char marker) {
+        shape.key.append(s + copied, start - copied);
         // A control character never stands outside a literal in a statement the lexer takes.
         shape.key.push_back('\x01');
         shape.key.push_back(marker);
-        copied = t.pos + t.len;
-        shape.literals.push_back(Literal{t.pos, t.len, kind});
+        copied = end;
+        shape.literals.push_back(Literal{start, end - start, kind});
+    };
+    std::size_t i = 0;
+    while (i < n) {
+        const char c = s[i];
+        const std::uint8_t k = shape_class(c);
+        if (!(k & (kNameStart | kDigit | kSpecial))) {
+            ++i;  // blanks, operators, punctuation
+            continue;
+        }
+        if (k & kNameStart) {
+            if ((c == 'N' || c == 'n') && i + 1 < n && s[i + 1] == '\'') {
+                const std::size_t end = quoted(i, i + 1, '\'', "unterminated string");
+                literal(i, end, Literal::Kind::NString, 'n');
+                i = end;
+                continue;
+            }
+            ++i;
+            while (i < n && (shape_class(s[i]) & kNameChar))
+                ++i;
+            continue;
+        }
+        if ((k & kDigit) || (c == '.' && digit(i + 1))) {
+            const std::size_t start = i;
+            bool whole = true;
+            while (digit(i))
+                ++i;
+            if (i < n && s[i] == '.') {
+                whole = false;
+                ++i;
+                while (digit(i))
+                    ++i;
+            }
+            // An exponent only when digits follow, as the lexer reads it.
+            if (i < n && (s[i] == 'e' || s[i] == 'E')) {
+                std::size_t j = i + 1;
+                if (j < n && (s[j] == '+' || s[j] == '-')) ++j;
+                if (digit(j)) {
+                    whole = false;
+                    i = j;
+                    while (digit(i))
+                        ++i;
+                }
+            }
+            literal(start, i, Literal::Kind::Number, whole ? 'i' : 'd');
+            continue;
+        }
+        switch (c) {
+            case '\'': {
+                const std::size_t end = quoted(i, i, '\'', "unterminated string");
+                literal(i, end, Literal::Kind::String, 's');
+                i = end;
+                break;
+            }
+            case '[':
+            case '"': {
+                const std::size_t end =
+                    quoted(i, i, c == '[' ? ']' : '"', "unterminated quoted name");
+                if (end - i == 2) fail("empty quoted name", i);
+                i = end;
+                break;
+            }
+            case '@':
+                ++i;
+                while (i < n && (shape_class(s[i]) & kNameChar))
+                    ++i;
+                break;
+            case '-':
+                if (i + 1 < n && s[i + 1] == '-') {
+                    while (i < n && s[i] != '\n')
+                        ++i;
+                } else {
+                    ++i;
+                }
+                break;
+            case '/':
+                if (i + 1 < n && s[i + 1] == '*') {
+                    // Block comments nest.
+                    const std::size_t start = i;
+                    int depth = 1;
+                    i += 2;
+                    while (depth > 0) {
+                        if (i + 1 >= n) fail("unterminated comment", start);
+                        if (s[i] == '/' && s[i + 1] == '*') {
+                            ++depth;
+                            i += 2;
+                        } else if (s[i] == '*' && s[i + 1] == '/') {
+                            --depth;
+                            i += 2;
+                        } else {
+                            ++i;
+                        }
+                    }
+                } else {
+                    ++i;
+                }
+                break;
+            default:
+                ++i;
+                break;
+        }
     }
-    shape.key.append(tsql.substr(copied));
+    shape.key.append(s + copied, n - copied);
     return shape;
 }
 

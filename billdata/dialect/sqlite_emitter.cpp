@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <vector>
 
 #include "billdata/dialect/binder.h"
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/emitter.h"
 #include "billdata/dialect/parser.h"
+#include "billdata/dialect/text_util.h"
 
 namespace billdata::dialect {
 
@@ -688,6 +690,120 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     return true;
 }
 
+// The kind of each line's bill, kept on the lines by the embedded schema (see the schema).
+constexpr std::string_view kLineKindTable = "ICStockBillEntry";
+constexpr std::string_view kLineKindColumn = "FHeadTranType";
+
+struct HeaderAndLines {
+    const TableRef* header;
+    const TableRef* lines;
+};
+
+const TableRef* table_of(const Expr* e, std::string_view column) {
+    if (!e->is<ColumnRef>()) return nullptr;
+    const auto& c = e->as<ColumnRef>();
+    if (!c.source || !c.source->is<TableRef>() || !iequals(c.name, column)) return nullptr;
+    return &c.source->as<TableRef>();
+}
+
+void conjuncts(Expr* e, std::vector<Expr*>& out) {
+    if (e->is<Binary>() && e->as<Binary>().op == BinaryOp::And) {
+        conjuncts(e->as<Binary>().lhs, out);
+        conjuncts(e->as<Binary>().rhs, out);
+    } else {
+        out.push_back(e);
+    }
+}
+
+// Header-to-lines inner joins on the interior id among the FROM items whose rows all reach the
+// WHERE unchanged: inner joins, and the left side of outer ones.
+void header_line_joins(const TableSource* ts, std::vector<HeaderAndLines>& out) {
+    if (!ts->is<Join>()) return;
+    const auto& j = ts->as<Join>();
+    header_line_joins(j.left, out);
+    if (j.kind != JoinKind::Inner) return;
+    header_line_joins(j.right, out);
+    if (!j.on) return;
+    std::vector<Expr*> on;
+    conjuncts(j.on, on);
+    for (const Expr* c : on) {
+        if (!c->is<Binary>() || c->as<Binary>().op != BinaryOp::Eq) continue;
+        const TableRef* a = table_of(c->as<Binary>().lhs, "FInterID");
+        const TableRef* b = table_of(c->as<Binary>().rhs, "FInterID");
+        if (!a || !b) continue;
+        if (iequals(a->name, "ICStockBill") && iequals(b->name, kLineKindTable))
+            out.push_back({a, b});
+        else if (iequals(b->name, "ICStockBill") && iequals(a->name, kLineKindTable))
+            out.push_back({b, a});
+    }
+}
+
+// `… from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where
+// t1.FTranType in (17,27,99) and …`: the same kind test on the lines' copy of their bill's kind,
+// so that the engine can pick the lines by item and kind from an index instead of visiting
+// every line of the item and looking up its header. Under the join the two tests hold for the
+// same rows, so the result does not change.
+void push_kind_to_lines(Node& stmt, const Catalog& catalog, Arena& arena) {
+    if (!catalog.find_column(kLineKindTable, kLineKindColumn)) return;
+    const List<TableSource*>* from = nullptr;
+    Expr** where = nullptr;
+    if (stmt.is<Select>() && stmt.as<Select>().body->is<QuerySpec>()) {
+        auto& q = stmt.as<Select>().body->as<QuerySpec>();
+        from = &q.from;
+        where = &q.where;
+    } else if (stmt.is<Update>()) {
+        from = &stmt.as<Update>().from;
+        where = &stmt.as<Update>().where;
+    } else if (stmt.is<Delete>()) {
+        from = &stmt.as<Delete>().from;
+        where = &stmt.as<Delete>().where;
+    }
+    if (!from || !*where) return;
+    std::vector<HeaderAndLines> joins;
+    for (const TableSource* ts : *from)
+        header_line_joins(ts, joins);
+    if (joins.empty()) return;
+    std::vector<Expr*> tests;
+    conjuncts(*where, tests);
+    auto integers = [](const List<Expr*>& items) {
+        return std::all_of(items.begin(), items.end(), [](const Expr* e) {
+            return e->is<LiteralExpr>() && e->as<LiteralExpr>().kind == LiteralExpr::Kind::Integer;
+        });
+    };
+    for (const HeaderAndLines& j : joins) {
+        auto kind_of_lines = [&](std::uint32_t pos) {
+            auto* c = arena.make<ColumnRef>(pos, j.lines->exposed, kLineKindColumn);
+            c->source = j.lines;
+            c->qualify = true;
+            c->vtype = ColumnType::Integer;
+            return c;
+        };
+        for (Expr* t : tests) {
+            Expr* added = nullptr;
+            if (t->is<InList>()) {
+                const auto& in = t->as<InList>();
+                if (in.negated || table_of(in.expr, "FTranType") != j.header || !integers(in.items))
+                    continue;
+                List<Expr*> items(in.items.begin(), in.items.end(), arena.resource());
+                added = arena.make<InList>(in.pos, kind_of_lines(in.pos), std::move(items), false);
+            } else if (t->is<Binary>() && t->as<Binary>().op == BinaryOp::Eq) {
+                const auto& eq = t->as<Binary>();
+                Expr* value = nullptr;
+                if (table_of(eq.lhs, "FTranType") == j.header)
+                    value = eq.rhs;
+                else if (table_of(eq.rhs, "FTranType") == j.header)
+                    value = eq.lhs;
+                if (!value || !value->is<LiteralExpr>() ||
+                    value->as<LiteralExpr>().kind != LiteralExpr::Kind::Integer)
+                    continue;
+                added = arena.make<Binary>(eq.pos, BinaryOp::Eq, kind_of_lines(eq.pos), value);
+            }
+            if (!added) continue;
+            *where = arena.make<Binary>((*where)->pos, BinaryOp::And, *where, added);
+        }
+    }
+}
+
 }  // namespace
 
 Translation translate_sqlite(std::string_view tsql, const Catalog& catalog) {
@@ -701,6 +817,7 @@ Translation translate_sqlite(std::string_view tsql, const Catalog& catalog,
     Node* stmt = parser.parse_statement();
     Binder binder(catalog, arena);
     binder.bind_statement(*stmt);
+    push_kind_to_lines(*stmt, catalog, arena);
 
     Translation t;
     t.sql.reserve(tsql.size() + tsql.size() / 2 + 32);

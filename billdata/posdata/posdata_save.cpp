@@ -48,12 +48,16 @@ std::string format_two_decimals(double v) {
             digits.insert(digits.begin(), '1');
     }
     const bool zero = digits.find_first_not_of('0') == std::string::npos;
-    return (negative && !zero ? "-" : "") + digits.substr(0, digits.size() - 2) + "." +
-           digits.substr(digits.size() - 2);
+    std::string out(negative && !zero ? "-" : "");
+    out.append(digits, 0, digits.size() - 2);
+    out += '.';
+    out.append(digits, digits.size() - 2, 2);
+    return out;
 }
 
 std::string two_digits(int v) {
-    return (v < 10 ? "0" : "") + std::to_string(v);
+    std::string s(v < 10 ? "0" : "");
+    return s.append(std::to_string(v));
 }
 
 }  // namespace

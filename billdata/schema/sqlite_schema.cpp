@@ -568,6 +568,50 @@ END;
 // lines when the header is written, removed, voided, restored or changes kind or stock. The
 // header's delete is booked before the header goes (its lines are deleted after it), so the
 // line deletes that follow find no header and move nothing.
+//
+// ICStockBillEntry.FHeadTranType: the kind of the line's bill, copied from its header and kept
+// by triggers (NULL while the header is not written). Statements that join headers to lines and
+// pick the bills by kind ("t1.FTranType in (17,27,99) and t1.FInterID>… and t2.FItemID=…", the
+// price propagation runs two such for every later receipt) would otherwise visit every line of
+// the item after the bill, whatever its kind, and the propagation would grow with the square of
+// the item's bills. The translator adds the same kind test on this column when a statement has
+// that form, and the index below then visits only the lines of the kinds asked for.
+constexpr std::string_view kLineKind = R"sql(
+ALTER TABLE ICStockBillEntry ADD COLUMN FHeadTranType INTEGER;
+CREATE INDEX IX_ICStockBillEntry_ItemKind ON ICStockBillEntry (FItemID, FHeadTranType, FInterID);
+
+CREATE TRIGGER TR_ICStockBillEntry_KindIns AFTER INSERT ON ICStockBillEntry
+BEGIN
+    UPDATE ICStockBillEntry
+    SET FHeadTranType = (SELECT h.FTranType FROM ICStockBill h WHERE h.FInterID = new.FInterID)
+    WHERE rowid = new.rowid
+      AND EXISTS (SELECT 1 FROM ICStockBill h WHERE h.FInterID = new.FInterID);
+END;
+
+CREATE TRIGGER TR_ICStockBillEntry_KindUpd AFTER UPDATE OF FInterID ON ICStockBillEntry
+BEGIN
+    UPDATE ICStockBillEntry
+    SET FHeadTranType = (SELECT h.FTranType FROM ICStockBill h WHERE h.FInterID = new.FInterID)
+    WHERE rowid = new.rowid;
+END;
+
+CREATE TRIGGER TR_ICStockBill_KindIns AFTER INSERT ON ICStockBill
+BEGIN
+    UPDATE ICStockBillEntry SET FHeadTranType = new.FTranType WHERE FInterID = new.FInterID;
+END;
+
+CREATE TRIGGER TR_ICStockBill_KindUpd AFTER UPDATE OF FInterID, FTranType ON ICStockBill
+BEGIN
+    UPDATE ICStockBillEntry SET FHeadTranType = NULL WHERE FInterID = old.FInterID;
+    UPDATE ICStockBillEntry SET FHeadTranType = new.FTranType WHERE FInterID = new.FInterID;
+END;
+
+CREATE TRIGGER TR_ICStockBill_KindDel AFTER DELETE ON ICStockBill
+BEGIN
+    UPDATE ICStockBillEntry SET FHeadTranType = NULL WHERE FInterID = old.FInterID;
+END;
+)sql";
+
 constexpr std::string_view kCountedTables[] = {
     "ICStockBill",    "ICStockBillEntry", "ICStockBillEntry_1", "ICOrder", "ICOrderEntry",
     "ICOrderEntry_1", "WLBill",           "WLBillEntry",        "ICSpTjd"};
@@ -637,7 +681,8 @@ std::string trigger(std::string_view name, std::string_view when, std::string_vi
 }
 
 std::string speed_schema() {
-    std::string s = "\nCREATE TABLE t_TableRows (\n    FOnlyRow INTEGER NOT NULL PRIMARY KEY";
+    std::string s(kLineKind);
+    s += "\nCREATE TABLE t_TableRows (\n    FOnlyRow INTEGER NOT NULL PRIMARY KEY";
     for (std::string_view t : kCountedTables)
         s += ",\n    " + std::string(t) + " INTEGER NOT NULL DEFAULT 0";
     s += "\n);\nINSERT INTO t_TableRows (FOnlyRow) VALUES (1);\n";

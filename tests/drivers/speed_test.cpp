@@ -189,6 +189,76 @@ TEST(KeptCounts, WholeTableCountAndMaxMatchARealCount) {
     EXPECT_EQ(result_of(cn, "select count(*) from ICOrder"), "count(*)|\n0|\n");
 }
 
+// A header-to-lines join picked by the header's kind also tests the lines' kept copy of it,
+// only in that form, and gives the rows the join alone gives.
+TEST(KeptLineKind, JoinsByKindReadTheLinesKindAndChangeNothingElse) {
+    TempDir dir;
+    const std::string db = dir.file("shop.db");
+    billdata::schema::create_database(db, false, 2025, 3);
+    {
+        sqlite3* raw = nullptr;
+        ASSERT_EQ(sqlite3_open(db.c_str(), &raw), SQLITE_OK);
+        const auto catalog = billdata::drivers::sqlite::read_catalog(raw);
+        sqlite3_close(raw);
+        auto pushed = [&](const std::string& tsql) {
+            return billdata::dialect::translate_sqlite(tsql, catalog).sql.find("FHeadTranType") !=
+                   std::string::npos;
+        };
+        const std::string join =
+            " from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid ";
+        EXPECT_TRUE(pushed("Update t2 set t2.FUnitCost=5" + join +
+                           "where t1.FTranType in (17,27,99)  and t1.FInterID>3 and t2.FItemID=7"));
+        EXPECT_TRUE(pushed("select t2.FQty" + join + "where 99=t1.FTranType and t2.FItemID=7"));
+        EXPECT_TRUE(
+            pushed("select t2.FQty from icstockbillentry t2 inner join icstockbill t1 on "
+                   "t2.FInterID=t1.FInterID where FTranType in (112,114)"));
+        // Not the header's kind, not a plain list of kinds, or rows the join does not keep.
+        EXPECT_FALSE(pushed("select t2.FQty" + join + "where t1.FTranType not in (99)"));
+        EXPECT_FALSE(pushed("select t2.FQty" + join + "where t1.FTranType in (99, t1.FOrgaID)"));
+        EXPECT_FALSE(pushed("select t2.FQty" + join + "where t2.FRefTranType in (27)"));
+        EXPECT_FALSE(pushed("select t2.FQty" + join + "where t1.FTranType=99 or t2.FItemID=7"));
+        EXPECT_FALSE(
+            pushed("select t2.FQty from icstockbill t1 left join icstockbillentry t2 on "
+                   "t1.finterid=t2.finterid where t1.FTranType=99"));
+        // A catalogue without the kept column (another engine's schema) is left alone.
+        billdata::dialect::Catalog plain;
+        for (const char* c : {"FInterID", "FTranType"})
+            plain.add_column("ICStockBill", c, billdata::dialect::ColumnType::Integer);
+        for (const char* c : {"FInterID", "FItemID", "FQty"})
+            plain.add_column("ICStockBillEntry", c, billdata::dialect::ColumnType::Integer);
+        EXPECT_EQ(billdata::dialect::translate_sqlite(
+                      "select t2.FQty" + join + "where t1.FTranType=99", plain)
+                      .sql.find("FHeadTranType"),
+                  std::string::npos);
+    }
+
+    auto cn = Connection::create();
+    cn->Open(sqlite_connection(db));
+    // Lines of item 7 in bills of every kind, lines written before and after their header, one
+    // bill that changes kind afterwards.
+    const int kinds[] = {112, 99, 27, 125, 17, 114, 99, 31};
+    for (int id = 1; id <= 8; ++id) {
+        const std::string i = std::to_string(id);
+        if (id % 2)
+            cn->Execute("insert into ICStockBill (FInterID, FTranType) values (" + i + "," +
+                        std::to_string(kinds[id - 1]) + ")");
+        cn->Execute("insert into ICStockBillEntry (FInterID, FEntryID, FItemID, FQty) values (" +
+                    i + ", 0, 7, " + i + ")");
+        if (id % 2 == 0)
+            cn->Execute("insert into ICStockBill (FInterID, FTranType) values (" + i + "," +
+                        std::to_string(kinds[id - 1]) + ")");
+    }
+    cn->Execute("update ICStockBill set FTranType=99 where FInterID=6");
+    cn->Execute(
+        "Update t2 set t2.FUnitCost=5,FCost=FQty*5 from icstockbill t1 inner join "
+        "icstockbillentry t2 on t1.finterid=t2.finterid where t1.FTranType in (17,27,99)  and "
+        "t1.FInterID>2 and t2.FItemID=7");
+    EXPECT_EQ(result_of(cn,
+                        "select FInterID, FCost from ICStockBillEntry where FCost<>0 "
+                        "order by FInterID"),
+              "FInterID|FCost|\n3|15|\n5|25|\n6|30|\n7|35|\n");
+}
+
 TEST(HandlePool, AHandleComesBackCleanOrNotAtAll) {
     TempDir dir;
     const std::string db = dir.file("shop.db");

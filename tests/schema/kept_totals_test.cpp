@@ -51,6 +51,12 @@ std::string rows_of(Db& db, const std::string& sql) {
 
 void expect_kept_equals_scanned(Db& db, const std::string& step) {
     SCOPED_TRACE(step);
+    // Every line carries its bill's kind, or nothing while its header is not written.
+    EXPECT_EQ(rows_of(db,
+                      "SELECT e.rowid, e.FHeadTranType FROM ICStockBillEntry e "
+                      "WHERE e.FHeadTranType IS NOT (SELECT h.FTranType FROM ICStockBill h "
+                      "WHERE h.FInterID = e.FInterID)"),
+              "");
     EXPECT_EQ(rows_of(db,
                       "SELECT FStockID, FItemID, FQty FROM ICStockQty WHERE FQty <> 0 "
                       "ORDER BY FStockID, FItemID"),
@@ -90,6 +96,7 @@ TEST(KeptTotals, FollowEveryChangeOfBillsLinesAndOpeningData) {
     line(db, 1, "2", 8, 3);
     line(db, 1, "-1", 7, 100);  // adjustment row: never counts
     expect_kept_equals_scanned(db, "lines without header");
+    EXPECT_EQ(db.integer("SELECT count(FHeadTranType) FROM ICStockBillEntry"), 0);
     header(db, 1, 112, "1", "NULL");
     line(db, 2, "1", 7, 2);
     line(db, 2, "NULL", 7, 1);   // pre-sent row: counts
@@ -109,6 +116,9 @@ TEST(KeptTotals, FollowEveryChangeOfBillsLinesAndOpeningData) {
     db.exec("UPDATE ICStockBill SET FTranType = 125, FOutStockID = 2 WHERE FInterID = 3");
     db.exec(
         "UPDATE ICStockBillEntry SET FQty = 9, FItemID = 8 WHERE FInterID = 1 AND FEntryID = 1");
+    db.exec("UPDATE ICStockBillEntry SET FInterID = 4 WHERE FInterID = 1 AND FEntryID = 2");
+    db.exec("UPDATE ICStockBillEntry SET FInterID = 4 WHERE FInterID = 4 AND FEntryID = 2");
+    db.exec("UPDATE ICStockBillEntry SET FInterID = 77 WHERE FInterID = 4 AND FEntryID = 2");
     db.exec("UPDATE ICInitData SET FQty = 12 WHERE FStockID = 1");
     expect_kept_equals_scanned(db, "restored and changed");
 

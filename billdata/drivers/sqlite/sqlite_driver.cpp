@@ -161,6 +161,9 @@ struct Handle {
     std::shared_ptr<const dialect::Catalog> catalog;
     std::unordered_map<std::string, std::vector<CachedPtr>> cache;  // shape key → variants
     bool broken = false;  // an error that says the handle itself is not to be trusted
+    // Synchronous=Full: the log is synced at every commit of a transaction and, for statements
+    // run in autocommit, once when the connection is let go (see sync_log).
+    bool sync_full = false;
     std::string pool_key;
     dev_t file_dev = 0;
     ino_t file_ino = 0;
@@ -171,6 +174,23 @@ struct Handle {
         sqlite3_close_v2(db);  // an open transaction is rolled back
     }
 };
+
+// Durability of committed work. With synchronous=FULL the engine syncs the write-ahead log at
+// every commit, and a statement run in autocommit is a commit of its own: the price propagation
+// after a purchase receipt's save runs tens of thousands of them on one connection, and syncing
+// each took far longer than the work itself. So a handle asked for Full runs the engine at
+// NORMAL (which keeps the database consistent whatever happens, but may lose the last commits
+// on a power cut) and syncs the log itself: after every COMMIT of a transaction, as the engine
+// would, and once when a connection that wrote in autocommit is let go. Whatever an operation
+// committed is on disk by the time the operation has released its connection, which is when
+// its caller learns that it succeeded; a power cut during the operation leaves a prefix of its
+// statements, as it would leave a prefix of them anyway.
+int sync_log(sqlite3* db) {
+    sqlite3_file* log = nullptr;
+    int rc = sqlite3_file_control(db, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    if (rc != SQLITE_OK || !log || !log->pMethods) return SQLITE_OK;  // nothing written yet
+    return log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
+}
 
 bool file_identity(const std::string& path, dev_t& dev, ino_t& ino) {
     struct stat st {};
@@ -310,6 +330,9 @@ class SqliteSession final : public ado::driver::Session {
     ~SqliteSession() override {
         for (SqliteCursor* c : std::vector<SqliteCursor*>(live_))
             c->detach();
+        // What was committed in autocommit goes to disk before the connection is let go. A
+        // failed sync cannot be raised from here: the handle is not trusted again.
+        if (unsynced_ && sync_log(db_) != SQLITE_OK) handle_->broken = true;
         if (pooled_) HandlePool::instance().give_back(std::move(handle_));
     }
 
@@ -318,9 +341,23 @@ class SqliteSession final : public ado::driver::Session {
     std::unique_ptr<ado::driver::Cursor> execute(std::string_view tsql,
                                                  const ado::driver::ExecOptions& options,
                                                  long* affected) override;
-    void begin() override { run_control("BEGIN IMMEDIATE"); }
-    void commit() override { run_control("COMMIT"); }
-    void rollback() override { run_control("ROLLBACK"); }
+    void begin() override {
+        schema_checked_ = false;
+        run_control("BEGIN IMMEDIATE");
+    }
+    void commit() override {
+        schema_checked_ = false;
+        run_control("COMMIT");
+        if (handle_->sync_full) {
+            const int rc = sync_log(db_);
+            if (rc != SQLITE_OK) throw error(rc);
+            unsynced_ = false;
+        }
+    }
+    void rollback() override {
+        schema_checked_ = false;
+        run_control("ROLLBACK");
+    }
     bool in_transaction() const override { return !sqlite3_get_autocommit(db_); }
     std::unique_ptr<ado::driver::Cursor> call(std::string_view procedure,
                                               std::vector<ado::driver::ProcArg>& args) override;
@@ -355,6 +392,12 @@ class SqliteSession final : public ado::driver::Session {
     sqlite3* db_;
     bool use_cache_;
     bool pooled_;
+    // The schema was checked inside the transaction now open. A transaction holds the write lock
+    // from its BEGIN, so no other connection can change the schema until it ends: one check per
+    // transaction is enough, where a statement in autocommit checks every time.
+    bool schema_checked_ = false;
+    // A statement committed in autocommit since the log was last synced (Synchronous=Full).
+    bool unsynced_ = false;
     std::vector<SqliteCursor*> live_;
 };
 
@@ -367,9 +410,9 @@ SqliteCursor::~SqliteCursor() {
 
 void SqliteCursor::finish() {
     if (cached_) {
-        // The cache's statement goes back ready for the next statement of its shape.
+        // The cache's statement goes back ready for the next statement of its shape, which
+        // binds every parameter afresh.
         sqlite3_reset(stmt_);
-        sqlite3_clear_bindings(stmt_);
         cached_->busy = false;
         cached_.reset();
     } else {
@@ -645,7 +688,10 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
 std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
                                                             const ado::driver::ExecOptions& options,
                                                             long* affected) {
-    refresh_catalog();
+    if (!schema_checked_) {
+        refresh_catalog();
+        schema_checked_ = in_transaction();
+    }
     if (use_cache_) {
         dialect::Shape shape;
         try {
@@ -714,7 +760,6 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
     auto release = [&] {
         if (cached) {
             sqlite3_reset(stmt);
-            sqlite3_clear_bindings(stmt);
             cached->busy = false;
         } else {
             sqlite3_finalize(stmt);
@@ -733,6 +778,8 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
         if (affected) *affected = -1;
         return cursor;
     }
+    // A statement that changed no row commits nothing that needs syncing.
+    const int changes_before = entry.writes ? sqlite3_total_changes(db_) : 0;
     int rc;
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
     }
@@ -742,6 +789,9 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
         throw e;
     }
     if (affected) *affected = sqlite3_changes(db_);
+    if (entry.writes && handle_->sync_full && sqlite3_get_autocommit(db_) &&
+        sqlite3_total_changes(db_) != changes_before)
+        unsynced_ = true;
     release();
     return nullptr;
 }
@@ -753,7 +803,11 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::call(std::string_view proced
         throw ComError(err::kDatabase,
                        "could not find stored procedure '" + std::string(procedure) + "'");
     drain_cursors();  // a procedure may write
+    const int changes_before = sqlite3_total_changes(db_);
     fn(db_, args);
+    if (handle_->sync_full && sqlite3_get_autocommit(db_) &&
+        sqlite3_total_changes(db_) != changes_before)
+        unsynced_ = true;
     return nullptr;
 }
 
@@ -773,32 +827,13 @@ class SqliteDriver final : public ado::driver::Driver {
     }
 
     std::shared_ptr<ado::driver::Session> open(const ado::ConnectionString& cs) override {
-        cs.require_known({"provider", "data source", "synchronous", "busy timeout", "lock timeout",
-                          "pooling", "statement cache"});
-        const std::string path = cs.get("data source");
-        if (path.empty()) throw bad_option("the connection string names no Data Source");
-
-        const std::string sync = upper(cs.get("synchronous", "Full"));
-        if (sync != "NORMAL" && sync != "FULL" && sync != "OFF")
-            throw bad_option("Synchronous must be Normal, Full or Off, not '" +
-                             cs.get("synchronous") + "'");
-        int busy_ms = kDefaultBusyTimeoutMs;
-        if (cs.has("busy timeout")) {
-            const std::string v = cs.get("busy timeout");
-            auto r = std::from_chars(v.data(), v.data() + v.size(), busy_ms);
-            if (r.ec != std::errc() || r.ptr != v.data() + v.size() || busy_ms < 0)
-                throw bad_option("Busy Timeout must be a number of milliseconds, not '" + v + "'");
-        }
-        if (cs.has("lock timeout")) {
-            double seconds = 0;
-            if (!Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
-                throw bad_option("Lock Timeout must be a number of seconds, not '" +
-                                 cs.get("lock timeout") + "'");
-        }
-
-        const bool pooling = parse_switch(cs, "pooling") && !switched_off("BILLDATA_POOLING");
-        const bool cache =
-            parse_switch(cs, "statement cache") && !switched_off("BILLDATA_STATEMENT_CACHE");
+        const Options o = options_of(cs);
+        const bool pooling = o.pooling && !switched_off("BILLDATA_POOLING");
+        const bool cache = o.cache && !switched_off("BILLDATA_STATEMENT_CACHE");
+        const std::string& path = o.path;
+        const std::string& sync = o.sync;
+        const int busy_ms = o.busy_ms;
+        const std::string& key = o.key;
 
         // Never create a database here: a mistyped path must not become an empty shop.
         dev_t dev = 0;
@@ -806,7 +841,6 @@ class SqliteDriver final : public ado::driver::Driver {
         if (!file_identity(path, dev, ino))
             throw bad_option("the database file '" + path + "' does not exist");
 
-        const std::string key = path + '\x1f' + sync + '\x1f' + std::to_string(busy_ms);
         if (pooling) {
             if (auto h = HandlePool::instance().take(key, dev, ino))
                 return std::make_shared<SqliteSession>(std::move(h), cache, true);
@@ -827,7 +861,9 @@ class SqliteDriver final : public ado::driver::Driver {
         handle->file_ino = ino;
         sqlite3_extended_result_codes(raw, 1);
         sqlite3_busy_timeout(raw, busy_ms);
-        const std::string pragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=" + sync + ";";
+        handle->sync_full = sync == "FULL";
+        const std::string pragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=" +
+                                    std::string(handle->sync_full ? "NORMAL" : sync) + ";";
         char* msg = nullptr;
         rc = sqlite3_exec(raw, pragmas.c_str(), nullptr, nullptr, &msg);
         if (rc != SQLITE_OK) {
@@ -849,6 +885,53 @@ class SqliteDriver final : public ado::driver::Driver {
     }
 
   private:
+    // What a connection string asks for, checked once per string: every operation opens a
+    // connection of its own with the same string.
+    struct Options {
+        std::string path, sync, key;
+        int busy_ms = kDefaultBusyTimeoutMs;
+        bool pooling = true, cache = true;
+    };
+
+    static Options options_of(const ado::ConnectionString& cs) {
+        thread_local std::vector<std::pair<std::string, Options>> recent;  // newest last
+        for (auto it = recent.rbegin(); it != recent.rend(); ++it)
+            if (it->first == cs.text()) return it->second;
+        Options o = parse_options(cs);
+        if (recent.size() >= 4) recent.erase(recent.begin());
+        recent.emplace_back(cs.text(), o);
+        return o;
+    }
+
+    static Options parse_options(const ado::ConnectionString& cs) {
+        cs.require_known({"provider", "data source", "synchronous", "busy timeout", "lock timeout",
+                          "pooling", "statement cache"});
+        Options o;
+        o.path = cs.get("data source");
+        if (o.path.empty()) throw bad_option("the connection string names no Data Source");
+
+        o.sync = upper(cs.get("synchronous", "Full"));
+        if (o.sync != "NORMAL" && o.sync != "FULL" && o.sync != "OFF")
+            throw bad_option("Synchronous must be Normal, Full or Off, not '" +
+                             cs.get("synchronous") + "'");
+        if (cs.has("busy timeout")) {
+            const std::string v = cs.get("busy timeout");
+            auto r = std::from_chars(v.data(), v.data() + v.size(), o.busy_ms);
+            if (r.ec != std::errc() || r.ptr != v.data() + v.size() || o.busy_ms < 0)
+                throw bad_option("Busy Timeout must be a number of milliseconds, not '" + v + "'");
+        }
+        if (cs.has("lock timeout")) {
+            double seconds = 0;
+            if (!Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
+                throw bad_option("Lock Timeout must be a number of seconds, not '" +
+                                 cs.get("lock timeout") + "'");
+        }
+        o.pooling = parse_switch(cs, "pooling");
+        o.cache = parse_switch(cs, "statement cache");
+        o.key = o.path + '\x1f' + o.sync + '\x1f' + std::to_string(o.busy_ms);
+        return o;
+    }
+
     // True|False|Yes|No|1|0, default true.
     static bool parse_switch(const ado::ConnectionString& cs, std::string_view keyword) {
         if (!cs.has(keyword)) return true;
