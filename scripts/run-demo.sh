@@ -3,5 +3,5 @@
 # database (a temporary file; pass --db <new file> or --keep to look at it afterwards).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/build.sh build -DBILLDATA_BUILD_TESTS=OFF -DBILLDATA_BUILD_BENCH=OFF
-./build/tools/billdata/billdata demo "$@"
+bash scripts/build.sh build-demo -DBILLDATA_BUILD_TESTS=OFF -DBILLDATA_BUILD_BENCH=OFF
+./build-demo/tools/billdata/billdata demo "$@"
