@@ -56,6 +56,13 @@ Variant::Variant(std::string v) : v_(std::move(v)) {}
 Variant::Variant(std::string_view v) : v_(std::string(v)) {}
 Variant::Variant(const char* v) : v_(std::string(v ? v : "")) {}
 
+void Variant::assign_text(std::string_view text) {
+    if (auto* held = std::get_if<std::string>(&v_))
+        held->assign(text);
+    else
+        v_.emplace<std::string>(text);
+}
+
 VarType Variant::type() const {
     return static_cast<VarType>(v_.index());
 }

@@ -37,6 +37,10 @@ class Variant {
     Variant(std::string_view v);
     Variant(const char* v);
 
+    // Makes this a String of `text`, reusing the room of the String it already holds: a cursor
+    // refills the same row's values for every row it reads.
+    void assign_text(std::string_view text);
+
     VarType type() const;
     bool is_empty() const { return type() == VarType::Empty; }
     bool is_null() const { return type() == VarType::Null; }

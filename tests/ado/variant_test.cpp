@@ -135,6 +135,17 @@ TEST(Variant, BooleansDatesAndEquality) {
     EXPECT_EQ(Variant("a"), Variant(std::string("a")));
     EXPECT_TRUE(Variant(std::int16_t{1}).is_numeric());
     EXPECT_FALSE(Variant("1").is_numeric());
+
+    // Refilled text takes the new value whatever the variant held before.
+    Variant v(12.5);
+    v.assign_text("a text longer than any small-string buffer");
+    EXPECT_EQ(v, Variant("a text longer than any small-string buffer"));
+    v.assign_text("ab");
+    EXPECT_EQ(v, Variant("ab"));
+    v = Variant::null();
+    v.assign_text("");
+    EXPECT_EQ(v.type(), VarType::String);
+    EXPECT_EQ(v.to_string(), "");
 }
 
 TEST(DateTime, ParsesTheFormsServersAndFrontEndsWrite) {

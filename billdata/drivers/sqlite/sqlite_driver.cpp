@@ -510,7 +510,7 @@ void SqliteCursor::read_row(std::vector<Variant>& row) const {
                         break;
                     }
                 }
-                out = Variant(text);
+                out.assign_text(text);
                 break;
             }
         }
