@@ -253,22 +253,9 @@ void Lexer::run(std::vector<Token>& out) {
                 break;
             case kSlash:
                 if (i + 1 < n && s[i + 1] == '*') {
-                    // Block comments nest in T-SQL.
-                    std::size_t start = i;
-                    int depth = 1;
-                    i += 2;
-                    while (depth > 0) {
-                        if (i + 1 >= n) fail("unterminated comment", start);
-                        if (s[i] == '/' && s[i + 1] == '*') {
-                            ++depth;
-                            i += 2;
-                        } else if (s[i] == '*' && s[i + 1] == '/') {
-                            --depth;
-                            i += 2;
-                        } else {
-                            ++i;
-                        }
-                    }
+                    const std::size_t start = i;
+                    i = lexer_detail::block_comment_end(s, start);
+                    if (i == std::string_view::npos) fail("unterminated comment", start);
                     break;
                 }
                 push(Tok::Slash, i, i + 1);

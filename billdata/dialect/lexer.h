@@ -197,6 +197,25 @@ constexpr bool is_name_start(char c) {
 constexpr bool is_name_char(char c) {
     return is_name_start(c) || (c >= '0' && c <= '9') || c == '@' || c == '$';
 }
+// The end of a block comment that starts at `start` ("/*"); block comments nest in T-SQL.
+// Returns std::string_view::npos when the text ends inside the comment.
+constexpr std::size_t block_comment_end(std::string_view s, std::size_t start) {
+    std::size_t i = start + 2;
+    int depth = 1;
+    while (depth > 0) {
+        if (i + 1 >= s.size()) return std::string_view::npos;
+        if (s[i] == '/' && s[i + 1] == '*') {
+            ++depth;
+            i += 2;
+        } else if (s[i] == '*' && s[i + 1] == '/') {
+            --depth;
+            i += 2;
+        } else {
+            ++i;
+        }
+    }
+    return i;
+}
 }  // namespace lexer_detail
 
 // The keyword spelled by `word` (any case), or Kw::None.

@@ -198,22 +198,9 @@ Shape statement_shape(std::string_view tsql) {
                 break;
             case '/':
                 if (i + 1 < n && s[i + 1] == '*') {
-                    // Block comments nest.
                     const std::size_t start = i;
-                    int depth = 1;
-                    i += 2;
-                    while (depth > 0) {
-                        if (i + 1 >= n) fail("unterminated comment", start);
-                        if (s[i] == '/' && s[i + 1] == '*') {
-                            ++depth;
-                            i += 2;
-                        } else if (s[i] == '*' && s[i + 1] == '/') {
-                            --depth;
-                            i += 2;
-                        } else {
-                            ++i;
-                        }
-                    }
+                    i = lexer_detail::block_comment_end(s, start);
+                    if (i == std::string_view::npos) fail("unterminated comment", start);
                 } else {
                     ++i;
                 }

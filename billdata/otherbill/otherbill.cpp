@@ -85,20 +85,7 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
         }
 
         ex.begin();
-        if (old_id < 1) {
-            id = common::NextInterID(ex, 0, 0);
-            std::string prefix;
-            BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
-        } else {
-            ex.execute(
-                [&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
-            ex.execute([&] {
-                return "Delete from icstockbillEntry where FInterID=" + std::to_string(id);
-            });
-            ex.execute([&] {
-                return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id);
-            });
-        }
+        stock_bill::take_id_or_clear(ex, old_id < 1, id, TranType, BillDate, BillNo);
 
         std::int32_t entry = 1;
         double qty_sum = 0, amount_sum = 0, retail_sum = 0;

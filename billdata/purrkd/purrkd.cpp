@@ -91,20 +91,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         }
 
         ex.begin();
-        if (OldInterID < 1) {
-            id = common::NextInterID(ex, 0, 0);
-            std::string prefix;
-            BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
-        } else {
-            ex.execute(
-                [&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
-            ex.execute([&] {
-                return "Delete from icstockbillEntry where FInterID=" + std::to_string(id);
-            });
-            ex.execute([&] {
-                return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id);
-            });
-        }
+        stock_bill::take_id_or_clear(ex, OldInterID < 1, id, TranType, BillDate, BillNo);
 
         std::int32_t entry = 1;
         double retail_sum = 0;

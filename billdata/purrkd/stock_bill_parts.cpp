@@ -1,5 +1,7 @@
 #include "billdata/purrkd/stock_bill_parts.h"
 
+#include "billdata/common/numbering.h"
+
 #include "billdata/common/session.h"
 
 namespace billdata::stock_bill {
@@ -74,6 +76,20 @@ std::string list_window() {
     const ado::DateTime today = ado::DateTime::today();
     return " and t1.FDate between '" + today.add_days(1 - days).to_string() + "' and '" +
            today.add_days(1).to_string() + "'";
+}
+
+void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
+                      const ado::DateTime& bill_date, std::string& bill_no) {
+    if (is_new) {
+        id = common::NextInterID(ex, 0, 0);
+        std::string prefix;
+        bill_no = common::NextBillNo(ex, std::to_string(tran_type), bill_date, prefix);
+        return;
+    }
+    ex.execute([&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });
+    ex.execute([&] { return "Delete from icstockbillEntry where FInterID=" + std::to_string(id); });
+    ex.execute(
+        [&] { return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id); });
 }
 
 }  // namespace billdata::stock_bill

@@ -36,6 +36,13 @@ void write_size_rows(common::Executor& ex, const std::int32_t& id,
 // last ListDays days (up to tomorrow's midnight) when ListDays > 0.
 std::string list_window();
 
+// Inside the save's transaction: a new bill (`is_new`) draws its interior id into `id` and its
+// number into `bill_no`; a modified bill keeps `id` and its old header, lines and size/colour
+// rows go, to be written again. `id` is read when each statement is built, so a fresh id drawn
+// by the duplicate-key handler reaches the statements that follow.
+void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
+                      const ado::DateTime& bill_date, std::string& bill_no);
+
 using common::open_own_connection;
 
 // Closes a connection on every exit of an operation that owns it.
