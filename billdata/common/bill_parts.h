@@ -51,6 +51,15 @@ inline std::string field_text(ado::Recordset& rs, const char* name) {
     return rs.Fields(name).Value().to_string();
 }
 
+// A text as a statement writes it between single quotes: every quote in it doubled, so that
+// "O'Brien" is stored as it is instead of ending the literal early. A text without quotes comes
+// back as it is, so such statements stay byte for byte what they always were.
+inline std::string sql_text(std::string text) {
+    for (auto at = text.find('\''); at != std::string::npos; at = text.find('\'', at + 2))
+        text.insert(at, 1, '\'');
+    return text;
+}
+
 // A double as a statement writes it: invariant, shortest form that reads back exactly.
 inline std::string sql_number(double v) {
     return ado::Variant::format_double(v);

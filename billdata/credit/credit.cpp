@@ -41,7 +41,8 @@ std::string reference_text(const Variant& value) {
     return number_text(value);
 }
 
-// One line of the caller's RsBill, read and checked before any write.
+// One line of the caller's RsBill, read and checked before any write: each value as its
+// statement writes it.
 struct Line {
     std::string item, row_key, qty, price, amount, retail_price, retail_amount, zk_rate, memo,
         unit_cost, cost, ref_inter, ref_entry;
@@ -52,14 +53,14 @@ struct Line {
 Line read_line(ado::Recordset& rs) {
     Line l;
     l.item = number_text(rs.Fields("FItemID").Value());
-    l.row_key = rs.Fields("FRowKey").Value().to_string();
+    l.row_key = common::sql_text(rs.Fields("FRowKey").Value().to_string());
     l.qty = number_text(rs.Fields("FQty").Value());
     l.price = number_text(rs.Fields("FPrice").Value());
     l.amount = number_text(rs.Fields("FAmount").Value());
     l.retail_price = number_text(rs.Fields("FRetailPrice").Value());
     l.retail_amount = number_text(rs.Fields("FRetailAmount").Value());
     l.zk_rate = number_text(rs.Fields("FZkRate").Value());
-    l.memo = rs.Fields("FMemo").Value().to_string();
+    l.memo = common::sql_text(rs.Fields("FMemo").Value().to_string());
     l.unit_cost = number_text(rs.Fields("FUnitCost").Value());
     l.ref_inter = reference_text(rs.Fields("FRefInterID").Value());
     l.ref_entry = reference_text(rs.Fields("FRefEntryID").Value());
@@ -80,9 +81,9 @@ std::vector<std::string> read_detail_rows(const std::shared_ptr<ado::Recordset>&
     while (!rs->Eof()) {
         if (rs->Fields("FDel").Value().to_double() == 0) {
             rows.push_back(std::string(",").append(number_text(rs->Fields("FItemID").Value())) +
-                           ",'" + rs->Fields("FRowKey").Value().to_string() + "'," +
-                           number_text(rs->Fields("FSizeiD").Value()) + ",'" +
-                           rs->Fields("FColor").Value().to_string() + "'," +
+                           ",'" + common::sql_text(rs->Fields("FRowKey").Value().to_string()) +
+                           "'," + number_text(rs->Fields("FSizeiD").Value()) + ",'" +
+                           common::sql_text(rs->Fields("FColor").Value().to_string()) + "'," +
                            number_text(rs->Fields("FColorEntryID").Value()) + "," +
                            number_text(rs->Fields("FQty").Value()) + ")");
         }
@@ -268,9 +269,10 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                        "FOutStockID,FVipID,FOrgaID,FOwner,FPhone,FRemark,FBillerID,FYear,FPeriod,"
                        "FSysTime,FSumQty,FSumAmount,FSumRetailAmount,FSeason,FMonth) values(" +
                        std::to_string(id) + "," + std::to_string(TranType) + ",'" +
-                       BillDate.to_string() + "','" + bill_no + "'," + in_stock + "," + out_stock +
-                       "," + std::to_string(VipID) + "," + std::to_string(VipID) + ",'" + Owner +
-                       "','" + Phone + "','" + Remark + "'," + std::to_string(BillerID) + "," +
+                       BillDate.to_string() + "','" + common::sql_text(bill_no) + "'," + in_stock +
+                       "," + out_stock + "," + std::to_string(VipID) + "," + std::to_string(VipID) +
+                       ",'" + common::sql_text(Owner) + "','" + common::sql_text(Phone) + "','" +
+                       common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
                        std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
                        ",'" + now + "'," + Variant::format_double(sum_qty) + "," +
                        Variant::format_double(sum_amount) + "," +

@@ -80,13 +80,13 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
                 "Insert Into ICOrderEntry(FInterID,FEntryID,FItemID,FRowKey,"
                 "FQty,FZkRate,FPrice,FAmount,FRetailPrice,FRetailAmount,FMemo) Values(" +
                 id + "," + std::to_string(entry) + "," + common::field_text(lines, "FItemID") +
-                ",'" + common::field_text(lines, "FRowKey") + "'," +
+                ",'" + common::sql_text(common::field_text(lines, "FRowKey")) + "'," +
                 common::field_text(lines, "FQty") + "," + common::field_text(lines, "FZkRate") +
                 "," + common::field_text(lines, "FPrice") + "," +
                 common::field_text(lines, "FAmount") + "," +
                 common::field_text(lines, "FRetailPrice") + "," +
                 common::field_text(lines, "FRetailAmount") + ",'" +
-                common::field_text(lines, "FMemo") + "')");
+                common::sql_text(common::field_text(lines, "FMemo")) + "')");
             // The line counter is 16-bit: an order of more than 32768 lines cannot be saved.
             if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
             ++entry;
@@ -100,10 +100,11 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
         ex.execute(
             "Insert Into ICOrder(FInterID,FTranType,FDate,FBillNo,FOrgaID,FRemark,FBillerID,"
             "FSumQty,FSumAmount,FSumRetailAmount,FEarnest,FacctID,FDeleted,FSysTime) values(" +
-            id + "," + std::to_string(TranType) + ",'" + BillDate.to_string() + "','" + BillNo +
-            "'," + std::to_string(OrgaID) + ",'" + Remark + "'," + std::to_string(BillerID) + "," +
-            sql_number(sum_qty) + "," + sql_number(sum_amount) + "," + sql_number(sum_retail) +
-            "," + sql_number(Amount) + "," + std::to_string(AcctID) + ",0,getdate())");
+            id + "," + std::to_string(TranType) + ",'" + BillDate.to_string() + "','" +
+            common::sql_text(BillNo) + "'," + std::to_string(OrgaID) + ",'" +
+            common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," + sql_number(sum_qty) +
+            "," + sql_number(sum_amount) + "," + sql_number(sum_retail) + "," + sql_number(Amount) +
+            "," + std::to_string(AcctID) + ",0,getdate())");
 
         if (detail.RecordCount() > 0) detail.MoveFirst();
         while (!detail.Eof()) {
@@ -113,9 +114,9 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
                     "Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,"
                     "FColorEntryID,FQty) Values(" +
                     id + "," + common::field_text(detail, "FItemID") + ",'" +
-                    common::field_text(detail, "FRowKey") + "'," +
+                    common::sql_text(common::field_text(detail, "FRowKey")) + "'," +
                     common::field_text(detail, "FSizeiD") + ",'" +
-                    common::field_text(detail, "FColor") + "'," +
+                    common::sql_text(common::field_text(detail, "FColor")) + "'," +
                     common::field_text(detail, "FColorEntryID") + "," +
                     common::field_text(detail, "FQty") + ")");
             }

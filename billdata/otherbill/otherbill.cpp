@@ -97,11 +97,11 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
                 return "Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,"
                        "FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FUnitCost,FCost) Values(" +
                        std::to_string(id) + "," + std::to_string(entry) + "," +
-                       field(RsBill, "FItemID") + ",'" + field(RsBill, "FRowKey") + "'," +
-                       field(RsBill, "FQty") + "," + price + "," + amount + "," +
-                       field(RsBill, "FRetailPrice") + "," + field(RsBill, "FRetailAmount") + "," +
-                       field(RsBill, "FZkRate") + ",'" + field(RsBill, "FMemo") + "'," + price +
-                       "," + amount + ")";
+                       field(RsBill, "FItemID") + ",'" +
+                       common::sql_text(field(RsBill, "FRowKey")) + "'," + field(RsBill, "FQty") +
+                       "," + price + "," + amount + "," + field(RsBill, "FRetailPrice") + "," +
+                       field(RsBill, "FRetailAmount") + "," + field(RsBill, "FZkRate") + ",'" +
+                       common::sql_text(field(RsBill, "FMemo")) + "'," + price + "," + amount + ")";
             });
             retail_sum += RsBill->Fields("FRetailAmount").Value().to_double();
             qty_sum += RsBill->Fields("FQty").Value().to_double();
@@ -120,12 +120,13 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
                    "FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,"
                    "FCause,FSeason,FMonth) values(" +
                    std::to_string(id) + "," + std::to_string(TranType) + ",'" +
-                   BillDate.to_string() + "','" + BillNo + "'," + std::to_string(InStockID) + "," +
-                   std::to_string(issuing) + ",'" + Remark + "'," + std::to_string(BillerID) + "," +
+                   BillDate.to_string() + "','" + common::sql_text(BillNo) + "'," +
+                   std::to_string(InStockID) + "," + std::to_string(issuing) + ",'" +
+                   common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
                    std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
                    stock_bill::now_text() + "'," + Variant(qty_sum).to_string() + "," +
                    Variant(amount_sum).to_string() + "," + Variant(retail_sum).to_string() + ",'" +
-                   Cause + "','" + season_text(BillDate) + "','" +
+                   common::sql_text(Cause) + "','" + season_text(BillDate) + "','" +
                    stock_bill::month_text(BillDate) + "')";
         });
         stock_bill::write_size_rows(ex, id, rsBillDetail);

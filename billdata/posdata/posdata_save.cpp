@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -104,6 +105,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             // that no longer exists is refused here and nothing is saved.
             DeleteBill(99, inter_id, own.cn, false);
         }
+        // The number comes with the caller's prefix or from the bill being corrected.
+        const std::string bill_no_text = common::sql_text(bill_no);
         // Two tills that drew the same id clash on the first line: take a fresh id and go on.
         ex.on_duplicate_interior_id(
             [&] { inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
@@ -154,8 +157,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             ex.execute([&] {
                 return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
                        id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
-                       v("FColor").to_string() + "'," + v("FSizeID").to_string() + ",0," +
-                       v("FQty").to_string() + ")";
+                       common::sql_text(v("FColor").to_string()) + "'," + v("FSizeID").to_string() +
+                       ",0," + v("FQty").to_string() + ")";
             });
             ++line;
             lines.MoveNext();
@@ -178,7 +181,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                            id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
                            v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() + "," +
                            num(retail_price * qty) + ",0,0,1," + v("FUnitCost").to_string() + "," +
-                           num(unit_cost * qty) + ",0,0,'" + v("Fmemo").to_string() + "')";
+                           num(unit_cost * qty) + ",0,0,'" +
+                           common::sql_text(v("Fmemo").to_string()) + "')";
                 });
                 cost_total += unit_cost * qty;
                 retail_total += retail_price * qty;
@@ -186,8 +190,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 ex.execute([&] {
                     return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
                            id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
-                           v("FColor").to_string() + "'," + v("FSizeID").to_string() + ",0," +
-                           v("FQty").to_string() + ")";
+                           common::sql_text(v("FColor").to_string()) + "'," +
+                           v("FSizeID").to_string() + ",0," + v("FQty").to_string() + ")";
                 });
                 ++line;
                 items.MoveNext();
@@ -211,16 +215,18 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             return "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values(" +
                    id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
                    std::to_string(BillerID) + "," + std::to_string(year) + "," +
-                   std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" + bill_no +
-                   "'," + num(GetCash) + "," + num(amount_total) + "," + std::to_string(qty_total) +
-                   "," + num(SumAmount) + "," + num(retail_total) + "," + num(discount_total) +
-                   "," + num(GetDyq) + "," + num(GetBlank) + "," + num(cost_total) + "," +
-                   num(SumAmount - cost_total) + "," + num(OddMent) + ",'" + BillRemark + "','" +
-                   ClassName + "'," + (QkAmount != 0 ? "1" : "0") + "," + num(QkAmount) + "," +
-                   std::to_string(VipID) + "," + num(GetAmount) + "," + num(ChangeAmount) + "," +
+                   std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" +
+                   bill_no_text + "'," + num(GetCash) + "," + num(amount_total) + "," +
+                   std::to_string(qty_total) + "," + num(SumAmount) + "," + num(retail_total) +
+                   "," + num(discount_total) + "," + num(GetDyq) + "," + num(GetBlank) + "," +
+                   num(cost_total) + "," + num(SumAmount - cost_total) + "," + num(OddMent) + ",'" +
+                   common::sql_text(BillRemark) + "','" + common::sql_text(ClassName) + "'," +
+                   (QkAmount != 0 ? "1" : "0") + "," + num(QkAmount) + "," + std::to_string(VipID) +
+                   "," + num(GetAmount) + "," + num(ChangeAmount) + "," +
                    num(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" + month_text +
-                   "'," + num(JfExchange) + "," + num(GetJfAmount) + ",'" + Machine + "'," +
-                   (pos_get_money ? "1" : "0") + "," + num(GetQk) + ")";
+                   "'," + num(JfExchange) + "," + num(GetJfAmount) + ",'" +
+                   common::sql_text(Machine) + "'," + (pos_get_money ? "1" : "0") + "," +
+                   num(GetQk) + ")";
         });
         BillData.reset();
 
@@ -235,19 +241,20 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             // A provisional card becomes a full card once its purchases reach the threshold.
             ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
                        " and FSumBuyAmount>=" + num(AmountBogusToVip));
-            const std::string biller = GetUserName(BillerID);
+            // The cashier's name as the user table holds it, quotes and all.
+            const std::string biller = common::sql_text(GetUserName(BillerID));
             ex.execute([&] {
                 return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
                        id() + "," + vip + ",'" + date + "'," + num(sum_jf) + ",'" + biller +
                        "','消费增加积分,消费金额：" + format_two_decimals(SumAmount) +
-                       ",单号:" + bill_no + "')";
+                       ",单号:" + bill_no_text + "')";
             });
             if (JfExchange != 0) {
                 ex.execute([&] {
                     return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
                            id() + "," + vip + ",'" + date + "'," + num(-JfExchange) + ",'" +
                            biller + "','积分兑换金额：" + format_two_decimals(GetJfAmount) +
-                           ",单号:" + bill_no + "')";
+                           ",单号:" + bill_no_text + "')";
                 });
             }
         }

@@ -105,10 +105,10 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                 return "Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,"
                        "FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FHisPrice) Values(" +
                        std::to_string(id) + "," + std::to_string(entry) + "," + item + ",'" +
-                       field(RsBill, "FRowKey") + "'," + qty + "," + price + "," +
+                       common::sql_text(field(RsBill, "FRowKey")) + "'," + qty + "," + price + "," +
                        field(RsBill, "FAmount") + "," + field(RsBill, "FRetailPrice") + "," +
                        field(RsBill, "FRetailAmount") + "," + field(RsBill, "FZkRate") + ",'" +
-                       field(RsBill, "FMemo") + "'," + his_price + ")";
+                       common::sql_text(field(RsBill, "FMemo")) + "'," + his_price + ")";
             });
             if (TranType == 112)
                 ex.execute("Update t_icitem set FPurPrice=" + price +
@@ -162,11 +162,12 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                    "FAcctID,FSettleID,FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,"
                    "FSumRetailAmount,FSeason,FMonth) values(" +
                    std::to_string(id) + "," + std::to_string(TranType) + ",'" +
-                   BillDate.to_string() + "','" + BillNo + "'," + std::to_string(StockID) + "," +
-                   std::to_string(OrgaID) + "," + std::to_string(AcctID) + "," +
-                   std::to_string(SettleID) + ",'" + Remark + "'," + std::to_string(BillerID) +
-                   "," + std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
-                   ",'" + stock_bill::now_text() + "'," + Variant(SumQty).to_string() + "," +
+                   BillDate.to_string() + "','" + common::sql_text(BillNo) + "'," +
+                   std::to_string(StockID) + "," + std::to_string(OrgaID) + "," +
+                   std::to_string(AcctID) + "," + std::to_string(SettleID) + ",'" +
+                   common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
+                   std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
+                   stock_bill::now_text() + "'," + Variant(SumQty).to_string() + "," +
                    Variant(SumAmount).to_string() + "," + Variant(retail_sum).to_string() + ",'" +
                    season + "','" + stock_bill::month_text(BillDate) + "')";
         });

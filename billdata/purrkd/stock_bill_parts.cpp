@@ -49,9 +49,9 @@ void write_size_rows(common::Executor& ex, const std::int32_t& id,
                            "FColorEntryID,FQty) Values(" +
                            std::to_string(id) + "," +
                            detail->Fields("FItemID").Value().to_string() + ",'" +
-                           detail->Fields("FRowKey").Value().to_string() + "'," +
+                           common::sql_text(detail->Fields("FRowKey").Value().to_string()) + "'," +
                            detail->Fields("FSizeiD").Value().to_string() + ",'" +
-                           detail->Fields("FColor").Value().to_string() + "'," +
+                           common::sql_text(detail->Fields("FColor").Value().to_string()) + "'," +
                            detail->Fields("FColorEntryID").Value().to_string() + "," +
                            detail->Fields("FQty").Value().to_string() + ")";
                 });

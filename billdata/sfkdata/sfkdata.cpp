@@ -80,12 +80,12 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
             "FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,FOrderBillID,FStockBillID)"
             " Values(" +
             std::to_string(inter_id) + "," + std::to_string(TranType) + ",0," +
-            std::to_string(EmpID) + ",'" + BillDate.to_string() + "','" + BillNo + "'," +
-            std::to_string(AcctID) + "," + std::to_string(OrgaID) + "," +
+            std::to_string(EmpID) + ",'" + BillDate.to_string() + "','" + common::sql_text(BillNo) +
+            "'," + std::to_string(AcctID) + "," + std::to_string(OrgaID) + "," +
             sql_number(SumAmount + OddMent) + "," + sql_number(SumAmount) + "," +
-            sql_number(OddMent) + ",'" + Memo + "'," + std::to_string(BillerID) + ",'" +
-            now.date_string() + " " + now.time_string() + "'," + std::to_string(OrderBillID) + "," +
-            std::to_string(StockBillID) + ")");
+            sql_number(OddMent) + ",'" + common::sql_text(Memo) + "'," + std::to_string(BillerID) +
+            ",'" + now.date_string() + " " + now.time_string() + "'," +
+            std::to_string(OrderBillID) + "," + std::to_string(StockBillID) + ")");
 
         ex.commit();
         cn->Close();

@@ -91,9 +91,10 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
                 "Insert Into icorderEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,"
                 "FColorEntryID,FQty) Values(" +
                 std::to_string(inter_id) + ",'" + row_key + "'," +
-                common::field_text(rows, "FItemID") + ",'" + common::field_text(rows, "FColor") +
-                "'," + common::field_text(rows, "FSizeID") + ",0," +
-                common::field_text(rows, "FQty") + ")");
+                common::field_text(rows, "FItemID") + ",'" +
+                common::sql_text(common::field_text(rows, "FColor")) + "'," +
+                common::field_text(rows, "FSizeID") + ",0," + common::field_text(rows, "FQty") +
+                ")");
 
             if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
             ++entry;
@@ -108,9 +109,11 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
                    "FRemark,FPhone,FOwner) values(" +
                    std::to_string(inter_id) + ",21,'" + BillDate.to_string() + "'," +
                    sql_number(Earnest) + "," + std::to_string(AcctID) + ",0," +
-                   std::to_string(UserID) + ",getdate()," + std::to_string(VipID) + ",'" + BillNo +
-                   "'," + std::to_string(sum_qty) + "," + sql_number(sum_amount) + "," +
-                   sql_number(sum_retail) + ",'" + Remark + "','" + Phone + "','" + Owner + "')";
+                   std::to_string(UserID) + ",getdate()," + std::to_string(VipID) + ",'" +
+                   common::sql_text(BillNo) + "'," + std::to_string(sum_qty) + "," +
+                   sql_number(sum_amount) + "," + sql_number(sum_retail) + ",'" +
+                   common::sql_text(Remark) + "','" + common::sql_text(Phone) + "','" +
+                   common::sql_text(Owner) + "')";
         });
 
         // The earnest's receipt is written always, amounts 0 included.
@@ -125,8 +128,9 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
                    "FOrderBillID,FStockBillID) Values(" +
                    std::to_string(receipt_id) + ",23,0,0,'" + BillDate.to_string() + "','" +
                    receipt_no + "'," + std::to_string(AcctID) + "," + std::to_string(VipID) + "," +
-                   sql_number(Earnest) + "," + sql_number(Earnest) + ",0,'会员订单：" + BillNo +
-                   "'," + std::to_string(UserID) + ",getdate()," + std::to_string(inter_id) + ",0)";
+                   sql_number(Earnest) + "," + sql_number(Earnest) + ",0,'会员订单：" +
+                   common::sql_text(BillNo) + "'," + std::to_string(UserID) + ",getdate()," +
+                   std::to_string(inter_id) + ",0)";
         });
 
         ex.commit();

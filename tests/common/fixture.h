@@ -2,11 +2,13 @@
 // A fresh embedded database per test, with the session pointed at it.
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <string>
 
 #include "billdata/ado/ado.h"
 #include "billdata/common/session.h"
+#include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
 #include "support/test_support.h"
 
@@ -44,6 +46,19 @@ class DatabaseTest : public ::testing::Test {
         rs->Close();
         cn->Close();
         return v;
+    }
+
+    // Runs an SQLite statement on the file directly, past the component: a trigger that makes the
+    // database refuse a statement stands for a full disk or another program's rule.
+    void sqlite_exec(const std::string& sql) const {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+        drivers::sqlite::register_tsql_runtime(db);
+        char* message = nullptr;
+        const int rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message);
+        EXPECT_EQ(rc, SQLITE_OK) << (message ? message : "");
+        sqlite3_free(message);
+        sqlite3_close(db);
     }
 
     TempDir dir_;

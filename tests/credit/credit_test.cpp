@@ -236,8 +236,11 @@ TEST_F(CreditTest, RefusalsBeforeAnyWrite) {
 }
 
 TEST_F(CreditTest, FailedSaveLeavesNoHalfBill) {
-    // A quote in a line's note breaks that line's statement after the header was written.
-    auto rs = bill_lines({{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40, 0, 0, "it's"}});
+    // The database refuses the second line, after the header and the first line were written.
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBillEntry WHEN new.FEntryID=2 "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    auto rs = bill_lines({{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40}});
     std::shared_ptr<ado::Recordset> none;
     std::string no = "keep";
     std::int32_t id = 0;

@@ -116,9 +116,13 @@ TEST_F(OrderBillTest, ModifyingReplacesTheOrderUnlessAudited) {
 
     // A failing statement leaves nothing of a new order and gives its numbers back.
     std::int32_t fresh = 0;
-    auto bad = lines({{1, "q", 1, 1, 40, 40, 99, 99, "it's"}});
-    EXPECT_THROW(order.SaveData(11, DateTime(2025, 3, 9), no, 101, "", 1, fresh, bad, 0, 1, d),
-                 ado::ComError);
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICOrderEntry WHEN new.FMemo='refused' "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    auto bad = lines({{1, "q", 1, 1, 40, 40, 99, 99, "refused"}});
+    expect_com_error(
+        [&] { order.SaveData(11, DateTime(2025, 3, 9), no, 101, "", 1, fresh, bad, 0, 1, d); },
+        kComponent, "disk full");
     EXPECT_EQ(fresh, 0);
     EXPECT_EQ(num("select count(*) from ICOrder"), 1);
     EXPECT_EQ(num("select FMaxNum from ICMaxNum where FTranType=11"), 1000000001);

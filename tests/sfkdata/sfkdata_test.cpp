@@ -71,11 +71,15 @@ TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
     EXPECT_EQ(num("select FOrderBillID*10+FStockBillID from WLBill where FInterID=1"), 78);
     EXPECT_EQ(num("select FMaxNum from ICMaxNum where FTranType=4"), 2);
 
-    // A failing insert (a quote in the memo) leaves the corrected bill as it was.
-    auto e = error_of(
-        [&] { sfk.SaveData(13, DateTime(2025, 3, 10), no, 2, 102, 0, 1, 0, "it's", 1, 1, 0, 0); });
+    // A failing insert leaves the corrected bill as it was.
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON WLBill WHEN new.FMemo='refused' "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    auto e = error_of([&] {
+        sfk.SaveData(13, DateTime(2025, 3, 10), no, 2, 102, 0, 1, 0, "refused", 1, 1, 0, 0);
+    });
     EXPECT_EQ(e.number(), kComponent);
-    EXPECT_FALSE(e.description().empty());
+    EXPECT_EQ(e.description(), "disk full");
     EXPECT_EQ(num("select FSumAmount from WLBill where FInterID=1"), 60);
 }
 
