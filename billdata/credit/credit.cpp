@@ -200,8 +200,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             throw ComError::component("借货单据类型只能是借出(27)或借还(17)!");
         if (!RsBill || RsBill->Eof()) throw ComError::component("没有数据可以保存!");
 
-        // Everything the caller gives is read and checked before the first write: the save has
-        // no transaction to fall back on.
+        // Everything the caller gives is read and checked before the first statement.
         std::vector<Line> lines;
         double sum_qty = 0, sum_amount = 0, sum_retail = 0;
         while (!RsBill->Eof()) {
@@ -216,28 +215,29 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         OwnConnection own;
         const auto& cn = own.get();
         Executor ex(cn, Handler::DuplicateKey);
-        const bool rewrite = OldInterID > 0;
-        if (TranType == kReturn) check_returns(ex, lines, rewrite ? OldInterID : 0);
-        if (rewrite && TranType == kLend && has_returns_or_sales(ex, OldInterID))
-            throw ComError::component("保存单据失败，单据“" + BillNo + "”已有归还或销售记录！");
+        const std::int32_t old_id = OldInterID;
+        const bool rewrite = old_id > 0;
         const bool cost_style_1 = common::GetCostStyle() == 1;
-
-        RsBill->Close();
-        RsBill.reset();
-
-        std::int32_t id = OldInterID;
+        std::int32_t id = old_id;
         std::string bill_no = BillNo;
-        bool written = false;
+
+        // One transaction: a failure anywhere leaves the old bill, the returned quantities it
+        // booked and the counters as they were. The checks run inside it, so that no other till
+        // books against the same lent lines between a check and the writes.
+        ex.begin();
         try {
+            if (TranType == kReturn) check_returns(ex, lines, rewrite ? old_id : 0);
+            if (rewrite && TranType == kLend && has_returns_or_sales(ex, old_id))
+                throw ComError::component("保存单据失败，单据“" + BillNo + "”已有归还或销售记录！");
+
             if (rewrite) {
                 // The old returns go back first, while the old bill is still live.
                 ex.execute(lower_returned_sql(id));
-                if (cost_style_1) {
+                // Voided before its rows go, as under cost style 1 it always was; the adjustments
+                // after it are rebuilt once the new rows are committed.
+                if (cost_style_1)
                     ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" +
                                std::to_string(id));
-                    PublicData().RecacuSptjd(cn, id);
-                }
-                written = true;
                 delete_rows(ex, id);
             } else {
                 id = common::NextInterID(ex, common::kSeriesStockBill, 0);
@@ -251,13 +251,13 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             bool header_written = false;
             std::size_t lines_written = 0;
             ex.on_duplicate_interior_id([&] {
-                const std::string old_id = std::to_string(id);
+                const std::string clashed = std::to_string(id);
                 id = common::NextInterID(ex, common::kSeriesStockBill, 0);
                 if (!header_written) return;
                 ex.execute("Update ICStockBill set FInterID=" + std::to_string(id) +
-                           " where FInterID=" + old_id);
+                           " where FInterID=" + clashed);
                 ex.execute("Update ICStockBillEntry set FInterID=" + std::to_string(id) +
-                           " where FInterID=" + old_id + " and FEntryID between 1 and " +
+                           " where FInterID=" + clashed + " and FEntryID between 1 and " +
                            std::to_string(lines_written));
             });
 
@@ -279,7 +279,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                        Variant::format_double(sum_retail) + ",'" + season_text(BillDate) + "','" +
                        month_text(BillDate) + "')";
             });
-            written = header_written = true;
+            header_written = true;
 
             // A return line points at its lent line; a lending line refers to nothing.
             const std::string ref_tran_type = TranType == kReturn ? "27" : "0";
@@ -295,6 +295,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                            l.memo + "'," + l.unit_cost + "," + l.cost + "," + l.ref_inter + "," +
                            l.ref_entry + "," + ref_tran_type + ")";
                 });
+                lines_written = n + 1;
             }
             for (const std::string& row : detail_rows) {
                 ex.execute([&] {
@@ -311,23 +312,28 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                        std::to_string(id) + " and isnull(t3.FSizeID,0)=0";
             });
             ex.execute([&] { return raise_returned_sql(id); });
-        } catch (const ComError&) {
-            // No transaction to roll back: take the bill out again rather than leave it half
-            // written. Its returns were not booked yet (that is the last statement).
-            if (written) {
-                try {
-                    Executor cleanup(cn, Handler::Common);
-                    delete_rows(cleanup, id);
-                } catch (const ComError&) {
-                    // The original error is the one the caller needs to see.
-                }
+            ex.commit();
+        } catch (...) {
+            try {
+                if (cn->InTransaction()) ex.rollback();
+            } catch (const ComError&) {
+                // The caller needs the error that stopped the save; closing the connection
+                // rolls back whatever this left open.
             }
             throw;
         }
 
-        if (rewrite) recalc_after(cn, id);
         OldInterID = id;
         BillNo = bill_no;
+        RsBill->Close();
+        RsBill.reset();
+        // The price adjustments after the bill are rebuilt from what is committed: where the old
+        // bill stood and, if a clash moved it, where it stands now. A failure here leaves the
+        // bill saved.
+        if (rewrite) {
+            recalc_after(cn, old_id);
+            if (id != old_id) recalc_after(cn, id);
+        }
         return true;
     });
 }

@@ -36,15 +36,17 @@ class Credit {
     // returns or till sales refer to is not rewritten
     // ("保存单据失败，单据“…”已有归还或销售记录！").
     //
-    // Runs without a transaction: the header is written first, then the lines, their size/colour
-    // rows, and the returned quantities of the lent lines. On success: true, BillNo gets a new
+    // All or nothing, in one transaction on a connection of its own: the header first, then the
+    // lines, their size/colour rows, and the returned quantities of the lent lines; a rewrite
+    // first takes back the old bill's returns and rows. On success: true, BillNo gets a new
     // bill's number ("JC"/"JR" + date + sequence; a rewrite keeps the caller's), OldInterID the
-    // interior id, RsBill is closed and released. Refusals (0x800403E9): "没有数据可以保存!" for
-    // no lines, "借货单据类型只能是借出(27)或借还(17)!" for another kind, and the checks above
-    // — all before anything is written. A duplicate interior id draws a fresh one and goes
-    // on; any other database error is raised as 0x800403E9 with its own text after the rows of
-    // the bill written so far are removed again (a failed rewrite therefore leaves the bill
-    // removed, with its returned quantities given back — never half written).
+    // interior id, RsBill is closed and released; then, under cost style 1, the price
+    // adjustments after a rewritten bill are rebuilt (an error there leaves the bill saved).
+    // Refusals (0x800403E9): "没有数据可以保存!" for no lines,
+    // "借货单据类型只能是借出(27)或借还(17)!" for another kind, and the checks above. A duplicate
+    // interior id draws a fresh one and goes on; any other database error is raised as
+    // 0x800403E9 with its own text. A save that fails writes nothing (the old bill of a rewrite
+    // stays as it was), and BillNo, OldInterID, RsBill and rsBillDetail keep their values.
     bool SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std::string& BillNo,
                   std::int32_t StockID, std::int32_t VipID, const std::string& Owner,
                   const std::string& Phone, const std::string& Remark, std::int32_t BillerID,

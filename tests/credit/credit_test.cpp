@@ -244,19 +244,56 @@ TEST_F(CreditTest, FailedSaveLeavesNoHalfBill) {
     std::shared_ptr<ado::Recordset> none;
     std::string no = "keep";
     std::int32_t id = 0;
-    try {
-        credit_.SaveData(27, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id, rs,
-                         none);
-        ADD_FAILURE() << "expected the broken statement to fail";
-    } catch (const ado::ComError& e) {
-        EXPECT_EQ(e.number(), ado::err::kComponent);
-        EXPECT_FALSE(e.description().empty());
-    }
+    expect_com_error(
+        [&] {
+            credit_.SaveData(27, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
+                             rs, none);
+        },
+        ado::err::kComponent, "disk full");
     EXPECT_EQ(id, 0);
     EXPECT_EQ(no, "keep");
+    // Nothing stays, the interior id and the bill number drawn included.
     EXPECT_EQ(count("ICStockBill"), 0);
     EXPECT_EQ(count("ICStockBillEntry"), 0);
+    EXPECT_EQ(count("ICMaxNum where FTranType=0"), 0);
+    EXPECT_EQ(count("ICBillNo"), 0);
     EXPECT_EQ(stock(kSocks), 100);
+}
+
+TEST_F(CreditTest, FailedChangeLeavesTheBillAsItWas) {
+    const std::int32_t lend = save(27, {{kSocks, "0", 3, 12}, {kTShirt, "1", 2, 40}}, 0,
+                                   size_cells({{0, kTShirt, "1", 2, "黑色", 3, 2}}));
+    const std::int32_t back = save(17, {{kSocks, "0", 2, 12, lend, 1}});
+    const std::string number = last_bill_no_;
+    auto snapshot = [&] {
+        return rows("select * from ICStockBill order by FInterID") +
+               rows("select * from ICStockBillEntry order by FInterID,FEntryID") +
+               rows("select * from ICStockBillEntry_1 order by FInterID,FRowKey,FSizeID");
+    };
+    const std::string before = snapshot();
+    ASSERT_EQ(lent(lend), "2|0;");
+
+    // The change of the return fails at its size rows, after its old rows were taken out and its
+    // new header and line written.
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBillEntry_1 "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    auto rs = bill_lines({{kSocks, "0", 3, 12, lend, 1, "it's"}});
+    std::shared_ptr<ado::Recordset> none;
+    std::string no = number;
+    std::int32_t id = back;
+    expect_com_error(
+        [&] {
+            credit_.SaveData(17, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "it's", 1,
+                             id, rs, none);
+        },
+        ado::err::kComponent, "disk full");
+    EXPECT_EQ(id, back);
+    EXPECT_EQ(no, number);
+    EXPECT_NE(rs, nullptr);  // the caller keeps its lines to try again
+    EXPECT_EQ(snapshot(), before);
+    EXPECT_EQ(lent(lend), "2|0;");
+    EXPECT_EQ(stock(kSocks), 99);
 }
 
 TEST_F(CreditTest, ClashOnALineMovesTheBillToAFreshId) {
@@ -268,6 +305,14 @@ TEST_F(CreditTest, ClashOnALineMovesTheBillToAFreshId) {
     EXPECT_EQ(rows("select FInterID,FItemID,FQty from ICStockBillEntry order by FInterID"),
               "1|5|9;2|7|3;");
     EXPECT_EQ(stock(kSocks), 97);
+
+    // A clash on the second line takes the header and the first line along to the fresh id.
+    exec("insert into ICStockBillEntry(FInterID,FEntryID,FItemID,FQty) values(3,2,5,9)");
+    EXPECT_EQ(save(27, {{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40}}), 4);
+    EXPECT_EQ(rows("select FInterID,FEntryID,FItemID from ICStockBillEntry where FInterID>2 "
+                   "order by FInterID,FEntryID"),
+              "3|2|5;4|1|7;4|2|1;");
+    EXPECT_EQ(rows("select FInterID from ICStockBill order by FInterID"), "2;4;");
 }
 
 TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
