@@ -124,6 +124,38 @@ TEST_F(Refusals, SyntaxErrorsCarryThePosition) {
         translate("select FInterID from ICStockBill where FTranType in (112,99 )and FSumQty>1e2"));
 }
 
+TEST_F(Refusals, DeepNestingAndLongChainsAreRefusedBeforeTheyExhaustTheStack) {
+    auto times = [](const std::string& text, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i)
+            out += text;
+        return out;
+    };
+    auto chain = [&](const std::string& term, const std::string& op, int n) {
+        return term + times(op + term, n - 1);
+    };
+    const int n = 100000;
+    const std::string texts[] = {
+        "select " + times("(", n) + "1" + times(")", n),
+        "select " + times("-(", n) + "1" + times(")", n),
+        times("(", n) + "select 1" + times(")", n),
+        "select " + chain("1", "+", n),
+        "select 1 from t_Stock where " + chain("FItemID=1", " or ", n),
+        "select 1 from t_Stock a" + times(" join t_Stock b on 1=1", n),
+        chain("select 1", " union all ", n),
+        "select 1 where 1" + times(" is null", n),
+    };
+    for (const std::string& text : texts) {
+        auto e = refusal(text);
+        EXPECT_EQ(e.construct(), "nesting") << text.substr(0, 40);
+        EXPECT_GT(e.position(), 0u);
+        EXPECT_EQ(std::string(e.what()),
+                  "statement nested too deeply at position " + std::to_string(e.position()));
+    }
+    // A long filter such as a front end builds from a picked list still goes through.
+    EXPECT_NO_THROW(translate("select 1 from t_Stock where " + chain("FItemID=1", " or ", 500)));
+}
+
 TEST(LiteralPositions, ReportEveryValueButNotTheShape) {
     const dialect::Catalog catalog = [] {
         dialect::Catalog c;
