@@ -239,15 +239,15 @@ void Parser::syntax_error(const Token& at) const {
             "syntax error: unexpected end of statement at position " + std::to_string(at.pos),
             at.pos, "end of statement");
     }
-    std::string near(src_.substr(at.pos, at.len));
+    std::string near = excerpt(src_.substr(at.pos, at.len));
     throw DialectError("syntax error near '" + near + "' at position " + std::to_string(at.pos),
                        at.pos, near);
 }
 
 void Parser::unsupported(std::string_view construct, std::size_t pos) const {
-    throw DialectError(
-        "unsupported construct '" + std::string(construct) + "' at position " + std::to_string(pos),
-        pos, std::string(construct));
+    const std::string shown = excerpt(construct);
+    throw DialectError("unsupported construct '" + shown + "' at position " + std::to_string(pos),
+                       pos, shown);
 }
 
 bool Parser::is_name_token(const Token& t) const {

@@ -61,6 +61,9 @@ TEST_F(Refusals, UnknownTablesAndColumnsUseTheServersWords) {
     EXPECT_EQ(e.position(), 28u);
     e = refusal("update t1 set t1.FNope=1 from t_Stock t1");
     EXPECT_NE(std::string(e.what()).find("FNope"), std::string::npos);
+    // A huge name is quoted only in part.
+    e = refusal("select " + std::string(1000000, 'x') + " from t_Stock");
+    EXPECT_EQ(std::string(e.what()), "列名 '" + std::string(100, 'x') + "…' 无效。 at position 7");
     // Names do not care about case, and a correlated subquery sees its outer tables.
     EXPECT_NO_THROW(translate(
         "select FINTERID from icstockbill T where exists(select 1 from ICStockbillEntry where finterid=t.FInterID)"));
