@@ -218,5 +218,26 @@ TEST_F(CliCallTest, HostileLinesAreEachAnsweredAndTheBatchGoesOn) {
     EXPECT_EQ(answers[4], "{\"result\": \"2025/3\", \"out\": {}}");
 }
 
+TEST_F(CliCallTest, AnswersThatCannotBeWrittenStopTheBatchWithStatusTwo) {
+    const std::string settle =
+        "{\"call\": \"TestService.Settle\", \"args\": {\"BillNo\": \"\", \"OldInterID\": 0, "
+        "\"Ids\": [], \"RsBill\": null}}\n";
+    std::string input = dir_.file("input.jsonl");
+    std::ofstream(input) << settle << settle;
+    // Standard error to the pipe, standard output to a full device.
+    Outcome run = shell("(" + std::string(BILLDATA_TEST_CLI) + " batch --db " + shell_quote(db_) +
+                        " < " + shell_quote(input) + " 2>&1 >/dev/full)");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out,
+              "billdata: cannot write to standard output (No space left on device): the answers "
+              "are lost\n");
+    // The second call was never read: its answer could not have reached anyone.
+    EXPECT_EQ(sql("select count(*) as n from t_SystemProfile where FKey like 'Settled%'").out,
+              "n\n1\n");
+    Outcome call_run = shell(std::string(BILLDATA_TEST_CLI) + " call --db " + shell_quote(db_) +
+                             " TestService.Period >/dev/full");
+    EXPECT_EQ(call_run.status, 2);
+}
+
 }  // namespace
 }  // namespace billdata::testing

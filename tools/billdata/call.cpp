@@ -185,7 +185,8 @@ int run_batch(const std::string& db) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.find_first_not_of(" \t") == std::string::npos) continue;
         bool failed = false;
-        std::cout << run_line(line, failed) << "\n" << std::flush;
+        std::cout << run_line(line, failed) << "\n";
+        if (!output_written()) return kExitOutputLost;
         ++calls;
         if (failed) ++failures;
         progress.tick(calls, failures);

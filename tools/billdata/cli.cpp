@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -69,6 +71,14 @@ std::string database_from(const std::string& option) {
         "no database given: use --db <connection string or .db file> or set BILLDATA_DB");
 }
 
+bool output_written() {
+    if (std::cout.flush()) return true;
+    const int error = errno;
+    std::cerr << "billdata: cannot write to standard output (" << std::strerror(error)
+              << "): the answers are lost\n";
+    return false;
+}
+
 int run(int argc, char** argv) {
     CLI::App app{"billdata — bill data of an apparel back office with point-of-sale tills"};
     app.require_subcommand(1);
@@ -129,21 +139,23 @@ int run(int argc, char** argv) {
         return app.exit(e);
     }
 
+    int status = 0;
     try {
-        if (*init) return run_init(init_path, init_demo, init_year, init_period);
-        if (*sql) return run_sql(sql_db, sql_text, parse_format(sql_format));
-        if (*translate) return run_translate(tr_engine, tr_text);
+        if (*init) status = run_init(init_path, init_demo, init_year, init_period);
+        if (*sql) status = run_sql(sql_db, sql_text, parse_format(sql_format));
+        if (*translate) status = run_translate(tr_engine, tr_text);
         if (*call)
-            return run_call(call_db, call_year, call_period, call_format, call_target, call_args);
-        if (*batch) return run_batch(batch_db);
-        if (*demo) return run_demo(demo_db, demo_keep);
+            status = run_call(call_db, call_year, call_period, call_format, call_target, call_args);
+        if (*batch) status = run_batch(batch_db);
+        if (*demo) status = run_demo(demo_db, demo_keep);
     } catch (const ComError& e) {
-        return report(e);
+        status = report(e);
     } catch (const std::exception& e) {
         std::cerr << "billdata: " << e.what() << "\n";
-        return 1;
+        status = 1;
     }
-    return 0;
+    if (status != kExitOutputLost && !output_written()) status = kExitOutputLost;
+    return status;
 }
 
 }  // namespace billdata::cli
