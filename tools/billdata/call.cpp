@@ -177,7 +177,7 @@ class Progress {
 }  // namespace
 
 int run_batch(const std::string& db) {
-    if (!db.empty()) init_session_from(db, 0, 0);
+    if (!db.empty()) init_session_from(database_from(db), 0, 0);
     long calls = 0, failures = 0;
     Progress progress;
     std::string line;

@@ -64,11 +64,22 @@ int run_translate(const std::string& engine, const std::string& sql) {
 }  // namespace
 
 std::string database_from(const std::string& option) {
-    if (!option.empty()) return option;
-    if (const char* env = std::getenv("BILLDATA_DB")) return env;
-    throw ComError(
-        ado::err::kConnection,
-        "no database given: use --db <connection string or .db file> or set BILLDATA_DB");
+    std::string db = option;
+    if (db.empty()) {
+        const char* env = std::getenv("BILLDATA_DB");
+        if (!env || !*env) {
+            throw ComError(
+                ado::err::kConnection,
+                "no database given: use --db <connection string or file> or set BILLDATA_DB");
+        }
+        db = env;
+    }
+    // `init` takes any file name, so the other commands take the same ones.
+    if (db.find('=') != std::string::npos) return db;
+    std::string quoted = "\"";
+    for (char c : db)
+        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return "Provider=SQLite;Data Source=" + quoted + "\"";
 }
 
 bool output_written() {
@@ -87,14 +98,14 @@ int run(int argc, char** argv) {
     bool init_demo = false;
     int init_year = 0, init_period = 0;
     auto* init = app.add_subcommand("init", "create a new embedded database");
-    init->add_option("db", init_path, "path of the new database file (.db)")->required();
+    init->add_option("db", init_path, "path of the new database file")->required();
     init->add_flag("--demo", init_demo, "add demo master data");
     init->add_option("--year", init_year, "current year (default: this year)");
     init->add_option("--period", init_period, "current period 1-12 (default: this month)");
 
     std::string sql_db, sql_text, sql_format = "table";
     auto* sql = app.add_subcommand("sql", "run one T-SQL statement and print its rows");
-    sql->add_option("--db", sql_db, "connection string or .db file (default: $BILLDATA_DB)");
+    sql->add_option("--db", sql_db, "connection string or database file (default: $BILLDATA_DB)");
     sql->add_option("--format", sql_format, "table, json or csv")
         ->check(CLI::IsMember({"table", "json", "csv"}));
     sql->add_option("statement", sql_text, "the statement")->required();
@@ -107,7 +118,7 @@ int run(int argc, char** argv) {
     std::string call_db, call_format, call_target, call_args;
     int call_year = 0, call_period = 0;
     auto* call = app.add_subcommand("call", "call one method of a class with JSON arguments");
-    call->add_option("--db", call_db, "connection string or .db file (default: $BILLDATA_DB)");
+    call->add_option("--db", call_db, "connection string or database file (default: $BILLDATA_DB)");
     call->add_option("--year", call_year, "current year (default: the database's CurrentYear)");
     call->add_option("--period", call_period,
                      "current period (default: the database's CurrentPeriod)");

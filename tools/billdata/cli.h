@@ -21,6 +21,8 @@ inline constexpr int kExitOutputLost = 2;
 bool output_written();
 
 // The database of a command: the --db option, else $BILLDATA_DB; ComError when neither is set.
+// A value with no '=' in it is the path of an embedded database file, whatever its name; anything
+// else is a connection string.
 std::string database_from(const std::string& option);
 
 // `billdata call`: sets the session as an Init would (the connection string, and the year and
