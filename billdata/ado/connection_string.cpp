@@ -50,7 +50,7 @@ std::vector<std::pair<std::string, std::string>> split_pairs(std::string_view te
             ++eq;
         std::string_view key = trim(text.substr(pos, eq - pos));
         if (eq >= text.size() || text[eq] == ';') {
-            if (!key.empty()) throw bad_string("'" + std::string(key) + "' has no '=value'");
+            if (!key.empty()) throw bad_string("'" + util::excerpt(key) + "' has no '=value'");
             pos = eq + 1;
             continue;
         }
@@ -77,11 +77,11 @@ std::vector<std::pair<std::string, std::string>> split_pairs(std::string_view te
                 value += text[pos++];
             }
             if (!closed)
-                throw bad_string("the value of '" + std::string(key) + "' has no closing quote");
+                throw bad_string("the value of '" + util::excerpt(key) + "' has no closing quote");
             while (pos < text.size() && is_blank(text[pos]))
                 ++pos;
             if (pos < text.size() && text[pos] != ';')
-                throw bad_string("text after the quoted value of '" + std::string(key) + "'");
+                throw bad_string("text after the quoted value of '" + util::excerpt(key) + "'");
         } else {
             std::size_t end = text.find(';', pos);
             if (end == std::string_view::npos) end = text.size();
@@ -125,8 +125,8 @@ void ConnectionString::require_known(const std::vector<std::string>& known) cons
     if (body.find('=') == std::string_view::npos) return;  // a bare path names no keyword
     for (const auto& pair : split_pairs(body)) {
         if (std::find(known.begin(), known.end(), normalise_keyword(pair.first)) == known.end())
-            throw ComError(err::kConnection,
-                           "unknown keyword '" + pair.first + "' in the connection string");
+            throw ComError(err::kConnection, "unknown keyword '" + util::excerpt(pair.first) +
+                                                 "' in the connection string");
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "billdata/ado/com_error.h"
 #include "billdata/ado/driver.h"
+#include "billdata/util/text.h"
 
 namespace billdata::ado::driver {
 
@@ -42,9 +43,11 @@ std::shared_ptr<Driver> find_driver(const ConnectionString& cs) {
             if (d->accepts(cs)) return d;
     }
     if (cs.has("provider"))
-        throw ComError(err::kConnection, "unknown provider '" + cs.get("provider") + "'");
+        throw ComError(err::kConnection,
+                       "unknown provider '" + util::excerpt(cs.get("provider")) + "'");
     if (cs.has("driver"))
-        throw ComError(err::kConnection, "unknown driver '" + cs.get("driver") + "'");
+        throw ComError(err::kConnection,
+                       "unknown driver '" + util::excerpt(cs.get("driver")) + "'");
     throw ComError(err::kConnection, "the connection string names no provider");
 }
 

@@ -1,7 +1,9 @@
 #include "billdata/ado/sql_log.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string>
 
@@ -11,11 +13,27 @@ namespace {
 
 struct LogFile {
     std::mutex mutex;
-    std::string path;
+    std::string path;  // the file the variable named at the last statement
     std::FILE* file = nullptr;
+    bool warned = false;  // the trouble with this file has been told
 
     ~LogFile() {
         if (file) std::fclose(file);
+    }
+    void close() {
+        if (file) std::fclose(file);
+        file = nullptr;
+        path.clear();
+        warned = false;
+    }
+    // Once per file: a support engineer who turned the log on must learn that it stays empty,
+    // but the till goes on selling.
+    void warn(const char* what, int error) {
+        if (warned) return;
+        warned = true;
+        std::fprintf(stderr,
+                     "billdata: cannot %s the statement log %s (%s); statements go unlogged\n",
+                     what, path.c_str(), std::strerror(error));
     }
 };
 
@@ -31,19 +49,16 @@ void write(std::string_view statement) {
     LogFile& log = log_file();
     std::lock_guard lock(log.mutex);
     if (!target || !*target) {
-        if (log.file) {
-            std::fclose(log.file);
-            log.file = nullptr;
-            log.path.clear();
-        }
+        if (!log.path.empty()) log.close();
         return;
     }
-    if (!log.file || log.path != target) {
-        if (log.file) std::fclose(log.file);
+    if (log.path != target) {
+        log.close();
+        log.path = target;
         log.file = std::fopen(target, "a");
-        log.path = log.file ? target : "";
-        if (!log.file) return;
+        if (!log.file) log.warn("open", errno);
     }
+    if (!log.file) return;
     std::string line;
     line.reserve(statement.size() + 1);
     for (char c : statement) {
@@ -57,8 +72,9 @@ void write(std::string_view statement) {
     line += '\n';
     // The mutex keeps the lines of several threads whole; the flush keeps the log complete when
     // a till is switched off.
-    std::fwrite(line.data(), 1, line.size(), log.file);
-    std::fflush(log.file);
+    if (std::fwrite(line.data(), 1, line.size(), log.file) != line.size() ||
+        std::fflush(log.file) != 0)
+        log.warn("write to", errno);
 }
 
 }  // namespace billdata::ado::sql_log

@@ -9,8 +9,9 @@ namespace billdata::ado::sql_log {
 
 // Appends one statement (a newline inside it written as the two characters "\n", a carriage
 // return as "\r") when the variable is set; does nothing otherwise. The variable is read at each
-// call, so it can be set or cleared while the program runs. A file that cannot be opened is
-// skipped silently: logging never fails an operation. Thread-safe.
+// call, so it can be set or cleared while the program runs. Logging never fails an operation: a
+// file that cannot be opened or written is told once on standard error (per file named) and the
+// statements go on unlogged. Thread-safe.
 void write(std::string_view statement);
 
 }  // namespace billdata::ado::sql_log

@@ -235,8 +235,7 @@ bool Variant::parse_number(std::string_view text, double& out) {
 }
 
 std::string Variant::format_double(double v) {
-    if (std::isnan(v)) return "NaN";
-    if (std::isinf(v)) return v < 0 ? "-Infinity" : "Infinity";
+    if (!std::isfinite(v)) throw ComError::platform(err::kOverflow);
     if (v == 0) return "0";
     if (std::fabs(v) < 1e15) {
         std::string s = fixed_text(std::fabs(v));

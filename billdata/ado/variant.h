@@ -60,7 +60,9 @@ class Variant {
     static double round_half_even(double v, int digits = 0);
     // Parses numeric text as the platform does; false when it is no number.
     static bool parse_number(std::string_view text, double& out);
-    // Invariant shortest text of a double that reads back exactly ("0.1", "12", "-3.5").
+    // Invariant shortest text of a double that reads back exactly ("0.1", "12", "-3.5"). An
+    // infinity or NaN has no such text, and would only break a statement it went into: it is
+    // the platform's overflow, ComError 6. The text conversion of a Double goes through here.
     static std::string format_double(double v);
 
   private:

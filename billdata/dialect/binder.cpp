@@ -16,11 +16,16 @@ struct Scope {
 namespace {
 
 [[noreturn]] void fail(const std::string& message, std::size_t pos, std::string construct) {
-    throw DialectError(message + " at position " + std::to_string(pos), pos, std::move(construct));
+    throw DialectError(message + " at position " + std::to_string(pos), pos, excerpt(construct));
+}
+
+// A name as a message quotes it.
+std::string shown(std::string_view name) {
+    return excerpt(name);
 }
 
 [[noreturn]] void invalid_column(std::string_view name, std::size_t pos) {
-    fail("列名 '" + std::string(name) + "' 无效。", pos, std::string(name));
+    fail("列名 '" + shown(name) + "' 无效。", pos, std::string(name));
 }
 
 bool is_numeric(ColumnType t) {
@@ -137,7 +142,7 @@ CompareKind Binder::compare_kind(ColumnType a, ColumnType b) const {
 
 void Binder::check_table(const TableRef& t) const {
     if (!catalog_.has_table(t.name)) {
-        fail("对象名 '" + std::string(t.name) + "' 无效。", t.pos, std::string(t.name));
+        fail("对象名 '" + shown(t.name) + "' 无效。", t.pos, std::string(t.name));
     }
 }
 
@@ -215,8 +220,8 @@ void Binder::bind_statement(Node& stmt) {
             for (auto& item : upd.sets) {
                 if (!item.qualifier.empty() && !iequals(item.qualifier, target->exposed) &&
                     !iequals(item.qualifier, target->name)) {
-                    fail("无法绑定由多个部分组成的标识符 \"" + std::string(item.qualifier) + "." +
-                             std::string(item.column) + "\"。",
+                    fail("无法绑定由多个部分组成的标识符 \"" + shown(item.qualifier) + "." +
+                             shown(item.column) + "\"。",
                          item.pos, std::string(item.qualifier));
                 }
                 if (!catalog_.find_column(target->name, item.column, &item.type)) {
@@ -326,8 +331,7 @@ void Binder::bind_spec(QuerySpec& spec, Scope* parent, Select* owner) {
                         found = found || iequals(s->exposed, star.qualifier);
                 }
                 if (!found) {
-                    fail("无法绑定由多个部分组成的标识符 \"" + std::string(star.qualifier) +
-                             ".*\"。",
+                    fail("无法绑定由多个部分组成的标识符 \"" + shown(star.qualifier) + ".*\"。",
                          star.pos, std::string(star.qualifier));
                 }
             } else if (spec.from.empty()) {
@@ -375,8 +379,8 @@ void Binder::bind_source(TableSource& source, Scope& scope, Scope* outer) {
             check_table(t);
             for (TableSource* s : scope.sources) {
                 if (iequals(s->exposed, t.exposed)) {
-                    fail("FROM 子句中的对象 \"" + std::string(t.exposed) + "\" 和 \"" +
-                             std::string(s->exposed) + "\" 具有相同的表现名称。",
+                    fail("FROM 子句中的对象 \"" + shown(t.exposed) + "\" 和 \"" +
+                             shown(s->exposed) + "\" 具有相同的表现名称。",
                          t.pos, std::string(t.exposed));
                 }
             }
@@ -466,9 +470,9 @@ void Binder::bind_column(ColumnRef& c, Scope& scope) {
                 return;
             }
         }
-        fail("无法绑定由多个部分组成的标识符 \"" + std::string(c.qualifier) + "." +
-                 std::string(c.name) + "\"。",
-             c.pos, std::string(c.qualifier));
+        fail(
+            "无法绑定由多个部分组成的标识符 \"" + shown(c.qualifier) + "." + shown(c.name) + "\"。",
+            c.pos, std::string(c.qualifier));
     }
     for (Scope* sc = &scope; sc; sc = sc->parent) {
         const TableSource* found = nullptr;
@@ -488,8 +492,7 @@ void Binder::bind_column(ColumnRef& c, Scope& scope) {
                 }
             }
             if (!has) continue;
-            if (found)
-                fail("列名 '" + std::string(c.name) + "' 不明确。", c.pos, std::string(c.name));
+            if (found) fail("列名 '" + shown(c.name) + "' 不明确。", c.pos, std::string(c.name));
             found = s;
             found_type = type;
         }

@@ -1,5 +1,6 @@
 #include "billdata/dialect/parser.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "billdata/dialect/text_util.h"
@@ -158,18 +159,50 @@ bool starts_statement(const Token& t) {
     }
 }
 
+// The parser and every walk of the tree after it (binding, emitting) recurse as deep as the
+// statement nests, so nesting is bounded here, where the offending token's position is known:
+// the parser's own recursion (parentheses, subqueries, unary operators, NOT) to kMaxDepth, and
+// the height of the tree, which chains of operators, joins and unions add to, to kMaxHeight.
+// The engine itself refuses expressions deeper than 1000 levels.
 constexpr int kMaxDepth = 256;
+constexpr int kMaxHeight = 1000;
 
+[[noreturn]] void too_deep(std::size_t pos) {
+    throw DialectError("statement nested too deeply at position " + std::to_string(pos), pos,
+                       "nesting");
+}
+
+// One level of the parser's recursion. `reach` is the deepest level that anything parsed so
+// far lies at.
 struct DepthGuard {
     int& depth;
-    DepthGuard(int& d, std::size_t pos) : depth(d) {
-        if (++depth > kMaxDepth) {
-            --depth;
-            throw DialectError("statement nested too deeply at position " + std::to_string(pos),
-                               pos, "nesting");
-        }
+    DepthGuard(int& d, int& reach, std::size_t pos) : depth(d) {
+        if (depth + 1 > kMaxDepth) too_deep(pos);
+        reach = std::max(reach, ++depth);
     }
     ~DepthGuard() { --depth; }
+};
+
+// A left-deep chain built in a loop (a + b + c, t1 join t2 join t3, q1 union q2 union q3) takes
+// no recursion to parse, but each link puts everything parsed before it one level deeper in
+// the tree.
+class ChainHeight {
+  public:
+    ChainHeight(int depth, int& reach) : reach_(reach), outer_(reach), top_(depth) {
+        reach_ = depth;
+    }
+    ~ChainHeight() { reach_ = std::max(outer_, reach_); }
+    // One more link, made by the operator at `pos`.
+    void link(std::size_t pos) {
+        top_ = std::max(top_, reach_) + 1;
+        if (top_ > kMaxHeight) too_deep(pos);
+        reach_ = top_;
+    }
+
+  private:
+    int& reach_;
+    int outer_;
+    int top_;
 };
 
 }  // namespace
@@ -206,15 +239,15 @@ void Parser::syntax_error(const Token& at) const {
             "syntax error: unexpected end of statement at position " + std::to_string(at.pos),
             at.pos, "end of statement");
     }
-    std::string near(src_.substr(at.pos, at.len));
+    std::string near = excerpt(src_.substr(at.pos, at.len));
     throw DialectError("syntax error near '" + near + "' at position " + std::to_string(at.pos),
                        at.pos, near);
 }
 
 void Parser::unsupported(std::string_view construct, std::size_t pos) const {
-    throw DialectError(
-        "unsupported construct '" + std::string(construct) + "' at position " + std::to_string(pos),
-        pos, std::string(construct));
+    const std::string shown = excerpt(construct);
+    throw DialectError("unsupported construct '" + shown + "' at position " + std::to_string(pos),
+                       pos, shown);
 }
 
 bool Parser::is_name_token(const Token& t) const {
@@ -358,7 +391,7 @@ Node* Parser::parse_delete() {
 // ---- queries ----------------------------------------------------------------------------
 
 Select* Parser::parse_select() {
-    DepthGuard guard(depth_, peek().pos);
+    DepthGuard guard(depth_, reach_, peek().pos);
     std::uint32_t pos = peek().pos;
     Node* body = parse_query_expr();
     auto* select = arena_.make<Select>(pos, body, arena_.resource());
@@ -370,6 +403,7 @@ Select* Parser::parse_select() {
 }
 
 Node* Parser::parse_query_expr() {
+    ChainHeight chain(depth_, reach_);
     Node* left = parse_query_term();
     for (;;) {
         const Token& t = peek();
@@ -384,12 +418,15 @@ Node* Parser::parse_query_expr() {
             return left;
         }
         Node* right = parse_query_term();
+        chain.link(t.pos);
         left = arena_.make<SetOperation>(t.pos, op, left, right);
     }
 }
 
 Node* Parser::parse_query_term() {
-    if (accept(Tok::LParen)) {
+    if (peek().kind == Tok::LParen) {
+        DepthGuard guard(depth_, reach_, peek().pos);
+        ++at_;
         Node* inner = parse_query_expr();
         if (is_kw(Kw::kORDER)) unsupported("order by inside a parenthesised query", peek().pos);
         expect(Tok::RParen, ")");
@@ -506,7 +543,8 @@ void Parser::parse_from_list(List<TableSource*>& from) {
 }
 
 TableSource* Parser::parse_table_source() {
-    DepthGuard guard(depth_, peek().pos);
+    DepthGuard guard(depth_, reach_, peek().pos);
+    ChainHeight chain(depth_, reach_);
     TableSource* left = parse_table_primary();
     for (;;) {
         const Token& t = peek();
@@ -545,6 +583,7 @@ TableSource* Parser::parse_table_source() {
             expect_kw(Kw::kON);
             on = parse_expr();
         }
+        chain.link(t.pos);
         left = arena_.make<Join>(t.pos, kind, left, right, on);
     }
 }
@@ -659,7 +698,8 @@ void Parser::parse_order_by(Select& select) {
 // ---- expressions ------------------------------------------------------------------------
 
 Expr* Parser::parse_expr(int min_prec) {
-    DepthGuard guard(depth_, peek().pos);
+    DepthGuard guard(depth_, reach_, peek().pos);
+    ChainHeight chain(depth_, reach_);
     Expr* left;
     const Token& first = peek();
     if (first.kind == Tok::Identifier && first.kw == Kw::kNOT && min_prec <= kPrecNot) {
@@ -683,6 +723,7 @@ Expr* Parser::parse_expr(int min_prec) {
                 Expr* low = parse_expr(kPrecAdd);
                 expect_kw(Kw::kAND);
                 Expr* high = parse_expr(kPrecAdd);
+                chain.link(t.pos);
                 left = arena_.make<Between>(t.pos, left, low, high, negated);
                 continue;
             }
@@ -692,6 +733,7 @@ Expr* Parser::parse_expr(int min_prec) {
                 if (is_kw(Kw::kSELECT)) {
                     Select* q = parse_select();
                     expect(Tok::RParen, ")");
+                    chain.link(t.pos);
                     left = arena_.make<InQuery>(t.pos, left, q, negated);
                 } else {
                     List<Expr*> items(arena_.resource());
@@ -700,6 +742,7 @@ Expr* Parser::parse_expr(int min_prec) {
                         items.push_back(parse_expr());
                     } while (accept(Tok::Comma));
                     expect(Tok::RParen, ")");
+                    chain.link(t.pos);
                     left = arena_.make<InList>(open.pos, left, std::move(items), negated);
                 }
                 continue;
@@ -708,6 +751,7 @@ Expr* Parser::parse_expr(int min_prec) {
                 Expr* pattern = parse_expr(kPrecAdd);
                 Expr* escape = nullptr;
                 if (accept_kw(Kw::kESCAPE)) escape = parse_expr(kPrecAdd);
+                chain.link(t.pos);
                 left = arena_.make<Like>(t.pos, left, pattern, escape, negated);
                 continue;
             }
@@ -716,6 +760,7 @@ Expr* Parser::parse_expr(int min_prec) {
                 ++at_;
                 bool neg = accept_kw(Kw::kNOT);
                 expect_kw(Kw::kNULL);
+                chain.link(t.pos);
                 left = arena_.make<IsNull>(t.pos, left, neg);
                 continue;
             }
@@ -734,6 +779,7 @@ Expr* Parser::parse_expr(int min_prec) {
             unsupported(lower_copy(peek().text) + " (subquery)", peek().pos);
         }
         Expr* right = parse_expr(info->prec + 1);
+        chain.link(t.pos);
         left = arena_.make<Binary>(t.pos, info->op, left, right);
     }
 }
@@ -755,7 +801,7 @@ Expr* Parser::parse_unary() {
             return parse_primary();
     }
     ++at_;
-    DepthGuard guard(depth_, t.pos);
+    DepthGuard guard(depth_, reach_, t.pos);
     return arena_.make<Unary>(t.pos, op, parse_unary());
 }
 

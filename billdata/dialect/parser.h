@@ -75,7 +75,8 @@ class Parser {
     Lexer lexer_;
     std::vector<Token> tokens_;
     std::size_t at_ = 0;
-    int depth_ = 0;
+    int depth_ = 0;  // the parser's recursion
+    int reach_ = 0;  // the deepest level of the tree parsed so far (see ChainHeight)
     StatementKind kind_ = StatementKind::Select;
     std::vector<dialect::Literal> literals_;
 };

@@ -27,7 +27,7 @@ std::string num(double v) {
 // decimal digits the amount is written with (89.5 -> "89.50", 2.675 -> "2.68").
 std::string format_two_decimals(double v) {
     std::string s = Variant::format_double(v);
-    if (!std::isfinite(v) || s.find_first_of("eE") != std::string::npos) {
+    if (s.find_first_of("eE") != std::string::npos) {
         char buf[64];
         std::snprintf(buf, sizeof buf, "%.2f", v);
         return buf;

@@ -8,6 +8,7 @@
 #include "billdata/ado/com_error.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
+#include "billdata/util/text.h"
 
 namespace billdata::schema {
 
@@ -36,7 +37,7 @@ class NewDatabase {
         if (rc != SQLITE_OK) {
             std::string text = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
             cleanup();
-            fail("cannot open database file " + path + ": " + text);
+            fail("cannot open database file " + util::excerpt(path) + ": " + text);
         }
     }
     ~NewDatabase() {
@@ -108,8 +109,8 @@ void create_database(const std::string& path, bool demo, int year, int period) {
     if (drivers::sqlite::register_tsql_runtime(db) != SQLITE_OK)
         fail(std::string("cannot register the SQL runtime: ") + sqlite3_errmsg(db));
     if (count_tables(db) > 0)
-        fail("the database " + path + " already holds tables; a new database is created only " +
-             "in a new or empty file");
+        fail("the database " + util::excerpt(path) +
+             " already holds tables; a new database is created only " + "in a new or empty file");
 
     exec(db, "BEGIN IMMEDIATE");
     try {

@@ -167,7 +167,7 @@ Slot to_slot(const Value& value, const Param& param, const std::string& where) {
                 break;
         }
     } catch (const ado::ComError& e) {
-        std::string shown = v.to_string();
+        std::string shown = util::excerpt(v.to_string());
         if (v.type() == ado::VarType::String) shown = "\"" + shown + "\"";
         throw err::error(e.number(), detail + ": " + (v.is_null() ? "Null" : shown) + " is not a " +
                                          type_name(param.type));
@@ -244,7 +244,7 @@ Value Object::Invoke(std::string_view method_name, std::vector<Value>& positiona
     const Method* method = info_->find(method_name);
     if (!method) {
         throw err::error(err::kNoSuchMethod,
-                         info_->name() + " has no method " + std::string(method_name));
+                         info_->name() + " has no method " + util::excerpt(method_name));
     }
     const std::string where = info_->name() + "." + method->name;
     const std::size_t n = method->params.size();
@@ -264,7 +264,8 @@ Value Object::Invoke(std::string_view method_name, std::vector<Value>& positiona
             if (util::iequals(method->params[i].name, arg.name)) index = i;
         }
         if (index == n) {
-            throw err::error(err::kNoSuchNamedArg, where + " has no parameter " + arg.name);
+            throw err::error(err::kNoSuchNamedArg,
+                             where + " has no parameter " + util::excerpt(arg.name));
         }
         if (source[index]) {
             throw err::error(err::kNoSuchNamedArg,
@@ -329,7 +330,7 @@ std::unique_ptr<Object> Registry::create(std::string_view prog_id) const {
         info = find_class(prog_id.substr(kProgIdPrefix.size()));
     }
     if (!info) {
-        throw err::error(err::kCannotCreate, "no class is registered as " + std::string(prog_id));
+        throw err::error(err::kCannotCreate, "no class is registered as " + util::excerpt(prog_id));
     }
     return std::make_unique<Object>(info, info->make_instance());
 }

@@ -16,6 +16,11 @@ ado::ComError bad_json(const std::string& detail) {
     return err::error(err::kInvalidCall, detail);
 }
 
+// A value as an error message shows it: its JSON text, cut short when long.
+std::string shown(const json& j) {
+    return util::excerpt(j.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
 ado::Variant scalar_from_json(const json& j, const std::string& what) {
     switch (j.type()) {
         case json::value_t::null:
@@ -34,7 +39,7 @@ ado::Variant scalar_from_json(const json& j, const std::string& what) {
         case json::value_t::string:
             return ado::Variant(j.get<std::string>());
         default:
-            throw bad_json(what + ": " + j.dump() + " is not a single value");
+            throw bad_json(what + ": " + shown(j) + " is not a single value");
     }
 }
 
@@ -44,14 +49,15 @@ std::shared_ptr<ado::Recordset> recordset_from_json(const json& j, const std::st
     if (fields == j.end() || !fields->is_array()) throw bad_json(what + shape);
     for (auto it = j.begin(); it != j.end(); ++it) {
         if (it.key() != "fields" && it.key() != "rows")
-            throw bad_json(what + ": unknown member \"" + it.key() + "\"" + shape);
+            throw bad_json(what + ": unknown member \"" + util::excerpt(it.key()) + "\"" + shape);
     }
     auto rs = ado::Recordset::create();
     for (const json& name : *fields) {
         if (!name.is_string() || name.get<std::string>().empty())
             throw bad_json(what + ": field names must be non-empty texts");
         if (rs->GetFields().Find(name.get<std::string>()))
-            throw bad_json(what + ": field " + name.get<std::string>() + " appears twice");
+            throw bad_json(what + ": field " + util::excerpt(name.get<std::string>()) +
+                           " appears twice");
         rs->GetFields().Append(name.get<std::string>(), ado::adVariant);
     }
     rs->Open();
@@ -87,7 +93,7 @@ Value from_json(const json& j, const std::string& what) {
             try {
                 ids.push_back(v.to_int32());
             } catch (const ado::ComError& ex) {
-                throw err::error(ex.number(), what + ": " + e.dump() + " is not a 32-bit integer");
+                throw err::error(ex.number(), what + ": " + shown(e) + " is not a 32-bit integer");
             }
         }
         return ids;
@@ -143,7 +149,33 @@ std::string recordset_json(ado::Recordset& rs) {
 
 }  // namespace
 
+void check_json_text(std::string_view text, const std::string& what) {
+    if (const std::size_t bad = util::invalid_utf8_at(text); bad != std::string_view::npos)
+        throw bad_json(what + ": invalid UTF-8 at byte " + std::to_string(bad));
+    int depth = 0;
+    bool in_string = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (in_string) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                in_string = false;
+        } else if (c == '"') {
+            in_string = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMaxJsonDepth) {
+                throw bad_json(what + ": nested deeper than " + std::to_string(kMaxJsonDepth) +
+                               " levels at byte " + std::to_string(i));
+            }
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+}
+
 Value value_from_json(std::string_view json_text, const std::string& what) {
+    check_json_text(json_text, what);
     json j = json::parse(json_text, nullptr, false);
     if (j.is_discarded()) throw bad_json(what + ": not valid JSON");
     return from_json(j, what);
@@ -172,15 +204,17 @@ CallOutcome call_json(Object& object, std::string_view method, std::string_view 
     std::vector<NamedArg> named;
     json args = json::object();
     if (args_json.find_first_not_of(" \t\r\n") != std::string_view::npos) {
+        check_json_text(args_json, "the arguments");
         args = json::parse(args_json, nullptr, false);
         if (args.is_discarded()) throw bad_json("the arguments are not valid JSON");
         if (!args.is_object()) {
             throw bad_json("the arguments must be a JSON object keyed by parameter names");
         }
     }
-    const std::string where = object.info().name() + "." + std::string(method);
+    const std::string where = object.info().name() + "." + util::excerpt(method);
     for (auto it = args.begin(); it != args.end(); ++it)
-        named.push_back({it.key(), from_json(it.value(), where + ", parameter " + it.key())});
+        named.push_back(
+            {it.key(), from_json(it.value(), where + ", parameter " + util::excerpt(it.key()))});
 
     std::vector<Value> positional;
     CallOutcome outcome;

@@ -26,8 +26,9 @@ struct CallOutcome {
 };
 
 // Calls `method` of `object` with the arguments of `args_json` (a JSON object; empty text means
-// no arguments). Errors: text that is no JSON object or a value that has no late-bound form is
-// ComError 5 (or 13 for an unusable record set); then every error of Object::Invoke.
+// no arguments). Errors: text that is no JSON object (check_json_text included) or a value that
+// has no late-bound form is ComError 5 (or 13 for an unusable record set); then every error of
+// Object::Invoke. Messages quote the caller's text only as a short excerpt.
 CallOutcome call_json(Object& object, std::string_view method, std::string_view args_json);
 
 // The JSON text of a value: a record set is read from its current row to its end (a closed
@@ -37,6 +38,16 @@ std::string to_json(const Value& value);
 std::string outcome_json(const CallOutcome& outcome);
 // {"error": {"number": …, "description": "…"}} on one line.
 std::string error_json(const ado::ComError& error);
+
+// The deepest nesting of arrays and objects a JSON text may have. The values of a call nest a
+// few levels (an argument object, a record set, its rows); a limit keeps a hostile text from
+// exhausting the stack of anything that walks the value.
+inline constexpr int kMaxJsonDepth = 256;
+
+// Raises ComError 5 naming `what` and the byte offset when the text is not well-formed UTF-8 or
+// nests arrays and objects deeper than kMaxJsonDepth; its syntax is left to the JSON parser.
+// Every JSON text read here passes through it before it is parsed.
+void check_json_text(std::string_view json_text, const std::string& what);
 
 // The late-bound value of a JSON text (the forms above); `what` names it in error messages.
 Value value_from_json(std::string_view json_text, const std::string& what = "value");

@@ -92,4 +92,22 @@ TEST(SqlLog, LinesFromSeveralThreadsStayWhole) {
     }
 }
 
+TEST(SqlLog, ALogThatCannotBeOpenedIsToldOnceAndTheWorkGoesOn) {
+    TempDir dir;
+    const std::string db = dir.file("shop.db");
+    billdata::testing::create_database(db, billdata::testing::kItemTable);
+    LogTo on(dir.file("no such folder/sql.log"));
+    auto cn = Connection::create();
+    cn->Open(billdata::testing::sqlite_connection(db));
+    ::testing::internal::CaptureStderr();
+    cn->Execute("update T set FQty=4 where FID=1");
+    cn->Execute("update T set FQty=5 where FID=1");
+    const std::string told = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(told, "billdata: cannot open the statement log " +
+                        dir.file("no such folder/sql.log") +
+                        " (No such file or directory); statements go unlogged\n");
+    auto rs = cn->Execute("select FQty from T where FID=1");
+    EXPECT_EQ(rs->Fields("FQty").Value().to_int32(), 5);
+}
+
 }  // namespace

@@ -61,6 +61,9 @@ TEST_F(Refusals, UnknownTablesAndColumnsUseTheServersWords) {
     EXPECT_EQ(e.position(), 28u);
     e = refusal("update t1 set t1.FNope=1 from t_Stock t1");
     EXPECT_NE(std::string(e.what()).find("FNope"), std::string::npos);
+    // A huge name is quoted only in part.
+    e = refusal("select " + std::string(1000000, 'x') + " from t_Stock");
+    EXPECT_EQ(std::string(e.what()), "列名 '" + std::string(100, 'x') + "…' 无效。 at position 7");
     // Names do not care about case, and a correlated subquery sees its outer tables.
     EXPECT_NO_THROW(translate(
         "select FINTERID from icstockbill T where exists(select 1 from ICStockbillEntry where finterid=t.FInterID)"));
@@ -122,6 +125,38 @@ TEST_F(Refusals, SyntaxErrorsCarryThePosition) {
         translate("select FInterID from ICStockBill where FTranType=112order by FDate"));
     EXPECT_NO_THROW(
         translate("select FInterID from ICStockBill where FTranType in (112,99 )and FSumQty>1e2"));
+}
+
+TEST_F(Refusals, DeepNestingAndLongChainsAreRefusedBeforeTheyExhaustTheStack) {
+    auto times = [](const std::string& text, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i)
+            out += text;
+        return out;
+    };
+    auto chain = [&](const std::string& term, const std::string& op, int n) {
+        return term + times(op + term, n - 1);
+    };
+    const int n = 100000;
+    const std::string texts[] = {
+        "select " + times("(", n) + "1" + times(")", n),
+        "select " + times("-(", n) + "1" + times(")", n),
+        times("(", n) + "select 1" + times(")", n),
+        "select " + chain("1", "+", n),
+        "select 1 from t_Stock where " + chain("FItemID=1", " or ", n),
+        "select 1 from t_Stock a" + times(" join t_Stock b on 1=1", n),
+        chain("select 1", " union all ", n),
+        "select 1 where 1" + times(" is null", n),
+    };
+    for (const std::string& text : texts) {
+        auto e = refusal(text);
+        EXPECT_EQ(e.construct(), "nesting") << text.substr(0, 40);
+        EXPECT_GT(e.position(), 0u);
+        EXPECT_EQ(std::string(e.what()),
+                  "statement nested too deeply at position " + std::to_string(e.position()));
+    }
+    // A long filter such as a front end builds from a picked list still goes through.
+    EXPECT_NO_THROW(translate("select 1 from t_Stock where " + chain("FItemID=1", " or ", 500)));
 }
 
 TEST(LiteralPositions, ReportEveryValueButNotTheShape) {

@@ -252,6 +252,18 @@ TEST_F(BuiltinClassTest, SalesAndOrdersAreSavedAndListedThroughCall) {
     EXPECT_EQ(none.out, "{\"error\": {\"number\": 424, \"description\": \"要求对象\"}}\n");
 }
 
+TEST_F(BuiltinClassTest, ANumberTooLargeToWriteIsAnOverflowAndNothingIsKept) {
+    // The line's cost (quantity × unit cost) is beyond any double: no statement can carry it.
+    nlohmann::json args = sale(2, "2025-03-09", 1);
+    args["BillData"]["rows"][0][1] = 1e308;
+    Answer saved = call("PosData.SaveData", args.dump());
+    EXPECT_EQ(saved.status, 1);
+    EXPECT_EQ(saved.out, "{\"error\": {\"number\": -2147220503, \"description\": \"溢出\"}}\n");
+    EXPECT_EQ(sql("select (select count(*) from ICStockBill)+(select count(*) from "
+                  "ICStockBillEntry)+(select count(*) from ICBillNo) as n"),
+              "n\n0\n");
+}
+
 TEST_F(BuiltinClassTest, ABatchKeepsOneSessionAcrossClasses) {
     // Sales dated today, so that a user's list window of days holds them.
     const std::string today = ado::DateTime::today().to_string();

@@ -7,7 +7,9 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -184,6 +186,57 @@ TEST_F(CliCallTest, BatchAnswersEveryLineInOrderInOneSession) {
     Outcome empty = batch("", "");
     EXPECT_EQ(empty.status, 0);
     EXPECT_EQ(empty.out, "");
+}
+
+TEST_F(CliCallTest, HostileLinesAreEachAnsweredAndTheBatchGoesOn) {
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const std::string huge(1000000, 'x');
+    const std::string lines = "{\"call\": \"TestService.Echo\", \"args\": {\"Value\": " + deep +
+                              "}}\n"
+                              "{\"call\": \"TestService.Period\", \"args\": {\"x\": \"a\xff\"}}\n"
+                              "{\"call\": \"TestService." +
+                              huge + "\"}\n{\"call\": \"TestService.Period\", \"" + huge +
+                              "\": 1}\n{\"call\": \"TestService.Period\"}\n";
+    Outcome run = batch("--db " + shell_quote(db_), lines);
+    EXPECT_EQ(run.status, 1);
+    std::vector<std::string> answers;
+    std::istringstream in(run.out);
+    for (std::string line; std::getline(in, line);)
+        answers.push_back(line);
+    ASSERT_EQ(answers.size(), 5u) << run.out.substr(0, 2000);
+    EXPECT_EQ(answers[0],
+              "{\"error\": {\"number\": 5, \"description\": \"无效的过程调用或参数 (the batch "
+              "line: nested deeper than 256 levels at byte 301)\"}}");
+    EXPECT_EQ(answers[1],
+              "{\"error\": {\"number\": 5, \"description\": \"无效的过程调用或参数 (the batch "
+              "line: invalid UTF-8 at byte 47)\"}}");
+    // A huge name comes back as an excerpt.
+    for (int i : {2, 3}) {
+        EXPECT_LT(answers[i].size(), 300u) << answers[i].substr(0, 300);
+        EXPECT_NE(answers[i].find("xxx…"), std::string::npos) << answers[i].substr(0, 300);
+    }
+    EXPECT_EQ(answers[4], "{\"result\": \"2025/3\", \"out\": {}}");
+}
+
+TEST_F(CliCallTest, AnswersThatCannotBeWrittenStopTheBatchWithStatusTwo) {
+    const std::string settle =
+        "{\"call\": \"TestService.Settle\", \"args\": {\"BillNo\": \"\", \"OldInterID\": 0, "
+        "\"Ids\": [], \"RsBill\": null}}\n";
+    std::string input = dir_.file("input.jsonl");
+    std::ofstream(input) << settle << settle;
+    // Standard error to the pipe, standard output to a full device.
+    Outcome run = shell("(" + std::string(BILLDATA_TEST_CLI) + " batch --db " + shell_quote(db_) +
+                        " < " + shell_quote(input) + " 2>&1 >/dev/full)");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out,
+              "billdata: cannot write to standard output (No space left on device): the answers "
+              "are lost\n");
+    // The second call was never read: its answer could not have reached anyone.
+    EXPECT_EQ(sql("select count(*) as n from t_SystemProfile where FKey like 'Settled%'").out,
+              "n\n1\n");
+    Outcome call_run = shell(std::string(BILLDATA_TEST_CLI) + " call --db " + shell_quote(db_) +
+                             " TestService.Period >/dev/full");
+    EXPECT_EQ(call_run.status, 2);
 }
 
 }  // namespace

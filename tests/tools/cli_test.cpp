@@ -48,6 +48,14 @@ TEST(Cli, InitSqlAndTranslate) {
         run("translate \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
     ASSERT_EQ(translated.status, 0) << translated.out;
     EXPECT_NE(translated.out.find("LIMIT 2"), std::string::npos) << translated.out;
+
+    // Whatever file name init takes, --db takes too.
+    std::string other = dir.file("shop.sqlite");
+    ASSERT_EQ(run("init '" + other + "'").status, 0);
+    CliRun by_path =
+        run("sql --db '" + other + "' --format csv \"select count(*) as n from t_Stock\"");
+    EXPECT_EQ(by_path.status, 0) << by_path.out;
+    EXPECT_EQ(by_path.out, "n\n0\n");
 }
 
 TEST(Cli, BadInputIsAClearError) {

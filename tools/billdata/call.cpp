@@ -11,6 +11,7 @@
 #include "billdata/common/session.h"
 #include "billdata/server/dispatch.h"
 #include "billdata/server/json_call.h"
+#include "billdata/util/text.h"
 #include "cli.h"
 #include "output.h"
 
@@ -50,8 +51,8 @@ void init_session_from(const std::string& db, int year, int period) {
 std::unique_ptr<server::Object> object_for(const std::string& target, std::string& method) {
     const auto dot = target.find('.');
     if (dot == std::string::npos || dot == 0 || dot + 1 == target.size()) {
-        throw bad_request("a call names Class.Method, e.g. PosData.GetBillList; got \"" + target +
-                          "\"");
+        throw bad_request("a call names Class.Method, e.g. PosData.GetBillList; got \"" +
+                          util::excerpt(target) + "\"");
     }
     method = target.substr(dot + 1);
     return server::Registry::instance().create(std::string(server::Registry::kProgIdPrefix) +
@@ -123,13 +124,14 @@ namespace {
 std::string run_line(const std::string& line, bool& failed) {
     failed = false;
     try {
+        server::check_json_text(line, "the batch line");
         nlohmann::json request = nlohmann::json::parse(line, nullptr, false);
         if (request.is_discarded() || !request.is_object())
             throw bad_request(
                 "a batch line is a JSON object {\"call\": \"Class.Method\", \"args\": {...}}");
         for (auto it = request.begin(); it != request.end(); ++it) {
             if (it.key() != "call" && it.key() != "args")
-                throw bad_request("unknown member \"" + it.key() +
+                throw bad_request("unknown member \"" + util::excerpt(it.key()) +
                                   "\" (a batch line has \"call\" and \"args\")");
         }
         auto target = request.find("call");
@@ -175,7 +177,7 @@ class Progress {
 }  // namespace
 
 int run_batch(const std::string& db) {
-    if (!db.empty()) init_session_from(db, 0, 0);
+    if (!db.empty()) init_session_from(database_from(db), 0, 0);
     long calls = 0, failures = 0;
     Progress progress;
     std::string line;
@@ -183,7 +185,8 @@ int run_batch(const std::string& db) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.find_first_not_of(" \t") == std::string::npos) continue;
         bool failed = false;
-        std::cout << run_line(line, failed) << "\n" << std::flush;
+        std::cout << run_line(line, failed) << "\n";
+        if (!output_written()) return kExitOutputLost;
         ++calls;
         if (failed) ++failures;
         progress.tick(calls, failures);

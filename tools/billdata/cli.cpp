@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -62,11 +64,30 @@ int run_translate(const std::string& engine, const std::string& sql) {
 }  // namespace
 
 std::string database_from(const std::string& option) {
-    if (!option.empty()) return option;
-    if (const char* env = std::getenv("BILLDATA_DB")) return env;
-    throw ComError(
-        ado::err::kConnection,
-        "no database given: use --db <connection string or .db file> or set BILLDATA_DB");
+    std::string db = option;
+    if (db.empty()) {
+        const char* env = std::getenv("BILLDATA_DB");
+        if (!env || !*env) {
+            throw ComError(
+                ado::err::kConnection,
+                "no database given: use --db <connection string or file> or set BILLDATA_DB");
+        }
+        db = env;
+    }
+    // `init` takes any file name, so the other commands take the same ones.
+    if (db.find('=') != std::string::npos) return db;
+    std::string quoted = "\"";
+    for (char c : db)
+        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return "Provider=SQLite;Data Source=" + quoted + "\"";
+}
+
+bool output_written() {
+    if (std::cout.flush()) return true;
+    const int error = errno;
+    std::cerr << "billdata: cannot write to standard output (" << std::strerror(error)
+              << "): the answers are lost\n";
+    return false;
 }
 
 int run(int argc, char** argv) {
@@ -77,14 +98,14 @@ int run(int argc, char** argv) {
     bool init_demo = false;
     int init_year = 0, init_period = 0;
     auto* init = app.add_subcommand("init", "create a new embedded database");
-    init->add_option("db", init_path, "path of the new database file (.db)")->required();
+    init->add_option("db", init_path, "path of the new database file")->required();
     init->add_flag("--demo", init_demo, "add demo master data");
     init->add_option("--year", init_year, "current year (default: this year)");
     init->add_option("--period", init_period, "current period 1-12 (default: this month)");
 
     std::string sql_db, sql_text, sql_format = "table";
     auto* sql = app.add_subcommand("sql", "run one T-SQL statement and print its rows");
-    sql->add_option("--db", sql_db, "connection string or .db file (default: $BILLDATA_DB)");
+    sql->add_option("--db", sql_db, "connection string or database file (default: $BILLDATA_DB)");
     sql->add_option("--format", sql_format, "table, json or csv")
         ->check(CLI::IsMember({"table", "json", "csv"}));
     sql->add_option("statement", sql_text, "the statement")->required();
@@ -97,7 +118,7 @@ int run(int argc, char** argv) {
     std::string call_db, call_format, call_target, call_args;
     int call_year = 0, call_period = 0;
     auto* call = app.add_subcommand("call", "call one method of a class with JSON arguments");
-    call->add_option("--db", call_db, "connection string or .db file (default: $BILLDATA_DB)");
+    call->add_option("--db", call_db, "connection string or database file (default: $BILLDATA_DB)");
     call->add_option("--year", call_year, "current year (default: the database's CurrentYear)");
     call->add_option("--period", call_period,
                      "current period (default: the database's CurrentPeriod)");
@@ -129,21 +150,23 @@ int run(int argc, char** argv) {
         return app.exit(e);
     }
 
+    int status = 0;
     try {
-        if (*init) return run_init(init_path, init_demo, init_year, init_period);
-        if (*sql) return run_sql(sql_db, sql_text, parse_format(sql_format));
-        if (*translate) return run_translate(tr_engine, tr_text);
+        if (*init) status = run_init(init_path, init_demo, init_year, init_period);
+        if (*sql) status = run_sql(sql_db, sql_text, parse_format(sql_format));
+        if (*translate) status = run_translate(tr_engine, tr_text);
         if (*call)
-            return run_call(call_db, call_year, call_period, call_format, call_target, call_args);
-        if (*batch) return run_batch(batch_db);
-        if (*demo) return run_demo(demo_db, demo_keep);
+            status = run_call(call_db, call_year, call_period, call_format, call_target, call_args);
+        if (*batch) status = run_batch(batch_db);
+        if (*demo) status = run_demo(demo_db, demo_keep);
     } catch (const ComError& e) {
-        return report(e);
+        status = report(e);
     } catch (const std::exception& e) {
         std::cerr << "billdata: " << e.what() << "\n";
-        return 1;
+        status = 1;
     }
-    return 0;
+    if (status != kExitOutputLost && !output_written()) status = kExitOutputLost;
+    return status;
 }
 
 }  // namespace billdata::cli

@@ -1,5 +1,6 @@
 #include "output.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -23,6 +24,8 @@ std::string json_value(const ado::Variant& v) {
         case VarType::Long:
             return std::to_string(v.to_int32());
         case VarType::Double:
+            // JSON has no infinity: null, as the call answers give it.
+            if (!std::isfinite(v.to_double())) return "null";
             return ado::Variant::format_double(v.to_double());
         case VarType::Date:
         case VarType::String:

@@ -16,6 +16,7 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
+#include "billdata/util/text.h"
 
 namespace billdata::drivers::sqlite {
 
@@ -839,7 +840,7 @@ class SqliteDriver final : public ado::driver::Driver {
         dev_t dev = 0;
         ino_t ino = 0;
         if (!file_identity(path, dev, ino))
-            throw bad_option("the database file '" + path + "' does not exist");
+            throw bad_option("the database file '" + util::excerpt(path) + "' does not exist");
 
         if (pooling) {
             if (auto h = HandlePool::instance().take(key, dev, ino))
@@ -852,7 +853,7 @@ class SqliteDriver final : public ado::driver::Driver {
         if (rc != SQLITE_OK) {
             std::string msg = raw ? sqlite3_errmsg(raw) : sqlite3_errstr(rc);
             sqlite3_close_v2(raw);
-            throw bad_option("cannot open the database '" + path + "': " + msg);
+            throw bad_option("cannot open the database '" + util::excerpt(path) + "': " + msg);
         }
         auto handle = std::make_unique<Handle>();  // closes the handle from here on
         handle->db = raw;
@@ -869,17 +870,18 @@ class SqliteDriver final : public ado::driver::Driver {
         if (rc != SQLITE_OK) {
             std::string text = msg ? msg : sqlite3_errstr(rc);
             sqlite3_free(msg);
-            throw bad_option("cannot open the database '" + path + "': " + text);
+            throw bad_option("cannot open the database '" + util::excerpt(path) + "': " + text);
         }
         rc = register_tsql_runtime(raw);
         if (rc != SQLITE_OK)
-            throw bad_option("cannot register the runtime functions on '" + path +
+            throw bad_option("cannot register the runtime functions on '" + util::excerpt(path) +
                              "': " + sqlite3_errstr(rc));
         auto session = std::make_shared<SqliteSession>(std::move(handle), cache, pooling);
         try {
             session->refresh_catalog();
         } catch (const ComError& e) {
-            throw bad_option("cannot read the schema of '" + path + "': " + e.description());
+            throw bad_option("cannot read the schema of '" + util::excerpt(path) +
+                             "': " + e.description());
         }
         return session;
     }
@@ -913,18 +915,19 @@ class SqliteDriver final : public ado::driver::Driver {
         o.sync = upper(cs.get("synchronous", "Full"));
         if (o.sync != "NORMAL" && o.sync != "FULL" && o.sync != "OFF")
             throw bad_option("Synchronous must be Normal, Full or Off, not '" +
-                             cs.get("synchronous") + "'");
+                             util::excerpt(cs.get("synchronous")) + "'");
         if (cs.has("busy timeout")) {
             const std::string v = cs.get("busy timeout");
             auto r = std::from_chars(v.data(), v.data() + v.size(), o.busy_ms);
             if (r.ec != std::errc() || r.ptr != v.data() + v.size() || o.busy_ms < 0)
-                throw bad_option("Busy Timeout must be a number of milliseconds, not '" + v + "'");
+                throw bad_option("Busy Timeout must be a number of milliseconds, not '" +
+                                 util::excerpt(v) + "'");
         }
         if (cs.has("lock timeout")) {
             double seconds = 0;
             if (!Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
                 throw bad_option("Lock Timeout must be a number of seconds, not '" +
-                                 cs.get("lock timeout") + "'");
+                                 util::excerpt(cs.get("lock timeout")) + "'");
         }
         o.pooling = parse_switch(cs, "pooling");
         o.cache = parse_switch(cs, "statement cache");
@@ -938,8 +941,8 @@ class SqliteDriver final : public ado::driver::Driver {
         const std::string v = lower(cs.get(keyword));
         if (v == "true" || v == "yes" || v == "1") return true;
         if (v == "false" || v == "no" || v == "0") return false;
-        throw bad_option(std::string(keyword) + " must be True or False, not '" + cs.get(keyword) +
-                         "'");
+        throw bad_option(std::string(keyword) + " must be True or False, not '" +
+                         util::excerpt(cs.get(keyword)) + "'");
     }
 };
 
