@@ -12,12 +12,17 @@ namespace billdata::ado {
 namespace {
 
 // Platform errors of the data layer that the shared table of descriptions does not carry.
+constexpr std::int32_t kInvalidArgument = 3001;
 constexpr std::int32_t kIllegalOperation = 3219;
 constexpr std::int32_t kNotUpdatable = 3251;
 constexpr std::int32_t kAlreadyInCollection = 3367;
 constexpr std::int32_t kObjectOpen = 3705;
 constexpr std::int32_t kNoConnection = 3709;
 
+ComError invalid_argument() {
+    return ComError(kInvalidArgument,
+                    "参数类型不正确，或不在可以接受的范围之内，或与其他参数冲突。");
+}
 ComError illegal_operation() {
     return ComError(kIllegalOperation, "在此上下文中不允许操作。");
 }
@@ -118,6 +123,8 @@ std::string statement_for(std::string_view source, long options) {
 
 // ---- Connection ---------------------------------------------------------------------------
 
+Connection::Connection() : command_timeout_(kDefaultCommandTimeout) {}
+
 std::shared_ptr<Connection> Connection::create() {
     return std::shared_ptr<Connection>(new Connection());
 }
@@ -137,6 +144,7 @@ void Connection::Open(std::string_view connection_string) {
     struct Parsed {
         ado::ConnectionString cs;
         std::shared_ptr<driver::Driver> driver;
+        long timeout;  // -1 when the string sets none
     };
     thread_local std::vector<Parsed> recent;  // newest last
     const Parsed* parsed = nullptr;
@@ -144,13 +152,20 @@ void Connection::Open(std::string_view connection_string) {
         if (it->cs.text() == connection_string) parsed = &*it;
     if (!parsed) {
         auto cs = ado::ConnectionString::parse(connection_string);
+        const long timeout = cs.has("command timeout") ? cs.command_timeout() : -1;
         auto drv = driver::find_driver(cs);
         if (recent.size() >= 4) recent.erase(recent.begin());
-        recent.push_back({std::move(cs), std::move(drv)});
+        recent.push_back({std::move(cs), std::move(drv), timeout});
         parsed = &recent.back();
     }
     session_ = parsed->driver->open(parsed->cs);
     connection_string_ = std::string(connection_string);
+    if (parsed->timeout >= 0) command_timeout_ = parsed->timeout;
+}
+
+void Connection::SetCommandTimeout(long seconds) {
+    if (seconds < 0) throw invalid_argument();
+    command_timeout_ = seconds;
 }
 
 void Connection::Close() {
@@ -179,15 +194,23 @@ std::shared_ptr<driver::Session> Connection::session() const {
 
 std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* records_affected,
                                                long /*options*/) {
+    return execute(sql, records_affected, command_timeout_);
+}
+
+std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* records_affected,
+                                               long timeout_seconds) {
     auto s = session();
     sql_log::write(sql);
     long affected = -1;
-    auto cursor = s->execute(sql, driver::ExecOptions{}, &affected);
+    driver::ExecOptions options;
+    options.timeout_seconds = timeout_seconds;
+    auto cursor = s->execute(sql, options, &affected);
     if (records_affected) *records_affected = affected;
     auto rs = Recordset::create();
     if (cursor) {
         rs->active_connection_ = shared_from_this();
         rs->source_ = std::string(sql);
+        rs->timeout_ = timeout_seconds;
         rs->attach_cursor(std::move(cursor), s, false);
     }
     return rs;
@@ -273,7 +296,7 @@ void Recordset::Open(std::string_view source, std::string_view connection_string
     cn->Open(connection_string);
     const bool client =
         location_ == adUseClient || cursor_type == adOpenStatic || cursor_type == adOpenKeyset;
-    open_statement(sql, cn->session(), cn, client);
+    open_statement(sql, cn->session(), cn, client, cn->CommandTimeout());
 }
 
 void Recordset::Open(std::string_view source, const std::shared_ptr<Connection>& active_connection,
@@ -284,7 +307,7 @@ void Recordset::Open(std::string_view source, const std::shared_ptr<Connection>&
     std::string sql = statement_for(source, options);
     const bool client =
         location_ == adUseClient || cursor_type == adOpenStatic || cursor_type == adOpenKeyset;
-    open_statement(sql, cn->session(), cn, client);
+    open_statement(sql, cn->session(), cn, client, cn->CommandTimeout());
 }
 
 void Recordset::Open() {
@@ -297,12 +320,15 @@ void Recordset::Open() {
 }
 
 void Recordset::open_statement(std::string_view source, std::shared_ptr<driver::Session> session,
-                               std::shared_ptr<Connection> connection, bool client_side) {
+                               std::shared_ptr<Connection> connection, bool client_side,
+                               long timeout_seconds) {
     sql_log::write(source);
     driver::ExecOptions options;
     options.read_only = true;
+    options.timeout_seconds = timeout_seconds;
     auto cursor = session->execute(source, options, nullptr);
     source_ = std::string(source);
+    timeout_ = timeout_seconds;
     active_connection_ = std::move(connection);
     if (!cursor) {
         // A statement without rows leaves the record set closed, as the platform does.
@@ -406,6 +432,7 @@ void Recordset::MoveFirst() {
         current_.clear();
         driver::ExecOptions options;
         options.read_only = true;
+        options.timeout_seconds = timeout_;
         cursor_ = session_->execute(source_, options, nullptr);
         position_ = 0;
         fetch();
@@ -488,12 +515,22 @@ std::shared_ptr<Parameter> Command::CreateParameter(std::string_view name, DataT
     return p;
 }
 
-std::shared_ptr<Recordset> Command::Execute(long* records_affected, long options) {
+long Command::CommandTimeout() const {
+    if (timeout_ >= 0) return timeout_;
+    return ActiveConnection ? ActiveConnection->CommandTimeout() : kDefaultCommandTimeout;
+}
+
+void Command::SetCommandTimeout(long seconds) {
+    if (seconds < 0) throw invalid_argument();
+    timeout_ = seconds;
+}
+
+std::shared_ptr<Recordset> Command::Execute(long* records_affected, long /*options*/) {
     if (!ActiveConnection) throw no_connection();
     if (CommandType != adCmdStoredProc) {
         const long kind = CommandType == adCmdUnspecified ? adCmdText : CommandType;
-        return ActiveConnection->Execute(statement_for(CommandText, kind), records_affected,
-                                         options);
+        return ActiveConnection->execute(statement_for(CommandText, kind), records_affected,
+                                         CommandTimeout());
     }
     auto s = ActiveConnection->session();
     sql_log::write(CommandText);
@@ -507,7 +544,9 @@ std::shared_ptr<Recordset> Command::Execute(long* records_affected, long options
         a.value = p->value_;
         args.push_back(std::move(a));
     }
-    auto cursor = s->call(CommandText, args);
+    driver::ExecOptions exec;
+    exec.timeout_seconds = CommandTimeout();
+    auto cursor = s->call(CommandText, args, exec);
     for (std::size_t i = 0; i < args.size() && i < parameters_.items_.size(); ++i) {
         Parameter& p = *parameters_.items_[i];
         if (p.direction_ != adParamInput) p.value_ = coerce(args[i].value, p.type_);
@@ -517,6 +556,7 @@ std::shared_ptr<Recordset> Command::Execute(long* records_affected, long options
     if (cursor) {
         rs->active_connection_ = ActiveConnection;
         rs->source_ = CommandText;
+        rs->timeout_ = exec.timeout_seconds;
         rs->attach_cursor(std::move(cursor), s, false);
     }
     return rs;

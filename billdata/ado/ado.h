@@ -78,6 +78,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
     int State() const;  // adStateOpen / adStateClosed
     const std::string& ConnectionString() const { return connection_string_; }
 
+    // Seconds that a statement run on this connection, or a record set opened on it, may make
+    // its caller wait: for its result, then for each next row of a forward-only record set
+    // (however long the whole list takes). A statement that outlives it is stopped and raises
+    // ComError err::kTimeout "查询超时已过期", leaving the connection usable. 0 means no limit.
+    // Default 30; Open takes the connection string's "Command Timeout" when it has one. A
+    // negative value is error 3001.
+    long CommandTimeout() const { return command_timeout_; }
+    void SetCommandTimeout(long seconds);
+
     // Runs one statement. For a query the result is a forward-only, read-only record set over a
     // live cursor; otherwise a closed record set. `records_affected` gets the rows changed.
     std::shared_ptr<Recordset> Execute(std::string_view sql, long* records_affected = nullptr,
@@ -93,9 +102,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::shared_ptr<driver::Session> session() const;
 
   private:
-    Connection() = default;
+    friend class Command;
+    Connection();
+    std::shared_ptr<Recordset> execute(std::string_view sql, long* records_affected,
+                                       long timeout_seconds);
     std::string connection_string_;
     std::shared_ptr<driver::Session> session_;
+    long command_timeout_;
 };
 
 class Field {
@@ -192,7 +205,8 @@ class Recordset : public std::enable_shared_from_this<Recordset> {
     friend class Command;
     Recordset();
     void open_statement(std::string_view source, std::shared_ptr<driver::Session> session,
-                        std::shared_ptr<Connection> connection, bool client_side);
+                        std::shared_ptr<Connection> connection, bool client_side,
+                        long timeout_seconds);
     void attach_cursor(std::unique_ptr<driver::Cursor> cursor,
                        std::shared_ptr<driver::Session> session, bool client_side);
     void fetch();
@@ -207,6 +221,7 @@ class Recordset : public std::enable_shared_from_this<Recordset> {
     std::shared_ptr<driver::Session> session_;  // declared before cursor_: outlives it
     std::unique_ptr<driver::Cursor> cursor_;
     std::string source_;
+    long timeout_ = 0;                        // the statement's command timeout (MoveFirst)
     std::vector<Variant> current_;            // Cursor kind: the current row
     std::vector<std::vector<Variant>> rows_;  // Static and Built kinds
     long position_ = 0;                       // index of the current row (Static, Built)
@@ -265,6 +280,13 @@ class Command {
                                                Variant value = {});
     ::billdata::ado::Parameters& Parameters() { return parameters_; }
 
+    // Seconds the command may run (as Connection::CommandTimeout says; a procedure call as a
+    // whole). Until it is set, the command takes its ActiveConnection's at the time it runs, so
+    // that a connection string's "Command Timeout" reaches the component's procedure calls too.
+    // A negative value is error 3001.
+    long CommandTimeout() const;
+    void SetCommandTimeout(long seconds);
+
     // Runs the command on ActiveConnection; output parameters are written back. Returns the
     // rows the procedure yields as a forward-only record set, or a closed record set.
     std::shared_ptr<Recordset> Execute(long* records_affected = nullptr,
@@ -273,6 +295,7 @@ class Command {
   private:
     Command() = default;
     ::billdata::ado::Parameters parameters_;
+    long timeout_ = -1;  // -1: the connection's
 };
 
 }  // namespace billdata::ado

@@ -22,6 +22,8 @@ const char* err::description(std::int32_t number) {
             return "在对应所需名称或序数的集合中，未找到项目。";
         case kObjectClosed:
             return "对象关闭时，不允许操作。";
+        case kTimeout:
+            return "查询超时已过期";
         default:
             return "";
     }

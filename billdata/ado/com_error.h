@@ -22,14 +22,19 @@ inline constexpr std::int32_t kObjectClosed = 3704;      // operation on a close
 inline constexpr std::int32_t kDatabase = -2147217900;   // 0x80040E14: statement refused or failed
 inline constexpr std::int32_t kIntegrity = -2147217873;  // 0x80040E2F: constraint violated
 inline constexpr std::int32_t kLockTimeout = -2147217871;  // 0x80040E31: lock wait gave up
-inline constexpr std::int32_t kConnection = -2147467259;   // 0x80004005: cannot open / bad string
+// 0x80040E31 also: a statement outlived its command timeout ("查询超时已过期"). The number is the
+// platform's for both; the class (ErrorClass::Timeout against ErrorClass::Lock) tells them apart.
+inline constexpr std::int32_t kTimeout = kLockTimeout;
+inline constexpr std::int32_t kConnection = -2147467259;  // 0x80004005: cannot open / bad string
 
 // The platform's own descriptions of its error numbers (a Chinese system's texts).
 const char* description(std::int32_t number);
 }  // namespace err
 
 // How the driver classified a database error, from the engine's native code (never the text).
-enum class ErrorClass { None, Lock, DuplicateKey, Other };
+// Timeout: the statement outlived its command timeout and was stopped (never retried: running it
+// again would take as long).
+enum class ErrorClass { None, Lock, DuplicateKey, Timeout, Other };
 
 // An error raised by the component, the data layer or the platform conversions.
 // `number` is a signed 32-bit error number, `description` UTF-8 text, `source` the raising

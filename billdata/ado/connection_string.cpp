@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 #include "billdata/ado/com_error.h"
@@ -124,10 +125,25 @@ void ConnectionString::require_known(const std::vector<std::string>& known) cons
     std::string_view body = trim(text_);
     if (body.find('=') == std::string_view::npos) return;  // a bare path names no keyword
     for (const auto& pair : split_pairs(body)) {
-        if (std::find(known.begin(), known.end(), normalise_keyword(pair.first)) == known.end())
+        const std::string key = normalise_keyword(pair.first);
+        if (key == "command timeout") continue;  // the data layer's own, on every engine
+        if (std::find(known.begin(), known.end(), key) == known.end())
             throw ComError(err::kConnection, "unknown keyword '" + util::excerpt(pair.first) +
                                                  "' in the connection string");
     }
+}
+
+long ConnectionString::command_timeout() const {
+    if (!has("command timeout")) return kDefaultCommandTimeout;
+    const std::string value = get("command timeout");
+    long seconds = 0;
+    auto r = std::from_chars(value.data(), value.data() + value.size(), seconds);
+    if (value.empty() || r.ec != std::errc() || r.ptr != value.data() + value.size() || seconds < 0)
+        throw ComError(err::kConnection,
+                       "Command Timeout must be a whole number of seconds (0 for "
+                       "no limit), not '" +
+                           value + "'");
+    return seconds;
 }
 
 }  // namespace billdata::ado

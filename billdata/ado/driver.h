@@ -8,9 +8,14 @@
 #include <string_view>
 #include <vector>
 
+#include "billdata/ado/com_error.h"
 #include "billdata/ado/variant.h"
 
 namespace billdata::ado {
+
+// The command timeout of a connection unless its string or its caller says otherwise, in
+// seconds: the platform's default.
+inline constexpr long kDefaultCommandTimeout = 30;
 
 // An ADO-style connection string: `keyword=value;…`, keywords case-insensitive, a value may be
 // enclosed in "…" or '…' when it holds ';'. A bare path ending in ".db" means
@@ -24,8 +29,12 @@ class ConnectionString {
     // Value of a keyword (case-insensitive), or `fallback` when absent.
     std::string get(std::string_view keyword, std::string_view fallback = {}) const;
     bool has(std::string_view keyword) const;
-    // Raises ComError naming the first keyword that is not in `known` (lower-case names).
+    // Raises ComError naming the first keyword that is not in `known` (lower-case names) nor
+    // one that the data layer reads for every engine ("command timeout").
     void require_known(const std::vector<std::string>& known) const;
+    // "Command Timeout=<s>": a whole number of seconds, 0 for no limit; kDefaultCommandTimeout
+    // when absent. ComError (err::kConnection) naming a value that is not such a number.
+    long command_timeout() const;
     const std::map<std::string, std::string>& items() const { return items_; }  // lower-case keys
 
   private:
@@ -45,13 +54,26 @@ class Cursor {
   public:
     virtual ~Cursor() = default;
     virtual const std::vector<ColumnInfo>& columns() const = 0;
-    // Reads the next row into `row` (resized to columns().size()); false at the end.
+    // Reads the next row into `row` (resized to columns().size()); false at the end. Waiting for
+    // the row is bounded by the timeout of the statement that made the cursor (timeout_error);
+    // the time the caller takes between rows does not count.
     virtual bool next(std::vector<Variant>& row) = 0;
 };
 
 struct ExecOptions {
     bool read_only = false;  // a statement that would write is refused (list operations)
+    // The command timeout in seconds, 0 for no limit. It bounds each wait of the caller: for a
+    // statement's result (its first row, or its completion), then for each next row of its
+    // cursor, and for a procedure call as a whole. A statement that outlives it is stopped and
+    // raises timeout_error(): reset, holding no lock, its connection usable; a write stopped
+    // inside a transaction may cost the transaction (the error says whether it is still open).
+    long timeout_seconds = 0;
 };
+
+// The error of a statement stopped by its command timeout: err::kTimeout with the platform's
+// description "查询超时已过期", class ErrorClass::Timeout, the engine's native code and whether
+// the transaction on the connection is still open.
+ComError timeout_error(int native_code, bool transaction_open);
 
 // One argument of a stored-procedure call. `direction` uses the ADO values (1 in, 2 out,
 // 3 in/out, 4 return value); output values are written back into `value`.
@@ -83,9 +105,9 @@ class Session {
     virtual bool in_transaction() const = 0;
 
     // Calls a stored procedure by name (case-insensitive); output arguments are written back.
-    // Returns its rows if it yields any, else nullptr.
-    virtual std::unique_ptr<Cursor> call(std::string_view procedure,
-                                         std::vector<ProcArg>& args) = 0;
+    // Returns its rows if it yields any, else nullptr. options.timeout_seconds bounds the call.
+    virtual std::unique_ptr<Cursor> call(std::string_view procedure, std::vector<ProcArg>& args,
+                                         const ExecOptions& options) = 0;
 };
 
 class Driver {

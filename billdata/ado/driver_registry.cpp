@@ -51,4 +51,9 @@ std::shared_ptr<Driver> find_driver(const ConnectionString& cs) {
     throw ComError(err::kConnection, "the connection string names no provider");
 }
 
+ComError timeout_error(int native_code, bool transaction_open) {
+    return ComError::platform(err::kTimeout)
+        .classify(ErrorClass::Timeout, native_code, {}, transaction_open);
+}
+
 }  // namespace billdata::ado::driver

@@ -9,7 +9,9 @@
 //  - DuplicateKey: a duplicate on the bill's interior id draws a fresh interior id and runs the
 //    failing statement again, built anew with that id; any other error (locks included) is
 //    raised as 0x800403E9.
-// Errors are told apart by the class the driver gives them, never by their text.
+// Errors are told apart by the class the driver gives them, never by their text. A statement
+// stopped by its command timeout (ErrorClass::Timeout) shares the lock error's number but is no
+// lock: it is never retried, and reaches the caller as any other error does.
 
 #include <chrono>
 #include <functional>

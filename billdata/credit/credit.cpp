@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "billdata/common/bill_parts.h"
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -405,6 +406,7 @@ void Credit::UnblankOut(std::int32_t InterID) {
 
 std::shared_ptr<ado::Recordset> Credit::GetBillList(std::int16_t TranType,
                                                     const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         const auto& s = common::session();
         // The bill's own stock: the one lent from, or the one the goods came back to.

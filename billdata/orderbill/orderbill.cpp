@@ -3,6 +3,7 @@
 #include <string>
 
 #include "billdata/common/bill_parts.h"
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -191,6 +192,7 @@ void OrderBill::UnblankOut(std::int32_t InterID) {
 
 std::shared_ptr<Recordset> OrderBill::GetBill(std::int16_t /*TranType*/,
                                               const std::string& strFilter) {
+    common::require_safe_filter(strFilter, common::FilterPlace::WholeCondition);
     return common::guarded(Handler::Common, [&] {
         return open_list(
             "select t1.FDeleted,t1.FDate,t1.FJhDate,t1.FBillNo,t1.FRemark,t1.FEarnest,"
@@ -211,6 +213,7 @@ std::shared_ptr<Recordset> OrderBill::GetBill(std::int16_t /*TranType*/,
 
 std::shared_ptr<Recordset> OrderBill::GetBillList(std::int16_t TranType,
                                                   const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         return open_list(
             std::string("select t1.FDate,t1.FBillNo,t1.FInterID,0 as FHisPrice,"
@@ -231,6 +234,7 @@ std::shared_ptr<Recordset> OrderBill::GetBillList(std::int16_t TranType,
 
 std::shared_ptr<Recordset> OrderBill::GetBillList_Simple(std::int16_t TranType,
                                                          const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         return open_list(
             std::string("select t1.FDate,t1.FBillNo,t1.FInterID,t1.FSysTime,"
@@ -249,6 +253,7 @@ std::shared_ptr<Recordset> OrderBill::GetBillList_Simple(std::int16_t TranType,
 }
 
 std::vector<std::int32_t> OrderBill::GetBillInterID(const std::string& strFilter) {
+    common::require_safe_filter(strFilter, common::FilterPlace::WholeCondition);
     return common::guarded(Handler::Common, [&] {
         auto rs = open_list(
             "select t1.FInterID "

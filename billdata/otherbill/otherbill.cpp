@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -183,6 +184,7 @@ void OtherBill::UnblankOut(std::int32_t InterID) {
 
 std::shared_ptr<ado::Recordset> OtherBill::GetBillList(std::int16_t TranType,
                                                        const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         return common::open_recordset(
             std::string(
@@ -201,6 +203,7 @@ std::shared_ptr<ado::Recordset> OtherBill::GetBillList(std::int16_t TranType,
 
 std::shared_ptr<ado::Recordset> OtherBill::GetBillList_Simple(std::int16_t TranType,
                                                               const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         return common::open_recordset(
             std::string(

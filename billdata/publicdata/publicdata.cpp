@@ -8,6 +8,7 @@
 #include <string>
 
 #include "billdata/common/audit.h"
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
 #include "billdata/credit/credit.h"
@@ -145,6 +146,7 @@ bool before_current_month(const std::shared_ptr<ado::Recordset>& head, std::int1
 std::shared_ptr<ado::Recordset> PublicData::GetBillData(std::int16_t TranType,
                                                         const std::string& QuerySql,
                                                         std::int32_t UserID, bool ShowDetail) {
+    common::require_safe_filter(QuerySql);  // before the user's row is read
     {
         auto user = common::open_recordset(
             "select isnull(Fdays,0) as FDays,isnull(FStockID,0) as FStockID from t_User where "

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "billdata/common/audit.h"
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -227,6 +228,7 @@ void PurRkd::UnblankOut(std::int32_t InterID) {
 
 std::shared_ptr<ado::Recordset> PurRkd::GetBillList(std::int16_t TranType,
                                                     const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         return open_list(
             std::string(
@@ -245,6 +247,7 @@ std::shared_ptr<ado::Recordset> PurRkd::GetBillList(std::int16_t TranType,
 
 std::shared_ptr<ado::Recordset> PurRkd::GetBillList_Simple(std::int16_t TranType,
                                                            const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         return open_list(
             std::string(

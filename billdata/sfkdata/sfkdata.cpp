@@ -3,6 +3,7 @@
 #include <string>
 
 #include "billdata/common/bill_parts.h"
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -131,6 +132,7 @@ void SFKData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 
 std::shared_ptr<ado::Recordset> SFKData::GetBillList(std::int16_t TranType,
                                                      const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         std::string sql;
         if (TranType == 13) {
@@ -165,6 +167,7 @@ std::shared_ptr<ado::Recordset> SFKData::GetBillList(std::int16_t TranType,
 
 std::vector<std::int32_t> SFKData::GetBillInterID(std::int16_t TranType,
                                                   const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         const char* partner =
             TranType == 13 ? "from WLBill t1 Inner Join t_Item t2 ON t1.FOrgaID=t2.FItemID "

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "billdata/common/bill_parts.h"
+#include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
@@ -180,6 +181,7 @@ void vipOrder::UnblankOut(std::int32_t InterID) {
 
 std::shared_ptr<Recordset> vipOrder::GetBillList(std::int16_t TranType,
                                                  const std::string& strFilter) {
+    common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         const std::string sql =
             "select t1.FInterID,t1.FDate,t1.FBillNo,t11.FVipNO + ' ' + t11.FOwner as FVipCard,"

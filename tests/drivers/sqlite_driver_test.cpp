@@ -58,6 +58,7 @@ TEST(SqliteDriver, BadConnectionInputIsRefusedClearly) {
         mentions(error_of(open(sqlite_connection(db, ";Synchronous=Sometimes"))), "Sometimes"));
     EXPECT_TRUE(mentions(error_of(open(sqlite_connection(db, ";Busy Timeout=soon"))), "soon"));
     EXPECT_TRUE(mentions(error_of(open(sqlite_connection(db, ";Lock Timeout=-1"))), "-1"));
+    EXPECT_TRUE(mentions(error_of(open(sqlite_connection(db, ";Command Timeout=soon"))), "soon"));
     EXPECT_EQ(error_of(open("Provider=SQLite")).number(), err::kConnection);
 
     const std::string junk = dir.file("junk.db");

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
@@ -168,6 +169,23 @@ struct Handle {
     std::string pool_key;
     dev_t file_dev = 0;
     ino_t file_ino = 0;
+    // The command timeout of what is running now (a step of a statement, or a procedure call),
+    // read by the progress handler: the limit (0: none), the deadline, set at the handler's first
+    // call, and whether the handler stopped the statement.
+    struct Watch {
+        std::int64_t limit_seconds = 0;
+        bool started = false;
+        bool fired = false;
+        std::chrono::steady_clock::time_point deadline;
+
+        void arm(long seconds) {
+            // Beyond a century means no limit in practice, and keeps the deadline in range.
+            limit_seconds = std::min<std::int64_t>(seconds, 100LL * 365 * 24 * 3600);
+            started = false;
+            fired = false;
+        }
+        void disarm() { limit_seconds = 0; }
+    } watch;
 
     ~Handle() {
         cache.clear();
@@ -199,6 +217,27 @@ bool file_identity(const std::string& path, dev_t& dev, ino_t& ino) {
     dev = st.st_dev;
     ino = st.st_ino;
     return true;
+}
+
+// How many virtual-machine steps the engine runs between calls of the progress handler. A
+// statement that finishes in fewer (every statement of a till sale) never calls it, and a long
+// one reads the clock once per this many steps: a few microseconds of work apart.
+constexpr int kProgressSteps = 1000;
+
+// The command timeout. The deadline is taken at the first call, a few microseconds into the
+// step, so that the clock is read only by statements that run that long.
+int on_progress(void* arg) {
+    Handle::Watch& w = *static_cast<Handle::Watch*>(arg);
+    if (w.limit_seconds <= 0) return 0;
+    const auto now = std::chrono::steady_clock::now();
+    if (!w.started) {
+        w.started = true;
+        w.deadline = now + std::chrono::seconds(w.limit_seconds);
+        return 0;
+    }
+    if (now < w.deadline) return 0;
+    w.fired = true;
+    return 1;  // the statement stops with SQLITE_INTERRUPT
 }
 
 // Errors after which a handle is closed instead of going back to the pool.
@@ -294,11 +333,12 @@ class SqliteSession;
 class SqliteCursor final : public ado::driver::Cursor {
   public:
     SqliteCursor(SqliteSession* session, sqlite3_stmt* stmt, CachedPtr cached,
-                 std::vector<ColumnInfo> columns)
+                 std::vector<ColumnInfo> columns, long timeout_seconds)
         : session_(session),
           stmt_(stmt),
           cached_(std::move(cached)),
-          columns_(std::move(columns)) {}
+          columns_(std::move(columns)),
+          timeout_(timeout_seconds) {}
     ~SqliteCursor() override;
 
     const std::vector<ColumnInfo>& columns() const override { return columns_; }
@@ -319,6 +359,7 @@ class SqliteCursor final : public ado::driver::Cursor {
     sqlite3_stmt* stmt_;
     CachedPtr cached_;  // the cache's statement this cursor runs on, or null (finalised here)
     std::vector<ColumnInfo> columns_;
+    long timeout_;           // bounds each step
     bool pending_ = false;   // the statement stands on a row not handed out yet
     bool buffered_ = false;  // drained: rows come from buffer_
     std::deque<std::vector<Variant>> buffer_;
@@ -361,16 +402,26 @@ class SqliteSession final : public ado::driver::Session {
     }
     bool in_transaction() const override { return !sqlite3_get_autocommit(db_); }
     std::unique_ptr<ado::driver::Cursor> call(std::string_view procedure,
-                                              std::vector<ado::driver::ProcArg>& args) override;
+                                              std::vector<ado::driver::ProcArg>& args,
+                                              const ado::driver::ExecOptions& options) override;
 
     sqlite3* db() const { return db_; }
     void forget(SqliteCursor* c) {
         live_.erase(std::remove(live_.begin(), live_.end(), c), live_.end());
     }
     void refresh_catalog();
-    // The error for `rc`, noting whether it leaves the handle unfit for the pool.
+    // One step of a statement under a command timeout (0: none).
+    int step(sqlite3_stmt* stmt, long timeout_seconds) {
+        handle_->watch.arm(timeout_seconds);
+        const int rc = sqlite3_step(stmt);
+        handle_->watch.disarm();
+        return rc;
+    }
+    // The error for `rc` of the last step, noting whether it leaves the handle unfit for the pool.
     ComError error(int rc) {
         if (breaks_handle(rc)) handle_->broken = true;
+        if ((rc & 0xff) == SQLITE_INTERRUPT && handle_->watch.fired)
+            return ado::driver::timeout_error(rc, !sqlite3_get_autocommit(db_));
         return database_error(db_, rc);
     }
 
@@ -430,7 +481,7 @@ void SqliteCursor::fail(int rc) {
 }
 
 void SqliteCursor::start() {
-    int rc = sqlite3_step(stmt_);
+    int rc = session_->step(stmt_, timeout_);
     if (rc == SQLITE_ROW) {
         pending_ = true;
     } else if (rc == SQLITE_DONE) {
@@ -449,7 +500,7 @@ bool SqliteCursor::next(std::vector<Variant>& row) {
     }
     if (!stmt_) return false;
     if (!pending_) {
-        int rc = sqlite3_step(stmt_);
+        int rc = session_->step(stmt_, timeout_);
         if (rc == SQLITE_DONE) {
             finish();  // no read lock is held past the last row
             return false;
@@ -471,7 +522,7 @@ void SqliteCursor::drain() {
         pending_ = false;
     }
     for (;;) {
-        int rc = sqlite3_step(stmt_);
+        int rc = session_->step(stmt_, timeout_);
         if (rc == SQLITE_DONE) break;
         if (rc != SQLITE_ROW) fail(rc);
         buffer_.emplace_back();
@@ -773,7 +824,8 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
     if (entry.writes) drain_cursors();
 
     if (!entry.columns.empty()) {
-        auto cursor = std::make_unique<SqliteCursor>(this, stmt, std::move(cached), entry.columns);
+        auto cursor = std::make_unique<SqliteCursor>(this, stmt, std::move(cached), entry.columns,
+                                                     options.timeout_seconds);
         live_.push_back(cursor.get());
         cursor->start();
         if (affected) *affected = -1;
@@ -782,7 +834,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
     // A statement that changed no row commits nothing that needs syncing.
     const int changes_before = entry.writes ? sqlite3_total_changes(db_) : 0;
     int rc;
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+    while ((rc = step(stmt, options.timeout_seconds)) == SQLITE_ROW) {
     }
     if (rc != SQLITE_DONE) {
         ComError e = error(rc);
@@ -798,14 +850,26 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
 }
 
 std::unique_ptr<ado::driver::Cursor> SqliteSession::call(std::string_view procedure,
-                                                         std::vector<ado::driver::ProcArg>& args) {
+                                                         std::vector<ado::driver::ProcArg>& args,
+                                                         const ado::driver::ExecOptions& options) {
     ProcedureFn fn = lookup_procedure(procedure);
     if (!fn)
         throw ComError(err::kDatabase,
                        "could not find stored procedure '" + std::string(procedure) + "'");
     drain_cursors();  // a procedure may write
     const int changes_before = sqlite3_total_changes(db_);
-    fn(db_, args);
+    // One timeout over the whole call: every statement the procedure runs stops once it is over.
+    Handle::Watch& watch = handle_->watch;
+    watch.arm(options.timeout_seconds);
+    try {
+        fn(db_, args);
+    } catch (...) {
+        watch.disarm();
+        if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, in_transaction());
+        throw;
+    }
+    watch.disarm();
+    if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, in_transaction());
     if (handle_->sync_full && sqlite3_get_autocommit(db_) &&
         sqlite3_total_changes(db_) != changes_before)
         unsynced_ = true;
@@ -862,6 +926,7 @@ class SqliteDriver final : public ado::driver::Driver {
         handle->file_ino = ino;
         sqlite3_extended_result_codes(raw, 1);
         sqlite3_busy_timeout(raw, busy_ms);
+        sqlite3_progress_handler(raw, kProgressSteps, on_progress, &handle->watch);
         handle->sync_full = sync == "FULL";
         const std::string pragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=" +
                                     std::string(handle->sync_full ? "NORMAL" : sync) + ";";

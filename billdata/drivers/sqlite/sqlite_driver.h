@@ -7,7 +7,12 @@
 // Busy Timeout=<ms> (default kDefaultBusyTimeoutMs), Lock Timeout=<s> (read by the service
 // layer's lock retry), Pooling=True|False and Statement Cache=True|False (both default True; the
 // environment variables BILLDATA_POOLING=off and BILLDATA_STATEMENT_CACHE=off turn them off for
-// the whole process). Any other keyword is refused, naming it.
+// the whole process), and the data layer's Command Timeout=<s>. Any other keyword is refused,
+// naming it.
+//
+// Command timeout: a progress handler stops a step that outlives it (SQLITE_INTERRUPT, raised as
+// ado::driver::timeout_error). The engine then resets the statement; a write it stopped inside a
+// transaction rolls the whole transaction back, which the error reports.
 //
 // Pooling: closing a session gives its physical handle back to a pool of the same database file
 // and options, when it is clean (no open transaction, no statement running, no error that spoils
