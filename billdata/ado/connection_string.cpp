@@ -140,9 +140,8 @@ long ConnectionString::command_timeout() const {
     auto r = std::from_chars(value.data(), value.data() + value.size(), seconds);
     if (value.empty() || r.ec != std::errc() || r.ptr != value.data() + value.size() || seconds < 0)
         throw ComError(err::kConnection,
-                       "Command Timeout must be a whole number of seconds (0 for "
-                       "no limit), not '" +
-                           value + "'");
+                       "Command Timeout must be a whole number of seconds (0 for no limit), not '" +
+                           util::excerpt(value) + "'");
     return seconds;
 }
 
