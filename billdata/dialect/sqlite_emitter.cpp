@@ -626,13 +626,9 @@ class SqliteHooks final : public EngineHooks {
     }
 };
 
-// The table whose single row holds the row counts that triggers keep for the bill tables, one
-// column per counted table (see the schema).
-constexpr std::string_view kRowCountTable = "t_TableRows";
-
-// `select count(*), max(FInterID) … from <bill table>` with nothing else: the interior-id
-// cross-check runs it on every save, and a count reads the whole table. When the schema keeps
-// the table's row count, each count(*) reads the kept count and each max()/min() becomes a
+// `select count(*), max(key) … from T` with nothing else: the interior-id cross-check runs it on
+// every save, and a count reads the whole table. When the catalogue says that the database
+// keeps T's row count, each count(*) reads the kept count and each max()/min() becomes a
 // subquery of its own, which the engine answers from the key's index. The result is the same
 // single row with the same column names and values.
 bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog) {
@@ -643,7 +639,8 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     if (q.distinct || q.top >= 0 || q.where || q.having || !q.group_by.empty()) return false;
     if (q.from.size() != 1 || !q.from[0]->is<TableRef>() || q.items.empty()) return false;
     const auto& table = q.from[0]->as<TableRef>();
-    if (!catalog.find_column(kRowCountTable, table.name)) return false;
+    const std::string_view counts = catalog.kept_row_count(table.name);
+    if (counts.empty()) return false;
     for (const SelectItem& item : q.items) {
         if (!item.expr->is<Function>()) return false;
         const auto& f = item.expr->as<Function>();
@@ -668,10 +665,11 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
             alone.expr(f);
         }
         if (f.func == Func::Count) {
+            // The count is in the column named after the table.
             em.text("(SELECT ");
             em.name(table.name);
             em.text(" FROM ");
-            em.name(kRowCountTable);
+            em.name(counts);
             em.ch(')');
         } else {
             em.text("(SELECT ");
@@ -690,13 +688,11 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     return true;
 }
 
-// The kind of each line's bill, kept on the lines by the embedded schema (see the schema).
-constexpr std::string_view kLineKindTable = "ICStockBillEntry";
-constexpr std::string_view kLineKindColumn = "FHeadTranType";
-
-struct HeaderAndLines {
-    const TableRef* header;
-    const TableRef* lines;
+// An inner join of the FROM between a table and the table that keeps a copy of its column.
+struct CopyUnderJoin {
+    const CopiedColumn* copy;
+    const TableRef* from;  // where the original lives
+    const TableRef* to;    // where the copy lives
 };
 
 const TableRef* table_of(const Expr* e, std::string_view column) {
@@ -715,36 +711,41 @@ void conjuncts(Expr* e, std::vector<Expr*>& out) {
     }
 }
 
-// Header-to-lines inner joins on the interior id among the FROM items whose rows all reach the
-// WHERE unchanged: inner joins, and the left side of outer ones.
-void header_line_joins(const TableSource* ts, std::vector<HeaderAndLines>& out) {
+// Inner joins on a copy's key between the table that has the original and the one that has the
+// copy, among the FROM items whose rows all reach the WHERE unchanged: inner joins, and the left
+// side of outer ones.
+void joins_on_copies(const TableSource* ts, const std::vector<CopiedColumn>& copies,
+                     std::vector<CopyUnderJoin>& out) {
     if (!ts->is<Join>()) return;
     const auto& j = ts->as<Join>();
-    header_line_joins(j.left, out);
+    joins_on_copies(j.left, copies, out);
     if (j.kind != JoinKind::Inner) return;
-    header_line_joins(j.right, out);
+    joins_on_copies(j.right, copies, out);
     if (!j.on) return;
     std::vector<Expr*> on;
     conjuncts(j.on, on);
     for (const Expr* c : on) {
         if (!c->is<Binary>() || c->as<Binary>().op != BinaryOp::Eq) continue;
-        const TableRef* a = table_of(c->as<Binary>().lhs, "FInterID");
-        const TableRef* b = table_of(c->as<Binary>().rhs, "FInterID");
-        if (!a || !b) continue;
-        if (iequals(a->name, "ICStockBill") && iequals(b->name, kLineKindTable))
-            out.push_back({a, b});
-        else if (iequals(b->name, "ICStockBill") && iequals(a->name, kLineKindTable))
-            out.push_back({b, a});
+        for (const CopiedColumn& copy : copies) {
+            const TableRef* a = table_of(c->as<Binary>().lhs, copy.key);
+            const TableRef* b = table_of(c->as<Binary>().rhs, copy.key);
+            if (!a || !b) continue;
+            if (iequals(a->name, copy.from_table) && iequals(b->name, copy.table))
+                out.push_back({&copy, a, b});
+            else if (iequals(b->name, copy.from_table) && iequals(a->name, copy.table))
+                out.push_back({&copy, b, a});
+        }
     }
 }
 
-// `… from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where
-// t1.FTranType in (17,27,99) and …`: the same kind test on the lines' copy of their bill's kind,
-// so that the engine can pick the lines by item and kind from an index instead of visiting
-// every line of the item and looking up its header. Under the join the two tests hold for the
-// same rows, so the result does not change.
-void push_kind_to_lines(Node& stmt, const Catalog& catalog, Arena& arena) {
-    if (!catalog.find_column(kLineKindTable, kLineKindColumn)) return;
+// `… from H t1 inner join L t2 on t1.K=t2.K where t1.C in (17,27,99) and …` where L keeps a
+// copy of H.C keyed by K: the same test on the copy as well, so that the engine can pick L's
+// rows from an index on the copy instead of visiting them all and looking up their H row (the
+// price propagation's re-pricings pick lines by their bill's kind). Under the join the two
+// tests hold for the same rows, so the result does not change.
+void test_copies_too(Node& stmt, const Catalog& catalog, Arena& arena) {
+    const std::vector<CopiedColumn>& copies = catalog.copied_columns();
+    if (copies.empty()) return;
     const List<TableSource*>* from = nullptr;
     Expr** where = nullptr;
     if (stmt.is<Select>() && stmt.as<Select>().body->is<QuerySpec>()) {
@@ -759,44 +760,42 @@ void push_kind_to_lines(Node& stmt, const Catalog& catalog, Arena& arena) {
         where = &stmt.as<Delete>().where;
     }
     if (!from || !*where) return;
-    std::vector<HeaderAndLines> joins;
+    std::vector<CopyUnderJoin> joins;
     for (const TableSource* ts : *from)
-        header_line_joins(ts, joins);
+        joins_on_copies(ts, copies, joins);
     if (joins.empty()) return;
     std::vector<Expr*> tests;
     conjuncts(*where, tests);
-    auto integers = [](const List<Expr*>& items) {
-        return std::all_of(items.begin(), items.end(), [](const Expr* e) {
-            return e->is<LiteralExpr>() && e->as<LiteralExpr>().kind == LiteralExpr::Kind::Integer;
-        });
+    auto integer = [](const Expr* e) {
+        return e->is<LiteralExpr>() && e->as<LiteralExpr>().kind == LiteralExpr::Kind::Integer;
     };
-    for (const HeaderAndLines& j : joins) {
-        auto kind_of_lines = [&](std::uint32_t pos) {
-            auto* c = arena.make<ColumnRef>(pos, j.lines->exposed, kLineKindColumn);
-            c->source = j.lines;
+    for (const CopyUnderJoin& j : joins) {
+        const CopiedColumn& copy = *j.copy;
+        auto copied = [&](std::uint32_t pos) {
+            auto* c = arena.make<ColumnRef>(pos, j.to->exposed, copy.column);
+            c->source = j.to;
             c->qualify = true;
-            c->vtype = ColumnType::Integer;
+            c->vtype = catalog.column_type(copy.table, copy.column);
             return c;
         };
         for (Expr* t : tests) {
             Expr* added = nullptr;
             if (t->is<InList>()) {
                 const auto& in = t->as<InList>();
-                if (in.negated || table_of(in.expr, "FTranType") != j.header || !integers(in.items))
+                if (in.negated || table_of(in.expr, copy.from_column) != j.from ||
+                    !std::all_of(in.items.begin(), in.items.end(), integer))
                     continue;
                 List<Expr*> items(in.items.begin(), in.items.end(), arena.resource());
-                added = arena.make<InList>(in.pos, kind_of_lines(in.pos), std::move(items), false);
+                added = arena.make<InList>(in.pos, copied(in.pos), std::move(items), false);
             } else if (t->is<Binary>() && t->as<Binary>().op == BinaryOp::Eq) {
                 const auto& eq = t->as<Binary>();
                 Expr* value = nullptr;
-                if (table_of(eq.lhs, "FTranType") == j.header)
+                if (table_of(eq.lhs, copy.from_column) == j.from)
                     value = eq.rhs;
-                else if (table_of(eq.rhs, "FTranType") == j.header)
+                else if (table_of(eq.rhs, copy.from_column) == j.from)
                     value = eq.lhs;
-                if (!value || !value->is<LiteralExpr>() ||
-                    value->as<LiteralExpr>().kind != LiteralExpr::Kind::Integer)
-                    continue;
-                added = arena.make<Binary>(eq.pos, BinaryOp::Eq, kind_of_lines(eq.pos), value);
+                if (!value || !integer(value)) continue;
+                added = arena.make<Binary>(eq.pos, BinaryOp::Eq, copied(eq.pos), value);
             }
             if (!added) continue;
             *where = arena.make<Binary>((*where)->pos, BinaryOp::And, *where, added);
@@ -817,7 +816,7 @@ Translation translate_sqlite(std::string_view tsql, const Catalog& catalog,
     Node* stmt = parser.parse_statement();
     Binder binder(catalog, arena);
     binder.bind_statement(*stmt);
-    push_kind_to_lines(*stmt, catalog, arena);
+    test_copies_too(*stmt, catalog, arena);
 
     Translation t;
     t.sql.reserve(tsql.size() + tsql.size() / 2 + 32);

@@ -80,5 +80,27 @@ TEST_F(Runtime, CatalogueReadsTablesAndColumnsInOrder) {
     EXPECT_EQ(type, dialect::ColumnType::Real);
 }
 
+// What a database declares that its triggers keep reaches the translation, whatever the tables
+// are called; a declaration the database's tables do not back is left out.
+TEST_F(Runtime, KeptCountsAndCopiesDeclaredByTheDatabaseAreRead) {
+    raw("CREATE TABLE Head(FKey INTEGER PRIMARY KEY, FSort INTEGER);"
+        "CREATE TABLE Line(FKey INTEGER, FSortCopy INTEGER, FQty REAL);"
+        "CREATE TABLE Counts(Head INTEGER, Line INTEGER); INSERT INTO Counts VALUES (42, 0);"
+        "CREATE VIEW t_KeptRowCounts (FTable, FCountTable) AS VALUES ('head', 'Counts'), "
+        "('Line', 'NoSuchTable');"
+        "CREATE VIEW t_KeptCopies (FTable, FColumn, FFromTable, FFromColumn, FKey) AS "
+        "VALUES ('Line', 'FSortCopy', 'Head', 'FSort', 'FKey');");
+    catalog_ = drivers::sqlite::read_catalog(db_);
+    EXPECT_EQ(std::string(catalog_.kept_row_count("HEAD")), "Counts");
+    EXPECT_EQ(value("select count(*) from Head"), "42");
+    EXPECT_EQ(std::string(catalog_.kept_row_count("Line")), "");
+    const std::string sql =
+        translate(
+            "select l.FQty from Head h inner join Line l on h.FKey=l.FKey where "
+            "h.FSort in (1,2) and h.FKey>3")
+            .sql;
+    EXPECT_NE(sql.find("l.FSortCopy IN (1, 2)"), std::string::npos) << sql;
+}
+
 }  // namespace
 }  // namespace billdata::testing
