@@ -1,5 +1,6 @@
-// The SQLite hooks of the emitter. The functions named bd_… are registered on every embedded
-// connection by drivers::sqlite::register_tsql_runtime, which gives them SQL Server's semantics.
+// The SQLite hooks of the emitter. The runtime functions and collations it writes (named in
+// runtime_names.h) are registered on every embedded connection by the SQLite driver, which gives
+// them SQL Server's semantics.
 
 #include <algorithm>
 #include <array>
@@ -10,6 +11,7 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/emitter.h"
 #include "billdata/dialect/parser.h"
+#include "billdata/dialect/runtime_names.h"
 #include "billdata/dialect/text_util.h"
 
 namespace billdata::dialect {
@@ -195,34 +197,41 @@ bool plain_name(std::string_view name) {
     return !is_sqlite_keyword(name);
 }
 
-const char* part_name(DatePart part) {
+std::string_view part_name(DatePart part) {
     switch (part) {
         case DatePart::Year:
-            return "'year'";
+            return runtime::part::kYear;
         case DatePart::Quarter:
-            return "'quarter'";
+            return runtime::part::kQuarter;
         case DatePart::Month:
-            return "'month'";
+            return runtime::part::kMonth;
         case DatePart::DayOfYear:
-            return "'dayofyear'";
+            return runtime::part::kDayOfYear;
         case DatePart::Day:
-            return "'day'";
+            return runtime::part::kDay;
         case DatePart::Week:
-            return "'week'";
+            return runtime::part::kWeek;
         case DatePart::Weekday:
-            return "'weekday'";
+            return runtime::part::kWeekday;
         case DatePart::Hour:
-            return "'hour'";
+            return runtime::part::kHour;
         case DatePart::Minute:
-            return "'minute'";
+            return runtime::part::kMinute;
         case DatePart::Second:
-            return "'second'";
+            return runtime::part::kSecond;
         case DatePart::Millisecond:
-            return "'millisecond'";
+            return runtime::part::kMillisecond;
         case DatePart::None:
             break;
     }
-    return "''";
+    return {};
+}
+
+// A date part as the runtime's date functions take it: a text literal.
+void quoted_part(Emitter& em, std::string_view part) {
+    em.ch('\'');
+    em.text(part);
+    em.ch('\'');
 }
 
 class SqliteHooks final : public EngineHooks {
@@ -247,11 +256,11 @@ class SqliteHooks final : public EngineHooks {
         em.text(t);
     }
 
-    void call(Emitter& em, const char* fn, const List<Expr*>& args, std::size_t from = 0) const {
+    void call(Emitter& em, std::string_view fn, const List<Expr*>& args) const {
         em.text(fn);
         em.ch('(');
-        for (std::size_t i = from; i < args.size(); ++i) {
-            if (i > from) em.text(", ");
+        for (std::size_t i = 0; i < args.size(); ++i) {
+            if (i > 0) em.text(", ");
             em.expr(*args[i]);
         }
         em.ch(')');
@@ -286,10 +295,11 @@ class SqliteHooks final : public EngineHooks {
             case Func::Year:
             case Func::Month:
             case Func::Day:
-                em.text("bd_datepart(");
-                em.text(f.func == Func::Year    ? "'year'"
-                        : f.func == Func::Month ? "'month'"
-                                                : "'day'");
+                em.text(runtime::kDatePart);
+                em.ch('(');
+                quoted_part(em, f.func == Func::Year    ? runtime::part::kYear
+                                : f.func == Func::Month ? runtime::part::kMonth
+                                                        : runtime::part::kDay);
                 em.text(", ");
                 em.expr(*f.args[0]);
                 em.ch(')');
@@ -297,10 +307,11 @@ class SqliteHooks final : public EngineHooks {
             case Func::DateAdd:
             case Func::DateDiff:
             case Func::DatePart:
-                em.text(f.func == Func::DateAdd    ? "bd_dateadd("
-                        : f.func == Func::DateDiff ? "bd_datediff("
-                                                   : "bd_datepart(");
-                em.text(part_name(f.part));
+                em.text(f.func == Func::DateAdd    ? runtime::kDateAdd
+                        : f.func == Func::DateDiff ? runtime::kDateDiff
+                                                   : runtime::kDatePart);
+                em.ch('(');
+                quoted_part(em, part_name(f.part));
                 for (Expr* a : f.args) {
                     em.text(", ");
                     em.expr(*a);
@@ -314,16 +325,16 @@ class SqliteHooks final : public EngineHooks {
                 em.text(", ' '))");
                 return;
             case Func::Left:
-                call(em, "bd_left", f.args);
+                call(em, runtime::kLeft, f.args);
                 return;
             case Func::Right:
-                call(em, "bd_right", f.args);
+                call(em, runtime::kRight, f.args);
                 return;
             case Func::Substring:
-                call(em, "bd_substring", f.args);
+                call(em, runtime::kSubstring, f.args);
                 return;
             case Func::CharIndex:
-                call(em, "bd_charindex", f.args);
+                call(em, runtime::kCharIndex, f.args);
                 return;
             case Func::LTrim:
             case Func::RTrim:
@@ -338,19 +349,19 @@ class SqliteHooks final : public EngineHooks {
                 call(em, "lower", f.args);
                 return;
             case Func::Replace:
-                call(em, "bd_replace", f.args);
+                call(em, runtime::kReplace, f.args);
                 return;
             case Func::Round:
-                call(em, "bd_round", f.args);
+                call(em, runtime::kRound, f.args);
                 return;
             case Func::Abs:
                 call(em, "abs", f.args);
                 return;
             case Func::Floor:
-                call(em, "bd_floor", f.args);
+                call(em, runtime::kFloor, f.args);
                 return;
             case Func::Ceiling:
-                call(em, "bd_ceiling", f.args);
+                call(em, runtime::kCeiling, f.args);
                 return;
             case Func::Count:
             case Func::Sum:
@@ -379,26 +390,27 @@ class SqliteHooks final : public EngineHooks {
         const Expr& e = *c.expr;
         switch (c.target.base) {
             case TypeSpec::Base::Integer:
-                single(em, "bd_int", e);
+                single(em, runtime::kInt, e);
                 return;
             case TypeSpec::Base::Bit:
-                single(em, "bd_bit", e);
+                single(em, runtime::kBit, e);
                 return;
             case TypeSpec::Base::Float:
-                single(em, "bd_float", e);
+                single(em, runtime::kFloat, e);
                 return;
             case TypeSpec::Base::Decimal:
-                em.text("bd_dec(");
+                em.text(runtime::kDecimal);
+                em.ch('(');
                 em.expr(e);
                 em.text(", ");
                 em.text(std::to_string(c.target.scale));
                 em.ch(')');
                 return;
             case TypeSpec::Base::DateTime:
-                single(em, "bd_dt", e);
+                single(em, runtime::kDateTime, e);
                 return;
             case TypeSpec::Base::Date:
-                single(em, "bd_date", e);
+                single(em, runtime::kDate, e);
                 return;
             case TypeSpec::Base::Text:
             case TypeSpec::Base::FixedText: {
@@ -407,12 +419,14 @@ class SqliteHooks final : public EngineHooks {
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
                 if (e.vtype == ColumnType::Date) {
-                    em.text("bd_date_text(");
+                    em.text(runtime::kDateText);
+                    em.ch('(');
                     em.expr(e);
                     em.text(", ");
                     em.text(std::to_string(c.style < 0 ? 0 : c.style));
                 } else {
-                    em.text("bd_varchar(");
+                    em.text(runtime::kVarchar);
+                    em.ch('(');
                     em.expr(e);
                 }
                 em.text(", ");
@@ -424,7 +438,7 @@ class SqliteHooks final : public EngineHooks {
         }
     }
 
-    static void single(Emitter& em, const char* fn, const Expr& e) {
+    static void single(Emitter& em, std::string_view fn, const Expr& e) {
         em.text(fn);
         em.ch('(');
         em.expr(e);
@@ -444,7 +458,10 @@ class SqliteHooks final : public EngineHooks {
                     case ArithKind::DateDays: {
                         const Expr& date = b.date_on_right ? *b.rhs : *b.lhs;
                         const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
-                        em.text("bd_dateadd('days', ");
+                        em.text(runtime::kDateAdd);
+                        em.ch('(');
+                        quoted_part(em, runtime::part::kDays);
+                        em.text(", ");
                         if (b.op == BinaryOp::Sub) {
                             em.text("-(");
                             em.expr(days);
@@ -458,7 +475,8 @@ class SqliteHooks final : public EngineHooks {
                         return;
                     }
                     case ArithKind::ByValue:
-                        em.text("bd_add(");
+                        em.text(runtime::kAdd);
+                        em.ch('(');
                         em.expr(*b.lhs);
                         em.text(", ");
                         em.expr(*b.rhs);
@@ -475,18 +493,23 @@ class SqliteHooks final : public EngineHooks {
                 // The engine's own division already divides integers as integers; only a zero
                 // divisor needs the server's error instead of NULL.
                 em.operand(*b.lhs, kOutMul);
-                em.text(" / bd_nz(");
+                em.text(" / ");
+                em.text(runtime::kNonZero);
+                em.ch('(');
                 em.expr(*b.rhs);
                 em.ch(')');
                 return;
             case BinaryOp::Mod:
                 if (b.lhs->vtype == ColumnType::Integer && b.rhs->vtype == ColumnType::Integer) {
                     em.operand(*b.lhs, kOutMul);
-                    em.text(" % bd_nz(");
+                    em.text(" % ");
+                    em.text(runtime::kNonZero);
+                    em.ch('(');
                     em.expr(*b.rhs);
                     em.ch(')');
                 } else {
-                    em.text("bd_mod(");
+                    em.text(runtime::kMod);
+                    em.ch('(');
                     em.expr(*b.lhs);
                     em.text(", ");
                     em.expr(*b.rhs);
@@ -511,7 +534,8 @@ class SqliteHooks final : public EngineHooks {
 
     void like(Emitter& em, const Like& l) const override {
         if (l.negated) em.text("NOT ");
-        em.text("bd_like(");
+        em.text(runtime::kLike);
+        em.ch('(');
         em.expr(*l.expr);
         em.text(", ");
         em.expr(*l.pattern);
@@ -523,7 +547,8 @@ class SqliteHooks final : public EngineHooks {
     }
 
     void collation(Emitter& em, CompareKind kind) const override {
-        em.text(kind == CompareKind::Date ? " COLLATE BDDATE" : " COLLATE BDTEXT");
+        em.text(" COLLATE ");
+        em.text(kind == CompareKind::Date ? runtime::kDateCollation : runtime::kTextCollation);
     }
 
     void limit(Emitter& em, long long count) const override {
@@ -531,7 +556,9 @@ class SqliteHooks final : public EngineHooks {
         em.text(std::to_string(count));
     }
 
-    void date_value(Emitter& em, const Expr& value) const override { single(em, "bd_dt", value); }
+    void date_value(Emitter& em, const Expr& value) const override {
+        single(em, runtime::kDateTime, value);
+    }
 
     void set_list(Emitter& em, const Update& u) const {
         for (std::size_t i = 0; i < u.sets.size(); ++i) {

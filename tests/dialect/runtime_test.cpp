@@ -1,5 +1,6 @@
 // The runtime's collations and the catalogue reader, used directly on a database.
 
+#include "billdata/dialect/runtime_names.h"
 #include "dialect/dialect_fixture.h"
 
 namespace billdata::testing {
@@ -52,6 +53,18 @@ TEST_F(Runtime, ConversionErrorsUseTheServersWords) {
     EXPECT_EQ(value("select cast('' as datetime)"), "1900-01-01 00:00:00");
     EXPECT_EQ(value("select cast(45000 as datetime)"), "2023-03-17 00:00:00");
     EXPECT_EQ(value("select cast('2025-03-09 8:30 PM' as datetime)"), "2025-03-09 20:30:00");
+}
+
+// Whatever runtime name the emitter may write is there on a connection of the engine.
+TEST_F(Runtime, EveryFunctionAndCollationOfTheRuntimeIsRegistered) {
+    auto registered = [&](const char* list, std::string_view name) {
+        return run_sqlite(std::string("SELECT count(*) FROM ") + list + " WHERE name = '" +
+                          std::string(name) + "' COLLATE NOCASE") != Rows{{"0"}};
+    };
+    for (std::string_view name : dialect::runtime::kFunctions)
+        EXPECT_TRUE(registered("pragma_function_list", name)) << name;
+    for (std::string_view name : dialect::runtime::kCollations)
+        EXPECT_TRUE(registered("pragma_collation_list", name)) << name;
 }
 
 TEST(CatalogReader, MapsDeclaredTypes) {

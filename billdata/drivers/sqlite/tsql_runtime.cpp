@@ -7,9 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "billdata/dialect/runtime_names.h"
+
 namespace billdata::drivers::sqlite {
 
 namespace {
+
+namespace names = dialect::runtime;
 
 // ---- messages (the server's own wording) -------------------------------------------------
 
@@ -653,18 +657,18 @@ enum class Part {
 Part part_of(sqlite3_value* v) {
     std::string_view p = value_text(v);
     static const std::pair<std::string_view, Part> kParts[] = {
-        {"year", Part::Year},
-        {"quarter", Part::Quarter},
-        {"month", Part::Month},
-        {"dayofyear", Part::DayOfYear},
-        {"day", Part::Day},
-        {"week", Part::Week},
-        {"weekday", Part::Weekday},
-        {"hour", Part::Hour},
-        {"minute", Part::Minute},
-        {"second", Part::Second},
-        {"millisecond", Part::Millisecond},
-        {"days", Part::Days},
+        {names::part::kYear, Part::Year},
+        {names::part::kQuarter, Part::Quarter},
+        {names::part::kMonth, Part::Month},
+        {names::part::kDayOfYear, Part::DayOfYear},
+        {names::part::kDay, Part::Day},
+        {names::part::kWeek, Part::Week},
+        {names::part::kWeekday, Part::Weekday},
+        {names::part::kHour, Part::Hour},
+        {names::part::kMinute, Part::Minute},
+        {names::part::kSecond, Part::Second},
+        {names::part::kMillisecond, Part::Millisecond},
+        {names::part::kDays, Part::Days},
     };
     for (const auto& [name, part] : kParts) {
         if (p == name) return part;
@@ -1389,51 +1393,53 @@ void fn_like(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 }
 
 struct FunctionDef {
-    const char* name;
+    std::string_view name;  // NUL-terminated: the names are literals
     int args;
     void (*fn)(sqlite3_context*, int, sqlite3_value**);
 };
 
 constexpr FunctionDef kFunctions[] = {
-    {"bd_dt", 1, fn_dt},
-    {"bd_date", 1, fn_date},
-    {"bd_datepart", 2, fn_datepart},
-    {"bd_dateadd", 3, fn_dateadd},
-    {"bd_datediff", 3, fn_datediff},
-    {"bd_date_text", 3, fn_date_text},
-    {"bd_date_text", 4, fn_date_text},
-    {"bd_varchar", 2, fn_varchar},
-    {"bd_varchar", 3, fn_varchar},
-    {"bd_int", 1, fn_int},
-    {"bd_bit", 1, fn_bit},
-    {"bd_float", 1, fn_float},
-    {"bd_dec", 2, fn_dec},
-    {"bd_round", 2, fn_round},
-    {"bd_round", 3, fn_round},
-    {"bd_floor", 1, fn_floor},
-    {"bd_ceiling", 1, fn_ceiling},
-    {"bd_nz", 1, fn_nz},
-    {"bd_mod", 2, fn_mod},
-    {"bd_add", 2, fn_add},
-    {"bd_left", 2, fn_left},
-    {"bd_right", 2, fn_right},
-    {"bd_substring", 3, fn_substring},
-    {"bd_charindex", 2, fn_charindex},
-    {"bd_charindex", 3, fn_charindex},
-    {"bd_replace", 3, fn_replace},
-    {"bd_like", 2, fn_like},
-    {"bd_like", 3, fn_like},
+    {names::kDateTime, 1, fn_dt},
+    {names::kDate, 1, fn_date},
+    {names::kDatePart, 2, fn_datepart},
+    {names::kDateAdd, 3, fn_dateadd},
+    {names::kDateDiff, 3, fn_datediff},
+    {names::kDateText, 3, fn_date_text},
+    {names::kDateText, 4, fn_date_text},
+    {names::kVarchar, 2, fn_varchar},
+    {names::kVarchar, 3, fn_varchar},
+    {names::kInt, 1, fn_int},
+    {names::kBit, 1, fn_bit},
+    {names::kFloat, 1, fn_float},
+    {names::kDecimal, 2, fn_dec},
+    {names::kRound, 2, fn_round},
+    {names::kRound, 3, fn_round},
+    {names::kFloor, 1, fn_floor},
+    {names::kCeiling, 1, fn_ceiling},
+    {names::kNonZero, 1, fn_nz},
+    {names::kMod, 2, fn_mod},
+    {names::kAdd, 2, fn_add},
+    {names::kLeft, 2, fn_left},
+    {names::kRight, 2, fn_right},
+    {names::kSubstring, 3, fn_substring},
+    {names::kCharIndex, 2, fn_charindex},
+    {names::kCharIndex, 3, fn_charindex},
+    {names::kReplace, 3, fn_replace},
+    {names::kLike, 2, fn_like},
+    {names::kLike, 3, fn_like},
 };
 
 }  // namespace
 
 int register_tsql_runtime(sqlite3* db) {
-    int rc = sqlite3_create_collation_v2(db, "BDTEXT", SQLITE_UTF8, nullptr, collate_text, nullptr);
+    int rc = sqlite3_create_collation_v2(db, names::kTextCollation.data(), SQLITE_UTF8, nullptr,
+                                         collate_text, nullptr);
     if (rc != SQLITE_OK) return rc;
-    rc = sqlite3_create_collation_v2(db, "BDDATE", SQLITE_UTF8, nullptr, collate_date, nullptr);
+    rc = sqlite3_create_collation_v2(db, names::kDateCollation.data(), SQLITE_UTF8, nullptr,
+                                     collate_date, nullptr);
     if (rc != SQLITE_OK) return rc;
     for (const auto& f : kFunctions) {
-        rc = sqlite3_create_function_v2(db, f.name, f.args,
+        rc = sqlite3_create_function_v2(db, f.name.data(), f.args,
                                         SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS,
                                         nullptr, f.fn, nullptr, nullptr, nullptr);
         if (rc != SQLITE_OK) return rc;
