@@ -88,14 +88,6 @@ std::vector<std::string> Catalog::columns(std::string_view table) const {
     return out;
 }
 
-std::vector<std::string> Catalog::tables() const {
-    std::vector<std::string> out;
-    out.reserve(tables_.size());
-    for (const auto& [key, t] : tables_)
-        out.push_back(t.name);
-    return out;
-}
-
 bool Catalog::add_kept_row_count(std::string_view table, std::string_view counts) {
     auto t = tables_.find(FoldedName(table).view());
     const Table* c = find_table(counts);

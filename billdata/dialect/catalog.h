@@ -42,7 +42,6 @@ class Catalog {
                      ColumnType* type = nullptr) const;
     // Column names of a table in the order they were added (empty when there is no such table).
     std::vector<std::string> columns(std::string_view table) const;
-    std::vector<std::string> tables() const;
 
     // Declares that the one-row table `counts` keeps the row count of `table` in its column
     // named after `table`. Ignored, returning false, unless both tables and that column are in

@@ -84,11 +84,6 @@ CatalogCache& catalog_cache() {
 struct StmtGuard {
     sqlite3_stmt* stmt = nullptr;
     ~StmtGuard() { sqlite3_finalize(stmt); }
-    sqlite3_stmt* release() {
-        sqlite3_stmt* s = stmt;
-        stmt = nullptr;
-        return s;
-    }
 };
 
 VarType declared_type(const char* decl) {
@@ -362,7 +357,6 @@ class SqliteSession final : public ado::driver::Session {
     std::unique_ptr<ado::driver::Cursor> call(std::string_view procedure,
                                               std::vector<ado::driver::ProcArg>& args) override;
 
-    sqlite3* db() const { return db_; }
     void forget(SqliteCursor* c) {
         live_.erase(std::remove(live_.begin(), live_.end(), c), live_.end());
     }
