@@ -10,48 +10,13 @@ namespace {
 
 constexpr std::int64_t kSecondsPerDay = 86400;
 
-// Days since 1970-01-01 of a proleptic Gregorian date (month 1-12); exact for any year.
-std::int64_t days_from_civil(std::int64_t y, unsigned m, unsigned d) {
-    y -= m <= 2;
-    const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
-    const auto yoe = static_cast<unsigned>(y - era * 400);
-    const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
-}
-
-struct Civil {
-    std::int64_t year;
-    unsigned month;
-    unsigned day;
-};
-
-Civil civil_from_days(std::int64_t z) {
-    z += 719468;
-    const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    const auto doe = static_cast<unsigned>(z - era * 146097);
-    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const std::int64_t y = static_cast<std::int64_t>(yoe) + era * 400;
-    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const unsigned mp = (5 * doy + 2) / 153;
-    const unsigned d = doy - (153 * mp + 2) / 5 + 1;
-    const unsigned m = mp < 10 ? mp + 3 : mp - 9;
-    return {y + (m <= 2), m, d};
-}
+using calendar::Civil;
+using calendar::civil_from_days;
+using calendar::days_from_civil;
+using calendar::days_in_month;
+using calendar::floor_div;
 
 const std::int64_t kSerialZero = days_from_civil(1899, 12, 30);
-
-int days_in_month(int y, int m) {
-    static constexpr int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    if (m == 2 && ((y % 4 == 0 && y % 100 != 0) || y % 400 == 0)) return 29;
-    return days[m - 1];
-}
-
-std::int64_t floor_div(std::int64_t a, std::int64_t b) {
-    std::int64_t q = a / b;
-    if ((a % b != 0) && ((a < 0) != (b < 0))) --q;
-    return q;
-}
 
 // Reads 1..max_digits decimal digits at `pos`; false when there is none.
 bool read_digits(std::string_view s, std::size_t& pos, std::size_t min_digits,
@@ -211,10 +176,8 @@ DateTime DateTime::add_seconds(std::int64_t seconds) const {
 }
 
 int DateTime::day_of_week() const {
-    // 1970-01-01 was a Thursday (5 when Sunday is 1).
-    std::int64_t days =
-        days_from_civil(year_, static_cast<unsigned>(month_), static_cast<unsigned>(day_));
-    return static_cast<int>(((days + 4) % 7 + 7) % 7) + 1;
+    return calendar::day_of_week(
+        days_from_civil(year_, static_cast<unsigned>(month_), static_cast<unsigned>(day_)));
 }
 
 }  // namespace billdata::ado

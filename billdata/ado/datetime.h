@@ -9,6 +9,64 @@
 
 namespace billdata::ado {
 
+// The proleptic Gregorian calendar, exact for any year; the day arithmetic of DateTime and of
+// the embedded engine's date functions.
+namespace calendar {
+
+constexpr bool is_leap_year(std::int64_t year) {
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+// Days of a month (1-12) of a year.
+constexpr int days_in_month(std::int64_t year, int month) {
+    constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && is_leap_year(year) ? 29 : kDays[month - 1];
+}
+
+// a / b rounded towards negative infinity.
+constexpr std::int64_t floor_div(std::int64_t a, std::int64_t b) {
+    std::int64_t q = a / b;
+    if ((a % b != 0) && ((a < 0) != (b < 0))) --q;
+    return q;
+}
+
+// Days since 1970-01-01 of a date (month 1-12, day 1-31).
+constexpr std::int64_t days_from_civil(std::int64_t year, unsigned month, unsigned day) {
+    year -= month <= 2;
+    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+    const auto yoe = static_cast<unsigned>(year - era * 400);
+    const unsigned doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
+}
+
+struct Civil {
+    std::int64_t year;
+    unsigned month;
+    unsigned day;
+};
+
+// The date that is `days` days after 1970-01-01.
+constexpr Civil civil_from_days(std::int64_t days) {
+    days += 719468;
+    const std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    const auto doe = static_cast<unsigned>(days - era * 146097);
+    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const std::int64_t y = static_cast<std::int64_t>(yoe) + era * 400;
+    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const unsigned mp = (5 * doy + 2) / 153;
+    const unsigned d = doy - (153 * mp + 2) / 5 + 1;
+    const unsigned m = mp < 10 ? mp + 3 : mp - 9;
+    return {y + (m <= 2), m, d};
+}
+
+// Day of the week of the date `days` days after 1970-01-01 (a Thursday): 1 = Sunday … 7.
+constexpr int day_of_week(std::int64_t days) {
+    return static_cast<int>(((days + 4) % 7 + 7) % 7) + 1;
+}
+
+}  // namespace calendar
+
 // Local date-time with a resolution of one second. Plain value type; thread-safe to copy.
 class DateTime {
   public:

@@ -1,7 +1,6 @@
 #pragma once
 // The syntax tree of one T-SQL statement. Every node carries a type tag and its position in the
-// source; `as<T>()` is a checked cast and `to_string()` prints the node back as T-SQL (for
-// messages and debugging). Nodes live in an Arena and are never freed one by one.
+// source; `as<T>()` is a checked cast. Nodes live in an Arena and are never freed one by one.
 
 #include <algorithm>
 #include <cstddef>
@@ -95,7 +94,6 @@ struct Node {
     bool is() const {
         return type == T::kType;
     }
-    std::string to_string() const;
 };
 
 // ---- expressions ------------------------------------------------------------------------
@@ -178,7 +176,6 @@ struct Binary : Expr {
     CompareKind compare = CompareKind::Plain;
     bool date_on_right = false;  // DateDays: the date is the right operand (n + date)
     Binary(std::uint32_t p, BinaryOp o, Expr* l, Expr* r) : Expr(kType, p), op(o), lhs(l), rhs(r) {}
-    bool is_comparison() const { return op >= BinaryOp::Eq && op <= BinaryOp::Ge; }
 };
 
 struct Between : Expr {

@@ -391,7 +391,7 @@ void Binder::bind_source(TableSource& source, Scope& scope, Scope* outer) {
         case NodeType::DerivedTable: {
             auto& d = source.as<DerivedTable>();
             bind_select(*d.query, outer);
-            output_columns(*d.query, d.columns, outer);
+            output_columns(*d.query, d.columns);
             scope.sources.push_back(&d);
             ++sources_;
             break;
@@ -408,7 +408,7 @@ void Binder::bind_source(TableSource& source, Scope& scope, Scope* outer) {
     }
 }
 
-void Binder::output_columns(Select& select, List<OutputColumn>& out, Scope*) {
+void Binder::output_columns(Select& select, List<OutputColumn>& out) {
     const QuerySpec& first = select.first_spec();
     for (const auto& item : first.items) {
         const Expr& e = *item.expr;

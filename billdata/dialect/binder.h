@@ -26,9 +26,8 @@ class Binder {
     void bind_column(ColumnRef& c, Scope& scope);
     void bind_order_by(Select& select, Scope* spec_scope);
     void check_table(const TableRef& t) const;
-    void output_columns(Select& select, List<OutputColumn>& out, Scope* parent);
+    void output_columns(Select& select, List<OutputColumn>& out);
     CompareKind compare_kind(ColumnType a, ColumnType b) const;
-    void mark_qualify(Scope& scope);
 
     const Catalog& catalog_;
     Arena& arena_;

@@ -1,4 +1,5 @@
-#include "billdata/dialect/dialect.h"
+#include "billdata/dialect/catalog.h"
+
 #include "billdata/dialect/text_util.h"
 
 namespace billdata::dialect {
@@ -48,16 +49,26 @@ void Catalog::add_column(std::string_view table, std::string_view column, Column
     t.columns.emplace_back(std::string(column), type);
 }
 
+const Catalog::Table* Catalog::find_table(std::string_view table) const {
+    auto t = tables_.find(FoldedName(table).view());
+    return t == tables_.end() ? nullptr : &t->second;
+}
+
+const std::string* Catalog::column_name(const Table& t, std::string_view column) const {
+    auto c = t.index.find(FoldedName(column).view());
+    return c == t.index.end() ? nullptr : &t.columns[c->second].first;
+}
+
 bool Catalog::has_table(std::string_view table) const {
-    return tables_.find(FoldedName(table).view()) != tables_.end();
+    return find_table(table) != nullptr;
 }
 
 bool Catalog::find_column(std::string_view table, std::string_view column, ColumnType* type) const {
-    auto t = tables_.find(FoldedName(table).view());
-    if (t == tables_.end()) return false;
-    auto c = t->second.index.find(FoldedName(column).view());
-    if (c == t->second.index.end()) return false;
-    if (type != nullptr) *type = t->second.columns[c->second].second;
+    const Table* t = find_table(table);
+    if (t == nullptr) return false;
+    auto c = t->index.find(FoldedName(column).view());
+    if (c == t->index.end()) return false;
+    if (type != nullptr) *type = t->columns[c->second].second;
     return true;
 }
 
@@ -77,12 +88,29 @@ std::vector<std::string> Catalog::columns(std::string_view table) const {
     return out;
 }
 
-std::vector<std::string> Catalog::tables() const {
-    std::vector<std::string> out;
-    out.reserve(tables_.size());
-    for (const auto& [key, t] : tables_)
-        out.push_back(t.name);
-    return out;
+bool Catalog::add_kept_row_count(std::string_view table, std::string_view counts) {
+    auto t = tables_.find(FoldedName(table).view());
+    const Table* c = find_table(counts);
+    if (t == tables_.end() || c == nullptr || column_name(*c, table) == nullptr) return false;
+    t->second.kept_row_count = c->name;
+    return true;
+}
+
+std::string_view Catalog::kept_row_count(std::string_view table) const {
+    const Table* t = find_table(table);
+    return t == nullptr ? std::string_view() : std::string_view(t->kept_row_count);
+}
+
+bool Catalog::add_copied_column(const CopiedColumn& copy) {
+    const Table* to = find_table(copy.table);
+    const Table* from = find_table(copy.from_table);
+    if (to == nullptr || from == nullptr) return false;
+    const std::string* column = column_name(*to, copy.column);
+    const std::string* from_column = column_name(*from, copy.from_column);
+    const std::string* key = column_name(*to, copy.key);
+    if (!column || !from_column || !key || !column_name(*from, copy.key)) return false;
+    copies_.push_back({to->name, *column, from->name, *from_column, *key});
+    return true;
 }
 
 }  // namespace billdata::dialect

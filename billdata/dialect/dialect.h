@@ -5,41 +5,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "billdata/dialect/catalog.h"
+
 namespace billdata::dialect {
-
-enum class ColumnType { Unknown, Integer, Real, Text, Date };
-
-// Tables and their columns with types; names are matched without regard to case. The
-// translator uses it to tell text concatenation from addition and date comparisons from text
-// comparisons, and to resolve unqualified column names.
-class Catalog {
-  public:
-    void add_column(std::string_view table, std::string_view column, ColumnType type);
-    bool has_table(std::string_view table) const;
-    // Unknown when the table or column is not in the catalogue.
-    ColumnType column_type(std::string_view table, std::string_view column) const;
-    // Whether the table has the column (a column of Unknown type counts); its type goes to
-    // *type when it has and type is not null.
-    bool find_column(std::string_view table, std::string_view column,
-                     ColumnType* type = nullptr) const;
-    // Column names of a table in the order they were added (empty when there is no such table).
-    std::vector<std::string> columns(std::string_view table) const;
-    std::vector<std::string> tables() const;
-
-  private:
-    struct Table {
-        std::string name;
-        std::vector<std::pair<std::string, ColumnType>> columns;  // declared order
-        std::map<std::string, std::size_t, std::less<>> index;    // lower-case name → position
-    };
-    std::map<std::string, Table, std::less<>> tables_;  // lower-case name → table
-};
 
 enum class StatementKind { Select, Insert, Update, Delete, Truncate };
 

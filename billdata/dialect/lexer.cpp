@@ -104,13 +104,6 @@ Kw keyword_of(std::string_view word) {
     return Kw::None;
 }
 
-std::string_view keyword_text(Kw kw) {
-    for (const auto& e : kKeywords) {
-        if (e.kw == kw) return e.text;
-    }
-    return {};
-}
-
 void Lexer::run(std::vector<Token>& out) {
     const char* s = src_.data();
     const std::size_t n = src_.size();

@@ -220,7 +220,5 @@ constexpr std::size_t block_comment_end(std::string_view s, std::size_t start) {
 
 // The keyword spelled by `word` (any case), or Kw::None.
 Kw keyword_of(std::string_view word);
-// The keyword's upper-case spelling.
-std::string_view keyword_text(Kw kw);
 
 }  // namespace billdata::dialect

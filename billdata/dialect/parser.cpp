@@ -229,7 +229,7 @@ void Parser::expect_kw(Kw kw) {
     if (!accept_kw(kw)) syntax_error(peek());
 }
 
-void Parser::expect(Tok kind, const char*) {
+void Parser::expect(Tok kind) {
     if (!accept(kind)) syntax_error(peek());
 }
 
@@ -254,7 +254,7 @@ bool Parser::is_name_token(const Token& t) const {
     return t.kind == Tok::QuotedIdentifier || (t.kind == Tok::Identifier && t.kw == Kw::None);
 }
 
-std::string_view Parser::expect_name(const char*) {
+std::string_view Parser::expect_name() {
     const Token& t = peek();
     if (t.kind == Tok::Variable) unsupported("variable " + std::string(t.text), t.pos);
     if (!is_name_token(t)) syntax_error(t);
@@ -317,19 +317,19 @@ Node* Parser::parse_insert() {
         ++at_;
         do {
             const Token& t = peek();
-            std::string_view name = expect_name("column");
+            std::string_view name = expect_name();
             ins->columns.push_back(InsertColumn{name, t.pos, ColumnType::Unknown});
         } while (accept(Tok::Comma));
-        expect(Tok::RParen, ")");
+        expect(Tok::RParen);
     }
     if (accept_kw(Kw::kVALUES)) {
         do {
-            expect(Tok::LParen, "(");
+            expect(Tok::LParen);
             List<Expr*> row(arena_.resource());
             do {
                 row.push_back(parse_expr());
             } while (accept(Tok::Comma));
-            expect(Tok::RParen, ")");
+            expect(Tok::RParen);
             ins->rows.push_back(std::move(row));
         } while (accept(Tok::Comma));
     } else if (is_kw(Kw::kSELECT) || peek().kind == Tok::LParen) {
@@ -354,11 +354,11 @@ Node* Parser::parse_update() {
         if (t.kind == Tok::Variable) unsupported("variable " + std::string(t.text), t.pos);
         SetItem item{};
         item.pos = t.pos;
-        item.column = expect_name("column");
+        item.column = expect_name();
         if (accept(Tok::Dot)) {
             item.qualifier = item.column;
             item.pos = peek().pos;
-            item.column = expect_name("column");
+            item.column = expect_name();
         }
         const Token& op = peek();
         if (op.kind != Tok::Eq) {
@@ -429,14 +429,14 @@ Node* Parser::parse_query_term() {
         ++at_;
         Node* inner = parse_query_expr();
         if (is_kw(Kw::kORDER)) unsupported("order by inside a parenthesised query", peek().pos);
-        expect(Tok::RParen, ")");
+        expect(Tok::RParen);
         return inner;
     }
     if (!is_kw(Kw::kSELECT)) syntax_error(peek());
     return parse_query_spec();
 }
 
-long long Parser::parse_plain_integer(const char*) {
+long long Parser::parse_plain_integer() {
     const Token& t = peek();
     if (t.kind != Tok::Number) syntax_error(t);
     long long value = 0;
@@ -451,10 +451,10 @@ long long Parser::parse_top() {
     long long n;
     if (accept(Tok::LParen)) {
         if (peek().kind == Tok::Variable) unsupported("top with a variable", peek().pos);
-        n = parse_plain_integer("top");
-        expect(Tok::RParen, ")");
+        n = parse_plain_integer();
+        expect(Tok::RParen);
     } else {
-        n = parse_plain_integer("top");
+        n = parse_plain_integer();
     }
     if (is_kw(Kw::kPERCENT)) unsupported("top percent", start.pos);
     if (is_kw(Kw::kWITH) && peek(1).kind == Tok::Identifier && iequals(peek(1).text, "ties")) {
@@ -597,7 +597,7 @@ TableSource* Parser::parse_table_primary() {
             ++at_;
             if (is_kw(Kw::kSELECT)) {
                 Select* q = parse_select();
-                expect(Tok::RParen, ")");
+                expect(Tok::RParen);
                 accept_kw(Kw::kAS);
                 const Token& a = peek();
                 if (!is_name_token(a)) syntax_error(a);
@@ -609,7 +609,7 @@ TableSource* Parser::parse_table_primary() {
         }
         ++at_;
         TableSource* inner = parse_table_source();
-        expect(Tok::RParen, ")");
+        expect(Tok::RParen);
         return inner;
     }
     if (t.kind == Tok::Variable) unsupported("table variable " + std::string(t.text), t.pos);
@@ -619,7 +619,7 @@ TableSource* Parser::parse_table_primary() {
 TableRef* Parser::parse_table_name(bool allow_alias) {
     const Token& t = peek();
     if (t.kind == Tok::Variable) unsupported("table variable " + std::string(t.text), t.pos);
-    std::string_view name = expect_name("table");
+    std::string_view name = expect_name();
     std::uint32_t pos = t.pos;
     // database.schema.table and schema.table name the table by their last part.
     int parts = 1;
@@ -627,7 +627,7 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
         ++at_;
         if (peek().kind == Tok::Dot) continue;  // database..table
         pos = peek().pos;
-        name = expect_name("table");
+        name = expect_name();
         if (++parts > 4) syntax_error(peek());
     }
     if (peek().kind == Tok::LParen && !allow_alias) {
@@ -729,10 +729,10 @@ Expr* Parser::parse_expr(int min_prec) {
             }
             if (accept_kw(Kw::kIN)) {
                 const Token& open = peek();
-                expect(Tok::LParen, "(");
+                expect(Tok::LParen);
                 if (is_kw(Kw::kSELECT)) {
                     Select* q = parse_select();
-                    expect(Tok::RParen, ")");
+                    expect(Tok::RParen);
                     chain.link(t.pos);
                     left = arena_.make<InQuery>(t.pos, left, q, negated);
                 } else {
@@ -741,7 +741,7 @@ Expr* Parser::parse_expr(int min_prec) {
                     do {
                         items.push_back(parse_expr());
                     } while (accept(Tok::Comma));
-                    expect(Tok::RParen, ")");
+                    expect(Tok::RParen);
                     chain.link(t.pos);
                     left = arena_.make<InList>(open.pos, left, std::move(items), negated);
                 }
@@ -806,9 +806,9 @@ Expr* Parser::parse_unary() {
 }
 
 Select* Parser::parse_subquery_in_parens() {
-    expect(Tok::LParen, "(");
+    expect(Tok::LParen);
     Select* q = parse_select();
-    expect(Tok::RParen, ")");
+    expect(Tok::RParen);
     return q;
 }
 
@@ -837,7 +837,7 @@ Expr* Parser::parse_primary() {
             }
             ++at_;
             Expr* e = parse_expr();
-            expect(Tok::RParen, ")");
+            expect(Tok::RParen);
             return e;
         }
         case Tok::Variable:
@@ -893,7 +893,7 @@ Expr* Parser::parse_primary() {
         ++at_;
         if (peek().kind == Tok::Star) unsupported("* in an expression", peek().pos);
         qualifier = name;
-        name = expect_name("column");
+        name = expect_name();
         if (++parts > 4) syntax_error(peek());
     }
     if (peek().kind == Tok::LParen && parts > 1) unsupported("user-defined function", pos);
@@ -909,7 +909,7 @@ Expr* Parser::parse_function(const Token& name) {
         }
     }
     if (entry == nullptr) unsupported("function " + lower_copy(name.text), name.pos);
-    expect(Tok::LParen, "(");
+    expect(Tok::LParen);
     auto* fn =
         arena_.make<Function>(name.pos, entry->func, name.text, List<Expr*>(arena_.resource()));
     if (fn->func == Func::DateAdd || fn->func == Func::DateDiff || fn->func == Func::DatePart) {
@@ -920,7 +920,7 @@ Expr* Parser::parse_function(const Token& name) {
         }
         if (fn->part == DatePart::None) unsupported("date part " + lower_copy(p.text), p.pos);
         ++at_;
-        expect(Tok::Comma, ",");
+        expect(Tok::Comma);
     }
     if (fn->is_aggregate()) {
         if (accept_kw(Kw::kDISTINCT)) {
@@ -938,7 +938,7 @@ Expr* Parser::parse_function(const Token& name) {
             fn->args.push_back(parse_expr());
         } while (accept(Tok::Comma));
     }
-    expect(Tok::RParen, ")");
+    expect(Tok::RParen);
     int count = fn->star ? 1 : static_cast<int>(fn->args.size());
     if (count < entry->min_args || count > entry->max_args) {
         throw DialectError("wrong number of arguments for function '" + lower_copy(name.text) +
@@ -978,9 +978,9 @@ TypeSpec Parser::parse_type() {
             ++at_;
             spec.length = -2;
         } else {
-            spec.length = static_cast<int>(parse_plain_integer("length"));
+            spec.length = static_cast<int>(parse_plain_integer());
         }
-        expect(Tok::RParen, ")");
+        expect(Tok::RParen);
     };
     if (name == "int" || name == "integer" || name == "bigint" || name == "smallint" ||
         name == "tinyint") {
@@ -991,9 +991,9 @@ TypeSpec Parser::parse_type() {
         spec.base = TypeSpec::Base::Decimal;
         spec.scale = 0;
         if (accept(Tok::LParen)) {
-            parse_plain_integer("precision");
-            if (accept(Tok::Comma)) spec.scale = static_cast<int>(parse_plain_integer("scale"));
-            expect(Tok::RParen, ")");
+            parse_plain_integer();
+            if (accept(Tok::Comma)) spec.scale = static_cast<int>(parse_plain_integer());
+            expect(Tok::RParen);
         }
     } else if (name == "money" || name == "smallmoney") {
         spec.base = TypeSpec::Base::Decimal;
@@ -1001,8 +1001,8 @@ TypeSpec Parser::parse_type() {
     } else if (name == "float" || name == "real") {
         spec.base = TypeSpec::Base::Float;
         if (accept(Tok::LParen)) {
-            parse_plain_integer("precision");
-            expect(Tok::RParen, ")");
+            parse_plain_integer();
+            expect(Tok::RParen);
         }
     } else if (name == "varchar" || name == "nvarchar") {
         spec.base = TypeSpec::Base::Text;
@@ -1019,8 +1019,8 @@ TypeSpec Parser::parse_type() {
     } else if (name == "datetime2") {
         spec.base = TypeSpec::Base::DateTime;
         if (accept(Tok::LParen)) {
-            parse_plain_integer("precision");
-            expect(Tok::RParen, ")");
+            parse_plain_integer();
+            expect(Tok::RParen);
         }
     } else if (name == "date") {
         spec.base = TypeSpec::Base::Date;
@@ -1031,20 +1031,20 @@ TypeSpec Parser::parse_type() {
 }
 
 Expr* Parser::parse_cast(const Token& start, bool is_convert) {
-    expect(Tok::LParen, "(");
+    expect(Tok::LParen);
     if (is_convert) {
         TypeSpec type = parse_type();
-        expect(Tok::Comma, ",");
+        expect(Tok::Comma);
         Expr* e = parse_expr();
         int style = -1;
-        if (accept(Tok::Comma)) style = static_cast<int>(parse_plain_integer("style"));
-        expect(Tok::RParen, ")");
+        if (accept(Tok::Comma)) style = static_cast<int>(parse_plain_integer());
+        expect(Tok::RParen);
         return arena_.make<Cast>(start.pos, e, type, style, true);
     }
     Expr* e = parse_expr();
     expect_kw(Kw::kAS);
     TypeSpec type = parse_type();
-    expect(Tok::RParen, ")");
+    expect(Tok::RParen);
     return arena_.make<Cast>(start.pos, e, type, -1, false);
 }
 

@@ -36,11 +36,11 @@ class Parser {
     bool accept_kw(Kw kw);
     bool accept(Tok kind);
     void expect_kw(Kw kw);
-    void expect(Tok kind, const char* what);
+    void expect(Tok kind);
     [[noreturn]] void syntax_error(const Token& at) const;
     [[noreturn]] void unsupported(std::string_view construct, std::size_t pos) const;
     bool is_name_token(const Token& t) const;  // an identifier that is not a reserved word
-    std::string_view expect_name(const char* what);
+    std::string_view expect_name();
 
     Node* parse_insert();
     Node* parse_update();
@@ -67,7 +67,7 @@ class Parser {
     Expr* parse_case(const Token& start);
     Expr* parse_cast(const Token& start, bool is_convert);
     TypeSpec parse_type();
-    long long parse_plain_integer(const char* what);
+    long long parse_plain_integer();
     Select* parse_subquery_in_parens();
 
     Arena& arena_;

@@ -1,5 +1,6 @@
-// The SQLite hooks of the emitter. The functions named bd_… are registered on every embedded
-// connection by drivers::sqlite::register_tsql_runtime, which gives them SQL Server's semantics.
+// The SQLite hooks of the emitter. The runtime functions and collations it writes (named in
+// runtime_names.h) are registered on every embedded connection by the SQLite driver, which gives
+// them SQL Server's semantics.
 
 #include <algorithm>
 #include <array>
@@ -10,6 +11,7 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/emitter.h"
 #include "billdata/dialect/parser.h"
+#include "billdata/dialect/runtime_names.h"
 #include "billdata/dialect/text_util.h"
 
 namespace billdata::dialect {
@@ -195,34 +197,41 @@ bool plain_name(std::string_view name) {
     return !is_sqlite_keyword(name);
 }
 
-const char* part_name(DatePart part) {
+std::string_view part_name(DatePart part) {
     switch (part) {
         case DatePart::Year:
-            return "'year'";
+            return runtime::part::kYear;
         case DatePart::Quarter:
-            return "'quarter'";
+            return runtime::part::kQuarter;
         case DatePart::Month:
-            return "'month'";
+            return runtime::part::kMonth;
         case DatePart::DayOfYear:
-            return "'dayofyear'";
+            return runtime::part::kDayOfYear;
         case DatePart::Day:
-            return "'day'";
+            return runtime::part::kDay;
         case DatePart::Week:
-            return "'week'";
+            return runtime::part::kWeek;
         case DatePart::Weekday:
-            return "'weekday'";
+            return runtime::part::kWeekday;
         case DatePart::Hour:
-            return "'hour'";
+            return runtime::part::kHour;
         case DatePart::Minute:
-            return "'minute'";
+            return runtime::part::kMinute;
         case DatePart::Second:
-            return "'second'";
+            return runtime::part::kSecond;
         case DatePart::Millisecond:
-            return "'millisecond'";
+            return runtime::part::kMillisecond;
         case DatePart::None:
             break;
     }
-    return "''";
+    return {};
+}
+
+// A date part as the runtime's date functions take it: a text literal.
+void quoted_part(Emitter& em, std::string_view part) {
+    em.ch('\'');
+    em.text(part);
+    em.ch('\'');
 }
 
 class SqliteHooks final : public EngineHooks {
@@ -247,11 +256,11 @@ class SqliteHooks final : public EngineHooks {
         em.text(t);
     }
 
-    void call(Emitter& em, const char* fn, const List<Expr*>& args, std::size_t from = 0) const {
+    void call(Emitter& em, std::string_view fn, const List<Expr*>& args) const {
         em.text(fn);
         em.ch('(');
-        for (std::size_t i = from; i < args.size(); ++i) {
-            if (i > from) em.text(", ");
+        for (std::size_t i = 0; i < args.size(); ++i) {
+            if (i > 0) em.text(", ");
             em.expr(*args[i]);
         }
         em.ch(')');
@@ -286,10 +295,11 @@ class SqliteHooks final : public EngineHooks {
             case Func::Year:
             case Func::Month:
             case Func::Day:
-                em.text("bd_datepart(");
-                em.text(f.func == Func::Year    ? "'year'"
-                        : f.func == Func::Month ? "'month'"
-                                                : "'day'");
+                em.text(runtime::kDatePart);
+                em.ch('(');
+                quoted_part(em, f.func == Func::Year    ? runtime::part::kYear
+                                : f.func == Func::Month ? runtime::part::kMonth
+                                                        : runtime::part::kDay);
                 em.text(", ");
                 em.expr(*f.args[0]);
                 em.ch(')');
@@ -297,10 +307,11 @@ class SqliteHooks final : public EngineHooks {
             case Func::DateAdd:
             case Func::DateDiff:
             case Func::DatePart:
-                em.text(f.func == Func::DateAdd    ? "bd_dateadd("
-                        : f.func == Func::DateDiff ? "bd_datediff("
-                                                   : "bd_datepart(");
-                em.text(part_name(f.part));
+                em.text(f.func == Func::DateAdd    ? runtime::kDateAdd
+                        : f.func == Func::DateDiff ? runtime::kDateDiff
+                                                   : runtime::kDatePart);
+                em.ch('(');
+                quoted_part(em, part_name(f.part));
                 for (Expr* a : f.args) {
                     em.text(", ");
                     em.expr(*a);
@@ -314,16 +325,16 @@ class SqliteHooks final : public EngineHooks {
                 em.text(", ' '))");
                 return;
             case Func::Left:
-                call(em, "bd_left", f.args);
+                call(em, runtime::kLeft, f.args);
                 return;
             case Func::Right:
-                call(em, "bd_right", f.args);
+                call(em, runtime::kRight, f.args);
                 return;
             case Func::Substring:
-                call(em, "bd_substring", f.args);
+                call(em, runtime::kSubstring, f.args);
                 return;
             case Func::CharIndex:
-                call(em, "bd_charindex", f.args);
+                call(em, runtime::kCharIndex, f.args);
                 return;
             case Func::LTrim:
             case Func::RTrim:
@@ -338,19 +349,19 @@ class SqliteHooks final : public EngineHooks {
                 call(em, "lower", f.args);
                 return;
             case Func::Replace:
-                call(em, "bd_replace", f.args);
+                call(em, runtime::kReplace, f.args);
                 return;
             case Func::Round:
-                call(em, "bd_round", f.args);
+                call(em, runtime::kRound, f.args);
                 return;
             case Func::Abs:
                 call(em, "abs", f.args);
                 return;
             case Func::Floor:
-                call(em, "bd_floor", f.args);
+                call(em, runtime::kFloor, f.args);
                 return;
             case Func::Ceiling:
-                call(em, "bd_ceiling", f.args);
+                call(em, runtime::kCeiling, f.args);
                 return;
             case Func::Count:
             case Func::Sum:
@@ -379,26 +390,27 @@ class SqliteHooks final : public EngineHooks {
         const Expr& e = *c.expr;
         switch (c.target.base) {
             case TypeSpec::Base::Integer:
-                single(em, "bd_int", e);
+                single(em, runtime::kInt, e);
                 return;
             case TypeSpec::Base::Bit:
-                single(em, "bd_bit", e);
+                single(em, runtime::kBit, e);
                 return;
             case TypeSpec::Base::Float:
-                single(em, "bd_float", e);
+                single(em, runtime::kFloat, e);
                 return;
             case TypeSpec::Base::Decimal:
-                em.text("bd_dec(");
+                em.text(runtime::kDecimal);
+                em.ch('(');
                 em.expr(e);
                 em.text(", ");
                 em.text(std::to_string(c.target.scale));
                 em.ch(')');
                 return;
             case TypeSpec::Base::DateTime:
-                single(em, "bd_dt", e);
+                single(em, runtime::kDateTime, e);
                 return;
             case TypeSpec::Base::Date:
-                single(em, "bd_date", e);
+                single(em, runtime::kDate, e);
                 return;
             case TypeSpec::Base::Text:
             case TypeSpec::Base::FixedText: {
@@ -407,12 +419,14 @@ class SqliteHooks final : public EngineHooks {
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
                 if (e.vtype == ColumnType::Date) {
-                    em.text("bd_date_text(");
+                    em.text(runtime::kDateText);
+                    em.ch('(');
                     em.expr(e);
                     em.text(", ");
                     em.text(std::to_string(c.style < 0 ? 0 : c.style));
                 } else {
-                    em.text("bd_varchar(");
+                    em.text(runtime::kVarchar);
+                    em.ch('(');
                     em.expr(e);
                 }
                 em.text(", ");
@@ -424,7 +438,7 @@ class SqliteHooks final : public EngineHooks {
         }
     }
 
-    static void single(Emitter& em, const char* fn, const Expr& e) {
+    static void single(Emitter& em, std::string_view fn, const Expr& e) {
         em.text(fn);
         em.ch('(');
         em.expr(e);
@@ -444,7 +458,10 @@ class SqliteHooks final : public EngineHooks {
                     case ArithKind::DateDays: {
                         const Expr& date = b.date_on_right ? *b.rhs : *b.lhs;
                         const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
-                        em.text("bd_dateadd('days', ");
+                        em.text(runtime::kDateAdd);
+                        em.ch('(');
+                        quoted_part(em, runtime::part::kDays);
+                        em.text(", ");
                         if (b.op == BinaryOp::Sub) {
                             em.text("-(");
                             em.expr(days);
@@ -458,7 +475,8 @@ class SqliteHooks final : public EngineHooks {
                         return;
                     }
                     case ArithKind::ByValue:
-                        em.text("bd_add(");
+                        em.text(runtime::kAdd);
+                        em.ch('(');
                         em.expr(*b.lhs);
                         em.text(", ");
                         em.expr(*b.rhs);
@@ -475,18 +493,23 @@ class SqliteHooks final : public EngineHooks {
                 // The engine's own division already divides integers as integers; only a zero
                 // divisor needs the server's error instead of NULL.
                 em.operand(*b.lhs, kOutMul);
-                em.text(" / bd_nz(");
+                em.text(" / ");
+                em.text(runtime::kNonZero);
+                em.ch('(');
                 em.expr(*b.rhs);
                 em.ch(')');
                 return;
             case BinaryOp::Mod:
                 if (b.lhs->vtype == ColumnType::Integer && b.rhs->vtype == ColumnType::Integer) {
                     em.operand(*b.lhs, kOutMul);
-                    em.text(" % bd_nz(");
+                    em.text(" % ");
+                    em.text(runtime::kNonZero);
+                    em.ch('(');
                     em.expr(*b.rhs);
                     em.ch(')');
                 } else {
-                    em.text("bd_mod(");
+                    em.text(runtime::kMod);
+                    em.ch('(');
                     em.expr(*b.lhs);
                     em.text(", ");
                     em.expr(*b.rhs);
@@ -511,7 +534,8 @@ class SqliteHooks final : public EngineHooks {
 
     void like(Emitter& em, const Like& l) const override {
         if (l.negated) em.text("NOT ");
-        em.text("bd_like(");
+        em.text(runtime::kLike);
+        em.ch('(');
         em.expr(*l.expr);
         em.text(", ");
         em.expr(*l.pattern);
@@ -523,7 +547,8 @@ class SqliteHooks final : public EngineHooks {
     }
 
     void collation(Emitter& em, CompareKind kind) const override {
-        em.text(kind == CompareKind::Date ? " COLLATE BDDATE" : " COLLATE BDTEXT");
+        em.text(" COLLATE ");
+        em.text(kind == CompareKind::Date ? runtime::kDateCollation : runtime::kTextCollation);
     }
 
     void limit(Emitter& em, long long count) const override {
@@ -531,7 +556,9 @@ class SqliteHooks final : public EngineHooks {
         em.text(std::to_string(count));
     }
 
-    void date_value(Emitter& em, const Expr& value) const override { single(em, "bd_dt", value); }
+    void date_value(Emitter& em, const Expr& value) const override {
+        single(em, runtime::kDateTime, value);
+    }
 
     void set_list(Emitter& em, const Update& u) const {
         for (std::size_t i = 0; i < u.sets.size(); ++i) {
@@ -626,13 +653,9 @@ class SqliteHooks final : public EngineHooks {
     }
 };
 
-// The table whose single row holds the row counts that triggers keep for the bill tables, one
-// column per counted table (see the schema).
-constexpr std::string_view kRowCountTable = "t_TableRows";
-
-// `select count(*), max(FInterID) … from <bill table>` with nothing else: the interior-id
-// cross-check runs it on every save, and a count reads the whole table. When the schema keeps
-// the table's row count, each count(*) reads the kept count and each max()/min() becomes a
+// `select count(*), max(key) … from T` with nothing else: the interior-id cross-check runs it on
+// every save, and a count reads the whole table. When the catalogue says that the database
+// keeps T's row count, each count(*) reads the kept count and each max()/min() becomes a
 // subquery of its own, which the engine answers from the key's index. The result is the same
 // single row with the same column names and values.
 bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog) {
@@ -643,7 +666,8 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     if (q.distinct || q.top >= 0 || q.where || q.having || !q.group_by.empty()) return false;
     if (q.from.size() != 1 || !q.from[0]->is<TableRef>() || q.items.empty()) return false;
     const auto& table = q.from[0]->as<TableRef>();
-    if (!catalog.find_column(kRowCountTable, table.name)) return false;
+    const std::string_view counts = catalog.kept_row_count(table.name);
+    if (counts.empty()) return false;
     for (const SelectItem& item : q.items) {
         if (!item.expr->is<Function>()) return false;
         const auto& f = item.expr->as<Function>();
@@ -668,10 +692,11 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
             alone.expr(f);
         }
         if (f.func == Func::Count) {
+            // The count is in the column named after the table.
             em.text("(SELECT ");
             em.name(table.name);
             em.text(" FROM ");
-            em.name(kRowCountTable);
+            em.name(counts);
             em.ch(')');
         } else {
             em.text("(SELECT ");
@@ -690,13 +715,11 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     return true;
 }
 
-// The kind of each line's bill, kept on the lines by the embedded schema (see the schema).
-constexpr std::string_view kLineKindTable = "ICStockBillEntry";
-constexpr std::string_view kLineKindColumn = "FHeadTranType";
-
-struct HeaderAndLines {
-    const TableRef* header;
-    const TableRef* lines;
+// An inner join of the FROM between a table and the table that keeps a copy of its column.
+struct CopyUnderJoin {
+    const CopiedColumn* copy;
+    const TableRef* from;  // where the original lives
+    const TableRef* to;    // where the copy lives
 };
 
 const TableRef* table_of(const Expr* e, std::string_view column) {
@@ -715,36 +738,41 @@ void conjuncts(Expr* e, std::vector<Expr*>& out) {
     }
 }
 
-// Header-to-lines inner joins on the interior id among the FROM items whose rows all reach the
-// WHERE unchanged: inner joins, and the left side of outer ones.
-void header_line_joins(const TableSource* ts, std::vector<HeaderAndLines>& out) {
+// Inner joins on a copy's key between the table that has the original and the one that has the
+// copy, among the FROM items whose rows all reach the WHERE unchanged: inner joins, and the left
+// side of outer ones.
+void joins_on_copies(const TableSource* ts, const std::vector<CopiedColumn>& copies,
+                     std::vector<CopyUnderJoin>& out) {
     if (!ts->is<Join>()) return;
     const auto& j = ts->as<Join>();
-    header_line_joins(j.left, out);
+    joins_on_copies(j.left, copies, out);
     if (j.kind != JoinKind::Inner) return;
-    header_line_joins(j.right, out);
+    joins_on_copies(j.right, copies, out);
     if (!j.on) return;
     std::vector<Expr*> on;
     conjuncts(j.on, on);
     for (const Expr* c : on) {
         if (!c->is<Binary>() || c->as<Binary>().op != BinaryOp::Eq) continue;
-        const TableRef* a = table_of(c->as<Binary>().lhs, "FInterID");
-        const TableRef* b = table_of(c->as<Binary>().rhs, "FInterID");
-        if (!a || !b) continue;
-        if (iequals(a->name, "ICStockBill") && iequals(b->name, kLineKindTable))
-            out.push_back({a, b});
-        else if (iequals(b->name, "ICStockBill") && iequals(a->name, kLineKindTable))
-            out.push_back({b, a});
+        for (const CopiedColumn& copy : copies) {
+            const TableRef* a = table_of(c->as<Binary>().lhs, copy.key);
+            const TableRef* b = table_of(c->as<Binary>().rhs, copy.key);
+            if (!a || !b) continue;
+            if (iequals(a->name, copy.from_table) && iequals(b->name, copy.table))
+                out.push_back({&copy, a, b});
+            else if (iequals(b->name, copy.from_table) && iequals(a->name, copy.table))
+                out.push_back({&copy, b, a});
+        }
     }
 }
 
-// `… from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where
-// t1.FTranType in (17,27,99) and …`: the same kind test on the lines' copy of their bill's kind,
-// so that the engine can pick the lines by item and kind from an index instead of visiting
-// every line of the item and looking up its header. Under the join the two tests hold for the
-// same rows, so the result does not change.
-void push_kind_to_lines(Node& stmt, const Catalog& catalog, Arena& arena) {
-    if (!catalog.find_column(kLineKindTable, kLineKindColumn)) return;
+// `… from H t1 inner join L t2 on t1.K=t2.K where t1.C in (17,27,99) and …` where L keeps a
+// copy of H.C keyed by K: the same test on the copy as well, so that the engine can pick L's
+// rows from an index on the copy instead of visiting them all and looking up their H row (the
+// price propagation's re-pricings pick lines by their bill's kind). Under the join the two
+// tests hold for the same rows, so the result does not change.
+void test_copies_too(Node& stmt, const Catalog& catalog, Arena& arena) {
+    const std::vector<CopiedColumn>& copies = catalog.copied_columns();
+    if (copies.empty()) return;
     const List<TableSource*>* from = nullptr;
     Expr** where = nullptr;
     if (stmt.is<Select>() && stmt.as<Select>().body->is<QuerySpec>()) {
@@ -759,44 +787,42 @@ void push_kind_to_lines(Node& stmt, const Catalog& catalog, Arena& arena) {
         where = &stmt.as<Delete>().where;
     }
     if (!from || !*where) return;
-    std::vector<HeaderAndLines> joins;
+    std::vector<CopyUnderJoin> joins;
     for (const TableSource* ts : *from)
-        header_line_joins(ts, joins);
+        joins_on_copies(ts, copies, joins);
     if (joins.empty()) return;
     std::vector<Expr*> tests;
     conjuncts(*where, tests);
-    auto integers = [](const List<Expr*>& items) {
-        return std::all_of(items.begin(), items.end(), [](const Expr* e) {
-            return e->is<LiteralExpr>() && e->as<LiteralExpr>().kind == LiteralExpr::Kind::Integer;
-        });
+    auto integer = [](const Expr* e) {
+        return e->is<LiteralExpr>() && e->as<LiteralExpr>().kind == LiteralExpr::Kind::Integer;
     };
-    for (const HeaderAndLines& j : joins) {
-        auto kind_of_lines = [&](std::uint32_t pos) {
-            auto* c = arena.make<ColumnRef>(pos, j.lines->exposed, kLineKindColumn);
-            c->source = j.lines;
+    for (const CopyUnderJoin& j : joins) {
+        const CopiedColumn& copy = *j.copy;
+        auto copied = [&](std::uint32_t pos) {
+            auto* c = arena.make<ColumnRef>(pos, j.to->exposed, copy.column);
+            c->source = j.to;
             c->qualify = true;
-            c->vtype = ColumnType::Integer;
+            c->vtype = catalog.column_type(copy.table, copy.column);
             return c;
         };
         for (Expr* t : tests) {
             Expr* added = nullptr;
             if (t->is<InList>()) {
                 const auto& in = t->as<InList>();
-                if (in.negated || table_of(in.expr, "FTranType") != j.header || !integers(in.items))
+                if (in.negated || table_of(in.expr, copy.from_column) != j.from ||
+                    !std::all_of(in.items.begin(), in.items.end(), integer))
                     continue;
                 List<Expr*> items(in.items.begin(), in.items.end(), arena.resource());
-                added = arena.make<InList>(in.pos, kind_of_lines(in.pos), std::move(items), false);
+                added = arena.make<InList>(in.pos, copied(in.pos), std::move(items), false);
             } else if (t->is<Binary>() && t->as<Binary>().op == BinaryOp::Eq) {
                 const auto& eq = t->as<Binary>();
                 Expr* value = nullptr;
-                if (table_of(eq.lhs, "FTranType") == j.header)
+                if (table_of(eq.lhs, copy.from_column) == j.from)
                     value = eq.rhs;
-                else if (table_of(eq.rhs, "FTranType") == j.header)
+                else if (table_of(eq.rhs, copy.from_column) == j.from)
                     value = eq.lhs;
-                if (!value || !value->is<LiteralExpr>() ||
-                    value->as<LiteralExpr>().kind != LiteralExpr::Kind::Integer)
-                    continue;
-                added = arena.make<Binary>(eq.pos, BinaryOp::Eq, kind_of_lines(eq.pos), value);
+                if (!value || !integer(value)) continue;
+                added = arena.make<Binary>(eq.pos, BinaryOp::Eq, copied(eq.pos), value);
             }
             if (!added) continue;
             *where = arena.make<Binary>((*where)->pos, BinaryOp::And, *where, added);
@@ -817,7 +843,7 @@ Translation translate_sqlite(std::string_view tsql, const Catalog& catalog,
     Node* stmt = parser.parse_statement();
     Binder binder(catalog, arena);
     binder.bind_statement(*stmt);
-    push_kind_to_lines(*stmt, catalog, arena);
+    test_copies_too(*stmt, catalog, arena);
 
     Translation t;
     t.sql.reserve(tsql.size() + tsql.size() / 2 + 32);

@@ -1,6 +1,9 @@
 #include "billdata/schema/schema.h"
 
 #include <string>
+#include <vector>
+
+#include "billdata/drivers/sqlite/catalog.h"
 
 namespace billdata::schema {
 
@@ -554,9 +557,10 @@ END;
 //
 // t_TableRows: the row count of each bill table, in one row with one column per table. The
 // interior-id cross-check counts a bill table's rows on every save, and counting reads the
-// whole table; the translator reads a whole-table count(*) from here instead (only for a table
-// that has a column here). Row triggers keep the counts, inside the writing statement's own
-// transaction, so a rolled-back statement or transaction rolls its counts back too.
+// whole table; the translator reads a whole-table count(*) from here instead, for the tables
+// that the view t_KeptRowCounts lists. Row triggers keep the counts, inside the writing
+// statement's own transaction, so a rolled-back statement or transaction rolls its counts back
+// too.
 //
 // ICStockQty: the quantity on hand per stock and item over all live bills, kept by triggers, so
 // that sp_GetStockQty reads one row and takes out the named bill's own lines instead of summing
@@ -575,7 +579,8 @@ END;
 // price propagation runs two such for every later receipt) would otherwise visit every line of
 // the item after the bill, whatever its kind, and the propagation would grow with the square of
 // the item's bills. The translator adds the same kind test on this column when a statement has
-// that form, and the index below then visits only the lines of the kinds asked for.
+// that form (it learns of the copy from the view t_KeptCopies declared with the triggers), and
+// the index below then visits only the lines of the kinds asked for.
 constexpr std::string_view kLineKind = R"sql(
 ALTER TABLE ICStockBillEntry ADD COLUMN FHeadTranType INTEGER;
 CREATE INDEX IX_ICStockBillEntry_ItemKind ON ICStockBillEntry (FItemID, FHeadTranType, FInterID);
@@ -680,19 +685,37 @@ std::string trigger(std::string_view name, std::string_view when, std::string_vi
            std::string(body) + "\nEND;\n";
 }
 
+// A view of constant rows through which the database declares what its triggers keep, for the
+// translator's catalogue (drivers::sqlite::read_catalog reads it).
+std::string facts_view(std::string_view name, std::string_view columns,
+                       const std::vector<std::string>& rows) {
+    std::string s =
+        "\nCREATE VIEW " + std::string(name) + " (" + std::string(columns) + ") AS VALUES";
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        s += (i ? ",\n    (" : "\n    (") + rows[i] + ")";
+    return s + ";\n";
+}
+
 std::string speed_schema() {
     std::string s(kLineKind);
+    s += facts_view(
+        drivers::sqlite::kKeptCopiesView, "FTable, FColumn, FFromTable, FFromColumn, FKey",
+        {"'ICStockBillEntry', 'FHeadTranType', 'ICStockBill', 'FTranType', 'FInterID'"});
+
     s += "\nCREATE TABLE t_TableRows (\n    FOnlyRow INTEGER NOT NULL PRIMARY KEY";
     for (std::string_view t : kCountedTables)
         s += ",\n    " + std::string(t) + " INTEGER NOT NULL DEFAULT 0";
     s += "\n);\nINSERT INTO t_TableRows (FOnlyRow) VALUES (1);\n";
+    std::vector<std::string> counted;
     for (std::string_view t : kCountedTables) {
         const std::string table(t);
         s += trigger("TR_" + table + "_RowsIns", "AFTER INSERT ON " + table,
                      "\n    UPDATE t_TableRows SET " + table + " = " + table + " + 1;");
         s += trigger("TR_" + table + "_RowsDel", "AFTER DELETE ON " + table,
                      "\n    UPDATE t_TableRows SET " + table + " = " + table + " - 1;");
+        counted.push_back("'" + table + "', 't_TableRows'");
     }
+    s += facts_view(drivers::sqlite::kKeptRowCountsView, "FTable, FCountTable", counted);
 
     s += R"sql(
 CREATE TABLE ICStockQty (

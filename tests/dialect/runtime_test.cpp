@@ -1,5 +1,6 @@
 // The runtime's collations and the catalogue reader, used directly on a database.
 
+#include "billdata/dialect/runtime_names.h"
 #include "dialect/dialect_fixture.h"
 
 namespace billdata::testing {
@@ -54,6 +55,18 @@ TEST_F(Runtime, ConversionErrorsUseTheServersWords) {
     EXPECT_EQ(value("select cast('2025-03-09 8:30 PM' as datetime)"), "2025-03-09 20:30:00");
 }
 
+// Whatever runtime name the emitter may write is there on a connection of the engine.
+TEST_F(Runtime, EveryFunctionAndCollationOfTheRuntimeIsRegistered) {
+    auto registered = [&](const char* list, std::string_view name) {
+        return run_sqlite(std::string("SELECT count(*) FROM ") + list + " WHERE name = '" +
+                          std::string(name) + "' COLLATE NOCASE") != Rows{{"0"}};
+    };
+    for (std::string_view name : dialect::runtime::kFunctions)
+        EXPECT_TRUE(registered("pragma_function_list", name)) << name;
+    for (std::string_view name : dialect::runtime::kCollations)
+        EXPECT_TRUE(registered("pragma_collation_list", name)) << name;
+}
+
 TEST(CatalogReader, MapsDeclaredTypes) {
     using dialect::ColumnType;
     using drivers::sqlite::column_type_of;
@@ -78,6 +91,28 @@ TEST_F(Runtime, CatalogueReadsTablesAndColumnsInOrder) {
     dialect::ColumnType type = dialect::ColumnType::Unknown;
     EXPECT_TRUE(catalog_.find_column("Vip", "FSUMJF", &type));
     EXPECT_EQ(type, dialect::ColumnType::Real);
+}
+
+// What a database declares that its triggers keep reaches the translation, whatever the tables
+// are called; a declaration the database's tables do not back is left out.
+TEST_F(Runtime, KeptCountsAndCopiesDeclaredByTheDatabaseAreRead) {
+    raw("CREATE TABLE Head(FKey INTEGER PRIMARY KEY, FSort INTEGER);"
+        "CREATE TABLE Line(FKey INTEGER, FSortCopy INTEGER, FQty REAL);"
+        "CREATE TABLE Counts(Head INTEGER, Line INTEGER); INSERT INTO Counts VALUES (42, 0);"
+        "CREATE VIEW t_KeptRowCounts (FTable, FCountTable) AS VALUES ('head', 'Counts'), "
+        "('Line', 'NoSuchTable');"
+        "CREATE VIEW t_KeptCopies (FTable, FColumn, FFromTable, FFromColumn, FKey) AS "
+        "VALUES ('Line', 'FSortCopy', 'Head', 'FSort', 'FKey');");
+    catalog_ = drivers::sqlite::read_catalog(db_);
+    EXPECT_EQ(std::string(catalog_.kept_row_count("HEAD")), "Counts");
+    EXPECT_EQ(value("select count(*) from Head"), "42");
+    EXPECT_EQ(std::string(catalog_.kept_row_count("Line")), "");
+    const std::string sql =
+        translate(
+            "select l.FQty from Head h inner join Line l on h.FKey=l.FKey where "
+            "h.FSort in (1,2) and h.FKey>3")
+            .sql;
+    EXPECT_NE(sql.find("l.FSortCopy IN (1, 2)"), std::string::npos) << sql;
 }
 
 }  // namespace

@@ -83,6 +83,24 @@ dialect::Catalog read_catalog(sqlite3* db) {
         }
         if (rc != SQLITE_DONE) fail(db);
     }
+    if (catalog.has_table(kKeptRowCountsView)) {
+        Statement facts(db, "SELECT FTable, FCountTable FROM " + std::string(kKeptRowCountsView));
+        int rc;
+        while ((rc = sqlite3_step(facts.get())) == SQLITE_ROW)
+            catalog.add_kept_row_count(column_text(facts.get(), 0), column_text(facts.get(), 1));
+        if (rc != SQLITE_DONE) fail(db);
+    }
+    if (catalog.has_table(kKeptCopiesView)) {
+        Statement facts(db, "SELECT FTable, FColumn, FFromTable, FFromColumn, FKey FROM " +
+                                std::string(kKeptCopiesView));
+        int rc;
+        while ((rc = sqlite3_step(facts.get())) == SQLITE_ROW) {
+            catalog.add_copied_column({column_text(facts.get(), 0), column_text(facts.get(), 1),
+                                       column_text(facts.get(), 2), column_text(facts.get(), 3),
+                                       column_text(facts.get(), 4)});
+        }
+        if (rc != SQLITE_DONE) fail(db);
+    }
     return catalog;
 }
 

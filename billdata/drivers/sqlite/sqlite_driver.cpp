@@ -86,11 +86,6 @@ CatalogCache& catalog_cache() {
 struct StmtGuard {
     sqlite3_stmt* stmt = nullptr;
     ~StmtGuard() { sqlite3_finalize(stmt); }
-    sqlite3_stmt* release() {
-        sqlite3_stmt* s = stmt;
-        stmt = nullptr;
-        return s;
-    }
 };
 
 VarType declared_type(const char* decl) {
@@ -405,7 +400,6 @@ class SqliteSession final : public ado::driver::Session {
                                               std::vector<ado::driver::ProcArg>& args,
                                               const ado::driver::ExecOptions& options) override;
 
-    sqlite3* db() const { return db_; }
     void forget(SqliteCursor* c) {
         live_.erase(std::remove(live_.begin(), live_.end(), c), live_.end());
     }

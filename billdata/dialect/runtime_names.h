@@ -1,0 +1,66 @@
+#pragma once
+// The names through which translated statements reach the embedded engine's runtime: the
+// functions and collations that drivers::sqlite registers on every connection and that the
+// SQLite emitter writes, and the date-part names those functions take. Both sides take them
+// from here, so that they cannot drift apart. Every name is a string literal, so its data() is
+// NUL-terminated for the engine's registration calls.
+
+#include <string_view>
+
+namespace billdata::dialect::runtime {
+
+// Collations: texts as the server's default collation compares them (letters without regard
+// to case, trailing blanks ignored); dates chronologically, whatever form either side is in.
+inline constexpr std::string_view kTextCollation = "BDTEXT";
+inline constexpr std::string_view kDateCollation = "BDDATE";
+
+// Functions, with their arguments ([…] optional). Each gives the server's result for its
+// T-SQL counterpart, errors included; NULL in gives NULL out.
+inline constexpr std::string_view kDateTime = "bd_dt";          // (value): canonical datetime text
+inline constexpr std::string_view kDate = "bd_date";            // (value): 'YYYY-MM-DD'
+inline constexpr std::string_view kDatePart = "bd_datepart";    // (part, date)
+inline constexpr std::string_view kDateAdd = "bd_dateadd";      // (part, amount, date)
+inline constexpr std::string_view kDateDiff = "bd_datediff";    // (part, from, to)
+inline constexpr std::string_view kDateText = "bd_date_text";   // (date, style, length[, pad])
+inline constexpr std::string_view kVarchar = "bd_varchar";      // (value, length[, pad])
+inline constexpr std::string_view kInt = "bd_int";              // (value)
+inline constexpr std::string_view kBit = "bd_bit";              // (value)
+inline constexpr std::string_view kFloat = "bd_float";          // (value)
+inline constexpr std::string_view kDecimal = "bd_dec";          // (value, scale)
+inline constexpr std::string_view kRound = "bd_round";          // (value, digits[, truncate])
+inline constexpr std::string_view kFloor = "bd_floor";          // (value)
+inline constexpr std::string_view kCeiling = "bd_ceiling";      // (value)
+inline constexpr std::string_view kNonZero = "bd_nz";           // (divisor): refuses zero
+inline constexpr std::string_view kMod = "bd_mod";              // (a, b)
+inline constexpr std::string_view kAdd = "bd_add";              // (a, b): `+` decided by value
+inline constexpr std::string_view kLeft = "bd_left";            // (text, n)
+inline constexpr std::string_view kRight = "bd_right";          // (text, n)
+inline constexpr std::string_view kSubstring = "bd_substring";  // (text, start, length)
+inline constexpr std::string_view kCharIndex = "bd_charindex";  // (find, text[, start])
+inline constexpr std::string_view kReplace = "bd_replace";      // (text, find, with)
+inline constexpr std::string_view kLike = "bd_like";            // (value, pattern[, escape])
+
+inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollation};
+inline constexpr std::string_view kFunctions[] = {
+    kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
+    kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,
+    kAdd,      kLeft,  kRight,    kSubstring, kCharIndex, kReplace,  kLike};
+
+// The date parts of kDatePart, kDateAdd and kDateDiff. kDays is kDateAdd's own: date ± n days,
+// which keeps n's fraction as a time of day.
+namespace part {
+inline constexpr std::string_view kYear = "year";
+inline constexpr std::string_view kQuarter = "quarter";
+inline constexpr std::string_view kMonth = "month";
+inline constexpr std::string_view kDayOfYear = "dayofyear";
+inline constexpr std::string_view kDay = "day";
+inline constexpr std::string_view kWeek = "week";
+inline constexpr std::string_view kWeekday = "weekday";
+inline constexpr std::string_view kHour = "hour";
+inline constexpr std::string_view kMinute = "minute";
+inline constexpr std::string_view kSecond = "second";
+inline constexpr std::string_view kMillisecond = "millisecond";
+inline constexpr std::string_view kDays = "days";
+}  // namespace part
+
+}  // namespace billdata::dialect::runtime
