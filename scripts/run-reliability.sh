@@ -14,12 +14,16 @@ bash scripts/bootstrap.sh
 cmake -S . -B build -G Ninja -DBILLDATA_BUILD_TESTS=ON >/dev/null
 cmake --build build --target test_reliability billdata_cli -j"$(nproc)" >/dev/null || exit 1
 
+# The figures and any failure, without the tills' progress notes.
+run() {
+  "$@" --gtest_brief=1 2>&1 | grep -v '^billdata batch: '
+  return "${PIPESTATUS[0]}"
+}
 harness=build/tests/test_reliability
 status=0
 for tills in 8 16; do
   RELIABILITY_TILLS=$tills RELIABILITY_CALLS=$calls RELIABILITY_SEED=$seed \
-    "$harness" --gtest_filter='Tills.*' --gtest_brief=1 || status=1
+    run "$harness" --gtest_filter='Tills.*' || status=1
 done
-RELIABILITY_KILLS=$kills RELIABILITY_SEED=$seed \
-  "$harness" --gtest_filter='Crashes.*' --gtest_brief=1 || status=1
+RELIABILITY_KILLS=$kills RELIABILITY_SEED=$seed run "$harness" --gtest_filter='Crashes.*' || status=1
 exit $status
