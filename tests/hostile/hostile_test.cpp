@@ -8,7 +8,8 @@
 //     "error" (the platform error "number", or any when none is given), always with a non-empty
 //     description that holds "description" when one is given;
 //   - a list or a refused or failed call must leave the database unchanged (its data_version);
-//   - a list must issue only queries, as many as the same list with an empty filter.
+//   - a list must issue only queries, no more of them than the same list with an empty filter
+//     (a filter refused before it reaches the database issues fewer).
 // A case is {"name", "call", "args"} (args laid over the named "base" call of templates.json), or
 // {"name", "line"} for a raw line; "nest": [depth, open, inner, close] replaces "@nest" in the
 // line by open×depth + inner + close×depth. Cases that wait for fixes still being made live in
@@ -235,7 +236,7 @@ TEST_P(HostileInput, ClearAnswerAndNoStrayWork) {
                 ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
             EXPECT_EQ(head, "select") << statement.substr(0, 200);
         }
-        EXPECT_EQ(run.statements.size(), plain_statements(spec));
+        EXPECT_LE(run.statements.size(), plain_statements(spec));
     }
 }
 
