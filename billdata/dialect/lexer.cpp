@@ -247,7 +247,7 @@ void Lexer::run(std::vector<Token>& out) {
             case kSlash:
                 if (i + 1 < n && s[i + 1] == '*') {
                     const std::size_t start = i;
-                    i = lexer_detail::block_comment_end(s, start);
+                    i = lexer_detail::block_comment_end(src_, start);
                     if (i == std::string_view::npos) fail("unterminated comment", start);
                     break;
                 }

@@ -216,6 +216,9 @@ constexpr std::size_t block_comment_end(std::string_view s, std::size_t start) {
     }
     return i;
 }
+// A bare pointer would be measured up to its first NUL, which may lie inside the statement or
+// beyond its end: the text's own length must be given.
+std::size_t block_comment_end(const char* s, std::size_t start) = delete;
 }  // namespace lexer_detail
 
 // The keyword spelled by `word` (any case), or Kw::None.

@@ -199,7 +199,7 @@ Shape statement_shape(std::string_view tsql) {
             case '/':
                 if (i + 1 < n && s[i + 1] == '*') {
                     const std::size_t start = i;
-                    i = lexer_detail::block_comment_end(s, start);
+                    i = lexer_detail::block_comment_end(tsql, start);
                     if (i == std::string_view::npos) fail("unterminated comment", start);
                 } else {
                     ++i;

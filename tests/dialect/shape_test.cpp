@@ -102,5 +102,14 @@ TEST(StatementShape, RefusesWhatTheLexerRefusesWithTheSameMessage) {
     }
 }
 
+TEST(StatementShape, ReadsNoFurtherThanTheTextItIsGiven) {
+    // A view into a longer text that closes the comment only after the view's end.
+    const std::string longer = "select 1 /* open */";
+    const std::string_view text = std::string_view(longer).substr(0, 12);
+    EXPECT_THROW(dialect::statement_shape(text), dialect::DialectError);
+    std::vector<dialect::Token> tokens;
+    EXPECT_THROW(dialect::Lexer(text).run(tokens), dialect::DialectError);
+}
+
 }  // namespace
 }  // namespace billdata::testing

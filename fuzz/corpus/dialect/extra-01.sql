@@ -1,0 +1,1 @@
+select FBillNo from ICStockBill where FTranType=99 and 1=1 delete from ICStockBill

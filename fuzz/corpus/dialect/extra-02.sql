@@ -1,0 +1,1 @@
+select FBillNo from ICStockBill where FRemark like '%--;or%' /* note */ order by FDate desc

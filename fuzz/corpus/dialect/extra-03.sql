@@ -1,0 +1,1 @@
+select top 3 [FBillNo],N'单号' as FTitle from ICStockBill where FDate between '2025-03-01' and '2025-03-31 23:59:59'

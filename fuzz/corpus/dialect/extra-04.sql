@@ -1,0 +1,1 @@
+select convert(varchar(10),FDate,120)+'x' as d,isnull(FRemark,'')+FBillNo from ICStockBill where FInterID in (select FInterID from ICStockBillEntry where FQty>1.5e3) group by FDate,FRemark,FBillNo

@@ -1,0 +1,1 @@
+select case when FQty<0 then -FQty else FQty end,cast(FPrice as decimal(18,4)) from ICStockBillEntry where not (FInterID=1 or FInterID=2)

@@ -1,0 +1,1 @@
+select FValue from t_systemprofile where fkey='CostStyle'

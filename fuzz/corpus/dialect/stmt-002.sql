@@ -1,0 +1,1 @@
+select * from ICMaxNum where FTranType=0

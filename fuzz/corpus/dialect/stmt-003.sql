@@ -1,0 +1,1 @@
+Insert Into ICMaxNum(FtranType,FMaxNUm,FDescription) Values(4,1,'')

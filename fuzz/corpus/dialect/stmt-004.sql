@@ -1,0 +1,1 @@
+Select max(finterID) as FMax,count(*) as Fcount from icstockbill

@@ -1,0 +1,1 @@
+Update ICMaxNum set FMaxNum=FMaxNum+1  Where FtranType=0

@@ -1,0 +1,1 @@
+select * from ICBillNo where FDate='2025-03-09' and FTranType=11

@@ -1,0 +1,1 @@
+Insert Into ICBillNo(FTranType,FDate,FMaxNum) values(11,'2025-03-09',1)

@@ -1,0 +1,1 @@
+Update ICBillNo set FMaxNum=10 where FTranType=11 and FDate='2025-03-09'

@@ -1,0 +1,1 @@
+Update ICStockBill set FCheckerID=7 where FInterID in (12,15)

@@ -1,0 +1,1 @@
+Update ICOrder set FCheckerID=0 where FInterID in (12,15)

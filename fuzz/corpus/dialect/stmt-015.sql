@@ -1,0 +1,1 @@
+Update ICSptjd set FCheckerID=0 where FInterID in (12,15)

@@ -1,0 +1,1 @@
+delete from WLBill where FOrderBillID=5

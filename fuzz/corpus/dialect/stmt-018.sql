@@ -1,0 +1,1 @@
+Insert Into ICOrderEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FZkRate,FPrice,FAmount,FRetailPrice,FRetailAmount,FMemo) Values(5,0,101,'r1',2,0.9,50,100,60,120,'memo')

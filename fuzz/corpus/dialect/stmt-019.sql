@@ -1,0 +1,1 @@
+Insert Into ICOrder(FInterID,FTranType,FDate,FBillNo,FOrgaID,FRemark,FBillerID,FSumQty,FSumAmount,FSumRetailAmount,FEarnest,FacctID,FDeleted,FSysTime) values(5,11,'2025-03-09','CD250309-001',3,'remark',1,2,100,120,150,2,0,getdate())

@@ -1,0 +1,1 @@
+Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,FColorEntryID,FQty) Values(5,101,'r1',2,'红',1,2)

@@ -1,0 +1,1 @@
+Update ICOrder set FDeleted=0 where FInterID=5

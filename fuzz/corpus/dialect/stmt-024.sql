@@ -1,0 +1,1 @@
+select isnull(FCheckerID,0) as FCheckerID,FBillNo from ICOrder where FInterID=5

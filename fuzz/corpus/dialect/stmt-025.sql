@@ -1,0 +1,1 @@
+Update ICOrder set FDeleted=1 where FInterID=5

@@ -1,0 +1,1 @@
+Update WLBill set FDeleted=1 where FOrderBillID=5

@@ -1,0 +1,1 @@
+delete from ICOrder where FInterID=5

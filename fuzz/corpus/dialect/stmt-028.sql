@@ -1,0 +1,1 @@
+delete from ICOrderEntry where FInterID=5

@@ -1,0 +1,1 @@
+delete from ICOrderEntry_1 where FInterID=5

@@ -1,0 +1,1 @@
+select t1.FInterID from ICOrder t1 Inner Join ICOrderEntry t2 ON t1.FInterID=t2.FInterID Inner Join t_ICItem t3 ON t2.FItemID=t3.FItemID Left Join t_Item t4 ON t1.FOrgaID=t4.FItemID Left Join t_User t9 on t1.FBillerID=t9.FUserID Left Join t_User t10 ON t1.FCheckerID=t10.FUserID Left Join t_Account t5 ON t1.FAcctID=t5.FItemID  where t1.FDeleted=0 group by t1.FInterID

@@ -1,0 +1,1 @@
+Update ICStockBill set FDeleted=1 where FInterID=5

@@ -1,0 +1,1 @@
+Delete from icstockbill where FInterID=5

@@ -1,0 +1,1 @@
+Delete from icstockbillEntry where FInterID=5

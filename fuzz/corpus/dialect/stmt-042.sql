@@ -1,0 +1,1 @@
+Delete from icstockbillEntry_1 where FInterID=5

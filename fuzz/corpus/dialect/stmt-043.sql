@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FHisPrice) Values(5,1,101,'r1',10,12.5,125,30,300,1,'memo',11)

@@ -1,0 +1,1 @@
+Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,FPrice,FAmount,FMemo,FHisPrice) Values(5,-1,1,101,0,1.5,15,'10',11)

@@ -1,0 +1,1 @@
+Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOrgaID,FAcctID,FSettleID,FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,FSeason,FMonth) values(5,112,'2006-03-15','ZP060315-001',1,3,2,0,'remark',1,2006,3,'2006-03-15 10:20:30',10,125,300,'','2006年03月')

@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,FColorEntryID,FQty) select t1.FInterID,t1.FItemID,t1.FRowKey,0,'',0,Fqty from ICStockBillEntry t1 inner join t_icitem t3 on t1.fitemid=t3.fitemid where t1.FInterID=5 and isnull(t3.FSizeID,0)=0

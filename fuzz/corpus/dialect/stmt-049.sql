@@ -1,0 +1,1 @@
+Update ICStockBill set FDeleted=0 where FInterID=5

@@ -1,0 +1,1 @@
+delete from ICStockBill where FInterID=5

@@ -1,0 +1,1 @@
+delete from ICStockBillEntry where FInterID=5

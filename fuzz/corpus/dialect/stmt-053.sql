@@ -1,0 +1,1 @@
+delete from ICStockBillEntry_1 where FInterID=5

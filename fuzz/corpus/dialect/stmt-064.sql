@@ -1,0 +1,1 @@
+Select FBillNo,isnull(FPosGetMoney,0) as FPosGetMoney from icstockbill where FInterID=5

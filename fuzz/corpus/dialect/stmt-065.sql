@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry(FInterID,FEntryID,FrowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FOddMentEntry,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FRefTranType) Values(5,0,'0',101,2,45,90,0.9,50,100,-0.5,10,4,0,30,60,0,0,0)

@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(5,'0',101,'红',2,0,2)

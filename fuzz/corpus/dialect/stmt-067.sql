@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(5,'1',102,1,0,0,0,20,20,0,0,1,8,8,0,0,'gift')

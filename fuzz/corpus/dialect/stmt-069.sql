@@ -1,0 +1,1 @@
+Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+89.5,FSumJf_Un=isnull(FSumJf_Un,0)+89.5,FSumJf=isnull(FSumJf,0)+89.5,FEditTime=getdate() where FVipID=3

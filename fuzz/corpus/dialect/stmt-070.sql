@@ -1,0 +1,1 @@
+Update Vip set FBogus=0 where FVipID=3 and FSumBuyAmount>=1000

@@ -1,0 +1,1 @@
+select FUserName from t_User where FUserID=1

@@ -1,0 +1,1 @@
+insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(5,3,'2025-03-09',89.5,'admin','消费增加积分,消费金额：89.50,单号:pos250309-001')

@@ -1,0 +1,1 @@
+insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(5,3,'2025-03-09',-20,'admin','积分兑换金额：2.00,单号:pos250309-001')

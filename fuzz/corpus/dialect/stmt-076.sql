@@ -1,0 +1,1 @@
+delete from icorderentry where FQty=isnull(FSaleqty,0)

@@ -1,0 +1,1 @@
+delete from icOrder where finterid not in (select finterid from icorderentry)

@@ -1,0 +1,1 @@
+delete from icOrderEntry_1 where finterid not in (select finterid from icorderentry)

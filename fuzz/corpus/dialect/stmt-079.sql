@@ -1,0 +1,1 @@
+select isnull(FDeleted,0) as FDeleted,FDate,FYear,FPeriod,isnull(FCheckerID,0) as FCheckerId,FBillNo from ICStockBill where FInterID=5

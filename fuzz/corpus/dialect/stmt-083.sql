@@ -1,0 +1,1 @@
+Update VipJf_History set FDeleted=1 where FBillInterID=5

@@ -1,0 +1,1 @@
+delete from VipJf_History where FBillInterID=5

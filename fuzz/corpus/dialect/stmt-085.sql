@@ -1,0 +1,1 @@
+Update t1 set t1.FSumJf_Un=isnull(FSumJf_Un,0)+t2.FSumJf,t1.FSumJf=isnull(t1.FSumJf,0)+t2.FSumJf from Vip t1 inner join icstockbill t2 on t1.fvipid=t2.fvipid where t2.fInterID=5

@@ -1,0 +1,1 @@
+delete from wlbill where FInterID=5

@@ -1,0 +1,1 @@
+Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,FOrgaID,FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,FOrderBillID,FStockBillID) Values(5,13,0,2,'2025-03-09','Fkd250309-001',1,3,150,150,0,'memo',1,'2025-03-09 10:20:30',0,0)

@@ -1,0 +1,1 @@
+select year(FDate) as FYear,month(FDate) as FPeriod,FBillNo,FTranType,FClosed,Isnull(FCheckerID,0) as FCheckerID,Isnull(FOrderBillID,0) as FOrderBillID from WLBill where FInterID=5

@@ -1,0 +1,1 @@
+Update WLBill set fdeleted=1 where FInterID=5

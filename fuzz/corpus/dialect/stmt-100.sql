@@ -1,0 +1,1 @@
+delete from WLBill where FInterID=5

@@ -1,0 +1,1 @@
+delete from WLBillEntry where FInterID=5

@@ -1,0 +1,1 @@
+select t1.FInterID from WLBill t1 Inner Join t_Item t2 ON t1.FOrgaID=t2.FItemID Left Join t_Account t4 ON t1.FAcctID=t4.FItemID Left Join t_User t5 ON t1.FBillerID=t5.FUserID Left Join t_User t6 ON t1.FCheckerID=t6.FUserID where t1.FTranType=13 and 1=1

@@ -1,0 +1,1 @@
+Update WLBill set FCheckerID=0 where FInterID=5

@@ -1,0 +1,1 @@
+Update WLBill set FDeleted=0 where FInterID=5

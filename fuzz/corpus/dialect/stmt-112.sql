@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FUnitCost,FCost) Values(9,1,101,'r1',3,20,60,30,90,1,'memo',20,60)

@@ -1,0 +1,1 @@
+Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOutStockID,FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,FCause,FSeason,FMonth) values(9,31,'2006-11-15','DB061115-001',2,1,'remark',1,2006,11,'2006-11-15 10:20:30',3,60,90,'调拨','2006年4季度','2006年11月')

@@ -1,0 +1,1 @@
+select isnull(FCheckerID,0) as FcheckerID,isnull(FDeleted,0) as FDeleted,FDate,FYear,FPeriod,FBillNo from ICStockBill where FInterID=5

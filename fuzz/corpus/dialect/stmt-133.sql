@@ -1,0 +1,1 @@
+select isnull(Fdays,0) as FDays,isnull(FStockID,0) as FStockID from t_User where FUserID=1

@@ -1,0 +1,1 @@
+select FDate from ICOrder Where FInterID=5

@@ -1,0 +1,1 @@
+select FDate from WLBill Where FInterID=5

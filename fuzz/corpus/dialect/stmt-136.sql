@@ -1,0 +1,1 @@
+select FDate from ICStockBill Where FInterID=5

@@ -1,0 +1,1 @@
+select t1.FTranType,t1.FDate,t1.FInterId,t1.FBillNo,t2.FQty,t2.FPrice,t2.FHisPrice,t2.FItemID from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where t1.FInterId=5 and FentryID>=0

@@ -1,0 +1,1 @@
+delete from icstockbillentry where FEntryID<0 and FItemID=101 and FInterID>5

@@ -1,0 +1,1 @@
+Update t_icitem set FPurPrice=12.5 where fitemid=101

@@ -1,0 +1,1 @@
+Update ICStockBillEntry set FHisPrice=12.5 where FInterID=8 and FEntryID=1

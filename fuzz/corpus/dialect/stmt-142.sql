@@ -1,0 +1,1 @@
+Update t_icitem set FPurPrice=13.25,FSupplierID=3 where fitemid=101

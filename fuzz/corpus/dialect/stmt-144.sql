@@ -1,0 +1,1 @@
+Update t2 set t2.FPrice=12.5,FAmount=FQty*12.5 from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where t1.FTranType in (115,125,31)   and t1.FInterID>5 and t2.FItemID=101

@@ -1,0 +1,1 @@
+Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,FPrice,FAmount,FMemo,FHisPrice) Values(8,-1,1,101,0,0.75,7.5,'10',12.5)

@@ -1,0 +1,1 @@
+select top 1 FInterID from ICStockBill where FDeleted=0 and FTranType in (112,114) and FInterID>5 order by FInterID

@@ -1,0 +1,1 @@
+delete from icstockbillentry where fentryid<0 and finterid=8

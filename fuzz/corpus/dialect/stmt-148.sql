@@ -1,0 +1,1 @@
+select (case isnull(t1.FInStockID,0) when 0 then t1.FOutStockID else t1.FInStockID end) as FStockID,t1.FTranType,t2.FItemID,t2.FEntryID,t2.FQty,t2.FPrice,t2.FHisPrice from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where FEntryID>0 and t1.FInterID=8 order by fentryid 

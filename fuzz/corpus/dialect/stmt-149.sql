@@ -1,0 +1,1 @@
+delete from icstockbillentry where FTjStockID=1 and FItemID=101 and FInterID>8

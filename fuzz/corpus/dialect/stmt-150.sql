@@ -1,0 +1,1 @@
+Select t1.FTranType,t1.FOrgaID,t1.FDate,t1.FInterID,t2.FEntryID,t2.FQty,t2.FPrice,t2.FHisPrice from icstockbill t1 inner join icstockbillentry t2 on t1.finterid=t2.finterid where (FInStockID=1 or FOutStockID=1) and FEntryID>=0 and isnull(t1.FDeleted,0)=0 and FItemID=101 and t1.FInterID>8 and FTranType in (112,114) order by FDate,t1.finterid

@@ -1,0 +1,1 @@
+delete from icorder where FInterID=5

@@ -1,0 +1,1 @@
+delete from wlbill where FOrderBillID=5

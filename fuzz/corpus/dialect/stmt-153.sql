@@ -1,0 +1,1 @@
+Insert Into icorderEntry(FInterID,FEntryID,FRowKey,FItemID,FSalerID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FUnitCost,FPreSend) Values(5,0,'0',101,4,1,180,180,0.9,200,200,80,0)

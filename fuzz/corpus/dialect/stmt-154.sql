@@ -1,0 +1,1 @@
+Insert Into icorderEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(5,'0',101,'黑',2,0,1)

@@ -1,0 +1,1 @@
+Insert Into icorder(FInterID,FTranType,FDate,FEarnest,FAcctID,FDeleted,FBillerID,FSysTime,FOrgaID,FBillNo,FSumQty,FSumAmount,FSumRetailAmount,FRemark,FPhone,FOwner) values(5,21,'2025-03-09',50,1,0,1,getdate(),3,'XD250309-001',1,180,200,'remark','13800000000','张三')

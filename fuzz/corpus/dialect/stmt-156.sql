@@ -1,0 +1,1 @@
+Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,FOrgaID,FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,FOrderBillID,FStockBillID) Values(6,23,0,0,'2025-03-09','SK250309-001',1,3,50,50,0,'会员订单：XD250309-001',1,getdate(),5,0)

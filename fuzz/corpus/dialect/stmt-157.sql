@@ -1,0 +1,1 @@
+select FDate,isnull(FCheckerID,0) as FCheckerId,FBillNo from icorder where FInterID=5

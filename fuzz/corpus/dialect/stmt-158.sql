@@ -1,0 +1,1 @@
+Update icorder set FDeleted=1 where FInterID=5

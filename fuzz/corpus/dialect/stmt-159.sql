@@ -1,0 +1,1 @@
+Delete from WLBill where FOrderBillID=5

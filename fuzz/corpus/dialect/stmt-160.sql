@@ -1,0 +1,1 @@
+Update icorder set FDeleted=0 where FInterID=5

@@ -1,0 +1,1 @@
+Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FOutStockID,FVipID,FOrgaID,FOwner,FPhone,FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,FSeason,FMonth) values(7,27,'2025-03-09','JC250309-001',1,3,3,'张三','13800000000','remark',1,2025,3,'2025-03-09 10:20:30',2,200,200,'2025年1季度','2025年03月')

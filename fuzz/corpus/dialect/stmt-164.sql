@@ -1,0 +1,1 @@
+Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FUnitCost,FRefInterID,FRefEntryID,FRefTranType) Values(8,1,101,'r1',1,100,100,100,100,1,'',30,7,1,27)

@@ -1,0 +1,1 @@
+Update t1 set t1.FRtnQty=isnull(t1.FRtnQty,0)-t2.FQty from icstockbillentry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid inner join icstockbill t3 on t2.finterid=t3.finterid where t2.FInterID=8 and isnull(t3.FDeleted,0)=0 and t2.FRefTranType=27

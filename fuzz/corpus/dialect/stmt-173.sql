@@ -1,0 +1,1 @@
+delete from icbal where fyear=2025 and Fperiod=1

@@ -1,0 +1,1 @@
+Insert Into ICBal(FYear,FPeriod,FStockID,FItemID,FBegQty,FBegPrice,FBegBal) select 2025,1,FStockID,FItemID,sum(FQty),sum(FAmount)/sum(FQty),sum(FAmount) from ICInitData group by FStockID,FItemID

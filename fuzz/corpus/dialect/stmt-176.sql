@@ -1,0 +1,1 @@
+Insert Into ICBal_Entry(FYear,FPeriod,FStockID,FItemID,FColor,FSizeID,FBegQty) select 2025,1,FStockID,FItemID,FColor,FSizeID,sum(FQty) from ICInitData_Entry group by FStockID,FItemID,FColor,FSizeID

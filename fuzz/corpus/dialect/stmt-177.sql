@@ -1,0 +1,1 @@
+Update t_systemprofile set fValue='1' where fkey='ICClosed'

@@ -1,0 +1,1 @@
+Update t1 set t1.FPjCost=t2.FPrice from t_ICItem t1 Inner Join ICInitData t2 on t1.fitemid=t2.fitemid

@@ -1,0 +1,1 @@
+Update t1 set t1.FUnitCost=t2.FPrice,t1.FCost=t1.FQty*t2.FPrice from ICStockBillEntry t1 Inner Join ICInitData t2 on t1.fitemid=t2.fitemid where isnull(t1.FUnitCost,0)=0

@@ -1,0 +1,1 @@
+select FKey,FValue from t_systemprofile where fkey in ('StartYear','StartPeriod','CurrentYear','CurrentPeriod')

@@ -1,0 +1,1 @@
+Update t_systemprofile set fValue='0' where fkey='ICClosed'

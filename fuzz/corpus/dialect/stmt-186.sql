@@ -1,0 +1,1 @@
+delete from ICStockBill where FTranType in (-12,-22)

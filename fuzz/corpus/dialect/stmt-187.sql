@@ -1,0 +1,1 @@
+Insert Into WLBal(FYear,FPeriod,FItemClassID,FOrgaID,FBegBal) select 2025,1,FItemClassID,FOrgaID,FAmount from WLInitData

@@ -1,0 +1,1 @@
+Insert Into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) Select -FOrgaID,FOrgaID,Case FItemClassID when 1 then -22 else -12 end,FAmount From WLInitData

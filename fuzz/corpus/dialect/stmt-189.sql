@@ -1,0 +1,1 @@
+Update t_SystemProfile set FValue='1' where FKey='WLClosed'

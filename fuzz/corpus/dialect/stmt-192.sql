@@ -1,0 +1,1 @@
+delete from ICStockBill where FOrgaID in (select FItemID*-1 from t_Item)

@@ -1,0 +1,1 @@
+Update t_SystemProfile set FValue='0' where FKey='WLClosed'

@@ -1,0 +1,1 @@
+Insert Into WLInitData(FItemClassID,FOrgaID,FAmount) Values(2,3,1500)

@@ -1,0 +1,1 @@
+Insert Into CashBal(FItemClassID,FItemID,FAmount) select FItemClassID,FItemID,FAmount from CashInitData
