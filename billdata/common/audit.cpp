@@ -2,6 +2,7 @@
 
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
+#include "billdata/util/text.h"
 
 namespace billdata::common {
 
@@ -33,6 +34,16 @@ void audit_guarded(const char* subscript_message, Fn&& fn) {
     }
 }
 
+// The ids go into the statement as they stand, so they must be nothing but ids: a text such as
+// "1) or (1=1" would otherwise mark every bill. An empty list is left to the database to refuse.
+void require_id_list(std::string_view inter_ids) {
+    for (char c : inter_ids) {
+        if ((c >= '0' && c <= '9') || c == ',' || c == ' ') continue;
+        throw ado::ComError::component("单据内码只能是以逗号分隔的整数：“" +
+                                       util::excerpt(inter_ids) + "”！");
+    }
+}
+
 void run_one(const std::string& sql) {
     auto cn = ado::Connection::create();
     cn->Open(GetPromptString());
@@ -44,6 +55,7 @@ void run_one(const std::string& sql) {
 }  // namespace
 
 void SetCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t checker_id) {
+    require_id_list(inter_ids);
     audit_guarded("没有需要审核的单据!", [&] {
         run_one(std::string("Update ") + audit_table(tran_type) + " set FCheckerID=" +
                 std::to_string(checker_id) + " where FInterID in (" + std::string(inter_ids) + ")");
@@ -70,6 +82,7 @@ void ClearCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int
             head = "Update ICStockBill set FCheckerID=0 where FInterID in (";
             break;
     }
+    require_id_list(inter_ids);
     audit_guarded("没有需要反审核的单据!", [&] { run_one(head + std::string(inter_ids) + ")"); });
 }
 

@@ -12,8 +12,7 @@
 //     (a filter refused before it reaches the database issues fewer).
 // A case is {"name", "call", "args"} (args laid over the named "base" call of templates.json), or
 // {"name", "line"} for a raw line; "nest": [depth, open, inner, close] replaces "@nest" in the
-// line by open×depth + inner + close×depth. Cases that wait for fixes still being made live in
-// pending.jsonl, each with what it "needs"; they run only when BILLDATA_HOSTILE_PENDING is set.
+// line by open×depth + inner + close×depth.
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -97,12 +96,7 @@ std::vector<Case> load(const std::string& file) {
 }
 
 std::vector<Case> all_cases() {
-    std::vector<Case> cases = load("corpus.jsonl");
-    if (std::getenv("BILLDATA_HOSTILE_PENDING")) {
-        std::vector<Case> pending = load("pending.jsonl");
-        cases.insert(cases.end(), pending.begin(), pending.end());
-    }
-    return cases;
+    return load("corpus.jsonl");
 }
 
 struct Answers {
