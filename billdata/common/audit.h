@@ -19,7 +19,8 @@ const char* audit_table(std::int16_t tran_type);
 // from the session string; one statement, no transaction. Common handler; error 9 becomes
 // "没有需要审核的单据!". An empty list is refused by the database and raised with its message;
 // a list holding anything but digits, commas and blanks is refused before anything runs
-// (0x800403E9 "单据内码只能是以逗号分隔的整数：“…”！"), since it would go into the statement as SQL.
+// (0x800403E9 "单据内码只能是以逗号分隔的整数：“…”！"), since it would go into the statement as
+// SQL.
 void SetCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t checker_id);
 
 // Writes 0 back (the user id is accepted and not used); error 9 becomes "没有需要反审核的单据!";
