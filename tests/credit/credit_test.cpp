@@ -2,6 +2,8 @@
 
 #include "billdata/common/audit.h"
 #include "common/fixture.h"
+#include "posdata/pos_fixture.h"
+#include "support/caller_rows.h"
 
 namespace billdata::testing {
 namespace {
@@ -21,27 +23,16 @@ struct LineIn {
     std::string memo = "";
 };
 
-// A record set built the way a front end hands rows over.
-std::shared_ptr<ado::Recordset> records(const std::vector<std::string>& fields,
-                                        const std::vector<std::vector<ado::Variant>>& rows) {
-    return ado::make_recordset(fields, rows);
-}
-
 // Lines at retail twice the price, discount 0.5, unit cost half the price.
 std::shared_ptr<ado::Recordset> bill_lines(const std::vector<LineIn>& lines) {
     std::vector<std::vector<ado::Variant>> rows;
     for (const LineIn& l : lines)
         rows.push_back({l.item, l.row_key, l.qty, l.price, l.qty * l.price, l.price * 2,
                         l.qty * l.price * 2, 0.5, l.memo, l.price / 2, l.ref_inter, l.ref_entry});
-    return records({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
-                    "FRetailAmount", "FZkRate", "FMemo", "FUnitCost", "FRefInterID", "FRefEntryID"},
-                   rows);
-}
-
-// Size/colour cells: FDel, FItemID, FRowKey, FSizeiD, FColor, FColorEntryID, FQty.
-std::shared_ptr<ado::Recordset> size_cells(const std::vector<std::vector<ado::Variant>>& cells) {
-    return records({"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"},
-                   cells);
+    return caller_rows(
+        {"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice", "FRetailAmount",
+         "FZkRate", "FMemo", "FUnitCost", "FRefInterID", "FRefEntryID"},
+        rows);
 }
 
 // Every row of a query as "a|b|c;" text.
@@ -100,75 +91,88 @@ class CreditTest : public DatabaseTest {
     std::string last_bill_no_;
 };
 
-TEST_F(CreditTest, LendReturnSellVoidRestoreCycle) {
-    // Lend 3 pairs of socks from the shop.
+// Three pairs of socks lent from the shop, one brought back, one sold to the member at the till.
+class LentGoods : public CreditTest {
+  protected:
+    void SetUp() override {
+        CreditTest::SetUp();
+        lend_ = save(27, {{kSocks, "0", 3, 12}});
+        back_ = save(17, {{kSocks, "0", 1, 12, lend_, 1}});
+        Sale sale;
+        sale.BillDate = ado::DateTime(2025, 3, 11);
+        sale.VipID = kMember;
+        sale.lines = {Line(kSocks, 1, 39, 39, 6)};
+        sale.lines[0].ref_inter = lend_;
+        sale.lines[0].ref_entry = 1;
+        sale.lines[0].ref_tran = 27;
+        sale.SumAmount = sale.GetCash = sale.GetAmount = 39;
+        ASSERT_GT(save_sale(sale), 0);
+    }
+    std::int32_t lend_ = 0;
+    std::int32_t back_ = 0;
+};
+
+TEST_F(CreditTest, LendingAndReturnMoveTheStockAndTheLentLine) {
     const std::int32_t lend = save(27, {{kSocks, "0", 3, 12}});
     EXPECT_EQ(last_bill_no_, "JC250310-001");
     EXPECT_EQ(lent(lend), "0|0;");
     EXPECT_EQ(stock(kSocks), 97);
-
-    // One comes back.
-    const std::int32_t back = save(17, {{kSocks, "0", 1, 12, lend, 1}});
+    save(17, {{kSocks, "0", 1, 12, lend, 1}});
     EXPECT_EQ(last_bill_no_, "JR250310-001");
     EXPECT_EQ(lent(lend), "1|0;");
     EXPECT_EQ(stock(kSocks), 98);
+}
 
-    // The member buys one at the till; the till's line refers to the lent line and raises its
-    // sold quantity. The goods already left with the lending, so the stock does not move.
-    exec(
-        "insert into ICStockBill(FInterID,FTranType,FDate,FBillNo,FOutStockID,FVipID,FYear,"
-        "FPeriod) values(900,99,'2025-03-11','pos250311-001',2,1001,2025,3)");
-    exec(
-        "insert into ICStockBillEntry(FInterID,FEntryID,FRowKey,FItemID,FQty,FPrice,FAmount,"
-        "FRefInterID,FRefEntryID,FRefTranType) values(900,0,'0',7,1,39,39," +
-        std::to_string(lend) + ",1,27)");
-    exec(
-        "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icstockbillentry t1 inner "
-        "join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid "
-        "where t2.FInterID=900 and t2.FRefTranType=27");
-    EXPECT_EQ(lent(lend), "1|1;");
+// The till's line refers to the lent line and raises its sold quantity; the goods already left
+// with the lending, so the stock does not move.
+TEST_F(LentGoods, ATillSaleOfLentGoodsCountsAsSoldWithoutMovingStock) {
+    EXPECT_EQ(lent(lend_), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
+}
 
-    // Only one pair is still out: returning two is refused and nothing is written.
+TEST_F(LentGoods, ReturningMoreThanIsStillOutIsRefusedAndWritesNothing) {
     const int bills = count("ICStockBill");
-    refused(17, bill_lines({{kSocks, "0", 2, 12, lend, 1}}),
+    refused(17, bill_lines({{kSocks, "0", 2, 12, lend_, 1}}),
             "借还单据第1行的归还数量超过了未还数量!");
     EXPECT_EQ(count("ICStockBill"), bills);
+    EXPECT_EQ(lent(lend_), "1|1;");
+}
 
-    // Voiding the return takes its pair back off the lent line and out of the shop.
-    credit_.DeleteBill(17, back, nullptr, true);
-    EXPECT_EQ(scalar("select FDeleted from ICStockBill where FInterID=" + std::to_string(back))
+TEST_F(LentGoods, VoidingAndRestoringAReturnBookItsGoodsOnceEach) {
+    credit_.DeleteBill(17, back_, nullptr, true);
+    EXPECT_EQ(scalar("select FDeleted from ICStockBill where FInterID=" + std::to_string(back_))
                   .to_int32(),
               1);
-    EXPECT_EQ(lent(lend), "0|1;");
+    EXPECT_EQ(lent(lend_), "0|1;");
     EXPECT_EQ(stock(kSocks), 97);
-    // Voiding again changes nothing more.
-    credit_.DeleteBill(17, back, nullptr, true);
-    EXPECT_EQ(lent(lend), "0|1;");
+    credit_.DeleteBill(17, back_, nullptr, true);
+    EXPECT_EQ(lent(lend_), "0|1;");
 
-    // Restoring books it again, once only.
-    credit_.UnblankOut(back);
-    EXPECT_EQ(lent(lend), "1|1;");
+    credit_.UnblankOut(back_);
+    EXPECT_EQ(lent(lend_), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
-    credit_.UnblankOut(back);
-    EXPECT_EQ(lent(lend), "1|1;");
+    credit_.UnblankOut(back_);
+    EXPECT_EQ(lent(lend_), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
+}
 
-    // The lending cannot go or be rewritten while a return and a sale refer to it.
-    expect_com_error([&] { credit_.DeleteBill(27, lend); }, ado::err::kComponent,
+TEST_F(LentGoods, ALendingWithReturnsOrSalesCannotBeDeletedOrRewritten) {
+    expect_com_error([&] { credit_.DeleteBill(27, lend_); }, ado::err::kComponent,
                      "删除单据失败，单据“JC250310-001”已有归还或销售记录！");
     refused(27, bill_lines({{kSocks, "0", 5, 12}}),
-            "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend, "JC250310-001");
-    EXPECT_EQ(lent(lend), "1|1;");
+            "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend_, "JC250310-001");
+    EXPECT_EQ(lent(lend_), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
+}
 
-    // Deleting the live return gives its pair back and removes every row of it.
-    credit_.DeleteBill(17, back);
-    EXPECT_EQ(lent(lend), "0|1;");
+TEST_F(LentGoods, DeletingALiveReturnGivesItsGoodsBackAndRemovesEveryRow) {
+    credit_.DeleteBill(17, back_);
+    EXPECT_EQ(lent(lend_), "0|1;");
     EXPECT_EQ(stock(kSocks), 97);
-    EXPECT_EQ(count("ICStockBill where FInterID=" + std::to_string(back)), 0);
-    EXPECT_EQ(count("ICStockBillEntry where FInterID=" + std::to_string(back)), 0);
-    EXPECT_EQ(count("ICStockBillEntry_1 where FInterID=" + std::to_string(back)), 0);
+    const std::string id = std::to_string(back_);
+    EXPECT_EQ(count("ICStockBill where FInterID=" + id), 0);
+    EXPECT_EQ(count("ICStockBillEntry where FInterID=" + id), 0);
+    EXPECT_EQ(count("ICStockBillEntry_1 where FInterID=" + id), 0);
 }
 
 TEST_F(CreditTest, SavedRowsCarryMemberStockAndSizes) {

@@ -1,28 +1,15 @@
 // Every statement the component issues translates against the bill tables, and the engine
 // accepts every translation.
 
-#include <fstream>
-
 #include "dialect/dialect_fixture.h"
 
 namespace billdata::testing {
 namespace {
 
-std::vector<std::string> load_corpus() {
-    std::ifstream in(std::string(BILLDATA_SOURCE_DIR) + "/tests/data/statements.sql");
-    std::vector<std::string> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line.rfind("--", 0) == 0) continue;
-        out.push_back(line);
-    }
-    return out;
-}
-
 class Corpus : public DialectDb {};
 
 TEST_F(Corpus, EveryStatementTranslatesAndPrepares) {
-    const auto statements = load_corpus();
+    const auto statements = load_statement_corpus();
     ASSERT_GT(statements.size(), 200u);
     for (const auto& tsql : statements) {
         dialect::Translation t;
@@ -54,7 +41,7 @@ TEST_F(Corpus, EveryStatementRunsOnRealData) {
         "INSERT INTO Vip VALUES (3, 'V003', 'Zhang', 0, 0, 0, 1, NULL);"
         "INSERT INTO ICInitData VALUES (1, 101, 4, 40, 10), (1, 101, 0, 0, 10);"
         "INSERT INTO t_SystemProfile VALUES ('StartYear', '2025'), ('CurrentYear', '2025');");
-    for (const auto& tsql : load_corpus()) {
+    for (const auto& tsql : load_statement_corpus()) {
         try {
             run(tsql);
         } catch (const std::exception& e) {
@@ -74,7 +61,7 @@ TEST_F(Corpus, EveryStatementRunsOnRealData) {
 
 // The literals reported for the statement cache are exactly the literal tokens of the text.
 TEST_F(Corpus, LiteralsPointAtTheSourceText) {
-    for (const auto& tsql : load_corpus()) {
+    for (const auto& tsql : load_statement_corpus()) {
         const auto t = translate(tsql);
         std::size_t last_end = 0;
         for (const auto& lit : t.literals) {

@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/lexer.h"
+#include "support/test_support.h"
 
 namespace billdata::testing {
 namespace {
@@ -43,14 +43,10 @@ void expect_same_literals(const std::string& text) {
 }
 
 TEST(StatementShape, FindsTheLiteralsTheLexerFinds) {
-    std::ifstream in(std::string(BILLDATA_SOURCE_DIR) + "/tests/data/statements.sql");
-    int statements = 0;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line.rfind("--", 0) == 0) continue;
+    const auto corpus = load_statement_corpus();
+    EXPECT_GT(corpus.size(), 100u);
+    for (const std::string& line : corpus)
         expect_same_literals(line);
-        ++statements;
-    }
-    EXPECT_GT(statements, 100);
     // Digits in names, numbers glued to keywords, exponents with and without digits, leading
     // points, national texts, doubled quotes, bracketed and quoted names holding quotes and
     // digits, variables, comments of both kinds (nested) that hold quotes, names in other

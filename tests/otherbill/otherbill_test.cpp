@@ -14,9 +14,9 @@ std::shared_ptr<ado::Recordset> bill_lines(
     std::vector<std::vector<ado::Variant>> rows;
     for (const auto& [item, key, qty, price] : lines)
         rows.push_back({item, key, qty, price, qty * price, price * 2, qty * price * 2, 1.0, key});
-    return record_set({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
-                       "FRetailAmount", "FZkRate", "FMemo"},
-                      rows);
+    return caller_rows({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
+                        "FRetailAmount", "FZkRate", "FMemo"},
+                       rows);
 }
 
 class OtherBillTest : public StockBillTest {

@@ -63,9 +63,9 @@ class PublicDataTest : public StockBillTest {
     void stock_out_today(int stock) const {
         std::string no;
         std::int32_t id = 0;
-        auto lines = record_set({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
-                                 "FRetailAmount", "FZkRate", "FMemo"},
-                                {{6, "a", 2.0, 60.0, 120.0, 159.0, 318.0, 1.0, ""}});
+        auto lines = caller_rows({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
+                                  "FRetailAmount", "FZkRate", "FMemo"},
+                                 {{6, "a", 2.0, 60.0, 120.0, 159.0, 318.0, 1.0, ""}});
         auto cells = size_cells({});
         ASSERT_TRUE(OtherBill().SaveData(125, DateTime::today(), no, stock, "出库", stock, "", 1,
                                          id, lines, cells));
@@ -132,9 +132,9 @@ TEST_F(PublicDataTest, GetBillDataChoosesTheListByShowDetailAndKind) {
     // An order of two breakdown rows: the detailed list has a row per size, the short one per bill.
     std::string no;
     std::int32_t id = 0;
-    auto lines = record_set({"FItemID", "FRowKey", "FQty", "FZkRate", "FPrice", "FAmount",
-                             "FRetailPrice", "FRetailAmount", "FMemo"},
-                            {{1, "r1", 3.0, 1.0, 40.0, 120.0, 99.0, 297.0, ""}});
+    auto lines = caller_rows({"FItemID", "FRowKey", "FQty", "FZkRate", "FPrice", "FAmount",
+                              "FRetailPrice", "FRetailAmount", "FMemo"},
+                             {{1, "r1", 3.0, 1.0, 40.0, 120.0, 99.0, 297.0, ""}});
     auto cells = size_cells({{0, 1, "r1", 1, "黑色", 1, 1}, {0, 1, "r1", 2, "黑色", 1, 2}});
     OrderBill().SaveData(11, DateTime(2025, 3, 9), no, 101, "", 1, id, lines, 0, 0, cells);
 

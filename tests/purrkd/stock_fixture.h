@@ -9,14 +9,9 @@
 #include <vector>
 
 #include "common/fixture.h"
+#include "support/caller_rows.h"
 
 namespace billdata::testing {
-
-// The caller's record set of bill lines: the named fields, then one row per entry.
-inline std::shared_ptr<ado::Recordset> record_set(
-    const std::vector<std::string>& fields, const std::vector<std::vector<ado::Variant>>& rows) {
-    return ado::make_recordset(fields, rows);
-}
 
 // Lines of a purchase receipt: item, row key, quantity, price, historical price; amounts follow.
 inline std::shared_ptr<ado::Recordset> receipt_lines(
@@ -25,16 +20,9 @@ inline std::shared_ptr<ado::Recordset> receipt_lines(
     for (const auto& [item, key, qty, price, his] : lines)
         rows.push_back(
             {item, key, qty, price, qty * price, price * 2, qty * price * 2, 1.0, "m" + key, his});
-    return record_set({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
-                       "FRetailAmount", "FZkRate", "FMemo", "FHisPrice"},
-                      rows);
-}
-
-// Size/colour cells: FDel, item, row key, size, colour, colour entry, quantity.
-inline std::shared_ptr<ado::Recordset> size_cells(
-    const std::vector<std::vector<ado::Variant>>& rows) {
-    return record_set({"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"},
-                      rows);
+    return caller_rows({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
+                        "FRetailAmount", "FZkRate", "FMemo", "FHisPrice"},
+                       rows);
 }
 
 // Sets BILLDATA_SQL_LOG to a file of its own while it lives.

@@ -15,4 +15,11 @@ inline std::shared_ptr<ado::Recordset> caller_rows(
     return ado::make_recordset(fields, rows);
 }
 
+// Size/colour cells: FDel, item, row key, size, colour, colour entry, quantity.
+inline std::shared_ptr<ado::Recordset> size_cells(
+    const std::vector<std::vector<ado::Variant>>& rows) {
+    return caller_rows({"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"},
+                       rows);
+}
+
 }  // namespace billdata::testing

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <system_error>
 
 #include <unistd.h>
@@ -20,6 +21,14 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
+}
+
+std::vector<std::string> load_statement_corpus() {
+    std::ifstream in(std::string(BILLDATA_SOURCE_DIR) + "/tests/data/statements.sql");
+    std::vector<std::string> out;
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty() && line.rfind("--", 0) != 0) out.push_back(line);
+    return out;
 }
 
 }  // namespace billdata::testing

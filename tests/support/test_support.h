@@ -1,8 +1,10 @@
 #pragma once
-// Shared test helpers: a scratch folder per test that is removed afterwards.
+// Shared test helpers: a scratch folder per test that is removed afterwards, and the statement
+// corpus.
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace billdata::testing {
 
@@ -22,5 +24,8 @@ class TempDir {
   private:
     std::filesystem::path path_;
 };
+
+// The statements of tests/data/statements.sql, one per line, comments left out.
+std::vector<std::string> load_statement_corpus();
 
 }  // namespace billdata::testing
