@@ -1,6 +1,7 @@
 #include "billdata/billcore/bill_kinds.h"
 
 #include "billdata/ado/variant.h"
+#include "billdata/common/audit.h"
 #include "billdata/common/numbering.h"
 
 namespace billdata::billcore {
@@ -30,6 +31,18 @@ std::string NextBillNo(common::Executor& ex, std::string_view kind, const ado::D
     std::string number = common::NextBillNo(ex, kind, bill_date, chosen);
     prefix = std::move(chosen);
     return number;
+}
+
+void SetCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t checker_id) {
+    common::SetCheckMark(bill_kind(tran_type).header, inter_ids, checker_id);
+}
+
+void ClearCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t user_id) {
+    // The un-audit statement of kind 50 spells the table ICSptjd; table names match without
+    // regard to case, and the text is kept as the system has always written it.
+    const char* header =
+        tran_type == kind::kPriceAdjustment ? "ICSptjd" : bill_kind(tran_type).header;
+    common::ClearCheckMark(header, inter_ids, user_id);
 }
 
 }  // namespace billdata::billcore

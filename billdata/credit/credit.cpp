@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -243,7 +244,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             } else {
                 id = common::NextInterID(ex, common::kSeriesStockBill, 0);
                 std::string prefix;
-                bill_no = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+                bill_no = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
             }
             // A clash on the interior id draws a fresh one. The header goes first, so a clash on
             // a line (rows left under that id by another program) means the header and the lines

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -64,7 +65,7 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
             // Order numbers are always drawn for kind 11, whatever kind the caller stores.
             inter_id = common::NextInterID(ex, common::kSeriesOrder, 0);
             std::string prefix;
-            BillNo = common::NextBillNo(ex, "11", BillDate, prefix);
+            BillNo = billcore::NextBillNo(ex, "11", BillDate, prefix);
         } else {
             // A re-save removes the old order through the same checks as a delete (gone or
             // audited stops it), inside this transaction, and drops its payment bills: the

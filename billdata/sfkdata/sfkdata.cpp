@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -69,7 +70,7 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
         if (OldInterID < 1) {
             inter_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
             std::string prefix;
-            BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+            BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
         } else {
             ex.execute("delete from wlbill where FInterID=" + std::to_string(OldInterID));
         }

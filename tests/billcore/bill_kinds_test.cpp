@@ -1,7 +1,6 @@
 #include "billdata/billcore/bill_kinds.h"
 
 #include "billdata/common/audit.h"
-#include "billdata/common/numbering.h"
 #include "common/fixture.h"
 
 namespace billdata::testing {
@@ -9,18 +8,6 @@ namespace {
 
 using billcore::bill_kind;
 using billcore::kBillKinds;
-
-// The table's prefixes against the lookup they replace, for every 16-bit code and for texts that
-// only the "begins with 99" rule tells apart.
-TEST(BillKinds, PrefixesMatchTheFormerLookup) {
-    for (int code = -32768; code <= 32767; ++code) {
-        const std::string kind = std::to_string(code);
-        ASSERT_EQ(billcore::bill_prefix(kind), common::bill_prefix(kind)) << kind;
-    }
-    for (const char* kind : {"099", "99.5", "9.9e1", "11.0", " 11", "0"})
-        EXPECT_EQ(billcore::bill_prefix(kind), common::bill_prefix(kind)) << kind;
-    EXPECT_THROW(billcore::bill_prefix("JT"), ado::ComError);
-}
 
 class StockEffectTest : public DatabaseTest {
   protected:
