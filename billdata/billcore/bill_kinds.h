@@ -9,6 +9,7 @@
 
 #include "billdata/ado/datetime.h"
 #include "billdata/common/handlers.h"
+#include "billdata/common/numbering.h"
 
 namespace billdata::billcore {
 
@@ -70,110 +71,39 @@ struct BillKind {
     const char* guard_table;
 };
 
+namespace detail {
+inline constexpr const char* kStock = "ICStockBill";
+inline constexpr const char* kStockLines = "ICStockBillEntry,ICStockBillEntry_1";
+inline constexpr const char* kOrderLines = "ICOrderEntry,ICOrderEntry_1";
+inline constexpr std::int16_t kStockIds = common::kSeriesStockBill;
+inline constexpr std::int16_t kMoneyIds = common::kSeriesMoneyBill;
+inline constexpr std::int16_t kOrderIds = common::kSeriesOrder;
+}  // namespace detail
+
 // In the order in which a bill number's prefix is looked up.
+// clang-format off
 inline constexpr BillKind kBillKinds[] = {
-    {kind::kOrder,
-     "ICOrder",
-     "ICOrderEntry,ICOrderEntry_1",
-     "CD",
-     Owner::OrderBill,
-     11,
-     {0, 0},
-     "ICOrder"},
-    {kind::kMemberOrder,
-     "ICOrder",
-     "ICOrderEntry,ICOrderEntry_1",
-     "XD",
-     Owner::vipOrder,
-     0,
-     {0, 0},
-     "ICOrder"},
-    {kind::kPayment, "WLBill", "WLBillEntry", "Fkd", Owner::SFKData, 4, {0, 0}, "WLBill"},
-    {kind::kJT, "ICStockBill", "", "JT", Owner::None, kNoSeries, {0, 0}, "ICStockBill"},
-    {kind::kOtherIn,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "QR",
-     Owner::OtherBill,
-     0,
-     {+1, 0},
-     "ICStockBill"},
-    {kind::kCreditReturn,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "JR",
-     Owner::Credit,
-     0,
-     {+1, 0},
-     "ICStockBill"},
-    {kind::kReceipt, "WLBill", "WLBillEntry", "SK", Owner::SFKData, 4, {0, 0}, "WLBill"},
-    {kind::kCreditLend,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "JC",
-     Owner::Credit,
-     0,
-     {0, -1},
-     "ICStockBill"},
-    {kind::kTransfer,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "DB",
-     Owner::OtherBill,
-     0,
-     {+1, -1},
-     "ICStockBill"},
-    {kind::kOtherOut,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "QC",
-     Owner::OtherBill,
-     0,
-     {0, -1},
-     "ICStockBill"},
+    // code                  header           lines                 prefix  owner               series              stock      guard
+    {kind::kOrder,            "ICOrder",       detail::kOrderLines,  "CD",   Owner::OrderBill,   detail::kOrderIds,  {0, 0},    "ICOrder"},
+    {kind::kMemberOrder,      "ICOrder",       detail::kOrderLines,  "XD",   Owner::vipOrder,    detail::kStockIds,  {0, 0},    "ICOrder"},
+    {kind::kPayment,          "WLBill",        "WLBillEntry",        "Fkd",  Owner::SFKData,     detail::kMoneyIds,  {0, 0},    "WLBill"},
+    {kind::kJT,               detail::kStock,  "",                   "JT",   Owner::None,        kNoSeries,          {0, 0},    detail::kStock},
+    {kind::kOtherIn,          detail::kStock,  detail::kStockLines,  "QR",   Owner::OtherBill,   detail::kStockIds,  {+1, 0},   detail::kStock},
+    {kind::kCreditReturn,     detail::kStock,  detail::kStockLines,  "JR",   Owner::Credit,      detail::kStockIds,  {+1, 0},   detail::kStock},
+    {kind::kReceipt,          "WLBill",        "WLBillEntry",        "SK",   Owner::SFKData,     detail::kMoneyIds,  {0, 0},    "WLBill"},
+    {kind::kCreditLend,       detail::kStock,  detail::kStockLines,  "JC",   Owner::Credit,      detail::kStockIds,  {0, -1},   detail::kStock},
+    {kind::kTransfer,         detail::kStock,  detail::kStockLines,  "DB",   Owner::OtherBill,   detail::kStockIds,  {+1, -1},  detail::kStock},
+    {kind::kOtherOut,         detail::kStock,  detail::kStockLines,  "QC",   Owner::OtherBill,   detail::kStockIds,  {0, -1},   detail::kStock},
     // Till sales: every kind whose decimal text begins with "99" takes their prefix.
-    {kind::kPosSale,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "pos",
-     Owner::PosData,
-     0,
-     {0, -1},
-     "ICStockBill"},
-    {kind::kPurchaseReceipt,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "ZP",
-     Owner::PurRkd,
-     0,
-     {+1, 0},
-     "ICStockBill"},
-    {kind::kPurchaseReturn,
-     "ICStockBill",
-     "ICStockBillEntry,ICStockBillEntry_1",
-     "ZT",
-     Owner::PurRkd,
-     0,
-     {-1, 0},
-     "ICStockBill"},
-    {kind::kPriceAdjustment,
-     "ICSpTjd",
-     "",
-     "Tj",
-     Owner::PublicData,
-     kNoSeries,
-     {0, 0},
-     "ICStockBill"},
-    {kind::kOpeningOther, "ICStockBill", "", "", Owner::InitData, kNoSeries, {0, 0}, "ICStockBill"},
-    {kind::kOpeningClass1,
-     "ICStockBill",
-     "",
-     "",
-     Owner::InitData,
-     kNoSeries,
-     {0, 0},
-     "ICStockBill"},
+    {kind::kPosSale,          detail::kStock,  detail::kStockLines,  "pos",  Owner::PosData,     detail::kStockIds,  {0, -1},   detail::kStock},
+    {kind::kPurchaseReceipt,  detail::kStock,  detail::kStockLines,  "ZP",   Owner::PurRkd,      detail::kStockIds,  {+1, 0},   detail::kStock},
+    {kind::kPurchaseReturn,   detail::kStock,  detail::kStockLines,  "ZT",   Owner::PurRkd,      detail::kStockIds,  {-1, 0},   detail::kStock},
+    {kind::kPriceAdjustment,  "ICSpTjd",       "",                   "Tj",   Owner::PublicData,  kNoSeries,          {0, 0},    detail::kStock},
+    // Opening balances of partners, written by InitData with -FOrgaID as their interior id.
+    {kind::kOpeningOther,     detail::kStock,  "",                   "",     Owner::InitData,    kNoSeries,          {0, 0},    detail::kStock},
+    {kind::kOpeningClass1,    detail::kStock,  "",                   "",     Owner::InitData,    kNoSeries,          {0, 0},    detail::kStock},
 };
+// clang-format on
 
 // What a code outside the table gets: stock-bill tables, no prefix, no class.
 inline constexpr BillKind kUnknownKind{0,           "ICStockBill", "",     "",

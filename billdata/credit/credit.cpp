@@ -21,8 +21,8 @@ using ado::Variant;
 using common::Executor;
 using common::Handler;
 
-constexpr std::int16_t kLend = 27;
-constexpr std::int16_t kReturn = 17;
+constexpr std::int16_t kLend = billcore::kind::kCreditLend;
+constexpr std::int16_t kReturn = billcore::kind::kCreditReturn;
 
 // Returned quantities are compared after sums of decimals: a hair above what is out is rounding.
 constexpr double kQtyTolerance = 1e-9;
@@ -284,7 +284,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             header_written = true;
 
             // A return line points at its lent line; a lending line refers to nothing.
-            const std::string ref_tran_type = TranType == kReturn ? "27" : "0";
+            const std::string ref_tran_type = TranType == kReturn ? std::to_string(kLend) : "0";
             for (std::size_t n = 0; n < lines.size(); ++n) {
                 const Line& l = lines[n];
                 ex.execute([&] {

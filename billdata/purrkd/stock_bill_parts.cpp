@@ -82,7 +82,7 @@ std::string list_window() {
 void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
                       const ado::DateTime& bill_date, std::string& bill_no) {
     if (is_new) {
-        id = common::NextInterID(ex, 0, 0);
+        id = common::NextInterID(ex, common::kSeriesStockBill, 0);
         std::string prefix;
         bill_no = billcore::NextBillNo(ex, std::to_string(tran_type), bill_date, prefix);
         return;

@@ -121,7 +121,8 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
         // The earnest's receipt is written always, amounts 0 included.
         std::int32_t receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
         std::string prefix;
-        const std::string receipt_no = billcore::NextBillNo(ex, "23", BillDate, prefix);
+        const std::string receipt_no =
+            billcore::NextBillNo(ex, std::to_string(billcore::kind::kReceipt), BillDate, prefix);
         ex.on_duplicate_interior_id(
             [&] { receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0); });
         ex.execute([&] {
