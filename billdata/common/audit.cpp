@@ -6,21 +6,6 @@
 
 namespace billdata::common {
 
-const char* audit_table(std::int16_t tran_type) {
-    switch (tran_type) {
-        case 11:
-        case 21:
-            return "ICOrder";
-        case 13:
-        case 23:
-            return "WLBill";
-        case 50:
-            return "ICSpTjd";
-        default:
-            return "ICStockBill";
-    }
-}
-
 namespace {
 
 // The audit operations' handler: the common one, with error 9 first mapped to their own message.
@@ -54,36 +39,22 @@ void run_one(const std::string& sql) {
 
 }  // namespace
 
-void SetCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t checker_id) {
+void SetCheckMark(std::string_view header_table, std::string_view inter_ids,
+                  std::int32_t checker_id) {
     require_id_list(inter_ids);
     audit_guarded("没有需要审核的单据!", [&] {
-        run_one(std::string("Update ") + audit_table(tran_type) + " set FCheckerID=" +
+        run_one("Update " + std::string(header_table) + " set FCheckerID=" +
                 std::to_string(checker_id) + " where FInterID in (" + std::string(inter_ids) + ")");
     });
 }
 
-void ClearCheckMark(std::int16_t tran_type, std::string_view inter_ids, std::int32_t /*user_id*/) {
-    // The un-audit statement of kind 50 spells the table ICSptjd; table names match without
-    // regard to case, and the text is kept as the system has always written it.
-    const char* head = nullptr;
-    switch (tran_type) {
-        case 11:
-        case 21:
-            head = "Update ICOrder set FCheckerID=0 where FInterID in (";
-            break;
-        case 13:
-        case 23:
-            head = "Update WLBill set FCheckerID=0 where FInterID in (";
-            break;
-        case 50:
-            head = "Update ICSptjd set FCheckerID=0 where FInterID in (";
-            break;
-        default:
-            head = "Update ICStockBill set FCheckerID=0 where FInterID in (";
-            break;
-    }
+void ClearCheckMark(std::string_view header_table, std::string_view inter_ids,
+                    std::int32_t /*user_id*/) {
     require_id_list(inter_ids);
-    audit_guarded("没有需要反审核的单据!", [&] { run_one(head + std::string(inter_ids) + ")"); });
+    audit_guarded("没有需要反审核的单据!", [&] {
+        run_one("Update " + std::string(header_table) + " set FCheckerID=0 where FInterID in (" +
+                std::string(inter_ids) + ")");
+    });
 }
 
 double GetStockQty(const std::shared_ptr<ado::Connection>& cn, std::int32_t stock_id,

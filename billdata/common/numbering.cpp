@@ -31,30 +31,8 @@ std::int32_t NextInterID(Executor& ex, std::int16_t series, std::int16_t step) {
     return candidate;
 }
 
-std::string bill_prefix(std::string_view kind) {
-    const double code = Variant(kind).to_double();  // 13 for a kind that is no number
-    struct Entry {
-        int code;
-        const char* prefix;
-    };
-    static constexpr Entry first[] = {{11, "CD"}, {21, "XD"}, {13, "Fkd"}, {14, "JT"}, {115, "QR"},
-                                      {17, "JR"}, {23, "SK"}, {27, "JC"},  {31, "DB"}, {125, "QC"}};
-    for (const auto& e : first)
-        if (code == e.code) return e.prefix;
-    // Every kind whose text begins with "99" is a till sale (99, 991, …).
-    double lead = 0;
-    if (Variant::parse_number(kind.substr(0, 2), lead) && lead == 99) return "pos";
-    static constexpr Entry last[] = {{112, "ZP"}, {114, "ZT"}, {50, "Tj"}};
-    for (const auto& e : last)
-        if (code == e.code) return e.prefix;
-    return "";
-}
-
 std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime& bill_date,
-                       std::string& prefix) {
-    // The prefix is settled first so that a kind that is no number fails before anything is
-    // written, even outside a transaction.
-    std::string chosen = prefix.empty() ? bill_prefix(kind) : prefix;
+                       std::string_view prefix) {
     const std::string date = bill_date.to_string();
     const std::string k(kind);
     auto rs = ex.query("select * from ICBillNo where FDate='" + date + "' and FTranType=" + k);
@@ -69,15 +47,14 @@ std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime&
         ex.execute("Update ICBillNo set FMaxNum=" + std::to_string(sequence) +
                    " where FTranType=" + k + " and FDate='" + date + "'");
     }
-    prefix = chosen;
     std::string digits = std::to_string(sequence);
     std::string padding(digits.size() < 3 ? 3 - digits.size() : 0, '0');
     auto two = [](int v) {
         std::string s(v < 10 ? "0" : "");
         return s.append(std::to_string(v));
     };
-    return prefix + two(bill_date.year() % 100) + two(bill_date.month()) + two(bill_date.day()) +
-           "-" + padding + digits;
+    return std::string(prefix) + two(bill_date.year() % 100) + two(bill_date.month()) +
+           two(bill_date.day()) + "-" + padding + digits;
 }
 
 }  // namespace billdata::common

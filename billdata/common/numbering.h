@@ -23,14 +23,10 @@ inline constexpr std::int16_t kSeriesOrder = 11;
 std::int32_t NextInterID(Executor& ex, std::int16_t series, std::int16_t step);
 
 // The next bill number of a kind (decimal text of the bill-kind code) for a bill date: prefix,
-// two-digit year, month, day, "-", and the day's sequence padded to three digits. When `prefix`
-// is empty it is filled from the table of bill kinds (and the caller sees it); a kind that is no
-// number then raises ComError 13 before any statement runs. A sequence above 32767 raises 6.
+// two-digit year, month, day, "-", and the day's sequence padded to three digits. The prefix is
+// used as it stands: the kind's own letters come from billcore::NextBillNo, which knows the
+// kinds. A sequence above 32767 raises 6.
 std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime& bill_date,
-                       std::string& prefix);
-
-// The bill-number prefix of a kind, or "" for a kind outside the table. Raises ComError 13 for
-// a kind that is no number.
-std::string bill_prefix(std::string_view kind);
+                       std::string_view prefix);
 
 }  // namespace billdata::common

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -20,8 +21,8 @@ using ado::Variant;
 using common::Executor;
 using common::Handler;
 
-constexpr std::int16_t kLend = 27;
-constexpr std::int16_t kReturn = 17;
+constexpr std::int16_t kLend = billcore::kind::kCreditLend;
+constexpr std::int16_t kReturn = billcore::kind::kCreditReturn;
 
 // Returned quantities are compared after sums of decimals: a hair above what is out is rounding.
 constexpr double kQtyTolerance = 1e-9;
@@ -243,7 +244,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             } else {
                 id = common::NextInterID(ex, common::kSeriesStockBill, 0);
                 std::string prefix;
-                bill_no = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+                bill_no = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
             }
             // A clash on the interior id draws a fresh one. The header goes first, so a clash on
             // a line (rows left under that id by another program) means the header and the lines
@@ -283,7 +284,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             header_written = true;
 
             // A return line points at its lent line; a lending line refers to nothing.
-            const std::string ref_tran_type = TranType == kReturn ? "27" : "0";
+            const std::string ref_tran_type = TranType == kReturn ? std::to_string(kLend) : "0";
             for (std::size_t n = 0; n < lines.size(); ++n) {
                 const Line& l = lines[n];
                 ex.execute([&] {

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -64,12 +65,13 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
             // Order numbers are always drawn for kind 11, whatever kind the caller stores.
             inter_id = common::NextInterID(ex, common::kSeriesOrder, 0);
             std::string prefix;
-            BillNo = common::NextBillNo(ex, "11", BillDate, prefix);
+            BillNo =
+                billcore::NextBillNo(ex, std::to_string(billcore::kind::kOrder), BillDate, prefix);
         } else {
             // A re-save removes the old order through the same checks as a delete (gone or
             // audited stops it), inside this transaction, and drops its payment bills: the
             // advance is written anew after the commit.
-            DeleteBill(11, OldInterID, cn, false);
+            DeleteBill(billcore::kind::kOrder, OldInterID, cn, false);
             ex.execute("delete from WLBill where FOrderBillID=" + std::to_string(OldInterID));
         }
         const std::string id = std::to_string(inter_id);
@@ -145,8 +147,8 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
             SFKData payments;
             payments.Init(common::GetPromptString(), s.CurYear, s.CurPeriod);
             std::string payment_no;
-            payments.SaveData(13, BillDate, payment_no, AcctID, OrgaID, 0, Amount, 0, "", BillerID,
-                              0, inter_id, 0);
+            payments.SaveData(billcore::kind::kPayment, BillDate, payment_no, AcctID, OrgaID, 0,
+                              Amount, 0, "", BillerID, 0, inter_id, 0);
         }
         return "True";
     });

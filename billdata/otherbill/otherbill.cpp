@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
@@ -35,9 +36,9 @@ std::string restrictions(std::int16_t tran_type) {
     const std::int32_t stock = common::session().ListStockID;
     if (stock > 0) {
         const std::string s = std::to_string(stock);
-        if (tran_type == 115)
+        if (tran_type == billcore::kind::kOtherIn)
             sql += " and t5.FItemID=" + s;
-        else if (tran_type == 125)
+        else if (tran_type == billcore::kind::kOtherOut)
             sql += " and t6.FItemID=" + s;
         else
             sql += " and (t6.FItemID=" + s + " or " + "t6.FItemID=" + s + ")";
@@ -75,7 +76,8 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
         Executor ex(cn, Handler::DuplicateKey);
         const std::int32_t old_id = OldInterID;
         std::int32_t id = old_id;
-        ex.on_duplicate_interior_id([&] { id = common::NextInterID(ex, 0, 0); });
+        ex.on_duplicate_interior_id(
+            [&] { id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
 
         const bool propagate = common::GetCostStyle() == 1;
         if (old_id >= 1 && propagate) {
@@ -115,7 +117,7 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
 
         // Other stock out carries the receiving stock in both stock columns; kept as the books
         // have always recorded it.
-        const std::int32_t issuing = TranType == 125 ? InStockID : OutStockID;
+        const std::int32_t issuing = TranType == billcore::kind::kOtherOut ? InStockID : OutStockID;
         ex.execute([&] {
             return "Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOutStockID,"
                    "FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,"

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
@@ -98,12 +99,13 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
         if (StockBillID < 1) {
             inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0);
             std::string prefix = BillNoBegChar;
-            bill_no = common::NextBillNo(ex, "99", BillDate, prefix);
+            bill_no = billcore::NextBillNo(ex, std::to_string(billcore::kind::kPosSale), BillDate,
+                                           prefix);
         } else {
             inter_id = StockBillID;
             // Removes the old sale and everything it booked, inside this transaction. A sale
             // that no longer exists is refused here and nothing is saved.
-            DeleteBill(99, inter_id, own.cn, false);
+            DeleteBill(billcore::kind::kPosSale, inter_id, own.cn, false);
         }
         // The number comes with the caller's prefix or from the bill being corrected.
         const std::string bill_no_text = common::sql_text(bill_no);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/audit.h"
 #include "billdata/common/session.h"
 #include "billdata/publicdata/publicdata.h"
@@ -155,7 +156,9 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
 
         // A return (114) never sets the purchase price; otherwise the bill's own price takes
         // effect when regenerating and the price that stood before it comes back when not.
-        const double master_price = line_type == 114 ? his_price : (ReGen ? own_price : his_price);
+        const double master_price = line_type == billcore::kind::kPurchaseReturn
+                                        ? his_price
+                                        : (ReGen ? own_price : his_price);
         cn.Execute("delete from icstockbillentry where FEntryID<0 and FItemID=" + item +
                    " and FInterID>" + bill);
         cn.Execute("Update t_icitem set FPurPrice=" + num(master_price) + " where fitemid=" + item);
@@ -167,8 +170,10 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
             // The running price starts afresh for every stock. For a line of another kind than
             // 112 it is the price before the bill even when regenerating, unlike the master
             // price above; both rules stand as the books have always been kept.
-            double running = ReGen && line_type == 112 ? own_price : his_price;
-            if (line_type == 112) reprice_forward(cn, num(running), bill, item);
+            double running =
+                ReGen && line_type == billcore::kind::kPurchaseReceipt ? own_price : his_price;
+            if (line_type == billcore::kind::kPurchaseReceipt)
+                reprice_forward(cn, num(running), bill, item);
 
             const auto later = read_later_lines(
                 cn,
@@ -182,7 +187,7 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
 
             for (const LaterLine& row : later) {
                 const double difference = row.price - running;
-                if (row.tran_type == 114) {
+                if (row.tran_type == billcore::kind::kPurchaseReturn) {
                     // A return revalues only the goods it takes out of its own stock, and never
                     // moves the running price.
                     if (row.stock_id != stock_id) continue;
@@ -279,7 +284,7 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
     for (const Line& line : lines) {
         const double difference = line.price - line.his_price_value;
         if (!price_changed(difference)) continue;
-        if (line.tran_type == 114) {
+        if (line.tran_type == billcore::kind::kPurchaseReturn) {
             insert_adjustment(cn, n, line.entry_id, line.stock, line.item, difference,
                               difference * line.qty_value, line.qty, line.his_price);
             continue;
@@ -318,7 +323,7 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
                 // The quantity is asked for a return as well, though only a receipt uses it.
                 const double row_qty =
                     common::GetStockQty(Cn, stock_id, line.item_value, row.inter_id_value);
-                if (row.tran_type == 114)
+                if (row.tran_type == billcore::kind::kPurchaseReturn)
                     insert_adjustment(cn, row.inter_id, row.entry_id, stock, line.item,
                                       row_difference, row_difference * row.qty_value, row.qty,
                                       row.his_price);

@@ -1,13 +1,13 @@
 // PublicData's operations over any bill kind: the list query with the user's restriction, and
-// restore, void, delete and audit. The kind decides which class does the work; that table lives
-// in one place below, so the query and the maintenance operations can never disagree on it.
+// restore, void, delete and audit. The kind decides which class does the work, from the one table
+// of bill kinds, so the query and the maintenance operations can never disagree on it.
 
 #include "billdata/publicdata/publicdata.h"
 
 #include <limits>
 #include <string>
 
-#include "billdata/common/audit.h"
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
@@ -66,51 +66,35 @@ class ServiceOf final : public BillService {
     C bills_;
 };
 
-// The class that owns bill kind `tran_type`, or nothing for a kind outside the table.
+// The class that owns bill kind `tran_type`, or nothing for a kind that no class here serves.
 std::unique_ptr<BillService> service_for(std::int16_t tran_type) {
-    switch (tran_type) {
-        case 11:
+    switch (billcore::bill_kind(tran_type).owner) {
+        case billcore::Owner::OrderBill:
             return std::make_unique<ServiceOf<OrderBill>>();
-        case 13:
-        case 23:
+        case billcore::Owner::SFKData:
             return std::make_unique<ServiceOf<SFKData>>();
-        case 17:
-        case 27:
+        case billcore::Owner::Credit:
             return std::make_unique<ServiceOf<Credit>>();
-        case 21:
+        case billcore::Owner::vipOrder:
             return std::make_unique<ServiceOf<vipOrder>>();
-        case 31:
-        case 115:
-        case 125:
+        case billcore::Owner::OtherBill:
             return std::make_unique<ServiceOf<OtherBill>>();
-        case 99:
+        case billcore::Owner::PosData:
             return std::make_unique<ServiceOf<PosData>>();
-        case 112:
-        case 114:
+        case billcore::Owner::PurRkd:
             return std::make_unique<ServiceOf<PurRkd>>();
-        default:
+        case billcore::Owner::None:
+        case billcore::Owner::PublicData:
+        case billcore::Owner::InitData:
             return nullptr;
     }
+    return nullptr;
 }
 
 // Using the service of a kind outside the table is the platform's "object required".
 BillService& require(const std::unique_ptr<BillService>& service) {
     if (!service) throw ado::ComError::platform(ado::err::kObjectRequired);
     return *service;
-}
-
-// The header table whose FDate the period guard reads.
-const char* head_table(std::int16_t tran_type) {
-    switch (tran_type) {
-        case 11:
-        case 21:
-            return "ICOrder";
-        case 13:
-        case 23:
-            return "WLBill";
-        default:
-            return "ICStockBill";
-    }
 }
 
 // year × 12 + month in 16-bit arithmetic, as the guard has always compared them: a value that
@@ -127,7 +111,8 @@ std::int16_t month_index(std::int32_t year, std::int32_t month) {
 
 // The bill's head row, for its date (no row for an unknown id).
 std::shared_ptr<ado::Recordset> open_head(std::int16_t tran_type, std::int32_t inter_id) {
-    return common::open_recordset(std::string("select FDate from ") + head_table(tran_type) +
+    return common::open_recordset(std::string("select FDate from ") +
+                                      billcore::bill_kind(tran_type).guard_table +
                                       " Where FInterID=" + std::to_string(inter_id),
                                   common::GetPromptString(), Handler::None);
 }
@@ -162,12 +147,14 @@ std::shared_ptr<ado::Recordset> PublicData::GetBillData(std::int16_t TranType,
     }
 
     auto service = service_for(TranType);
-    if (TranType == 13 || TranType == 23) {
+    using namespace billcore::kind;
+    if (TranType == kPayment || TranType == kReceipt) {
         const auto& s = common::session();
         require(service).Init(common::GetPromptString(), s.CurYear, s.CurPeriod);
     }
-    const bool full_list = ShowDetail || TranType == 13 || TranType == 17 || TranType == 21 ||
-                           TranType == 23 || TranType == 27;
+    const bool full_list = ShowDetail || TranType == kPayment || TranType == kCreditReturn ||
+                           TranType == kMemberOrder || TranType == kReceipt ||
+                           TranType == kCreditLend;
     if (full_list) return require(service).GetBillList(TranType, QuerySql);
     return require(service).GetBillList_Simple(TranType, QuerySql);
 }
@@ -199,12 +186,12 @@ void PublicData::DelBill(std::int32_t InterID, std::int16_t TranType, std::int16
 }
 
 void PublicData::CheckBill(std::int16_t TranType, const std::string& InterID, std::int32_t UserID) {
-    common::SetCheckMark(TranType, InterID, UserID);
+    billcore::SetCheckMark(TranType, InterID, UserID);
 }
 
 void PublicData::UnCheckBill(std::int16_t TranType, const std::string& InterID,
                              std::int32_t UserID) {
-    common::ClearCheckMark(TranType, InterID, UserID);
+    billcore::ClearCheckMark(TranType, InterID, UserID);
 }
 
 }  // namespace billdata

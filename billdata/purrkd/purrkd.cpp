@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/audit.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -81,7 +82,8 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         stock_bill::ConnectionCloser closer(cn);
         Executor ex(cn, Handler::DuplicateKey);
         std::int32_t id = OldInterID;
-        ex.on_duplicate_interior_id([&] { id = common::NextInterID(ex, 0, 0); });
+        ex.on_duplicate_interior_id(
+            [&] { id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
 
         if (OldInterID > 0) {
             // The old receipt is voided and the propagation worked out without it before the
@@ -111,7 +113,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                        field(RsBill, "FRetailAmount") + "," + field(RsBill, "FZkRate") + ",'" +
                        common::sql_text(field(RsBill, "FMemo")) + "'," + his_price + ")";
             });
-            if (TranType == 112)
+            if (TranType == billcore::kind::kPurchaseReceipt)
                 ex.execute("Update t_icitem set FPurPrice=" + price +
                            ",FSupplierID=" + std::to_string(OrgaID) + " where fitemid=" + item);
 
@@ -128,12 +130,12 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                            Variant(amount).to_string() + ",'" + memo + "'," + his_price + ")";
                 });
             };
-            if (TranType == 114 && changed) {
+            if (TranType == billcore::kind::kPurchaseReturn && changed) {
                 // A return revalues only what it takes out of its own stock.
                 insert_difference(std::to_string(StockID),
                                   difference * RsBill->Fields("FQty").Value().to_double(), qty);
             }
-            if (TranType == 112 && changed) {
+            if (TranType == billcore::kind::kPurchaseReceipt && changed) {
                 // A receipt revalues the goods already on hand, wherever they are: one row per
                 // stock that holds the item, all sharing the line's negative entry id. The
                 // quantity asked is the item's in that stock over every bill — this receipt's

@@ -1,5 +1,6 @@
 #include "billdata/purrkd/stock_bill_parts.h"
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/numbering.h"
 
 #include "billdata/common/session.h"
@@ -81,9 +82,9 @@ std::string list_window() {
 void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
                       const ado::DateTime& bill_date, std::string& bill_no) {
     if (is_new) {
-        id = common::NextInterID(ex, 0, 0);
+        id = common::NextInterID(ex, common::kSeriesStockBill, 0);
         std::string prefix;
-        bill_no = common::NextBillNo(ex, std::to_string(tran_type), bill_date, prefix);
+        bill_no = billcore::NextBillNo(ex, std::to_string(tran_type), bill_date, prefix);
         return;
     }
     ex.execute([&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });

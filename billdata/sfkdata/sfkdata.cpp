@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -69,7 +70,7 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
         if (OldInterID < 1) {
             inter_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
             std::string prefix;
-            BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+            BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
         } else {
             ex.execute("delete from wlbill where FInterID=" + std::to_string(OldInterID));
         }
@@ -135,7 +136,7 @@ std::shared_ptr<ado::Recordset> SFKData::GetBillList(std::int16_t TranType,
     common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         std::string sql;
-        if (TranType == 13) {
+        if (TranType == billcore::kind::kPayment) {
             sql =
                 "select t1.*,t3.FNumber as FOrgaNumber,t3.FName as FOrgaName,t4.FName as FAcctName,"
                 "t5.FUserName as FBiller,t6.FUserName as FChecker,t8.FName as FEmp,"
@@ -170,8 +171,9 @@ std::vector<std::int32_t> SFKData::GetBillInterID(std::int16_t TranType,
     common::require_safe_filter(strFilter);
     return common::guarded(Handler::Common, [&] {
         const char* partner =
-            TranType == 13 ? "from WLBill t1 Inner Join t_Item t2 ON t1.FOrgaID=t2.FItemID "
-                           : "from WLBill t1 Inner Join t_VipCard t2 ON t1.FOrgaID=t2.FItemID ";
+            TranType == billcore::kind::kPayment
+                ? "from WLBill t1 Inner Join t_Item t2 ON t1.FOrgaID=t2.FItemID "
+                : "from WLBill t1 Inner Join t_VipCard t2 ON t1.FOrgaID=t2.FItemID ";
         const std::string sql = std::string("select t1.FInterID ") + partner +
                                 "Left Join t_Account t4 ON t1.FAcctID=t4.FItemID "
                                 "Left Join t_User t5 ON t1.FBillerID=t5.FUserID "

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -46,7 +47,7 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
         if (ModifyInterID < 1) {
             inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0);
             std::string prefix;
-            BillNo = common::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+            BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
             // Member orders draw their ids from the stock-bill series but live in ICOrder, so
             // another till's bill may already hold the id: draw again while nothing has been
             // written under it (the first line clashes before anything else is written).
@@ -120,7 +121,8 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
         // The earnest's receipt is written always, amounts 0 included.
         std::int32_t receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
         std::string prefix;
-        const std::string receipt_no = common::NextBillNo(ex, "23", BillDate, prefix);
+        const std::string receipt_no =
+            billcore::NextBillNo(ex, std::to_string(billcore::kind::kReceipt), BillDate, prefix);
         ex.on_duplicate_interior_id(
             [&] { receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0); });
         ex.execute([&] {

@@ -1,4 +1,5 @@
 #include "billdata/common/audit.h"
+#include "billdata/billcore/bill_kinds.h"
 
 #include "fixture.h"
 
@@ -27,32 +28,32 @@ class AuditTest : public DatabaseTest {
 };
 
 TEST_F(AuditTest, MarksTheHeaderTableOfTheKind) {
-    common::SetCheckMark(21, "12,15", 3);
+    billcore::SetCheckMark(21, "12,15", 3);
     EXPECT_EQ(checker("ICOrder", 12), 3);
     EXPECT_EQ(checker("ICOrder", 15), 3);
     EXPECT_EQ(checker("ICStockBill", 12), 0);
     EXPECT_EQ(checker("WLBill", 12), 0);
 
-    common::SetCheckMark(17, "12", 4);
+    billcore::SetCheckMark(17, "12", 4);
     EXPECT_EQ(checker("ICStockBill", 12), 4);
-    common::SetCheckMark(50, "12", 5);
+    billcore::SetCheckMark(50, "12", 5);
     EXPECT_EQ(checker("ICSpTjd", 12), 5);
-    common::SetCheckMark(23, "12", 6);
+    billcore::SetCheckMark(23, "12", 6);
     EXPECT_EQ(checker("WLBill", 12), 6);
 
     // Un-auditing writes 0 whatever user asks, through the other spelling of ICSpTjd too.
-    common::ClearCheckMark(21, "12", 7);
+    billcore::ClearCheckMark(21, "12", 7);
     EXPECT_EQ(checker("ICOrder", 12), 0);
     EXPECT_EQ(checker("ICOrder", 15), 3);
-    common::ClearCheckMark(50, "12", 7);
+    billcore::ClearCheckMark(50, "12", 7);
     EXPECT_EQ(checker("ICSpTjd", 12), 0);
-    common::ClearCheckMark(17, "12", 7);
+    billcore::ClearCheckMark(17, "12", 7);
     EXPECT_EQ(checker("ICStockBill", 12), 0);
 }
 
 TEST_F(AuditTest, EmptyListIsRefusedByTheDatabase) {
     try {
-        common::SetCheckMark(11, "", 3);
+        billcore::SetCheckMark(11, "", 3);
         ADD_FAILURE() << "expected the database to refuse an empty in-list";
     } catch (const ado::ComError& e) {
         EXPECT_EQ(e.number(), ado::err::kComponent);
@@ -60,7 +61,8 @@ TEST_F(AuditTest, EmptyListIsRefusedByTheDatabase) {
     }
     EXPECT_EQ(checker("ICOrder", 15), 0);
     // A second statement smuggled into the list is refused whole.
-    EXPECT_THROW(common::SetCheckMark(11, "15) delete from ICOrder where (1=1", 3), ado::ComError);
+    EXPECT_THROW(billcore::SetCheckMark(11, "15) delete from ICOrder where (1=1", 3),
+                 ado::ComError);
     EXPECT_EQ(scalar("select count(*) from ICOrder").to_int32(), 2);
 }
 

@@ -1,4 +1,5 @@
 #include "billdata/common/numbering.h"
+#include "billdata/billcore/bill_kinds.h"
 
 #include "fixture.h"
 
@@ -19,7 +20,7 @@ class NumberingTest : public DatabaseTest {
                         std::string prefix = "") {
         auto cn = open();
         Executor ex(cn, Handler::Common);
-        return common::NextBillNo(ex, kind, date, prefix);
+        return billcore::NextBillNo(ex, kind, date, prefix);
     }
 };
 
@@ -63,19 +64,21 @@ TEST_F(NumberingTest, DailyBillNumbers) {
 
 TEST_F(NumberingTest, PrefixesByKind) {
     const std::pair<const char*, const char*> table[] = {
-        {"11", "CD"},  {"21", "XD"},  {"13", "Fkd"}, {"23", "SK"},  {"14", "JT"},  {"17", "JR"},
-        {"27", "JC"},  {"31", "DB"},  {"115", "QR"}, {"125", "QC"}, {"99", "pos"}, {"991", "pos"},
-        {"112", "ZP"}, {"114", "ZT"}, {"50", "Tj"},  {"60", ""}};
+        {"11", "CD"},  {"21", "XD"},  {"13", "Fkd"}, {"23", "SK"},  {"14", "JT"},   {"17", "JR"},
+        {"27", "JC"},  {"31", "DB"},  {"115", "QR"}, {"125", "QC"}, {"99", "pos"},  {"991", "pos"},
+        {"112", "ZP"}, {"114", "ZT"}, {"50", "Tj"},  {"60", ""},    {"99.5", "pos"}};
     ado::DateTime day(2024, 1, 5);
     for (const auto& [kind, prefix] : table) {
         EXPECT_EQ(next_no(kind, day), std::string(prefix) + "240105-001") << "kind " << kind;
     }
+    // Till sales are told by the text: 099 is kind 99 but no till sale.
+    EXPECT_EQ(billcore::bill_prefix("099"), "");
     // A caller's prefix is used as it stands, and the caller sees the filled one otherwise.
     EXPECT_EQ(next_no("99", day, "A"), "A240105-002");
     auto cn = open();
     Executor ex(cn, Handler::Common);
     std::string prefix;
-    common::NextBillNo(ex, "125", day, prefix);
+    billcore::NextBillNo(ex, "125", day, prefix);
     EXPECT_EQ(prefix, "QC");
 }
 
@@ -96,11 +99,11 @@ TEST_F(NumberingTest, RolledBackSaveGivesNumbersBack) {
     ex.begin();
     EXPECT_EQ(common::NextInterID(ex, 4, 0), 1);
     std::string prefix;
-    EXPECT_EQ(common::NextBillNo(ex, "23", ado::DateTime(2025, 3, 9), prefix), "SK250309-001");
+    EXPECT_EQ(billcore::NextBillNo(ex, "23", ado::DateTime(2025, 3, 9), prefix), "SK250309-001");
     ex.rollback();
     EXPECT_EQ(common::NextInterID(ex, 4, 0), 1);
     prefix.clear();
-    EXPECT_EQ(common::NextBillNo(ex, "23", ado::DateTime(2025, 3, 9), prefix), "SK250309-001");
+    EXPECT_EQ(billcore::NextBillNo(ex, "23", ado::DateTime(2025, 3, 9), prefix), "SK250309-001");
 }
 
 }  // namespace

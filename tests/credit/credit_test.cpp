@@ -1,5 +1,6 @@
 #include "billdata/credit/credit.h"
 
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/audit.h"
 #include "common/fixture.h"
 #include "posdata/pos_fixture.h"
@@ -328,11 +329,11 @@ TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
     EXPECT_EQ(count("ICStockBill"), 1);
 
     // Audited comes first, voiding included.
-    common::SetCheckMark(27, id, 2);
+    billcore::SetCheckMark(27, id, 2);
     common::init_session(connection_string(), 2025, 4);
     expect_com_error([&] { credit_.DeleteBill(27, lend, nullptr, true); }, ado::err::kComponent,
                      "删除单据失败，单据“JC250310-001”已经审核！");
-    common::ClearCheckMark(27, id, 2);
+    billcore::ClearCheckMark(27, id, 2);
     expect_com_error([&] { credit_.DeleteBill(27, lend); }, ado::err::kComponent,
                      "对不起,不能删除以前月份的单据!");
     EXPECT_EQ(stock(kSocks), 97);

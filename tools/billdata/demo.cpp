@@ -16,6 +16,7 @@
 
 #include "billdata/ado/ado.h"
 #include "billdata/ado/datetime.h"
+#include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/audit.h"
 #include "billdata/credit/credit.h"
 #include "billdata/initdata/initdata.h"
@@ -508,7 +509,7 @@ class ShopDay {
 
     void audit() {
         n_.chapter("Audit, and a delete the audit forbids");
-        common::SetCheckMark(112, id(receipt_b_), kManagerLi);
+        billcore::SetCheckMark(billcore::kind::kPurchaseReceipt, id(receipt_b_), kManagerLi);
         n_.say("Manager Li audits the afternoon receipt " + receipt_b_no_ +
                " (common::SetCheckMark):");
         n_.table("select FBillNo,FCheckerID from ICStockBill where FInterID=" + id(receipt_b_));
