@@ -1,5 +1,6 @@
 #include "billdata/common/audit.h"
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
 
@@ -34,11 +35,9 @@ void audit_guarded(const char* subscript_message, Fn&& fn) {
 }
 
 void run_one(const std::string& sql) {
-    auto cn = ado::Connection::create();
-    cn->Open(GetPromptString());
-    Executor ex(cn, Handler::Common);
+    OwnConnection own;
+    Executor ex(own.get(), Handler::Common);
     ex.execute(sql);
-    cn->Close();
 }
 
 }  // namespace
