@@ -178,9 +178,12 @@ void Connection::Close() {
         try {
             s->rollback();
         } catch (const ComError&) {
-            // Nothing more can be done: closing never fails.
+            // Nothing more can be done about the transaction; what was committed before it still
+            // has to reach the disk.
         }
     }
+    // A failure to make committed work durable is the caller's to hear of.
+    s->close();
 }
 
 int Connection::State() const {

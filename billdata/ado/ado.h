@@ -74,6 +74,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // database that cannot be opened. Opening an open connection is an error (3705).
     void Open(std::string_view connection_string);
     // Closes; an open transaction is rolled back. Closing a closed connection does nothing.
+    // Raises when work committed on the connection cannot be made durable (a failed sync of the
+    // log); the connection is closed all the same.
     void Close();
     int State() const;  // adStateOpen / adStateClosed
     const std::string& ConnectionString() const { return connection_string_; }

@@ -108,6 +108,12 @@ class Session {
     // Returns its rows if it yields any, else nullptr. options.timeout_seconds bounds the call.
     virtual std::unique_ptr<Cursor> call(std::string_view procedure, std::vector<ProcArg>& args,
                                          const ExecOptions& options) = 0;
+
+    // The caller is done with the connection: what the session still owes the database (on
+    // SQLite, the sync of work committed in autocommit) is done now, and raises if it fails,
+    // so that the failure reaches the caller instead of being lost when the session goes.
+    // Record sets still open on the session may go on reading.
+    virtual void close() {}
 };
 
 class Driver {

@@ -1,5 +1,6 @@
 #include "billdata/common/audit.h"
 
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
 #include "billdata/util/text.h"
@@ -30,11 +31,9 @@ void require_id_list(std::string_view inter_ids) {
 }
 
 void run_one(const std::string& sql) {
-    auto cn = ado::Connection::create();
-    cn->Open(GetPromptString());
-    Executor ex(cn, Handler::Common);
+    OwnConnection own;
+    Executor ex(own.get(), Handler::Common);
     ex.execute(sql);
-    cn->Close();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 // Small pieces every bill class uses to build its statements and get its connection.
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -9,35 +10,50 @@
 
 namespace billdata::common {
 
-// A connection of the operation's own, opened from the session connection string.
-inline std::shared_ptr<ado::Connection> open_own_connection() {
-    auto cn = ado::Connection::create();
-    cn->Open(GetPromptString());
-    return cn;
-}
-
-// A connection of the operation's own, closed on every way out; closing rolls back a transaction
-// that is still open, so a failed save or close leaves nothing half done.
+// The connection an operation works on. Given the caller's connection it uses that one and
+// never closes it: the connection and any transaction on it stay the caller's. Otherwise it opens
+// one of the operation's own from the session string (or the given string) and closes it on every
+// way out; closing rolls back a transaction still open, so a failed operation leaves nothing half
+// done. A close that fails (work committed in autocommit that cannot be made durable) is raised
+// when the operation itself succeeded; when the operation failed, its own error is the one that
+// reaches the caller.
 class OwnConnection {
   public:
-    OwnConnection() : OwnConnection(GetPromptString()) {}
-    explicit OwnConnection(const std::string& connection_string) : cn_(ado::Connection::create()) {
-        cn_->Open(connection_string);
+    explicit OwnConnection(std::shared_ptr<ado::Connection> callers = nullptr)
+        : cn_(std::move(callers)), own_(!cn_) {
+        if (own_) open(GetPromptString());
     }
-    ~OwnConnection() {
+    explicit OwnConnection(const std::string& connection_string) : own_(true) {
+        open(connection_string);
+    }
+    ~OwnConnection() noexcept(false) {
+        if (!own_) return;
         try {
             cn_->Close();
         } catch (...) {
-            // Closing never reports: the operation's own error is the one that matters.
+            if (std::uncaught_exceptions() == uncaught_) throw;
         }
     }
     OwnConnection(const OwnConnection&) = delete;
     OwnConnection& operator=(const OwnConnection&) = delete;
 
     const std::shared_ptr<ado::Connection>& get() const { return cn_; }
+    // Closes an own connection now, before the operation's end, raising a failure to close.
+    void close() {
+        if (own_) cn_->Close();
+    }
+    // True when the connection is the operation's own rather than the caller's.
+    bool owned() const { return own_; }
 
   private:
+    void open(const std::string& connection_string) {
+        cn_ = ado::Connection::create();
+        cn_->Open(connection_string);
+    }
+
     std::shared_ptr<ado::Connection> cn_;
+    bool own_;
+    int uncaught_ = std::uncaught_exceptions();
 };
 
 // A record set argument that the caller left empty is the platform's "object required".
@@ -63,6 +79,14 @@ inline std::string sql_text(std::string text) {
 // A double as a statement writes it: invariant, shortest form that reads back exactly.
 inline std::string sql_number(double v) {
     return ado::Variant::format_double(v);
+}
+
+// A caller's value that goes into a statement as a number: its own text, once it is known to be
+// one, so that a null or a word is refused before anything is written.
+inline std::string sql_number(const ado::Variant& value) {
+    if (value.is_empty() || value.is_null()) throw ado::ComError::platform(ado::err::kInvalidNull);
+    (void)value.to_double();
+    return value.to_string();
 }
 
 }  // namespace billdata::common

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -29,18 +30,12 @@ constexpr double kQtyTolerance = 1e-9;
 
 using common::OwnConnection;
 
-// A value that goes into a statement as a number: its own text, once it is known to be one, so
-// that a null or a word is refused before anything is written.
-std::string number_text(const Variant& value) {
-    if (value.is_empty() || value.is_null()) throw ComError::platform(ado::err::kInvalidNull);
-    (void)value.to_double();
-    return value.to_string();
-}
+using common::sql_number;
 
 // A reference to a lent line: a lending line refers to nothing, so an unset value means 0.
 std::string reference_text(const Variant& value) {
     if (value.is_empty() || value.is_null()) return "0";
-    return number_text(value);
+    return sql_number(value);
 }
 
 // One line of the caller's RsBill, read and checked before any write: each value as its
@@ -54,23 +49,23 @@ struct Line {
 
 Line read_line(ado::Recordset& rs) {
     Line l;
-    l.item = number_text(rs.Fields("FItemID").Value());
+    l.item = sql_number(rs.Fields("FItemID").Value());
     l.row_key = common::sql_text(rs.Fields("FRowKey").Value().to_string());
-    l.qty = number_text(rs.Fields("FQty").Value());
-    l.price = number_text(rs.Fields("FPrice").Value());
-    l.amount = number_text(rs.Fields("FAmount").Value());
-    l.retail_price = number_text(rs.Fields("FRetailPrice").Value());
-    l.retail_amount = number_text(rs.Fields("FRetailAmount").Value());
-    l.zk_rate = number_text(rs.Fields("FZkRate").Value());
+    l.qty = sql_number(rs.Fields("FQty").Value());
+    l.price = sql_number(rs.Fields("FPrice").Value());
+    l.amount = sql_number(rs.Fields("FAmount").Value());
+    l.retail_price = sql_number(rs.Fields("FRetailPrice").Value());
+    l.retail_amount = sql_number(rs.Fields("FRetailAmount").Value());
+    l.zk_rate = sql_number(rs.Fields("FZkRate").Value());
     l.memo = common::sql_text(rs.Fields("FMemo").Value().to_string());
-    l.unit_cost = number_text(rs.Fields("FUnitCost").Value());
+    l.unit_cost = sql_number(rs.Fields("FUnitCost").Value());
     l.ref_inter = reference_text(rs.Fields("FRefInterID").Value());
     l.ref_entry = reference_text(rs.Fields("FRefEntryID").Value());
     l.item_id = rs.Fields("FItemID").Value().to_int32();
     l.ref_inter_id = Variant(l.ref_inter).to_int32();
     l.ref_entry_id = Variant(l.ref_entry).to_int32();
     l.qty_value = Variant(l.qty).to_double();
-    l.cost = Variant::format_double(l.qty_value * Variant(l.unit_cost).to_double());
+    l.cost = sql_number(l.qty_value * Variant(l.unit_cost).to_double());
     return l;
 }
 
@@ -82,25 +77,16 @@ std::vector<std::string> read_detail_rows(const std::shared_ptr<ado::Recordset>&
     rs->MoveFirst();
     while (!rs->Eof()) {
         if (rs->Fields("FDel").Value().to_double() == 0) {
-            rows.push_back(std::string(",").append(number_text(rs->Fields("FItemID").Value())) +
+            rows.push_back(std::string(",").append(sql_number(rs->Fields("FItemID").Value())) +
                            ",'" + common::sql_text(rs->Fields("FRowKey").Value().to_string()) +
-                           "'," + number_text(rs->Fields("FSizeiD").Value()) + ",'" +
+                           "'," + sql_number(rs->Fields("FSizeiD").Value()) + ",'" +
                            common::sql_text(rs->Fields("FColor").Value().to_string()) + "'," +
-                           number_text(rs->Fields("FColorEntryID").Value()) + "," +
-                           number_text(rs->Fields("FQty").Value()) + ")");
+                           sql_number(rs->Fields("FColorEntryID").Value()) + "," +
+                           sql_number(rs->Fields("FQty").Value()) + ")");
         }
         rs->MoveNext();
     }
     return rows;
-}
-
-std::string season_text(const ado::DateTime& d) {
-    return std::to_string(d.year()) + "年" + std::to_string((d.month() - 1) / 3 + 1) + "季度";
-}
-
-std::string month_text(const ado::DateTime& d) {
-    return std::to_string(d.year()) + "年" + (d.month() < 10 ? "0" : "") +
-           std::to_string(d.month()) + "月";
 }
 
 // Returned quantities of the lent lines that the returns of bill `id` refer to: raised by a
@@ -124,13 +110,6 @@ std::string lower_returned_sql(std::int32_t id) {
            "join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid "
            "inner join icstockbill t3 on t2.finterid=t3.finterid where t2.FInterID=" +
            std::to_string(id) + " and isnull(t3.FDeleted,0)=0 and t2.FRefTranType=27";
-}
-
-void delete_rows(Executor& ex, std::int32_t id) {
-    const std::string s = std::to_string(id);
-    ex.execute("delete from ICStockBill where FInterID=" + s);
-    ex.execute("delete from ICStockBillEntry where FInterID=" + s);
-    ex.execute("delete from ICStockBillEntry_1 where FInterID=" + s);
 }
 
 // A return may only take back what is still out on the lent line: its quantity less what was
@@ -240,7 +219,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                 if (cost_style_1)
                     ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" +
                                std::to_string(id));
-                delete_rows(ex, id);
+                billcore::delete_stock_bill(ex, id);
             } else {
                 id = common::NextInterID(ex, common::kSeriesStockBill, 0);
                 std::string prefix;
@@ -276,10 +255,9 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                        ",'" + common::sql_text(Owner) + "','" + common::sql_text(Phone) + "','" +
                        common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
                        std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
-                       ",'" + now + "'," + Variant::format_double(sum_qty) + "," +
-                       Variant::format_double(sum_amount) + "," +
-                       Variant::format_double(sum_retail) + ",'" + season_text(BillDate) + "','" +
-                       month_text(BillDate) + "')";
+                       ",'" + now + "'," + sql_number(sum_qty) + "," + sql_number(sum_amount) +
+                       "," + sql_number(sum_retail) + ",'" + billcore::season_text(BillDate) +
+                       "','" + billcore::month_text(BillDate) + "')";
             });
             header_written = true;
 
@@ -343,11 +321,10 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
 void Credit::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                         std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        std::unique_ptr<OwnConnection> own;
-        if (!Cn) own = std::make_unique<OwnConnection>();
-        const std::shared_ptr<ado::Connection>& cn = own ? own->get() : Cn;
+        OwnConnection own(Cn);
+        const std::shared_ptr<ado::Connection>& cn = own.get();
         Executor ex(cn, Handler::Common);
-        if (own) ex.begin();
+        if (own.owned()) ex.begin();
 
         const std::string id = std::to_string(InterID);
         auto rs = ex.query(
@@ -376,12 +353,8 @@ void Credit::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
             recalc_after(cn, InterID);
         }
-        if (!DoBlankOut) {
-            ex.execute("delete from ICStockBill where FInterID=" + id);
-            ex.execute("delete from ICStockBillEntry where FInterID=" + id);
-            ex.execute("delete from ICStockBillEntry_1 where FInterID=" + id);
-        }
-        if (own) ex.commit();
+        if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
+        if (own.owned()) ex.commit();
     });
 }
 

@@ -19,14 +19,6 @@ using common::Handler;
 
 using common::OwnConnection;
 
-// A value that goes into a statement as a number: its own text, once it is known to be one (a
-// null or a word would otherwise make the statement fail half way through the replacement).
-std::string number_text(const ado::Variant& value) {
-    if (value.is_empty() || value.is_null()) throw ado::ComError::platform(ado::err::kInvalidNull);
-    (void)value.to_double();
-    return value.to_string();
-}
-
 bool equals_ignore_case(std::string_view a, std::string_view b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
                return std::tolower(static_cast<unsigned char>(x)) ==
@@ -168,14 +160,14 @@ bool InitData::UnCloseWLInit(const std::string& New_CnStr) {
 
 void InitData::SaveInitWLData(std::int32_t /*ItemClassID*/, std::shared_ptr<ado::Recordset>& rs) {
     common::guarded(Handler::Common, [&] {
-        if (!rs) throw ado::ComError::platform(ado::err::kObjectRequired);
+        common::require_recordset(rs);
         // Every row is read before the staging table is emptied: a bad record set must not
         // leave the opening receivables and payables half replaced.
         std::vector<std::string> inserts;
         while (!rs->Eof()) {
             inserts.push_back("Insert Into WLInitData(FItemClassID,FOrgaID,FAmount) Values(2," +
-                              number_text(rs->Fields("FItemID").Value()) + "," +
-                              number_text(rs->Fields("FAmount").Value()) + ")");
+                              common::sql_number(rs->Fields("FItemID").Value()) + "," +
+                              common::sql_number(rs->Fields("FAmount").Value()) + ")");
             rs->MoveNext();
         }
         OwnConnection cn(common::GetPromptString());

@@ -21,7 +21,6 @@ using common::Handler;
 
 namespace {
 
-using common::open_own_connection;
 using common::sql_number;
 
 // The joins that both order lists share; the filter may test the line (a2), size/colour row
@@ -56,7 +55,8 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
         Recordset& lines = common::require_recordset(RsBill);
         Recordset& detail = common::require_recordset(rsBillDetail);
 
-        auto cn = open_own_connection();
+        common::OwnConnection own;
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         ex.begin();
 
@@ -137,7 +137,7 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
             id + " and isnull(t3.FSizeID,0)=0");
 
         ex.commit();
-        cn->Close();
+        own.close();
         OldInterID = inter_id;
 
         // The advance is written after the order's commit, in the payment class's own
@@ -157,7 +157,8 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
 void OrderBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                            std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        auto cn = Cn ? Cn : open_own_connection();
+        common::OwnConnection own(Cn);
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -178,17 +179,16 @@ void OrderBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             ex.execute("delete from ICOrderEntry where FInterID=" + id);
             ex.execute("delete from ICOrderEntry_1 where FInterID=" + id);
         }
-        if (!Cn) cn->Close();
     });
 }
 
 void OrderBill::UnblankOut(std::int32_t InterID) {
     common::guarded(Handler::Common, [&] {
-        auto cn = open_own_connection();
+        common::OwnConnection own;
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         ex.execute("Update ICOrder set FDeleted=0 where FInterID=" + std::to_string(InterID));
         ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));
-        cn->Close();
     });
 }
 

@@ -3,12 +3,13 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/stock_bill_writer.h"
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
 #include "billdata/publicdata/publicdata.h"
-#include "billdata/purrkd/stock_bill_parts.h"
 
 namespace billdata {
 
@@ -22,17 +23,11 @@ std::string field(const std::shared_ptr<ado::Recordset>& rs, const char* name) {
     return rs->Fields(name).Value().to_string();
 }
 
-// "2006年4季度": the quarter of the bill date.
-std::string season_text(const ado::DateTime& bill_date) {
-    return std::to_string(bill_date.year()) + "年" + std::to_string((bill_date.month() + 2) / 3) +
-           "季度";
-}
-
 // The list restrictions: the date window, then the stock by kind. Other stock in (115) is the
 // receiving stock's, other stock out (125) the issuing stock's; every other kind tests the
 // issuing stock in both halves of its condition, as the lists have always done.
 std::string restrictions(std::int16_t tran_type) {
-    std::string sql = stock_bill::list_window();
+    std::string sql = billcore::list_window();
     const std::int32_t stock = common::session().ListStockID;
     if (stock > 0) {
         const std::string s = std::to_string(stock);
@@ -70,9 +65,9 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
                          std::shared_ptr<ado::Recordset>& RsBill,
                          std::shared_ptr<ado::Recordset>& rsBillDetail) {
     return common::guarded(Handler::DuplicateKey, [&]() -> bool {
-        stock_bill::require(RsBill);
-        auto cn = stock_bill::open_own_connection();
-        stock_bill::ConnectionCloser closer(cn);
+        common::require_recordset(RsBill);
+        common::OwnConnection own_cn;
+        const auto& cn = own_cn.get();
         Executor ex(cn, Handler::DuplicateKey);
         const std::int32_t old_id = OldInterID;
         std::int32_t id = old_id;
@@ -88,7 +83,7 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
         }
 
         ex.begin();
-        stock_bill::take_id_or_clear(ex, old_id < 1, id, TranType, BillDate, BillNo);
+        billcore::take_id_or_clear(ex, old_id < 1, id, TranType, BillDate, BillNo);
 
         std::int32_t entry = 1;
         double qty_sum = 0, amount_sum = 0, retail_sum = 0;
@@ -127,12 +122,12 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
                    std::to_string(InStockID) + "," + std::to_string(issuing) + ",'" +
                    common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
                    std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
-                   stock_bill::now_text() + "'," + Variant(qty_sum).to_string() + "," +
-                   Variant(amount_sum).to_string() + "," + Variant(retail_sum).to_string() + ",'" +
-                   common::sql_text(Cause) + "','" + season_text(BillDate) + "','" +
-                   stock_bill::month_text(BillDate) + "')";
+                   billcore::now_text() + "'," + common::sql_number(qty_sum) + "," +
+                   common::sql_number(amount_sum) + "," + common::sql_number(retail_sum) + ",'" +
+                   common::sql_text(Cause) + "','" + billcore::season_text(BillDate) + "','" +
+                   billcore::month_text(BillDate) + "')";
         });
-        stock_bill::write_size_rows(ex, id, rsBillDetail);
+        billcore::write_size_rows(ex, id, rsBillDetail);
         ex.commit();
 
         if (old_id >= 1 && propagate) PublicData().RecacuSptjd(cn, old_id);
@@ -144,10 +139,10 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
 void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                            std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        const bool own = !Cn;
-        std::shared_ptr<ado::Connection> cn = own ? stock_bill::open_own_connection() : Cn;
         // On its own connection a failure leaves nothing half done: closing rolls back.
-        stock_bill::ConnectionCloser closer(own ? cn : nullptr);
+        common::OwnConnection own_cn(Cn);
+        const bool own = own_cn.owned();
+        const auto& cn = own_cn.get();
         Executor ex(cn, Handler::Common);
         if (own) ex.begin();
         const std::string id = std::to_string(InterID);
@@ -157,7 +152,7 @@ void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             "FYear,FPeriod,FBillNo from ICStockBill where FInterID=" +
             id);
         if (!rs->Eof()) {
-            stock_bill::check_removable(rs);
+            billcore::check_removable(rs);
             const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
             rs->Close();
 
@@ -165,11 +160,7 @@ void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                 ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
                 if (common::GetCostStyle() == 1) PublicData().RecacuSptjd(cn, InterID);
             }
-            if (!DoBlankOut) {
-                ex.execute("delete from ICStockBill where FInterID=" + id);
-                ex.execute("delete from ICStockBillEntry where FInterID=" + id);
-                ex.execute("delete from ICStockBillEntry_1 where FInterID=" + id);
-            }
+            if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
         } else {
             rs->Close();
         }
@@ -178,8 +169,8 @@ void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 }
 
 void OtherBill::UnblankOut(std::int32_t InterID) {
-    auto cn = stock_bill::open_own_connection();
-    stock_bill::ConnectionCloser closer(cn);
+    common::OwnConnection own_cn;
+    const auto& cn = own_cn.get();
     cn->Execute("Update ICStockBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
     if (common::GetCostStyle() == 1) PublicData().RecacuSptjd(cn, InterID);
 }

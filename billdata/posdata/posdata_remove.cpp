@@ -1,10 +1,8 @@
 // Voiding, deleting and restoring a till sale.
 
-#include <optional>
-
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
-#include "billdata/posdata/own_connection.h"
 #include "billdata/posdata/posdata.h"
 #include "billdata/publicdata/publicdata.h"
 
@@ -13,16 +11,15 @@ namespace billdata {
 namespace {
 
 using common::Handler;
-using posdata_detail::OwnConnection;
+using common::OwnConnection;
 
 }  // namespace
 
 void PosData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                          std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        std::optional<OwnConnection> own;
-        if (!Cn) own.emplace();
-        const std::shared_ptr<ado::Connection>& cn = Cn ? Cn : own->cn;
+        OwnConnection own(Cn);
+        const std::shared_ptr<ado::Connection>& cn = own.get();
         common::Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -80,7 +77,7 @@ void PosData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 
 void PosData::UnblankOut(std::int32_t InterID) {
     OwnConnection own;
-    common::Executor ex(own.cn, Handler::None);
+    common::Executor ex(own.get(), Handler::None);
     const std::string id = std::to_string(InterID);
     ex.execute("Update ICStockBill set FDeleted=0 where FInterID=" + id);
     // The card's purchase total stays as DeleteBill left it.
@@ -95,7 +92,7 @@ void PosData::UnblankOut(std::int32_t InterID) {
     ex.execute(
         "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icOrderEntry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid where t2.FInterID=" +
         id);
-    PublicData().RecacuSptjd(own.cn, InterID);
+    PublicData().RecacuSptjd(own.get(), InterID);
 }
 
 }  // namespace billdata

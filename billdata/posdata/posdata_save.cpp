@@ -4,11 +4,11 @@
 #include <cstdio>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
-#include "billdata/posdata/own_connection.h"
 #include "billdata/posdata/posdata.h"
 #include "billdata/publicdata/publicdata.h"
 
@@ -18,11 +18,8 @@ namespace {
 
 using ado::Variant;
 using common::Handler;
-using posdata_detail::OwnConnection;
-
-std::string num(double v) {
-    return Variant::format_double(v);
-}
+using common::OwnConnection;
+using common::sql_number;
 
 // An amount with two decimals for the points-history memo, rounded half away from zero on the
 // decimal digits the amount is written with (89.5 -> "89.50", 2.675 -> "2.68").
@@ -57,11 +54,6 @@ std::string format_two_decimals(double v) {
     return out;
 }
 
-std::string two_digits(int v) {
-    std::string s(v < 10 ? "0" : "");
-    return s.append(std::to_string(v));
-}
-
 }  // namespace
 
 std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDate,
@@ -76,7 +68,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                                std::int32_t StockBillID, const std::string& BillNoBegChar) {
     return common::guarded(Handler::DuplicateKey, [&]() -> std::int32_t {
         OwnConnection own;
-        common::Executor ex(own.cn, Handler::DuplicateKey);
+        common::Executor ex(own.get(), Handler::DuplicateKey);
 
         // A corrected sale keeps its number and whether the till has already handed in its
         // money.
@@ -105,7 +97,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             inter_id = StockBillID;
             // Removes the old sale and everything it booked, inside this transaction. A sale
             // that no longer exists is refused here and nothing is saved.
-            DeleteBill(billcore::kind::kPosSale, inter_id, own.cn, false);
+            DeleteBill(billcore::kind::kPosSale, inter_id, own.get(), false);
         }
         // The number comes with the caller's prefix or from the bill being corrected.
         const std::string bill_no_text = common::sql_text(bill_no);
@@ -114,8 +106,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             [&] { inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
         auto id = [&] { return std::to_string(inter_id); };
 
-        if (!BillData) throw ado::ComError::platform(ado::err::kObjectRequired);
-        ado::Recordset& lines = *BillData;
+        ado::Recordset& lines = common::require_recordset(BillData);
         std::int32_t line = 0;
         double cost_total = 0, retail_total = 0, discount_total = 0, amount_total = 0;
         // Kept at 16 bits: a sale of more than 32,767 pieces fails with an overflow.
@@ -145,9 +136,9 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                        v("FQty").to_string() + "," + v("FPrice").to_string() + "," +
                        v("FAmount").to_string() + "," + v("FZkRate").to_string() + "," +
                        v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() + "," +
-                       num(odd_entry) + "," + num(retail_amount - amount) + "," +
+                       sql_number(odd_entry) + "," + sql_number(retail_amount - amount) + "," +
                        v("FSalerID").to_string() + "," + v("FPreSend").to_string() + "," +
-                       v("FUnitCost").to_string() + "," + num(unit_cost * qty) + "," +
+                       v("FUnitCost").to_string() + "," + sql_number(unit_cost * qty) + "," +
                        v("FRefInterId").to_string() + "," + v("FRefEntryID").to_string() + "," +
                        v("FRefTranType").to_string() + ")";
             });
@@ -182,8 +173,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                     return "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(" +
                            id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
                            v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() + "," +
-                           num(retail_price * qty) + ",0,0,1," + v("FUnitCost").to_string() + "," +
-                           num(unit_cost * qty) + ",0,0,'" +
+                           sql_number(retail_price * qty) + ",0,0,1," + v("FUnitCost").to_string() +
+                           "," + sql_number(unit_cost * qty) + ",0,0,'" +
                            common::sql_text(v("Fmemo").to_string()) + "')";
                 });
                 cost_total += unit_cost * qty;
@@ -202,9 +193,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
 
         const int year = BillDate.year();
         const int month = BillDate.month();
-        const std::string season =
-            std::to_string(year) + "年" + std::to_string((month - 1) / 3 + 1) + "季度";
-        const std::string month_text = std::to_string(year) + "年" + two_digits(month) + "月";
+        const std::string season = billcore::season_text(BillDate);
+        const std::string month_text = billcore::month_text(BillDate);
 
         // Points shrink by the share of the sale paid with odd change, vouchers and points.
         double sum_jf = SumJf;
@@ -218,17 +208,19 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                    id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
                    std::to_string(BillerID) + "," + std::to_string(year) + "," +
                    std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" +
-                   bill_no_text + "'," + num(GetCash) + "," + num(amount_total) + "," +
-                   std::to_string(qty_total) + "," + num(SumAmount) + "," + num(retail_total) +
-                   "," + num(discount_total) + "," + num(GetDyq) + "," + num(GetBlank) + "," +
-                   num(cost_total) + "," + num(SumAmount - cost_total) + "," + num(OddMent) + ",'" +
+                   bill_no_text + "'," + sql_number(GetCash) + "," + sql_number(amount_total) +
+                   "," + std::to_string(qty_total) + "," + sql_number(SumAmount) + "," +
+                   sql_number(retail_total) + "," + sql_number(discount_total) + "," +
+                   sql_number(GetDyq) + "," + sql_number(GetBlank) + "," + sql_number(cost_total) +
+                   "," + sql_number(SumAmount - cost_total) + "," + sql_number(OddMent) + ",'" +
                    common::sql_text(BillRemark) + "','" + common::sql_text(ClassName) + "'," +
-                   (QkAmount != 0 ? "1" : "0") + "," + num(QkAmount) + "," + std::to_string(VipID) +
-                   "," + num(GetAmount) + "," + num(ChangeAmount) + "," +
-                   num(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" + month_text +
-                   "'," + num(JfExchange) + "," + num(GetJfAmount) + ",'" +
-                   common::sql_text(Machine) + "'," + (pos_get_money ? "1" : "0") + "," +
-                   num(GetQk) + ")";
+                   (QkAmount != 0 ? "1" : "0") + "," + sql_number(QkAmount) + "," +
+                   std::to_string(VipID) + "," + sql_number(GetAmount) + "," +
+                   sql_number(ChangeAmount) + "," +
+                   sql_number(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" +
+                   month_text + "'," + sql_number(JfExchange) + "," + sql_number(GetJfAmount) +
+                   ",'" + common::sql_text(Machine) + "'," + (pos_get_money ? "1" : "0") + "," +
+                   sql_number(GetQk) + ")";
         });
         BillData.reset();
 
@@ -236,25 +228,26 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             const std::string vip = std::to_string(VipID);
             // Both the unused balance and the lifetime total move by the points earned less
             // the points redeemed.
-            const std::string net = num(sum_jf - JfExchange);
-            ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" + num(SumAmount) +
-                       ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net + ",FSumJf=isnull(FSumJf,0)+" + net +
+            const std::string net = sql_number(sum_jf - JfExchange);
+            ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" +
+                       sql_number(SumAmount) + ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net +
+                       ",FSumJf=isnull(FSumJf,0)+" + net +
                        ",FEditTime=getdate() where FVipID=" + vip);
             // A provisional card becomes a full card once its purchases reach the threshold.
             ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
-                       " and FSumBuyAmount>=" + num(AmountBogusToVip));
+                       " and FSumBuyAmount>=" + sql_number(AmountBogusToVip));
             // The cashier's name as the user table holds it, quotes and all.
             const std::string biller = common::sql_text(GetUserName(BillerID));
             ex.execute([&] {
                 return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
-                       id() + "," + vip + ",'" + date + "'," + num(sum_jf) + ",'" + biller +
+                       id() + "," + vip + ",'" + date + "'," + sql_number(sum_jf) + ",'" + biller +
                        "','消费增加积分,消费金额：" + format_two_decimals(SumAmount) +
                        ",单号:" + bill_no_text + "')";
             });
             if (JfExchange != 0) {
                 ex.execute([&] {
                     return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
-                           id() + "," + vip + ",'" + date + "'," + num(-JfExchange) + ",'" +
+                           id() + "," + vip + ",'" + date + "'," + sql_number(-JfExchange) + ",'" +
                            biller + "','积分兑换金额：" + format_two_decimals(GetJfAmount) +
                            ",单号:" + bill_no_text + "')";
                 });
@@ -279,7 +272,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 "delete from icOrderEntry_1 where finterid not in (select finterid from icorderentry)");
         }
         if (common::GetCostStyle() == 1 && StockBillID > 0)
-            PublicData().RecacuSptjd(own.cn, StockBillID);
+            PublicData().RecacuSptjd(own.get(), StockBillID);
         return inter_id;
     });
 }

@@ -10,6 +10,7 @@
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/audit.h"
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/session.h"
 #include "billdata/publicdata/publicdata.h"
 
@@ -22,10 +23,6 @@ namespace {
 // Differences of 0.00001 or less after rounding to four places are no price change.
 bool price_changed(double difference) {
     return std::abs(Variant::round_half_even(difference, 4)) > 0.00001;
-}
-
-std::string num(double v) {
-    return Variant(v).to_string();
 }
 
 std::string text_of(const std::shared_ptr<ado::Recordset>& rs, const char* field) {
@@ -68,7 +65,8 @@ void insert_adjustment(ado::Connection& cn, const std::string& inter_id, std::in
         "FPrice,FAmount,FMemo,FHisPrice) "
         "Values(" +
         inter_id + "," + std::to_string(-entry_id) + "," + stock + "," + item + ",0," +
-        num(difference) + "," + num(amount) + ",'" + memo + "'," + his_price + ")");
+        common::sql_number(difference) + "," + common::sql_number(amount) + ",'" + memo + "'," +
+        his_price + ")");
 }
 
 // Re-prices the later sales lines (cost) and other stock bill lines (price) of an item at `price`.
@@ -161,7 +159,8 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
                                         : (ReGen ? own_price : his_price);
         cn.Execute("delete from icstockbillentry where FEntryID<0 and FItemID=" + item +
                    " and FInterID>" + bill);
-        cn.Execute("Update t_icitem set FPurPrice=" + num(master_price) + " where fitemid=" + item);
+        cn.Execute("Update t_icitem set FPurPrice=" + common::sql_number(master_price) +
+                   " where fitemid=" + item);
 
         stocks->MoveFirst();
         while (!stocks->Eof()) {
@@ -173,7 +172,7 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
             double running =
                 ReGen && line_type == billcore::kind::kPurchaseReceipt ? own_price : his_price;
             if (line_type == billcore::kind::kPurchaseReceipt)
-                reprice_forward(cn, num(running), bill, item);
+                reprice_forward(cn, common::sql_number(running), bill, item);
 
             const auto later = read_later_lines(
                 cn,
@@ -196,20 +195,22 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
                     if (price_changed(difference) && qty != 0)
                         insert_adjustment(cn, row.inter_id, row.entry_id,
                                           std::to_string(row.stock_id), item, difference,
-                                          difference * row.qty_value, row.qty, num(running));
+                                          difference * row.qty_value, row.qty,
+                                          common::sql_number(running));
                     continue;
                 }
                 if (!price_changed(difference)) continue;
                 const double qty = common::GetStockQty(Cn, stock_id, item_id, row.inter_id_value);
                 if (qty != 0)
                     insert_adjustment(cn, row.inter_id, row.entry_id, stock, item, difference,
-                                      difference * qty, num(qty), num(running));
-                cn.Execute("Update ICStockBillEntry set FHisPrice=" + num(running) +
+                                      difference * qty, common::sql_number(qty),
+                                      common::sql_number(running));
+                cn.Execute("Update ICStockBillEntry set FHisPrice=" + common::sql_number(running) +
                            " where FInterID=" + row.inter_id +
                            " and FEntryID=" + std::to_string(row.entry_id));
                 running = row.price;
-                reprice_forward(cn, num(running), row.inter_id, item);
-                cn.Execute("Update t_icitem set FPurPrice=" + num(running) +
+                reprice_forward(cn, common::sql_number(running), row.inter_id, item);
+                cn.Execute("Update t_icitem set FPurPrice=" + common::sql_number(running) +
                            ",FSupplierID=" + row.orga_id + " where fitemid=" + item);
             }
             stocks->MoveNext();
@@ -304,7 +305,7 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
             cn.Execute("delete from icstockbillentry where FTjStockID=" + stock +
                        " and FItemID=" + line.item + " and FInterID>" + n);
             insert_adjustment(cn, n, line.entry_id, stock, line.item, difference, difference * qty,
-                              num(qty), line.his_price);
+                              common::sql_number(qty), line.his_price);
 
             // Later bills of this stock, by bill date first and interior id second.
             const auto later = read_later_lines(
@@ -329,8 +330,8 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
                                       row.his_price);
                 else
                     insert_adjustment(cn, row.inter_id, row.entry_id, stock, line.item,
-                                      row_difference, row_difference * row_qty, num(row_qty),
-                                      row.his_price);
+                                      row_difference, row_difference * row_qty,
+                                      common::sql_number(row_qty), row.his_price);
             }
             stocks->MoveNext();
         }

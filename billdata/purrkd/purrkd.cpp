@@ -4,13 +4,14 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/audit.h"
+#include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
 #include "billdata/publicdata/publicdata.h"
-#include "billdata/purrkd/stock_bill_parts.h"
 
 namespace billdata {
 
@@ -50,7 +51,7 @@ const char* const kListFrom =
 
 // The session's restrictions; the order clause follows with no blank before it.
 std::string restrictions() {
-    std::string sql = stock_bill::list_window();
+    std::string sql = billcore::list_window();
     if (common::session().ListStockID > 0)
         sql += " and t5.FItemID=" + std::to_string(common::session().ListStockID);
     return sql;
@@ -74,12 +75,12 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                       double SumQty, double SumAmount,
                       std::shared_ptr<ado::Recordset> rsBillDetail) {
     return common::guarded(Handler::DuplicateKey, [&]() -> bool {
-        stock_bill::require(RsBill);
+        common::require_recordset(RsBill);
         if (RsBill->Eof()) throw ado::ComError::component("没有数据可以保存!");
 
         auto stocks = stock_list();
-        auto cn = stock_bill::open_own_connection();
-        stock_bill::ConnectionCloser closer(cn);
+        common::OwnConnection own;
+        const auto& cn = own.get();
         Executor ex(cn, Handler::DuplicateKey);
         std::int32_t id = OldInterID;
         ex.on_duplicate_interior_id(
@@ -94,7 +95,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         }
 
         ex.begin();
-        stock_bill::take_id_or_clear(ex, OldInterID < 1, id, TranType, BillDate, BillNo);
+        billcore::take_id_or_clear(ex, OldInterID < 1, id, TranType, BillDate, BillNo);
 
         std::int32_t entry = 1;
         double retail_sum = 0;
@@ -126,8 +127,8 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                     return "Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,"
                            "FPrice,FAmount,FMemo,FHisPrice) Values(" +
                            std::to_string(id) + "," + std::to_string(-entry) + "," + stock + "," +
-                           item + ",0," + Variant(difference).to_string() + "," +
-                           Variant(amount).to_string() + ",'" + memo + "'," + his_price + ")";
+                           item + ",0," + common::sql_number(difference) + "," +
+                           common::sql_number(amount) + ",'" + memo + "'," + his_price + ")";
                 });
             };
             if (TranType == billcore::kind::kPurchaseReturn && changed) {
@@ -147,7 +148,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                     const double on_hand = common::GetStockQty(cn, stock_id, item_id, 0);
                     if (on_hand != 0)
                         insert_difference(std::to_string(stock_id), difference * on_hand,
-                                          Variant(on_hand).to_string());
+                                          common::sql_number(on_hand));
                     stocks->MoveNext();
                 }
             }
@@ -170,11 +171,11 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                    std::to_string(AcctID) + "," + std::to_string(SettleID) + ",'" +
                    common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
                    std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
-                   stock_bill::now_text() + "'," + Variant(SumQty).to_string() + "," +
-                   Variant(SumAmount).to_string() + "," + Variant(retail_sum).to_string() + ",'" +
-                   season + "','" + stock_bill::month_text(BillDate) + "')";
+                   billcore::now_text() + "'," + common::sql_number(SumQty) + "," +
+                   common::sql_number(SumAmount) + "," + common::sql_number(retail_sum) + ",'" +
+                   season + "','" + billcore::month_text(BillDate) + "')";
         });
-        stock_bill::write_size_rows(ex, id, rsBillDetail);
+        billcore::write_size_rows(ex, id, rsBillDetail);
         ex.commit();
         OldInterID = id;
 
@@ -194,8 +195,8 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
 void PurRkd::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                         std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        std::shared_ptr<ado::Connection> cn = Cn ? Cn : stock_bill::open_own_connection();
-        stock_bill::ConnectionCloser closer(Cn ? nullptr : cn);
+        common::OwnConnection own(Cn);
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -204,7 +205,7 @@ void PurRkd::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             "FDate,FYear,FPeriod,FBillNo from ICStockBill where FInterID=" +
             id);
         if (rs->Eof()) return;
-        stock_bill::check_removable(rs);
+        billcore::check_removable(rs);
         const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
         rs->Close();
 
@@ -215,15 +216,13 @@ void PurRkd::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             PublicData().CacuSptjd(cn, InterID, false);
         }
         if (DoBlankOut) return;
-        ex.execute("delete from ICStockBill where FInterID=" + id);
-        ex.execute("delete from ICStockBillEntry where FInterID=" + id);
-        ex.execute("delete from ICStockBillEntry_1 where FInterID=" + id);
+        billcore::delete_stock_bill(ex, InterID);
     });
 }
 
 void PurRkd::UnblankOut(std::int32_t InterID) {
-    auto cn = stock_bill::open_own_connection();
-    stock_bill::ConnectionCloser closer(cn);
+    common::OwnConnection own;
+    const auto& cn = own.get();
     cn->Execute("Update ICStockBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
     PublicData().CacuSptjd(cn, InterID, true);
 }

@@ -19,7 +19,6 @@ using common::Handler;
 
 namespace {
 
-using common::open_own_connection;
 using common::sql_number;
 
 // The audit operations walk the caller's array with a 16-bit index, as the front ends have
@@ -33,7 +32,8 @@ void check_id_array(const std::vector<std::int32_t>& ids) {
 // Marks (or clears) the audit mark of all bills of `ids` in one transaction on a connection of
 // its own; the first failure rolls everything back.
 void set_check_marks(const std::vector<std::int32_t>& ids, const std::string& head) {
-    auto cn = open_own_connection();
+    common::OwnConnection own;
+    const auto& cn = own.get();
     Executor ex(cn, Handler::Common);
     ex.begin();
     try {
@@ -46,7 +46,6 @@ void set_check_marks(const std::vector<std::int32_t>& ids, const std::string& he
         if (cn->InTransaction()) ex.rollback();
         throw;
     }
-    cn->Close();
 }
 
 }  // namespace
@@ -62,7 +61,8 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
                                std::int32_t BillerID, std::int32_t OldInterID,
                                std::int32_t OrderBillID, std::int32_t StockBillID) {
     return common::guarded(Handler::Common, [&]() -> std::int32_t {
-        auto cn = open_own_connection();
+        common::OwnConnection own;
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         ex.begin();
 
@@ -90,7 +90,6 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
             std::to_string(OrderBillID) + "," + std::to_string(StockBillID) + ")");
 
         ex.commit();
-        cn->Close();
         return 0;
     });
 }
@@ -98,7 +97,8 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
 void SFKData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                          std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        auto cn = Cn ? Cn : open_own_connection();
+        common::OwnConnection own(Cn);
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -109,7 +109,6 @@ void SFKData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             id);
         if (rs->Eof()) {
             rs->Close();
-            if (!Cn) cn->Close();
             return;
         }
         const auto& s = common::session();
@@ -127,7 +126,6 @@ void SFKData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             ex.execute("delete from WLBill where FInterID=" + id);
             ex.execute("delete from WLBillEntry where FInterID=" + id);
         }
-        if (!Cn) cn->Close();
     });
 }
 
@@ -203,10 +201,10 @@ void SFKData::UnCheckBill(std::vector<std::int32_t>& InterID, std::int32_t /*Che
 }
 
 void SFKData::UnblankOut(std::int32_t InterID) {
-    auto cn = open_own_connection();
+    common::OwnConnection own;
+    const auto& cn = own.get();
     Executor ex(cn, Handler::None);
     ex.execute("Update WLBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
-    cn->Close();
 }
 
 }  // namespace billdata

@@ -20,7 +20,6 @@ using common::Handler;
 
 namespace {
 
-using common::open_own_connection;
 using common::sql_number;
 
 }  // namespace
@@ -36,10 +35,10 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
                         std::int32_t UserID, std::int32_t ModifyInterID,
                         std::shared_ptr<Recordset>& BillData) {
     common::guarded(Handler::DuplicateKey, [&] {
-        if (!BillData) throw ComError::platform(ado::err::kObjectRequired);
-        Recordset& rows = *BillData;
+        Recordset& rows = common::require_recordset(BillData);
 
-        auto cn = open_own_connection();
+        common::OwnConnection own;
+        const auto& cn = own.get();
         Executor ex(cn, Handler::DuplicateKey);
         ex.begin();
 
@@ -137,14 +136,14 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
         });
 
         ex.commit();
-        cn->Close();
     });
 }
 
 void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                           std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        auto cn = Cn ? Cn : open_own_connection();
+        common::OwnConnection own(Cn);
+        const auto& cn = own.get();
         Executor ex(cn, Handler::Common);
         const std::string id = std::to_string(InterID);
 
@@ -169,16 +168,15 @@ void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
             ex.execute("delete from icorder where FInterID=" + id);
             ex.execute("Delete from WLBill where FOrderBillID=" + id);
         }
-        if (!Cn) cn->Close();
     });
 }
 
 void vipOrder::UnblankOut(std::int32_t InterID) {
-    auto cn = open_own_connection();
+    common::OwnConnection own;
+    const auto& cn = own.get();
     Executor ex(cn, Handler::None);
     ex.execute("Update icorder set FDeleted=0 where FInterID=" + std::to_string(InterID));
     ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));
-    cn->Close();
 }
 
 std::shared_ptr<Recordset> vipOrder::GetBillList(std::int16_t TranType,

@@ -367,8 +367,9 @@ class SqliteSession final : public ado::driver::Session {
     ~SqliteSession() override {
         for (SqliteCursor* c : std::vector<SqliteCursor*>(live_))
             c->detach();
-        // What was committed in autocommit goes to disk before the connection is let go. A
-        // failed sync cannot be raised from here: the handle is not trusted again.
+        // close() syncs what was committed in autocommit and raises when it cannot; a session
+        // let go without it still syncs, but a failure here cannot be raised: the handle is not
+        // trusted again.
         if (unsynced_ && sync_log(db_) != SQLITE_OK) handle_->broken = true;
         if (pooled_) HandlePool::instance().give_back(std::move(handle_));
     }
@@ -396,6 +397,16 @@ class SqliteSession final : public ado::driver::Session {
         run_control("ROLLBACK");
     }
     bool in_transaction() const override { return !sqlite3_get_autocommit(db_); }
+    void close() override {
+        if (!unsynced_) return;
+        unsynced_ = false;
+        const int rc = sync_log(db_);
+        if (rc != SQLITE_OK) {
+            // What the log holds may not be on disk: the handle is not given to anyone again.
+            handle_->broken = true;
+            throw database_error(nullptr, rc);  // the handle's last message is not this one's
+        }
+    }
     std::unique_ptr<ado::driver::Cursor> call(std::string_view procedure,
                                               std::vector<ado::driver::ProcArg>& args,
                                               const ado::driver::ExecOptions& options) override;

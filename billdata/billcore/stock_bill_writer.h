@@ -1,6 +1,6 @@
 #pragma once
-// Pieces the purchase receipt and the other stock bills share: both keep their bills in
-// ICStockBill, ICStockBillEntry and ICStockBillEntry_1 and write them the same way.
+// The writer pieces that the purchase receipt and the other stock bills share: both keep their
+// bills in ICStockBill, ICStockBillEntry and ICStockBillEntry_1 and write them the same way.
 // Internal to the library.
 
 #include <cstdint>
@@ -11,16 +11,17 @@
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 
-namespace billdata::stock_bill {
+namespace billdata::billcore {
 
-// "2006年03月": the month text of a bill date.
+// "2006年1季度": the quarter of a bill date, written into FSeason. Purchase receipts have always
+// left FSeason empty and do not use it.
+std::string season_text(const ado::DateTime& bill_date);
+
+// "2006年03月": the month text of a bill date, written into FMonth.
 std::string month_text(const ado::DateTime& bill_date);
 
 // "YYYY-MM-DD HH:MM:SS" of the moment of saving, written into FSysTime.
 std::string now_text();
-
-// Throws the platform's "object required" when the caller handed no record set.
-void require(const std::shared_ptr<ado::Recordset>& rs);
 
 // The two refusals of a removal, in their order, from the bill's look-up row (FcheckerID,
 // FBillNo, FYear, FPeriod): an audited bill, then a bill of an earlier period than the session's.
@@ -36,6 +37,9 @@ void write_size_rows(common::Executor& ex, const std::int32_t& id,
 // last ListDays days (up to tomorrow's midnight) when ListDays > 0.
 std::string list_window();
 
+// Deletes the bill `id` outright: its header, its lines and its size/colour rows.
+void delete_stock_bill(common::Executor& ex, std::int32_t id);
+
 // Inside the save's transaction: a new bill (`is_new`) draws its interior id into `id` and its
 // number into `bill_no`; a modified bill keeps `id` and its old header, lines and size/colour
 // rows go, to be written again. `id` is read when each statement is built, so a fresh id drawn
@@ -43,25 +47,4 @@ std::string list_window();
 void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
                       const ado::DateTime& bill_date, std::string& bill_no);
 
-using common::open_own_connection;
-
-// Closes a connection on every exit of an operation that owns it.
-class ConnectionCloser {
-  public:
-    explicit ConnectionCloser(std::shared_ptr<ado::Connection> cn) : cn_(std::move(cn)) {}
-    ~ConnectionCloser() {
-        try {
-            if (cn_) cn_->Close();
-        } catch (const ado::ComError&) {
-            // Closing rolls back what was left open; an error there must not hide the one
-            // that is already on its way to the caller.
-        }
-    }
-    ConnectionCloser(const ConnectionCloser&) = delete;
-    ConnectionCloser& operator=(const ConnectionCloser&) = delete;
-
-  private:
-    std::shared_ptr<ado::Connection> cn_;
-};
-
-}  // namespace billdata::stock_bill
+}  // namespace billdata::billcore

@@ -1,11 +1,15 @@
-#include "billdata/purrkd/stock_bill_parts.h"
+#include "billdata/billcore/stock_bill_writer.h"
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/common/numbering.h"
-
 #include "billdata/common/session.h"
 
-namespace billdata::stock_bill {
+namespace billdata::billcore {
+
+std::string season_text(const ado::DateTime& bill_date) {
+    return std::to_string(bill_date.year()) + "年" +
+           std::to_string((bill_date.month() - 1) / 3 + 1) + "季度";
+}
 
 std::string month_text(const ado::DateTime& bill_date) {
     const int month = bill_date.month();
@@ -16,10 +20,6 @@ std::string month_text(const ado::DateTime& bill_date) {
 std::string now_text() {
     const ado::DateTime now = ado::DateTime::now();
     return now.date_string() + " " + now.time_string();
-}
-
-void require(const std::shared_ptr<ado::Recordset>& rs) {
-    if (!rs) throw ado::ComError::platform(ado::err::kObjectRequired);
 }
 
 void check_removable(const std::shared_ptr<ado::Recordset>& rs) {
@@ -79,6 +79,13 @@ std::string list_window() {
            today.add_days(1).to_string() + "'";
 }
 
+void delete_stock_bill(common::Executor& ex, std::int32_t id) {
+    const std::string s = std::to_string(id);
+    ex.execute("delete from ICStockBill where FInterID=" + s);
+    ex.execute("delete from ICStockBillEntry where FInterID=" + s);
+    ex.execute("delete from ICStockBillEntry_1 where FInterID=" + s);
+}
+
 void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
                       const ado::DateTime& bill_date, std::string& bill_no) {
     if (is_new) {
@@ -93,4 +100,4 @@ void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::
         [&] { return "Delete from icstockbillEntry_1 where FInterID=" + std::to_string(id); });
 }
 
-}  // namespace billdata::stock_bill
+}  // namespace billdata::billcore
