@@ -60,8 +60,10 @@ void write_size_rows(common::Executor& ex, const std::int32_t& id,
             detail->MoveNext();
         }
     }
-    // Items without a size group have no cells in the matrix: every line of theirs (adjustment
-    // rows included) gets one row of its own quantity.
+    write_unsized_rows(ex, id);
+}
+
+void write_unsized_rows(common::Executor& ex, const std::int32_t& id) {
     ex.execute([&] {
         return "Insert Into ICStockBillEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,"
                "FColorEntryID,FQty) select t1.FInterID,t1.FItemID,t1.FRowKey,0,'',0,Fqty from "

@@ -33,6 +33,11 @@ void check_removable(const std::shared_ptr<ado::Recordset>& rs);
 void write_size_rows(common::Executor& ex, const std::int32_t& id,
                      const std::shared_ptr<ado::Recordset>& detail);
 
+// Items without a size group have no cells in the matrix: every line of the bill (adjustment
+// rows included) whose item has none gets one row of its own quantity. `id` is read when the
+// statement is built.
+void write_unsized_rows(common::Executor& ex, const std::int32_t& id);
+
 // The list restrictions of the session that every stock-bill list shares: the window of the
 // last ListDays days (up to tomorrow's midnight) when ListDays > 0.
 std::string list_window();

@@ -284,13 +284,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                            std::to_string(id) + row;
                 });
             }
-            ex.execute([&] {
-                return "Insert Into ICStockBillEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,"
-                       "FColorEntryID,FQty) select t1.FInterID,t1.FItemID,t1.FRowKey,0,'',0,Fqty "
-                       "from ICStockBillEntry t1 inner join t_icitem t3 on t1.fitemid=t3.fitemid "
-                       "where t1.FInterID=" +
-                       std::to_string(id) + " and isnull(t3.FSizeID,0)=0";
-            });
+            billcore::write_unsized_rows(ex, id);
             ex.execute([&] { return raise_returned_sql(id); });
             ex.commit();
         } catch (...) {
