@@ -44,7 +44,7 @@ const std::string kAfter =
 
 struct Case {
     std::string name;  // test name: file, line number, and the case's words
-    json spec;
+    json entry;
     std::string line;  // what is sent
 };
 
@@ -53,16 +53,16 @@ void PrintTo(const Case& c, std::ostream* os) {
     *os << c.line.substr(0, 200);
 }
 
-std::string line_of(const json& spec, const json& templates) {
-    if (spec.contains("line")) return spec["line"].get<std::string>();
-    json request = {{"call", spec["call"]}, {"args", json::object()}};
-    if (spec.contains("base")) request = templates.at(spec["base"].get<std::string>());
-    const json args = spec.value("args", json::object());
+std::string line_of(const json& entry, const json& templates) {
+    if (entry.contains("line")) return entry["line"].get<std::string>();
+    json request = {{"call", entry["call"]}, {"args", json::object()}};
+    if (entry.contains("base")) request = templates.at(entry["base"].get<std::string>());
+    const json args = entry.value("args", json::object());
     for (auto& [key, value] : args.items())
         request["args"][key] = value;
     std::string line = request.dump();
-    if (spec.contains("nest")) {
-        const json& n = spec["nest"];
+    if (entry.contains("nest")) {
+        const json& n = entry["nest"];
         std::string nested;
         for (int i = 0; i < n[0].get<int>(); ++i)
             nested += n[1].get<std::string>();
@@ -85,11 +85,11 @@ std::vector<Case> load(const std::string& file) {
     for (int number = 1; std::getline(in, text); ++number) {
         if (text.empty() || text[0] == '#') continue;
         Case c;
-        c.spec = json::parse(text);
+        c.entry = json::parse(text);
         c.name = file.substr(0, file.find('.')) + "_" + std::to_string(number) + "_";
-        for (char ch : c.spec.at("name").get<std::string>())
+        for (char ch : c.entry.at("name").get<std::string>())
             c.name += std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
-        c.line = line_of(c.spec, templates);
+        c.line = line_of(c.entry, templates);
         cases.push_back(std::move(c));
     }
     return cases;
@@ -160,8 +160,8 @@ class HostileInput : public ::testing::TestWithParam<Case> {
     }
 
     // How many statements the same list issues with an empty filter.
-    static std::size_t plain_statements(const json& spec) {
-        json plain = {{"call", spec["call"]}, {"args", spec["args"]}};
+    static std::size_t plain_statements(const json& entry) {
+        json plain = {{"call", entry["call"]}, {"args", entry["args"]}};
         for (const char* filter : {"strFilter", "QuerySql"})
             if (plain["args"].contains(filter)) plain["args"][filter] = "";
         return batch(plain.dump() + "\n" + kAfter).statements.size();
@@ -184,8 +184,8 @@ class HostileInput : public ::testing::TestWithParam<Case> {
 
 TEST_P(HostileInput, ClearAnswerAndNoStrayWork) {
     const Case& c = GetParam();
-    const json& spec = c.spec;
-    const std::string expect = spec.at("expect");
+    const json& entry = c.entry;
+    const std::string expect = entry.at("expect");
     const long version = data_version();
     const Answers run = batch(c.line + "\n" + kAfter);
 
@@ -205,20 +205,20 @@ TEST_P(HostileInput, ClearAnswerAndNoStrayWork) {
     } else {
         ASSERT_TRUE(answer.contains("error")) << shown;
         const json& error = answer["error"];
-        const json number = expect == "refused" ? json(-2147220503) : spec.value("number", json());
+        const json number = expect == "refused" ? json(-2147220503) : entry.value("number", json());
         if (!number.is_null()) {
             EXPECT_EQ(error["number"], number) << shown;
         }
         const std::string description = error["description"];
         EXPECT_FALSE(description.empty());
-        EXPECT_NE(description.find(spec.value("description", "")), std::string::npos) << shown;
+        EXPECT_NE(description.find(entry.value("description", "")), std::string::npos) << shown;
     }
 
-    const bool list = spec.value("call", "").find(".Get") != std::string::npos;
+    const bool list = entry.value("call", "").find(".Get") != std::string::npos;
     if (expect != "ok" || list) {
         EXPECT_EQ(data_version(), version) << "the database was written";
     }
-    for (const auto& check : spec.value("readback", json::array())) {
+    for (const auto& check : entry.value("readback", json::array())) {
         EXPECT_EQ(readback(check[0]), check[1].get<std::string>()) << check[0];
     }
 
@@ -230,7 +230,7 @@ TEST_P(HostileInput, ClearAnswerAndNoStrayWork) {
                 ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
             EXPECT_EQ(head, "select") << statement.substr(0, 200);
         }
-        EXPECT_LE(run.statements.size(), plain_statements(spec));
+        EXPECT_LE(run.statements.size(), plain_statements(entry));
     }
 }
 
