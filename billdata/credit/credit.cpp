@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/costing.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
-#include "billdata/publicdata/publicdata.h"
 
 namespace billdata {
 
@@ -161,7 +161,7 @@ bool has_returns_or_sales(Executor& ex, std::int32_t id) {
 
 // The price-adjustment rows after a bill depend on the stock it moves (cost style 1 only).
 void recalc_after(const std::shared_ptr<ado::Connection>& cn, std::int32_t id) {
-    if (common::GetCostStyle() == 1) PublicData().RecacuSptjd(cn, id);
+    if (common::GetCostStyle() == 1) billcore::RecacuSptjd(cn, id);
 }
 
 }  // namespace

@@ -3,13 +3,13 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/costing.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
-#include "billdata/publicdata/publicdata.h"
 
 namespace billdata {
 
@@ -79,7 +79,7 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
             // The adjustments after the old bill are rebuilt without it before it is replaced.
             ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" +
                        std::to_string(old_id));
-            PublicData().RecacuSptjd(cn, old_id);
+            billcore::RecacuSptjd(cn, old_id);
         }
 
         ex.begin();
@@ -130,7 +130,7 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
         billcore::write_size_rows(ex, id, rsBillDetail);
         ex.commit();
 
-        if (old_id >= 1 && propagate) PublicData().RecacuSptjd(cn, old_id);
+        if (old_id >= 1 && propagate) billcore::RecacuSptjd(cn, old_id);
         OldInterID = id;
         return true;
     });
@@ -158,7 +158,7 @@ void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 
             if (DoBlankOut || live) {
                 ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
-                if (common::GetCostStyle() == 1) PublicData().RecacuSptjd(cn, InterID);
+                if (common::GetCostStyle() == 1) billcore::RecacuSptjd(cn, InterID);
             }
             if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
         } else {
@@ -172,7 +172,7 @@ void OtherBill::UnblankOut(std::int32_t InterID) {
     common::OwnConnection own_cn;
     const auto& cn = own_cn.get();
     cn->Execute("Update ICStockBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
-    if (common::GetCostStyle() == 1) PublicData().RecacuSptjd(cn, InterID);
+    if (common::GetCostStyle() == 1) billcore::RecacuSptjd(cn, InterID);
 }
 
 std::shared_ptr<ado::Recordset> OtherBill::GetBillList(std::int16_t TranType,

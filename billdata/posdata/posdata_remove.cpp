@@ -1,10 +1,10 @@
 // Voiding, deleting and restoring a till sale.
 
+#include "billdata/billcore/costing.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
 #include "billdata/posdata/posdata.h"
-#include "billdata/publicdata/publicdata.h"
 
 namespace billdata {
 
@@ -61,12 +61,12 @@ void PosData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
         if (DoBlankOut) {
             ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
             ex.execute("Update VipJf_History set FDeleted=1 where FBillInterID=" + id);
-            PublicData().RecacuSptjd(cn, InterID);
+            billcore::RecacuSptjd(cn, InterID);
         } else {
             if (!was_void) {
                 // Costs are rebuilt without this sale while its rows still exist.
                 ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
-                PublicData().RecacuSptjd(cn, InterID);
+                billcore::RecacuSptjd(cn, InterID);
             }
             // The lines and size/colour rows go with the header (a trigger of the schema).
             ex.execute("delete from ICStockBill where FInterID=" + id);
@@ -92,7 +92,7 @@ void PosData::UnblankOut(std::int32_t InterID) {
     ex.execute(
         "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icOrderEntry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid where t2.FInterID=" +
         id);
-    PublicData().RecacuSptjd(own.get(), InterID);
+    billcore::RecacuSptjd(own.get(), InterID);
 }
 
 }  // namespace billdata

@@ -4,13 +4,13 @@
 #include <cstdio>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/costing.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
 #include "billdata/posdata/posdata.h"
-#include "billdata/publicdata/publicdata.h"
 
 namespace billdata {
 
@@ -272,7 +272,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 "delete from icOrderEntry_1 where finterid not in (select finterid from icorderentry)");
         }
         if (common::GetCostStyle() == 1 && StockBillID > 0)
-            PublicData().RecacuSptjd(own.get(), StockBillID);
+            billcore::RecacuSptjd(own.get(), StockBillID);
         return inter_id;
     });
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/costing.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
@@ -192,6 +193,18 @@ void PublicData::CheckBill(std::int16_t TranType, const std::string& InterID, st
 void PublicData::UnCheckBill(std::int16_t TranType, const std::string& InterID,
                              std::int32_t UserID) {
     billcore::ClearCheckMark(TranType, InterID, UserID);
+}
+
+void PublicData::Init(const std::string& NewValue) {
+    common::SetPromptString(NewValue);
+}
+
+void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t InterID, bool ReGen) {
+    billcore::CacuSptjd(Cn, InterID, ReGen);
+}
+
+void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t InterID) {
+    billcore::RecacuSptjd(Cn, InterID);
 }
 
 }  // namespace billdata

@@ -1,6 +1,6 @@
 #pragma once
-// PublicData: operations over any bill kind, and the purchase-price propagation that keeps
-// stock costs right when purchase prices change. Instances hold no state of their own (the
+// PublicData: operations over any bill kind, dispatched to the class that owns the kind, and the
+// costing service published to front ends. Instances hold no state of their own (the
 // session is per thread); an instance is not to be shared between threads.
 
 #include <cstdint>
@@ -54,19 +54,10 @@ class PublicData {
     // accepted and not used.
     void UnCheckBill(std::int16_t TranType, const std::string& InterID, std::int32_t UserID);
 
-    // Carries the unit prices of purchase bill `InterID` forward through the stock books when the
-    // cost style is 1 (otherwise does nothing): sets the items' purchase prices, re-prices later
-    // sales and other stock bills, walks the later purchase bills of each item in interior-id
-    // order and writes their price-adjustment rows. ReGen true makes the bill's own prices take
-    // effect, false brings back the prices that stood before it. All statements run on `Cn`
-    // (the caller's open connection, inside its transaction if any); the stock list is read
-    // through the session connection string. No handler of its own: errors reach the caller.
+    // The costing service published to front ends, as billcore::CacuSptjd and
+    // billcore::RecacuSptjd (billdata/billcore/costing.h): the purchase-price propagation, cost
+    // style 1 only, on the caller's connection `Cn`, no handler of its own.
     void CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t InterID, bool ReGen);
-
-    // Rebuilds the price-adjustment rows that follow bill `InterID` (cost style 1 only), without
-    // changing any price: the first purchase bill after it, and for its kind-112 lines at a
-    // changed price the later purchase bills of the item, stock by stock. Writes on `Cn`, reads
-    // through the session connection string. No handler of its own.
     void RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t InterID);
 };
 

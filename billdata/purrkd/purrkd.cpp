@@ -4,6 +4,7 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/costing.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/audit.h"
 #include "billdata/common/bill_parts.h"
@@ -11,7 +12,6 @@
 #include "billdata/common/handlers.h"
 #include "billdata/common/numbering.h"
 #include "billdata/common/session.h"
-#include "billdata/publicdata/publicdata.h"
 
 namespace billdata {
 
@@ -91,7 +91,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             // transaction; both stand even if the save fails later.
             ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" +
                        std::to_string(OldInterID));
-            PublicData().CacuSptjd(cn, OldInterID, false);
+            billcore::CacuSptjd(cn, OldInterID, false);
         }
 
         ex.begin();
@@ -180,7 +180,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         OldInterID = id;
 
         if (common::GetCostStyle() == 1) {
-            PublicData().CacuSptjd(cn, id, true);
+            billcore::CacuSptjd(cn, id, true);
         } else {
             auto cmd = ado::Command::create();
             cmd->CommandText = "Sp_CacuCost";
@@ -213,7 +213,7 @@ void PurRkd::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
         // receipt already void was left out when it was voided.
         if (DoBlankOut || live) {
             ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
-            PublicData().CacuSptjd(cn, InterID, false);
+            billcore::CacuSptjd(cn, InterID, false);
         }
         if (DoBlankOut) return;
         billcore::delete_stock_bill(ex, InterID);
@@ -224,7 +224,7 @@ void PurRkd::UnblankOut(std::int32_t InterID) {
     common::OwnConnection own;
     const auto& cn = own.get();
     cn->Execute("Update ICStockBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
-    PublicData().CacuSptjd(cn, InterID, true);
+    billcore::CacuSptjd(cn, InterID, true);
 }
 
 std::shared_ptr<ado::Recordset> PurRkd::GetBillList(std::int16_t TranType,

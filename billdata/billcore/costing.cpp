@@ -4,6 +4,8 @@
 // handler and no transaction of their own: a failure stops the walk where it is and reaches the
 // caller, who decides whether to roll back.
 
+#include "billdata/billcore/costing.h"
+
 #include <cmath>
 #include <string>
 #include <vector>
@@ -12,9 +14,8 @@
 #include "billdata/common/audit.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/session.h"
-#include "billdata/publicdata/publicdata.h"
 
-namespace billdata {
+namespace billdata::billcore {
 
 using ado::Variant;
 
@@ -128,11 +129,7 @@ std::vector<LaterLine> read_later_lines(ado::Connection& cn, const std::string& 
 
 }  // namespace
 
-void PublicData::Init(const std::string& NewValue) {
-    common::SetPromptString(NewValue);
-}
-
-void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t InterID, bool ReGen) {
+void CacuSptjd(const std::shared_ptr<ado::Connection>& Cn, std::int32_t InterID, bool ReGen) {
     if (common::GetCostStyle() != 1) return;
     ado::Connection& cn = *Cn;
     const std::string bill = std::to_string(InterID);
@@ -221,7 +218,7 @@ void PublicData::CacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t Int
     stocks->Close();
 }
 
-void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t InterID) {
+void RecacuSptjd(const std::shared_ptr<ado::Connection>& Cn, std::int32_t InterID) {
     if (common::GetCostStyle() != 1) return;
     ado::Connection& cn = *Cn;
 
@@ -339,4 +336,4 @@ void PublicData::RecacuSptjd(std::shared_ptr<ado::Connection> Cn, std::int32_t I
     stocks->Close();
 }
 
-}  // namespace billdata
+}  // namespace billdata::billcore
