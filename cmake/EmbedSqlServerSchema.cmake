@@ -9,4 +9,4 @@ if(NOT _billdata_sql_clash EQUAL -1)
 endif()
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/billdata/schema/sqlserver_script.inc
      CONTENT "R\"billdata_sql(@BILLDATA_SQLSERVER_SCRIPT@)billdata_sql\"\n" @ONLY)
-target_include_directories(billdata_objects PRIVATE ${PROJECT_BINARY_DIR}/generated)
+target_include_directories(billdata_schema PRIVATE ${PROJECT_BINARY_DIR}/generated)
