@@ -1,5 +1,6 @@
 #include "billdata/ado/com_error.h"
 
+#include <string>
 #include <utility>
 
 namespace billdata::ado {
@@ -38,6 +39,16 @@ ComError ComError::platform(std::int32_t number, std::string source) {
 
 ComError ComError::component(std::string description) {
     return ComError(err::kComponent, std::move(description));
+}
+
+ComError& ComError::attach_cleanup_failure(const ComError& cleanup) {
+    return attach_cleanup_failure(std::to_string(cleanup.number()) + " " + cleanup.description());
+}
+
+ComError& ComError::attach_cleanup_failure(std::string_view text) {
+    if (!cleanup_.empty()) cleanup_ += "; ";
+    cleanup_ += text;
+    return *this;
 }
 
 ComError& ComError::classify(ErrorClass c, int native, std::string key, bool txn_open) {

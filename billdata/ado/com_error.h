@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <string_view>
 
 namespace billdata::ado {
 
@@ -63,6 +64,13 @@ class ComError : public std::exception {
 
     ComError& classify(ErrorClass c, int native, std::string key, bool txn_open);
 
+    // A clean-up that failed after this error (the rollback of the operation's transaction):
+    // its number and description, so that the caller learns that the work may not have been
+    // undone. The error itself stays the one that stopped the operation. Empty when none.
+    const std::string& cleanup_failure() const noexcept { return cleanup_; }
+    ComError& attach_cleanup_failure(const ComError& cleanup);
+    ComError& attach_cleanup_failure(std::string_view text);
+
   private:
     std::int32_t number_ = 0;
     std::string description_;
@@ -71,6 +79,7 @@ class ComError : public std::exception {
     int native_ = 0;
     std::string key_;
     bool txn_open_ = false;
+    std::string cleanup_;
 };
 
 }  // namespace billdata::ado

@@ -105,9 +105,11 @@ inline constexpr BillKind kBillKinds[] = {
 };
 // clang-format on
 
-// What a code outside the table gets: stock-bill tables, no prefix, no class.
-inline constexpr BillKind kUnknownKind{0,           "ICStockBill", "",     "",
-                                       Owner::None, kNoSeries,     {0, 0}, "ICStockBill"};
+// What a code outside the table gets: a stock bill (its tables and interior ids), no prefix, no
+// class.
+inline constexpr BillKind kUnknownKind{0,      "ICStockBill", detail::kStockLines,
+                                       "",     Owner::None,   detail::kStockIds,
+                                       {0, 0}, "ICStockBill"};
 
 // The entry of a code, or kUnknownKind (with the code filled in) for one outside the table.
 constexpr BillKind bill_kind(std::int16_t code) {

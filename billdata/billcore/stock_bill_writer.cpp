@@ -88,10 +88,11 @@ void delete_stock_bill(common::Executor& ex, std::int32_t id) {
     ex.execute("delete from ICStockBillEntry_1 where FInterID=" + s);
 }
 
-void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
+void take_id_or_clear(Operation& op, bool is_new, std::int32_t& id, std::int16_t tran_type,
                       const ado::DateTime& bill_date, std::string& bill_no) {
+    common::Executor& ex = op.ex();
     if (is_new) {
-        id = common::NextInterID(ex, common::kSeriesStockBill, 0);
+        op.draw_interior_id(id, tran_type);
         std::string prefix;
         bill_no = billcore::NextBillNo(ex, std::to_string(tran_type), bill_date, prefix);
         return;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "billdata/ado/ado.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 
@@ -49,7 +50,7 @@ void delete_stock_bill(common::Executor& ex, std::int32_t id);
 // number into `bill_no`; a modified bill keeps `id` and its old header, lines and size/colour
 // rows go, to be written again. `id` is read when each statement is built, so a fresh id drawn
 // by the duplicate-key handler reaches the statements that follow.
-void take_id_or_clear(common::Executor& ex, bool is_new, std::int32_t& id, std::int16_t tran_type,
+void take_id_or_clear(Operation& op, bool is_new, std::int32_t& id, std::int16_t tran_type,
                       const ado::DateTime& bill_date, std::string& bill_no);
 
 }  // namespace billdata::billcore

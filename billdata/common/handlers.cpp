@@ -43,7 +43,9 @@ bool is_interior_id_duplicate(const ComError& e) {
 
 void raise_as(Handler handler, const ComError& e) {
     if (handler == Handler::None || e.number() == ado::err::kComponent) throw e;
-    throw ComError::component(e.description());
+    ComError raised = ComError::component(e.description());
+    if (!e.cleanup_failure().empty()) raised.attach_cleanup_failure(e.cleanup_failure());
+    throw raised;
 }
 
 void sleep_backoff(int attempt) {

@@ -6,6 +6,7 @@
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/billcore/costing.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
@@ -27,8 +28,6 @@ constexpr std::int16_t kReturn = billcore::kind::kCreditReturn;
 
 // Returned quantities are compared after sums of decimals: a hair above what is out is rounding.
 constexpr double kQtyTolerance = 1e-9;
-
-using common::OwnConnection;
 
 using common::sql_number;
 
@@ -193,9 +192,9 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         }
         const std::vector<std::string> detail_rows = read_detail_rows(rsBillDetail);
 
-        OwnConnection own;
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::DuplicateKey);
+        billcore::Operation op(Handler::DuplicateKey);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
         const std::int32_t old_id = OldInterID;
         const bool rewrite = old_id > 0;
         const bool cost_style_1 = common::GetCostStyle() == 1;
@@ -205,8 +204,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         // One transaction: a failure anywhere leaves the old bill, the returned quantities it
         // booked and the counters as they were. The checks run inside it, so that no other till
         // books against the same lent lines between a check and the writes.
-        ex.begin();
-        try {
+        op.transaction([&] {
             if (TranType == kReturn) check_returns(ex, lines, rewrite ? old_id : 0);
             if (rewrite && TranType == kLend && has_returns_or_sales(ex, old_id))
                 throw ComError::component("保存单据失败，单据“" + BillNo + "”已有归还或销售记录！");
@@ -221,7 +219,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                                std::to_string(id));
                 billcore::delete_stock_bill(ex, id);
             } else {
-                id = common::NextInterID(ex, common::kSeriesStockBill, 0);
+                op.draw_interior_id(id, TranType);
                 std::string prefix;
                 bill_no = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
             }
@@ -231,15 +229,13 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             // bill's rows move — its header, and its lines numbered below the one that clashed.
             bool header_written = false;
             std::size_t lines_written = 0;
-            ex.on_duplicate_interior_id([&] {
-                const std::string clashed = std::to_string(id);
-                id = common::NextInterID(ex, common::kSeriesStockBill, 0);
+            op.redraw_on_clash(id, TranType, [&](std::int32_t clashed) {
                 if (!header_written) return;
                 ex.execute("Update ICStockBill set FInterID=" + std::to_string(id) +
-                           " where FInterID=" + clashed);
+                           " where FInterID=" + std::to_string(clashed));
                 ex.execute("Update ICStockBillEntry set FInterID=" + std::to_string(id) +
-                           " where FInterID=" + clashed + " and FEntryID between 1 and " +
-                           std::to_string(lines_written));
+                           " where FInterID=" + std::to_string(clashed) +
+                           " and FEntryID between 1 and " + std::to_string(lines_written));
             });
 
             const std::string in_stock = TranType == kReturn ? std::to_string(StockID) : "0";
@@ -286,16 +282,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             }
             billcore::write_unsized_rows(ex, id);
             ex.execute([&] { return raise_returned_sql(id); });
-            ex.commit();
-        } catch (...) {
-            try {
-                if (cn->InTransaction()) ex.rollback();
-            } catch (const ComError&) {
-                // The caller needs the error that stopped the save; closing the connection
-                // rolls back whatever this left open.
-            }
-            throw;
-        }
+        });
 
         OldInterID = id;
         BillNo = bill_no;
@@ -315,61 +302,64 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
 void Credit::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                         std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        OwnConnection own(Cn);
-        const std::shared_ptr<ado::Connection>& cn = own.get();
-        Executor ex(cn, Handler::Common);
-        if (own.owned()) ex.begin();
+        billcore::Operation op(Handler::Common, Cn);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
+        op.transaction(
+            [&] {
+                const std::string id = std::to_string(InterID);
+                auto rs = ex.query(
+                    "select FTranType,isnull(FCheckerID,0) as FcheckerID,isnull(FDeleted,0) as "
+                    "FDeleted,FDate,FYear,FPeriod,FBillNo from ICStockBill where FInterID=" +
+                    id);
+                if (rs->Eof()) return;
+                const std::string bill_no = rs->Fields("FBillNo").Value().to_string();
+                if (rs->Fields("FCheckerID").Value().to_int32() > 0)
+                    throw ComError::component("删除单据失败，单据“" + bill_no + "”已经审核！");
+                const auto& s = common::session();
+                if (rs->Fields("FYear").Value().to_int16() * 12 +
+                        rs->Fields("FPeriod").Value().to_int16() <
+                    s.CurYear * 12 + s.CurPeriod)
+                    throw ComError::component("对不起,不能删除以前月份的单据!");
+                const std::int16_t kind = rs->Fields("FTranType").Value().to_int16();
+                if (kind != kLend && kind != kReturn)
+                    throw ComError::component("删除单据失败，单据“" + bill_no + "”不是借货单据！");
+                const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
+                rs->Close();
 
-        const std::string id = std::to_string(InterID);
-        auto rs = ex.query(
-            "select FTranType,isnull(FCheckerID,0) as FcheckerID,isnull(FDeleted,0) as "
-            "FDeleted,FDate,FYear,FPeriod,FBillNo from ICStockBill where FInterID=" +
-            id);
-        if (rs->Eof()) return;
-        const std::string bill_no = rs->Fields("FBillNo").Value().to_string();
-        if (rs->Fields("FCheckerID").Value().to_int32() > 0)
-            throw ComError::component("删除单据失败，单据“" + bill_no + "”已经审核！");
-        const auto& s = common::session();
-        if (rs->Fields("FYear").Value().to_int16() * 12 + rs->Fields("FPeriod").Value().to_int16() <
-            s.CurYear * 12 + s.CurPeriod)
-            throw ComError::component("对不起,不能删除以前月份的单据!");
-        const std::int16_t kind = rs->Fields("FTranType").Value().to_int16();
-        if (kind != kLend && kind != kReturn)
-            throw ComError::component("删除单据失败，单据“" + bill_no + "”不是借货单据！");
-        const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
-        rs->Close();
+                if (kind == kLend && live && has_returns_or_sales(ex, InterID))
+                    throw ComError::component("删除单据失败，单据“" + bill_no +
+                                              "”已有归还或销售记录！");
 
-        if (kind == kLend && live && has_returns_or_sales(ex, InterID))
-            throw ComError::component("删除单据失败，单据“" + bill_no + "”已有归还或销售记录！");
-
-        if (live) {
-            ex.execute(lower_returned_sql(InterID));
-            ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
-            recalc_after(cn, InterID);
-        }
-        if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
-        if (own.owned()) ex.commit();
+                if (live) {
+                    ex.execute(lower_returned_sql(InterID));
+                    ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
+                    recalc_after(cn, InterID);
+                }
+                if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
+            },
+            /*join_callers=*/true);
     });
 }
 
 void Credit::UnblankOut(std::int32_t InterID) {
-    OwnConnection own;
-    const auto& cn = own.get();
-    Executor ex(cn, Handler::None);
-    ex.begin();
-    const std::string id = std::to_string(InterID);
-    auto rs = ex.query("select FTranType,FBillNo from ICStockBill where FInterID=" + id);
-    if (rs->Eof()) return;
-    const std::int16_t kind = rs->Fields("FTranType").Value().to_int16();
-    const std::string bill_no = rs->Fields("FBillNo").Value().to_string();
-    rs->Close();
-    if (kind != kLend && kind != kReturn)
-        throw ComError::component("恢复单据失败，单据“" + bill_no + "”不是借货单据！");
-    // Booked only while the bill is still void, so restoring a live bill books nothing twice.
-    ex.execute(raise_returned_of_void_sql(InterID));
-    ex.execute("Update ICStockBill set FDeleted=0 where FInterID=" + id);
-    recalc_after(cn, InterID);
-    ex.commit();
+    billcore::Operation op(Handler::None);
+    const auto& cn = op.connection();
+    Executor& ex = op.ex();
+    op.transaction([&] {
+        const std::string id = std::to_string(InterID);
+        auto rs = ex.query("select FTranType,FBillNo from ICStockBill where FInterID=" + id);
+        if (rs->Eof()) return;
+        const std::int16_t kind = rs->Fields("FTranType").Value().to_int16();
+        const std::string bill_no = rs->Fields("FBillNo").Value().to_string();
+        rs->Close();
+        if (kind != kLend && kind != kReturn)
+            throw ComError::component("恢复单据失败，单据“" + bill_no + "”不是借货单据！");
+        // Booked only while the bill is still void, so restoring a live bill books nothing twice.
+        ex.execute(raise_returned_of_void_sql(InterID));
+        ex.execute("Update ICStockBill set FDeleted=0 where FInterID=" + id);
+        recalc_after(cn, InterID);
+    });
 }
 
 std::shared_ptr<ado::Recordset> Credit::GetBillList(std::int16_t TranType,

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "billdata/billcore/operation.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
@@ -16,8 +17,6 @@ namespace {
 
 using common::Executor;
 using common::Handler;
-
-using common::OwnConnection;
 
 bool equals_ignore_case(std::string_view a, std::string_view b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
@@ -66,8 +65,8 @@ Periods read_periods(Executor& ex) {
 // Statements of the cash close and reopen: no transaction, the common handler.
 void run_common(const std::vector<std::string>& statements) {
     common::guarded(Handler::Common, [&] {
-        OwnConnection cn(common::GetPromptString());
-        Executor ex(cn.get(), Handler::Common);
+        billcore::Operation op(Handler::Common, common::GetPromptString());
+        Executor& ex = op.ex();
         for (const std::string& sql : statements)
             ex.execute(sql);
     });
@@ -79,8 +78,8 @@ void InitData::CloseICInit(const std::string& PromptString, std::int16_t StartYe
                            std::int16_t StartPeriod) {
     const std::string y = std::to_string(StartYear);
     const std::string p = std::to_string(StartPeriod);
-    OwnConnection cn(PromptString);
-    Executor ex(cn.get(), Handler::None);
+    billcore::Operation op(Handler::None, PromptString);
+    Executor& ex = op.ex();
     ex.execute("delete from icbal where fyear=" + y + " and Fperiod=" + p);
     ex.execute("delete from icbal_Entry where fyear=" + y + " and Fperiod=" + p);
     ex.execute(
@@ -103,8 +102,8 @@ void InitData::CloseICInit(const std::string& PromptString, std::int16_t StartYe
 }
 
 void InitData::UnCloseICInit(const std::string& PromptString) {
-    OwnConnection cn(PromptString);
-    Executor ex(cn.get(), Handler::None);
+    billcore::Operation op(Handler::None, PromptString);
+    Executor& ex = op.ex();
     const Periods periods = read_periods(ex);
     if (periods.start < periods.current)
         throw ado::ComError::component("启用期间与当前期间不一致，不能返回初始化！");
@@ -115,25 +114,25 @@ void InitData::UnCloseICInit(const std::string& PromptString) {
 
 bool InitData::CloseWLInit(const std::string& PromptString) {
     return common::guarded(Handler::Common, [&] {
-        OwnConnection cn(PromptString);
-        Executor ex(cn.get(), Handler::Common);
+        billcore::Operation op(Handler::Common, PromptString);
+        Executor& ex = op.ex();
         const Periods periods = read_periods(ex);
         if (periods.start != periods.current)
             throw ado::ComError::component("帐套当前月份与启用月份不一致,不能关闭初始化!");
         const std::string y = std::to_string(periods.start_year);
         const std::string p = std::to_string(periods.start_period);
-        ex.begin();
-        ex.execute("truncate table WLBal");
-        ex.execute("truncate table WLSettleBal");
-        ex.execute("delete from ICStockBill where FTranType in (-12,-22)");
-        ex.execute("Insert Into WLBal(FYear,FPeriod,FItemClassID,FOrgaID,FBegBal) select " + y +
-                   "," + p + ",FItemClassID,FOrgaID,FAmount from WLInitData");
-        ex.execute(
-            "Insert Into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) Select "
-            "-FOrgaID,FOrgaID,Case FItemClassID when 1 then -22 else -12 end,FAmount From "
-            "WLInitData");
-        ex.execute("Update t_SystemProfile set FValue='1' where FKey='WLClosed'");
-        ex.commit();
+        op.transaction([&] {
+            ex.execute("truncate table WLBal");
+            ex.execute("truncate table WLSettleBal");
+            ex.execute("delete from ICStockBill where FTranType in (-12,-22)");
+            ex.execute("Insert Into WLBal(FYear,FPeriod,FItemClassID,FOrgaID,FBegBal) select " + y +
+                       "," + p + ",FItemClassID,FOrgaID,FAmount from WLInitData");
+            ex.execute(
+                "Insert Into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) Select "
+                "-FOrgaID,FOrgaID,Case FItemClassID when 1 then -22 else -12 end,FAmount From "
+                "WLInitData");
+            ex.execute("Update t_SystemProfile set FValue='1' where FKey='WLClosed'");
+        });
         return true;
     });
 }
@@ -141,19 +140,19 @@ bool InitData::CloseWLInit(const std::string& PromptString) {
 bool InitData::UnCloseWLInit(const std::string& New_CnStr) {
     return common::guarded(Handler::Common, [&] {
         common::SetPromptString(New_CnStr);
-        OwnConnection cn(common::GetPromptString());
-        Executor ex(cn.get(), Handler::Common);
+        billcore::Operation op(Handler::Common, common::GetPromptString());
+        Executor& ex = op.ex();
         const Periods periods = read_periods(ex);
         if (periods.start != periods.current)
             throw ado::ComError::component("帐套当前月份与启用月份不一致,不能返回初始化!");
-        ex.begin();
-        ex.execute("Delete from WLBal");
-        ex.execute("delete from WLSettleBal");
-        // Matches partners by negated id, so the pseudo bills (whose FOrgaID is the partner id
-        // itself) stay until the next close removes them by kind. Kept as the books expect it.
-        ex.execute("delete from ICStockBill where FOrgaID in (select FItemID*-1 from t_Item)");
-        ex.execute("Update t_SystemProfile set FValue='0' where FKey='WLClosed'");
-        ex.commit();
+        op.transaction([&] {
+            ex.execute("Delete from WLBal");
+            ex.execute("delete from WLSettleBal");
+            // Matches partners by negated id, so the pseudo bills (whose FOrgaID is the partner id
+            // itself) stay until the next close removes them by kind. Kept as the books expect it.
+            ex.execute("delete from ICStockBill where FOrgaID in (select FItemID*-1 from t_Item)");
+            ex.execute("Update t_SystemProfile set FValue='0' where FKey='WLClosed'");
+        });
         return true;
     });
 }
@@ -170,8 +169,8 @@ void InitData::SaveInitWLData(std::int32_t /*ItemClassID*/, std::shared_ptr<ado:
                               common::sql_number(rs->Fields("FAmount").Value()) + ")");
             rs->MoveNext();
         }
-        OwnConnection cn(common::GetPromptString());
-        Executor ex(cn.get(), Handler::Common);
+        billcore::Operation op(Handler::Common, common::GetPromptString());
+        Executor& ex = op.ex();
         ex.execute("truncate table WLInitData");
         for (const std::string& sql : inserts)
             ex.execute(sql);

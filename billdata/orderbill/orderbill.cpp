@@ -3,6 +3,7 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -55,89 +56,87 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
         Recordset& lines = common::require_recordset(RsBill);
         Recordset& detail = common::require_recordset(rsBillDetail);
 
-        common::OwnConnection own;
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
-        ex.begin();
-
+        billcore::Operation op(Handler::Common);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
         std::int32_t inter_id = OldInterID;
-        if (OldInterID < 1) {
-            // Order numbers are always drawn for kind 11, whatever kind the caller stores.
-            inter_id = common::NextInterID(ex, common::kSeriesOrder, 0);
-            std::string prefix;
-            BillNo =
-                billcore::NextBillNo(ex, std::to_string(billcore::kind::kOrder), BillDate, prefix);
-        } else {
-            // A re-save removes the old order through the same checks as a delete (gone or
-            // audited stops it), inside this transaction, and drops its payment bills: the
-            // advance is written anew after the commit.
-            DeleteBill(billcore::kind::kOrder, OldInterID, cn, false);
-            ex.execute("delete from WLBill where FOrderBillID=" + std::to_string(OldInterID));
-        }
-        const std::string id = std::to_string(inter_id);
-
-        std::int16_t entry = 0;
-        double sum_qty = 0, sum_amount = 0, sum_retail = 0;
-        while (!lines.Eof()) {
-            ex.execute(
-                "Insert Into ICOrderEntry(FInterID,FEntryID,FItemID,FRowKey,"
-                "FQty,FZkRate,FPrice,FAmount,FRetailPrice,FRetailAmount,FMemo) Values(" +
-                id + "," + std::to_string(entry) + "," + common::field_text(lines, "FItemID") +
-                ",'" + common::sql_text(common::field_text(lines, "FRowKey")) + "'," +
-                common::field_text(lines, "FQty") + "," + common::field_text(lines, "FZkRate") +
-                "," + common::field_text(lines, "FPrice") + "," +
-                common::field_text(lines, "FAmount") + "," +
-                common::field_text(lines, "FRetailPrice") + "," +
-                common::field_text(lines, "FRetailAmount") + ",'" +
-                common::sql_text(common::field_text(lines, "FMemo")) + "')");
-            // The line counter is 16-bit: an order of more than 32768 lines cannot be saved.
-            if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
-            ++entry;
-            sum_qty += lines.Fields("FQty").Value().to_double();
-            sum_amount += lines.Fields("FAmount").Value().to_double();
-            sum_retail += lines.Fields("FRetailAmount").Value().to_double();
-            lines.MoveNext();
-        }
-
-        // The header follows its lines and carries their sums, never the caller's.
-        ex.execute(
-            "Insert Into ICOrder(FInterID,FTranType,FDate,FBillNo,FOrgaID,FRemark,FBillerID,"
-            "FSumQty,FSumAmount,FSumRetailAmount,FEarnest,FacctID,FDeleted,FSysTime) values(" +
-            id + "," + std::to_string(TranType) + ",'" + BillDate.to_string() + "','" +
-            common::sql_text(BillNo) + "'," + std::to_string(OrgaID) + ",'" +
-            common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," + sql_number(sum_qty) +
-            "," + sql_number(sum_amount) + "," + sql_number(sum_retail) + "," + sql_number(Amount) +
-            "," + std::to_string(AcctID) + ",0,getdate())");
-
-        if (detail.RecordCount() > 0) detail.MoveFirst();
-        while (!detail.Eof()) {
-            const Variant& del = detail.Fields("FDel").Value();
-            if (!del.is_null() && del.to_double() == 0) {
-                ex.execute(
-                    "Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,"
-                    "FColorEntryID,FQty) Values(" +
-                    id + "," + common::field_text(detail, "FItemID") + ",'" +
-                    common::sql_text(common::field_text(detail, "FRowKey")) + "'," +
-                    common::field_text(detail, "FSizeiD") + ",'" +
-                    common::sql_text(common::field_text(detail, "FColor")) + "'," +
-                    common::field_text(detail, "FColorEntryID") + "," +
-                    common::field_text(detail, "FQty") + ")");
+        op.transaction([&] {
+            if (OldInterID < 1) {
+                // Order numbers are always drawn for kind 11, whatever kind the caller stores.
+                op.draw_interior_id(inter_id, billcore::kind::kOrder);
+                std::string prefix;
+                BillNo = billcore::NextBillNo(ex, std::to_string(billcore::kind::kOrder), BillDate,
+                                              prefix);
+            } else {
+                // A re-save removes the old order through the same checks as a delete (gone or
+                // audited stops it), inside this transaction, and drops its payment bills: the
+                // advance is written anew after the commit.
+                DeleteBill(billcore::kind::kOrder, OldInterID, cn, false);
+                ex.execute("delete from WLBill where FOrderBillID=" + std::to_string(OldInterID));
             }
-            detail.MoveNext();
-        }
+            const std::string id = std::to_string(inter_id);
 
-        // Items without sizes get one breakdown row each. The rows come from the stock-bill
-        // line table under the same interior id: that is the statement the order screens have
-        // always relied on, and it is kept as it stands.
-        ex.execute(
-            "Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,FColorEntryID,"
-            "FQty) select t1.FInterID,t1.FItemID,t1.FRowKey,0,'',0,Fqty "
-            "from ICStockBillEntry t1 inner join t_icitem t3 on t1.fitemid=t3.fitemid "
-            "where t1.FInterID=" +
-            id + " and isnull(t3.FSizeID,0)=0");
+            std::int16_t entry = 0;
+            double sum_qty = 0, sum_amount = 0, sum_retail = 0;
+            while (!lines.Eof()) {
+                ex.execute(
+                    "Insert Into ICOrderEntry(FInterID,FEntryID,FItemID,FRowKey,"
+                    "FQty,FZkRate,FPrice,FAmount,FRetailPrice,FRetailAmount,FMemo) Values(" +
+                    id + "," + std::to_string(entry) + "," + common::field_text(lines, "FItemID") +
+                    ",'" + common::sql_text(common::field_text(lines, "FRowKey")) + "'," +
+                    common::field_text(lines, "FQty") + "," + common::field_text(lines, "FZkRate") +
+                    "," + common::field_text(lines, "FPrice") + "," +
+                    common::field_text(lines, "FAmount") + "," +
+                    common::field_text(lines, "FRetailPrice") + "," +
+                    common::field_text(lines, "FRetailAmount") + ",'" +
+                    common::sql_text(common::field_text(lines, "FMemo")) + "')");
+                // The line counter is 16-bit: an order of more than 32768 lines cannot be saved.
+                if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
+                ++entry;
+                sum_qty += lines.Fields("FQty").Value().to_double();
+                sum_amount += lines.Fields("FAmount").Value().to_double();
+                sum_retail += lines.Fields("FRetailAmount").Value().to_double();
+                lines.MoveNext();
+            }
 
-        ex.commit();
-        own.close();
+            // The header follows its lines and carries their sums, never the caller's.
+            ex.execute(
+                "Insert Into ICOrder(FInterID,FTranType,FDate,FBillNo,FOrgaID,FRemark,FBillerID,"
+                "FSumQty,FSumAmount,FSumRetailAmount,FEarnest,FacctID,FDeleted,FSysTime) values(" +
+                id + "," + std::to_string(TranType) + ",'" + BillDate.to_string() + "','" +
+                common::sql_text(BillNo) + "'," + std::to_string(OrgaID) + ",'" +
+                common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
+                sql_number(sum_qty) + "," + sql_number(sum_amount) + "," + sql_number(sum_retail) +
+                "," + sql_number(Amount) + "," + std::to_string(AcctID) + ",0,getdate())");
+
+            if (detail.RecordCount() > 0) detail.MoveFirst();
+            while (!detail.Eof()) {
+                const Variant& del = detail.Fields("FDel").Value();
+                if (!del.is_null() && del.to_double() == 0) {
+                    ex.execute(
+                        "Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,"
+                        "FColorEntryID,FQty) Values(" +
+                        id + "," + common::field_text(detail, "FItemID") + ",'" +
+                        common::sql_text(common::field_text(detail, "FRowKey")) + "'," +
+                        common::field_text(detail, "FSizeiD") + ",'" +
+                        common::sql_text(common::field_text(detail, "FColor")) + "'," +
+                        common::field_text(detail, "FColorEntryID") + "," +
+                        common::field_text(detail, "FQty") + ")");
+                }
+                detail.MoveNext();
+            }
+
+            // Items without sizes get one breakdown row each. The rows come from the stock-bill
+            // line table under the same interior id: that is the statement the order screens have
+            // always relied on, and it is kept as it stands.
+            ex.execute(
+                "Insert Into ICOrderEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,FColorEntryID,"
+                "FQty) select t1.FInterID,t1.FItemID,t1.FRowKey,0,'',0,Fqty "
+                "from ICStockBillEntry t1 inner join t_icitem t3 on t1.fitemid=t3.fitemid "
+                "where t1.FInterID=" +
+                id + " and isnull(t3.FSizeID,0)=0");
+        });
+        op.close();
         OldInterID = inter_id;
 
         // The advance is written after the order's commit, in the payment class's own
@@ -157,9 +156,8 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
 void OrderBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                            std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        common::OwnConnection own(Cn);
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
+        billcore::Operation op(Handler::Common, Cn);
+        Executor& ex = op.ex();
         const std::string id = std::to_string(InterID);
 
         auto rs = ex.query(
@@ -184,9 +182,8 @@ void OrderBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 
 void OrderBill::UnblankOut(std::int32_t InterID) {
     common::guarded(Handler::Common, [&] {
-        common::OwnConnection own;
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
+        billcore::Operation op(Handler::Common);
+        Executor& ex = op.ex();
         ex.execute("Update ICOrder set FDeleted=0 where FInterID=" + std::to_string(InterID));
         ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));
     });

@@ -4,6 +4,7 @@
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/billcore/costing.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
@@ -66,13 +67,12 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
                          std::shared_ptr<ado::Recordset>& rsBillDetail) {
     return common::guarded(Handler::DuplicateKey, [&]() -> bool {
         common::require_recordset(RsBill);
-        common::OwnConnection own_cn;
-        const auto& cn = own_cn.get();
-        Executor ex(cn, Handler::DuplicateKey);
+        billcore::Operation op(Handler::DuplicateKey);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
         const std::int32_t old_id = OldInterID;
         std::int32_t id = old_id;
-        ex.on_duplicate_interior_id(
-            [&] { id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
+        op.redraw_on_clash(id, TranType);
 
         const bool propagate = common::GetCostStyle() == 1;
         if (old_id >= 1 && propagate) {
@@ -82,53 +82,56 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
             billcore::RecacuSptjd(cn, old_id);
         }
 
-        ex.begin();
-        billcore::take_id_or_clear(ex, old_id < 1, id, TranType, BillDate, BillNo);
+        op.transaction([&] {
+            billcore::take_id_or_clear(op, old_id < 1, id, TranType, BillDate, BillNo);
 
-        std::int32_t entry = 1;
-        double qty_sum = 0, amount_sum = 0, retail_sum = 0;
-        while (!RsBill->Eof()) {
-            const std::string price = field(RsBill, "FPrice");
-            const std::string amount = field(RsBill, "FAmount");
-            // The unit cost of a line is its price and its cost its amount.
+            std::int32_t entry = 1;
+            double qty_sum = 0, amount_sum = 0, retail_sum = 0;
+            while (!RsBill->Eof()) {
+                const std::string price = field(RsBill, "FPrice");
+                const std::string amount = field(RsBill, "FAmount");
+                // The unit cost of a line is its price and its cost its amount.
+                ex.execute([&] {
+                    return "Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,"
+                           "FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FUnitCost,FCost) Values(" +
+                           std::to_string(id) + "," + std::to_string(entry) + "," +
+                           field(RsBill, "FItemID") + ",'" +
+                           common::sql_text(field(RsBill, "FRowKey")) + "'," +
+                           field(RsBill, "FQty") + "," + price + "," + amount + "," +
+                           field(RsBill, "FRetailPrice") + "," + field(RsBill, "FRetailAmount") +
+                           "," + field(RsBill, "FZkRate") + ",'" +
+                           common::sql_text(field(RsBill, "FMemo")) + "'," + price + "," + amount +
+                           ")";
+                });
+                retail_sum += RsBill->Fields("FRetailAmount").Value().to_double();
+                qty_sum += RsBill->Fields("FQty").Value().to_double();
+                amount_sum += RsBill->Fields("FAmount").Value().to_double();
+                ++entry;
+                RsBill->MoveNext();
+            }
+            RsBill->Close();
+            RsBill.reset();
+
+            // Other stock out carries the receiving stock in both stock columns; kept as the books
+            // have always recorded it.
+            const std::int32_t issuing =
+                TranType == billcore::kind::kOtherOut ? InStockID : OutStockID;
             ex.execute([&] {
-                return "Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,"
-                       "FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FUnitCost,FCost) Values(" +
-                       std::to_string(id) + "," + std::to_string(entry) + "," +
-                       field(RsBill, "FItemID") + ",'" +
-                       common::sql_text(field(RsBill, "FRowKey")) + "'," + field(RsBill, "FQty") +
-                       "," + price + "," + amount + "," + field(RsBill, "FRetailPrice") + "," +
-                       field(RsBill, "FRetailAmount") + "," + field(RsBill, "FZkRate") + ",'" +
-                       common::sql_text(field(RsBill, "FMemo")) + "'," + price + "," + amount + ")";
+                return "Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOutStockID,"
+                       "FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,"
+                       "FCause,FSeason,FMonth) values(" +
+                       std::to_string(id) + "," + std::to_string(TranType) + ",'" +
+                       BillDate.to_string() + "','" + common::sql_text(BillNo) + "'," +
+                       std::to_string(InStockID) + "," + std::to_string(issuing) + ",'" +
+                       common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
+                       std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
+                       ",'" + billcore::now_text() + "'," + common::sql_number(qty_sum) + "," +
+                       common::sql_number(amount_sum) + "," + common::sql_number(retail_sum) +
+                       ",'" + common::sql_text(Cause) + "','" + billcore::season_text(BillDate) +
+                       "','" + billcore::month_text(BillDate) + "')";
             });
-            retail_sum += RsBill->Fields("FRetailAmount").Value().to_double();
-            qty_sum += RsBill->Fields("FQty").Value().to_double();
-            amount_sum += RsBill->Fields("FAmount").Value().to_double();
-            ++entry;
-            RsBill->MoveNext();
-        }
-        RsBill->Close();
-        RsBill.reset();
-
-        // Other stock out carries the receiving stock in both stock columns; kept as the books
-        // have always recorded it.
-        const std::int32_t issuing = TranType == billcore::kind::kOtherOut ? InStockID : OutStockID;
-        ex.execute([&] {
-            return "Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOutStockID,"
-                   "FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,FSumRetailAmount,"
-                   "FCause,FSeason,FMonth) values(" +
-                   std::to_string(id) + "," + std::to_string(TranType) + ",'" +
-                   BillDate.to_string() + "','" + common::sql_text(BillNo) + "'," +
-                   std::to_string(InStockID) + "," + std::to_string(issuing) + ",'" +
-                   common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
-                   std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
-                   billcore::now_text() + "'," + common::sql_number(qty_sum) + "," +
-                   common::sql_number(amount_sum) + "," + common::sql_number(retail_sum) + ",'" +
-                   common::sql_text(Cause) + "','" + billcore::season_text(BillDate) + "','" +
-                   billcore::month_text(BillDate) + "')";
+            billcore::write_size_rows(ex, id, rsBillDetail);
         });
-        billcore::write_size_rows(ex, id, rsBillDetail);
-        ex.commit();
 
         if (old_id >= 1 && propagate) billcore::RecacuSptjd(cn, old_id);
         OldInterID = id;
@@ -140,37 +143,38 @@ void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                            std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
         // On its own connection a failure leaves nothing half done: closing rolls back.
-        common::OwnConnection own_cn(Cn);
-        const bool own = own_cn.owned();
-        const auto& cn = own_cn.get();
-        Executor ex(cn, Handler::Common);
-        if (own) ex.begin();
-        const std::string id = std::to_string(InterID);
+        billcore::Operation op(Handler::Common, Cn);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
+        op.transaction(
+            [&] {
+                const std::string id = std::to_string(InterID);
 
-        auto rs = ex.query(
-            "select isnull(FCheckerID,0) as FcheckerID,isnull(FDeleted,0) as FDeleted,FDate,"
-            "FYear,FPeriod,FBillNo from ICStockBill where FInterID=" +
-            id);
-        if (!rs->Eof()) {
-            billcore::check_removable(rs);
-            const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
-            rs->Close();
+                auto rs = ex.query(
+                    "select isnull(FCheckerID,0) as FcheckerID,isnull(FDeleted,0) as FDeleted,FDate,"
+                    "FYear,FPeriod,FBillNo from ICStockBill where FInterID=" +
+                    id);
+                if (!rs->Eof()) {
+                    billcore::check_removable(rs);
+                    const bool live = rs->Fields("FDeleted").Value().to_int32() == 0;
+                    rs->Close();
 
-            if (DoBlankOut || live) {
-                ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
-                if (common::GetCostStyle() == 1) billcore::RecacuSptjd(cn, InterID);
-            }
-            if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
-        } else {
-            rs->Close();
-        }
-        if (own) ex.commit();
+                    if (DoBlankOut || live) {
+                        ex.execute("Update ICStockBill set FDeleted=1 where FInterID=" + id);
+                        if (common::GetCostStyle() == 1) billcore::RecacuSptjd(cn, InterID);
+                    }
+                    if (!DoBlankOut) billcore::delete_stock_bill(ex, InterID);
+                } else {
+                    rs->Close();
+                }
+            },
+            /*join_callers=*/true);
     });
 }
 
 void OtherBill::UnblankOut(std::int32_t InterID) {
-    common::OwnConnection own_cn;
-    const auto& cn = own_cn.get();
+    billcore::Operation op(Handler::None);
+    const auto& cn = op.connection();
     cn->Execute("Update ICStockBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
     if (common::GetCostStyle() == 1) billcore::RecacuSptjd(cn, InterID);
 }

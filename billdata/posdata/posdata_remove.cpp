@@ -1,6 +1,7 @@
 // Voiding, deleting and restoring a till sale.
 
 #include "billdata/billcore/costing.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
 #include "billdata/common/session.h"
@@ -11,16 +12,15 @@ namespace billdata {
 namespace {
 
 using common::Handler;
-using common::OwnConnection;
 
 }  // namespace
 
 void PosData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                          std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        OwnConnection own(Cn);
-        const std::shared_ptr<ado::Connection>& cn = own.get();
-        common::Executor ex(cn, Handler::Common);
+        billcore::Operation op(Handler::Common, Cn);
+        const auto& cn = op.connection();
+        common::Executor& ex = op.ex();
         const std::string id = std::to_string(InterID);
 
         auto rs = ex.query(
@@ -76,8 +76,8 @@ void PosData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 }
 
 void PosData::UnblankOut(std::int32_t InterID) {
-    OwnConnection own;
-    common::Executor ex(own.get(), Handler::None);
+    billcore::Operation op(Handler::None);
+    common::Executor& ex = op.ex();
     const std::string id = std::to_string(InterID);
     ex.execute("Update ICStockBill set FDeleted=0 where FInterID=" + id);
     // The card's purchase total stays as DeleteBill left it.
@@ -92,7 +92,7 @@ void PosData::UnblankOut(std::int32_t InterID) {
     ex.execute(
         "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icOrderEntry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid where t2.FInterID=" +
         id);
-    billcore::RecacuSptjd(own.get(), InterID);
+    billcore::RecacuSptjd(op.connection(), InterID);
 }
 
 }  // namespace billdata

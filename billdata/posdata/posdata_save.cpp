@@ -5,6 +5,7 @@
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/billcore/costing.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/handlers.h"
@@ -18,7 +19,6 @@ namespace {
 
 using ado::Variant;
 using common::Handler;
-using common::OwnConnection;
 using common::sql_number;
 
 // An amount with two decimals for the points-history memo, rounded half away from zero on the
@@ -67,8 +67,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                                double GetJfAmount, const std::string& Machine,
                                std::int32_t StockBillID, const std::string& BillNoBegChar) {
     return common::guarded(Handler::DuplicateKey, [&]() -> std::int32_t {
-        OwnConnection own;
-        common::Executor ex(own.get(), Handler::DuplicateKey);
+        billcore::Operation op(Handler::DuplicateKey);
+        common::Executor& ex = op.ex();
 
         // A corrected sale keeps its number and whether the till has already handed in its
         // money.
@@ -85,100 +85,67 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
             rs->Close();
         }
 
-        ex.begin();
-
         std::int32_t inter_id = 0;
-        if (StockBillID < 1) {
-            inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0);
-            std::string prefix = BillNoBegChar;
-            bill_no = billcore::NextBillNo(ex, std::to_string(billcore::kind::kPosSale), BillDate,
-                                           prefix);
-        } else {
-            inter_id = StockBillID;
-            // Removes the old sale and everything it booked, inside this transaction. A sale
-            // that no longer exists is refused here and nothing is saved.
-            DeleteBill(billcore::kind::kPosSale, inter_id, own.get(), false);
-        }
-        // The number comes with the caller's prefix or from the bill being corrected.
-        const std::string bill_no_text = common::sql_text(bill_no);
-        // Two tills that drew the same id clash on the first line: take a fresh id and go on.
-        ex.on_duplicate_interior_id(
-            [&] { inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
         auto id = [&] { return std::to_string(inter_id); };
-
-        ado::Recordset& lines = common::require_recordset(BillData);
-        std::int32_t line = 0;
-        double cost_total = 0, retail_total = 0, discount_total = 0, amount_total = 0;
-        // Kept at 16 bits: a sale of more than 32,767 pieces fails with an overflow.
-        std::int16_t qty_total = 0;
-        auto add_qty = [&](double qty) {
-            qty_total = Variant(static_cast<double>(qty_total) + qty).to_int16();
-        };
-
-        while (!lines.Eof()) {
-            auto v = [&](const char* name) -> const Variant& { return lines.Fields(name).Value(); };
-            const double qty = v("FQty").to_double();
-            const double amount = v("FAmount").to_double();
-            const double retail_amount = v("FRetailAmount").to_double();
-            const double unit_cost = v("FUnitCost").to_double();
-            // The odd change is spread over the lines by their share of the sale amount plus
-            // the odd change itself.
-            double odd_entry = 0;
-            if (SumAmount != 0) {
-                const double divisor = SumAmount + std::fabs(OddMent);
-                if (divisor == 0) throw ado::ComError(11, "除数为零");
-                odd_entry = Variant::round_half_even(amount / divisor * OddMent, 2);
+        op.transaction([&] {
+            if (StockBillID < 1) {
+                op.draw_interior_id(inter_id, billcore::kind::kPosSale);
+                std::string prefix = BillNoBegChar;
+                bill_no = billcore::NextBillNo(ex, std::to_string(billcore::kind::kPosSale),
+                                               BillDate, prefix);
+            } else {
+                inter_id = StockBillID;
+                // Removes the old sale and everything it booked, inside this transaction. A sale
+                // that no longer exists is refused here and nothing is saved.
+                DeleteBill(billcore::kind::kPosSale, inter_id, op.connection(), false);
             }
-            const std::string key = std::to_string(line);
-            ex.execute([&] {
-                return "Insert Into ICStockBillEntry(FInterID,FEntryID,FrowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FOddMentEntry,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FRefTranType) Values(" +
-                       id() + "," + key + ",'" + key + "'," + v("FItemID").to_string() + "," +
-                       v("FQty").to_string() + "," + v("FPrice").to_string() + "," +
-                       v("FAmount").to_string() + "," + v("FZkRate").to_string() + "," +
-                       v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() + "," +
-                       sql_number(odd_entry) + "," + sql_number(retail_amount - amount) + "," +
-                       v("FSalerID").to_string() + "," + v("FPreSend").to_string() + "," +
-                       v("FUnitCost").to_string() + "," + sql_number(unit_cost * qty) + "," +
-                       v("FRefInterId").to_string() + "," + v("FRefEntryID").to_string() + "," +
-                       v("FRefTranType").to_string() + ")";
-            });
-            cost_total += qty * unit_cost;
-            retail_total += retail_amount;
-            discount_total += retail_amount - amount;
-            amount_total += amount;
-            add_qty(qty);
-            ex.execute([&] {
-                return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
-                       id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
-                       common::sql_text(v("FColor").to_string()) + "'," + v("FSizeID").to_string() +
-                       ",0," + v("FQty").to_string() + ")";
-            });
-            ++line;
-            lines.MoveNext();
-        }
+            // The number comes with the caller's prefix or from the bill being corrected.
+            const std::string bill_no_text = common::sql_text(bill_no);
+            // Two tills that drew the same id clash on the first line: take a fresh id and go on.
+            op.redraw_on_clash(inter_id, billcore::kind::kPosSale);
 
-        // Goods handed over in advance continue the line numbering; they carry no entry id, no
-        // price and no amount, only their retail value and cost.
-        if (rsPreSendItem) {
-            ado::Recordset& items = *rsPreSendItem;
-            while (!items.Eof()) {
+            ado::Recordset& lines = common::require_recordset(BillData);
+            std::int32_t line = 0;
+            double cost_total = 0, retail_total = 0, discount_total = 0, amount_total = 0;
+            // Kept at 16 bits: a sale of more than 32,767 pieces fails with an overflow.
+            std::int16_t qty_total = 0;
+            auto add_qty = [&](double qty) {
+                qty_total = Variant(static_cast<double>(qty_total) + qty).to_int16();
+            };
+
+            while (!lines.Eof()) {
                 auto v = [&](const char* name) -> const Variant& {
-                    return items.Fields(name).Value();
+                    return lines.Fields(name).Value();
                 };
                 const double qty = v("FQty").to_double();
-                const double retail_price = v("FRetailPrice").to_double();
+                const double amount = v("FAmount").to_double();
+                const double retail_amount = v("FRetailAmount").to_double();
                 const double unit_cost = v("FUnitCost").to_double();
+                // The odd change is spread over the lines by their share of the sale amount plus
+                // the odd change itself.
+                double odd_entry = 0;
+                if (SumAmount != 0) {
+                    const double divisor = SumAmount + std::fabs(OddMent);
+                    if (divisor == 0) throw ado::ComError(11, "除数为零");
+                    odd_entry = Variant::round_half_even(amount / divisor * OddMent, 2);
+                }
                 const std::string key = std::to_string(line);
                 ex.execute([&] {
-                    return "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(" +
-                           id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
-                           v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() + "," +
-                           sql_number(retail_price * qty) + ",0,0,1," + v("FUnitCost").to_string() +
-                           "," + sql_number(unit_cost * qty) + ",0,0,'" +
-                           common::sql_text(v("Fmemo").to_string()) + "')";
+                    return "Insert Into ICStockBillEntry(FInterID,FEntryID,FrowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FOddMentEntry,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FRefTranType) Values(" +
+                           id() + "," + key + ",'" + key + "'," + v("FItemID").to_string() + "," +
+                           v("FQty").to_string() + "," + v("FPrice").to_string() + "," +
+                           v("FAmount").to_string() + "," + v("FZkRate").to_string() + "," +
+                           v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() +
+                           "," + sql_number(odd_entry) + "," + sql_number(retail_amount - amount) +
+                           "," + v("FSalerID").to_string() + "," + v("FPreSend").to_string() + "," +
+                           v("FUnitCost").to_string() + "," + sql_number(unit_cost * qty) + "," +
+                           v("FRefInterId").to_string() + "," + v("FRefEntryID").to_string() + "," +
+                           v("FRefTranType").to_string() + ")";
                 });
-                cost_total += unit_cost * qty;
-                retail_total += retail_price * qty;
+                cost_total += qty * unit_cost;
+                retail_total += retail_amount;
+                discount_total += retail_amount - amount;
+                amount_total += amount;
                 add_qty(qty);
                 ex.execute([&] {
                     return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
@@ -187,74 +154,106 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                            v("FSizeID").to_string() + ",0," + v("FQty").to_string() + ")";
                 });
                 ++line;
-                items.MoveNext();
+                lines.MoveNext();
             }
-        }
 
-        const int year = BillDate.year();
-        const int month = BillDate.month();
-        const std::string season = billcore::season_text(BillDate);
-        const std::string month_text = billcore::month_text(BillDate);
+            // Goods handed over in advance continue the line numbering; they carry no entry id, no
+            // price and no amount, only their retail value and cost.
+            if (rsPreSendItem) {
+                ado::Recordset& items = *rsPreSendItem;
+                while (!items.Eof()) {
+                    auto v = [&](const char* name) -> const Variant& {
+                        return items.Fields(name).Value();
+                    };
+                    const double qty = v("FQty").to_double();
+                    const double retail_price = v("FRetailPrice").to_double();
+                    const double unit_cost = v("FUnitCost").to_double();
+                    const std::string key = std::to_string(line);
+                    ex.execute([&] {
+                        return "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(" +
+                               id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
+                               v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() +
+                               "," + sql_number(retail_price * qty) + ",0,0,1," +
+                               v("FUnitCost").to_string() + "," + sql_number(unit_cost * qty) +
+                               ",0,0,'" + common::sql_text(v("Fmemo").to_string()) + "')";
+                    });
+                    cost_total += unit_cost * qty;
+                    retail_total += retail_price * qty;
+                    add_qty(qty);
+                    ex.execute([&] {
+                        return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
+                               id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
+                               common::sql_text(v("FColor").to_string()) + "'," +
+                               v("FSizeID").to_string() + ",0," + v("FQty").to_string() + ")";
+                    });
+                    ++line;
+                    items.MoveNext();
+                }
+            }
 
-        // Points shrink by the share of the sale paid with odd change, vouchers and points.
-        double sum_jf = SumJf;
-        if (SumAmount != 0)
-            sum_jf = sum_jf - Variant::round_half_even(
-                                  (OddMent + GetDyq + GetJfAmount) / SumAmount * sum_jf, 2);
+            const int year = BillDate.year();
+            const int month = BillDate.month();
+            const std::string season = billcore::season_text(BillDate);
+            const std::string month_text = billcore::month_text(BillDate);
 
-        const std::string date = BillDate.to_string();
-        ex.execute([&] {
-            return "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values(" +
-                   id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
-                   std::to_string(BillerID) + "," + std::to_string(year) + "," +
-                   std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" +
-                   bill_no_text + "'," + sql_number(GetCash) + "," + sql_number(amount_total) +
-                   "," + std::to_string(qty_total) + "," + sql_number(SumAmount) + "," +
-                   sql_number(retail_total) + "," + sql_number(discount_total) + "," +
-                   sql_number(GetDyq) + "," + sql_number(GetBlank) + "," + sql_number(cost_total) +
-                   "," + sql_number(SumAmount - cost_total) + "," + sql_number(OddMent) + ",'" +
-                   common::sql_text(BillRemark) + "','" + common::sql_text(ClassName) + "'," +
-                   (QkAmount != 0 ? "1" : "0") + "," + sql_number(QkAmount) + "," +
-                   std::to_string(VipID) + "," + sql_number(GetAmount) + "," +
-                   sql_number(ChangeAmount) + "," +
-                   sql_number(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" +
-                   month_text + "'," + sql_number(JfExchange) + "," + sql_number(GetJfAmount) +
-                   ",'" + common::sql_text(Machine) + "'," + (pos_get_money ? "1" : "0") + "," +
-                   sql_number(GetQk) + ")";
-        });
-        BillData.reset();
+            // Points shrink by the share of the sale paid with odd change, vouchers and points.
+            double sum_jf = SumJf;
+            if (SumAmount != 0)
+                sum_jf = sum_jf - Variant::round_half_even(
+                                      (OddMent + GetDyq + GetJfAmount) / SumAmount * sum_jf, 2);
 
-        if (VipID > 0) {
-            const std::string vip = std::to_string(VipID);
-            // Both the unused balance and the lifetime total move by the points earned less
-            // the points redeemed.
-            const std::string net = sql_number(sum_jf - JfExchange);
-            ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" +
-                       sql_number(SumAmount) + ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net +
-                       ",FSumJf=isnull(FSumJf,0)+" + net +
-                       ",FEditTime=getdate() where FVipID=" + vip);
-            // A provisional card becomes a full card once its purchases reach the threshold.
-            ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
-                       " and FSumBuyAmount>=" + sql_number(AmountBogusToVip));
-            // The cashier's name as the user table holds it, quotes and all.
-            const std::string biller = common::sql_text(GetUserName(BillerID));
+            const std::string date = BillDate.to_string();
             ex.execute([&] {
-                return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
-                       id() + "," + vip + ",'" + date + "'," + sql_number(sum_jf) + ",'" + biller +
-                       "','消费增加积分,消费金额：" + format_two_decimals(SumAmount) +
-                       ",单号:" + bill_no_text + "')";
+                return "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values(" +
+                       id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
+                       std::to_string(BillerID) + "," + std::to_string(year) + "," +
+                       std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" +
+                       bill_no_text + "'," + sql_number(GetCash) + "," + sql_number(amount_total) +
+                       "," + std::to_string(qty_total) + "," + sql_number(SumAmount) + "," +
+                       sql_number(retail_total) + "," + sql_number(discount_total) + "," +
+                       sql_number(GetDyq) + "," + sql_number(GetBlank) + "," +
+                       sql_number(cost_total) + "," + sql_number(SumAmount - cost_total) + "," +
+                       sql_number(OddMent) + ",'" + common::sql_text(BillRemark) + "','" +
+                       common::sql_text(ClassName) + "'," + (QkAmount != 0 ? "1" : "0") + "," +
+                       sql_number(QkAmount) + "," + std::to_string(VipID) + "," +
+                       sql_number(GetAmount) + "," + sql_number(ChangeAmount) + "," +
+                       sql_number(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" +
+                       month_text + "'," + sql_number(JfExchange) + "," + sql_number(GetJfAmount) +
+                       ",'" + common::sql_text(Machine) + "'," + (pos_get_money ? "1" : "0") + "," +
+                       sql_number(GetQk) + ")";
             });
-            if (JfExchange != 0) {
+            BillData.reset();
+
+            if (VipID > 0) {
+                const std::string vip = std::to_string(VipID);
+                // Both the unused balance and the lifetime total move by the points earned less
+                // the points redeemed.
+                const std::string net = sql_number(sum_jf - JfExchange);
+                ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" +
+                           sql_number(SumAmount) + ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net +
+                           ",FSumJf=isnull(FSumJf,0)+" + net +
+                           ",FEditTime=getdate() where FVipID=" + vip);
+                // A provisional card becomes a full card once its purchases reach the threshold.
+                ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
+                           " and FSumBuyAmount>=" + sql_number(AmountBogusToVip));
+                // The cashier's name as the user table holds it, quotes and all.
+                const std::string biller = common::sql_text(GetUserName(BillerID));
                 ex.execute([&] {
                     return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
-                           id() + "," + vip + ",'" + date + "'," + sql_number(-JfExchange) + ",'" +
-                           biller + "','积分兑换金额：" + format_two_decimals(GetJfAmount) +
+                           id() + "," + vip + ",'" + date + "'," + sql_number(sum_jf) + ",'" +
+                           biller + "','消费增加积分,消费金额：" + format_two_decimals(SumAmount) +
                            ",单号:" + bill_no_text + "')";
                 });
+                if (JfExchange != 0) {
+                    ex.execute([&] {
+                        return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
+                               id() + "," + vip + ",'" + date + "'," + sql_number(-JfExchange) +
+                               ",'" + biller + "','积分兑换金额：" +
+                               format_two_decimals(GetJfAmount) + ",单号:" + bill_no_text + "')";
+                    });
+                }
             }
-        }
-
-        ex.commit();
+        });
 
         // Outside the transaction: a failure from here on leaves the sale saved.
         ex.execute(
@@ -272,7 +271,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 "delete from icOrderEntry_1 where finterid not in (select finterid from icorderentry)");
         }
         if (common::GetCostStyle() == 1 && StockBillID > 0)
-            billcore::RecacuSptjd(own.get(), StockBillID);
+            billcore::RecacuSptjd(op.connection(), StockBillID);
         return inter_id;
     });
 }

@@ -5,6 +5,7 @@
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/billcore/costing.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/billcore/stock_bill_writer.h"
 #include "billdata/common/audit.h"
 #include "billdata/common/bill_parts.h"
@@ -79,12 +80,11 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         if (RsBill->Eof()) throw ado::ComError::component("没有数据可以保存!");
 
         auto stocks = stock_list();
-        common::OwnConnection own;
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::DuplicateKey);
+        billcore::Operation op(Handler::DuplicateKey);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
         std::int32_t id = OldInterID;
-        ex.on_duplicate_interior_id(
-            [&] { id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
+        op.redraw_on_clash(id, TranType);
 
         if (OldInterID > 0) {
             // The old receipt is voided and the propagation worked out without it before the
@@ -94,89 +94,89 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
             billcore::CacuSptjd(cn, OldInterID, false);
         }
 
-        ex.begin();
-        billcore::take_id_or_clear(ex, OldInterID < 1, id, TranType, BillDate, BillNo);
+        op.transaction([&] {
+            billcore::take_id_or_clear(op, OldInterID < 1, id, TranType, BillDate, BillNo);
 
-        std::int32_t entry = 1;
-        double retail_sum = 0;
-        while (!RsBill->Eof()) {
-            const std::string item = field(RsBill, "FItemID");
-            const std::string qty = field(RsBill, "FQty");
-            const std::string price = field(RsBill, "FPrice");
-            const std::string his_price = field(RsBill, "FHisPrice");
-            retail_sum += RsBill->Fields("FRetailAmount").Value().to_double();
-            ex.execute([&] {
-                return "Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,"
-                       "FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FHisPrice) Values(" +
-                       std::to_string(id) + "," + std::to_string(entry) + "," + item + ",'" +
-                       common::sql_text(field(RsBill, "FRowKey")) + "'," + qty + "," + price + "," +
-                       field(RsBill, "FAmount") + "," + field(RsBill, "FRetailPrice") + "," +
-                       field(RsBill, "FRetailAmount") + "," + field(RsBill, "FZkRate") + ",'" +
-                       common::sql_text(field(RsBill, "FMemo")) + "'," + his_price + ")";
-            });
-            if (TranType == billcore::kind::kPurchaseReceipt)
-                ex.execute("Update t_icitem set FPurPrice=" + price +
-                           ",FSupplierID=" + std::to_string(OrgaID) + " where fitemid=" + item);
-
-            const double difference = RsBill->Fields("FPrice").Value().to_double() -
-                                      RsBill->Fields("FHisPrice").Value().to_double();
-            const bool changed = std::abs(Variant::round_half_even(difference, 4)) > 0.00001;
-            auto insert_difference = [&](const std::string& stock, double amount,
-                                         const std::string& memo) {
+            std::int32_t entry = 1;
+            double retail_sum = 0;
+            while (!RsBill->Eof()) {
+                const std::string item = field(RsBill, "FItemID");
+                const std::string qty = field(RsBill, "FQty");
+                const std::string price = field(RsBill, "FPrice");
+                const std::string his_price = field(RsBill, "FHisPrice");
+                retail_sum += RsBill->Fields("FRetailAmount").Value().to_double();
                 ex.execute([&] {
-                    return "Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,"
-                           "FPrice,FAmount,FMemo,FHisPrice) Values(" +
-                           std::to_string(id) + "," + std::to_string(-entry) + "," + stock + "," +
-                           item + ",0," + common::sql_number(difference) + "," +
-                           common::sql_number(amount) + ",'" + memo + "'," + his_price + ")";
+                    return "Insert Into ICStockBillEntry(FInterID,FEntryID,FItemID,FRowKey,FQty,FPrice,"
+                           "FAmount,FRetailPrice,FRetailAmount,FZkRate,FMemo,FHisPrice) Values(" +
+                           std::to_string(id) + "," + std::to_string(entry) + "," + item + ",'" +
+                           common::sql_text(field(RsBill, "FRowKey")) + "'," + qty + "," + price +
+                           "," + field(RsBill, "FAmount") + "," + field(RsBill, "FRetailPrice") +
+                           "," + field(RsBill, "FRetailAmount") + "," + field(RsBill, "FZkRate") +
+                           ",'" + common::sql_text(field(RsBill, "FMemo")) + "'," + his_price + ")";
                 });
-            };
-            if (TranType == billcore::kind::kPurchaseReturn && changed) {
-                // A return revalues only what it takes out of its own stock.
-                insert_difference(std::to_string(StockID),
-                                  difference * RsBill->Fields("FQty").Value().to_double(), qty);
-            }
-            if (TranType == billcore::kind::kPurchaseReceipt && changed) {
-                // A receipt revalues the goods already on hand, wherever they are: one row per
-                // stock that holds the item, all sharing the line's negative entry id. The
-                // quantity asked is the item's in that stock over every bill — this receipt's
-                // own lines do not count yet, as its header is written after them.
-                const std::int32_t item_id = RsBill->Fields("FItemID").Value().to_int32();
-                stocks->MoveFirst();
-                while (!stocks->Eof()) {
-                    const std::int32_t stock_id = stocks->Fields("FItemID").Value().to_int32();
-                    const double on_hand = common::GetStockQty(cn, stock_id, item_id, 0);
-                    if (on_hand != 0)
-                        insert_difference(std::to_string(stock_id), difference * on_hand,
-                                          common::sql_number(on_hand));
-                    stocks->MoveNext();
-                }
-            }
-            ++entry;
-            RsBill->MoveNext();
-        }
-        RsBill->Close();
-        RsBill.reset();
+                if (TranType == billcore::kind::kPurchaseReceipt)
+                    ex.execute("Update t_icitem set FPurPrice=" + price +
+                               ",FSupplierID=" + std::to_string(OrgaID) + " where fitemid=" + item);
 
-        // Receipts have always been stored without a season: the quarter label is not worked out
-        // until after the header is written, and then not stored.
-        const std::string season;
-        ex.execute([&] {
-            return "Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOrgaID,"
-                   "FAcctID,FSettleID,FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,"
-                   "FSumRetailAmount,FSeason,FMonth) values(" +
-                   std::to_string(id) + "," + std::to_string(TranType) + ",'" +
-                   BillDate.to_string() + "','" + common::sql_text(BillNo) + "'," +
-                   std::to_string(StockID) + "," + std::to_string(OrgaID) + "," +
-                   std::to_string(AcctID) + "," + std::to_string(SettleID) + ",'" +
-                   common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
-                   std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) + ",'" +
-                   billcore::now_text() + "'," + common::sql_number(SumQty) + "," +
-                   common::sql_number(SumAmount) + "," + common::sql_number(retail_sum) + ",'" +
-                   season + "','" + billcore::month_text(BillDate) + "')";
+                const double difference = RsBill->Fields("FPrice").Value().to_double() -
+                                          RsBill->Fields("FHisPrice").Value().to_double();
+                const bool changed = std::abs(Variant::round_half_even(difference, 4)) > 0.00001;
+                auto insert_difference = [&](const std::string& stock, double amount,
+                                             const std::string& memo) {
+                    ex.execute([&] {
+                        return "Insert Into ICStockbillEntry(FInterID,FEntryID,FTjStockID,FItemID,FQty,"
+                               "FPrice,FAmount,FMemo,FHisPrice) Values(" +
+                               std::to_string(id) + "," + std::to_string(-entry) + "," + stock +
+                               "," + item + ",0," + common::sql_number(difference) + "," +
+                               common::sql_number(amount) + ",'" + memo + "'," + his_price + ")";
+                    });
+                };
+                if (TranType == billcore::kind::kPurchaseReturn && changed) {
+                    // A return revalues only what it takes out of its own stock.
+                    insert_difference(std::to_string(StockID),
+                                      difference * RsBill->Fields("FQty").Value().to_double(), qty);
+                }
+                if (TranType == billcore::kind::kPurchaseReceipt && changed) {
+                    // A receipt revalues the goods already on hand, wherever they are: one row per
+                    // stock that holds the item, all sharing the line's negative entry id. The
+                    // quantity asked is the item's in that stock over every bill — this receipt's
+                    // own lines do not count yet, as its header is written after them.
+                    const std::int32_t item_id = RsBill->Fields("FItemID").Value().to_int32();
+                    stocks->MoveFirst();
+                    while (!stocks->Eof()) {
+                        const std::int32_t stock_id = stocks->Fields("FItemID").Value().to_int32();
+                        const double on_hand = common::GetStockQty(cn, stock_id, item_id, 0);
+                        if (on_hand != 0)
+                            insert_difference(std::to_string(stock_id), difference * on_hand,
+                                              common::sql_number(on_hand));
+                        stocks->MoveNext();
+                    }
+                }
+                ++entry;
+                RsBill->MoveNext();
+            }
+            RsBill->Close();
+            RsBill.reset();
+
+            // Receipts have always been stored without a season: the quarter label is not worked
+            // out until after the header is written, and then not stored.
+            const std::string season;
+            ex.execute([&] {
+                return "Insert Into ICStockBill(FInterID,FTranType,FDate,FBillNo,FInStockID,FOrgaID,"
+                       "FAcctID,FSettleID,FRemark,FBillerID,FYear,FPeriod,FSysTime,FSumQty,FSumAmount,"
+                       "FSumRetailAmount,FSeason,FMonth) values(" +
+                       std::to_string(id) + "," + std::to_string(TranType) + ",'" +
+                       BillDate.to_string() + "','" + common::sql_text(BillNo) + "'," +
+                       std::to_string(StockID) + "," + std::to_string(OrgaID) + "," +
+                       std::to_string(AcctID) + "," + std::to_string(SettleID) + ",'" +
+                       common::sql_text(Remark) + "'," + std::to_string(BillerID) + "," +
+                       std::to_string(BillDate.year()) + "," + std::to_string(BillDate.month()) +
+                       ",'" + billcore::now_text() + "'," + common::sql_number(SumQty) + "," +
+                       common::sql_number(SumAmount) + "," + common::sql_number(retail_sum) + ",'" +
+                       season + "','" + billcore::month_text(BillDate) + "')";
+            });
+            billcore::write_size_rows(ex, id, rsBillDetail);
         });
-        billcore::write_size_rows(ex, id, rsBillDetail);
-        ex.commit();
         OldInterID = id;
 
         if (common::GetCostStyle() == 1) {
@@ -195,9 +195,9 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
 void PurRkd::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                         std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        common::OwnConnection own(Cn);
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
+        billcore::Operation op(Handler::Common, Cn);
+        const auto& cn = op.connection();
+        Executor& ex = op.ex();
         const std::string id = std::to_string(InterID);
 
         auto rs = ex.query(
@@ -221,8 +221,8 @@ void PurRkd::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 }
 
 void PurRkd::UnblankOut(std::int32_t InterID) {
-    common::OwnConnection own;
-    const auto& cn = own.get();
+    billcore::Operation op(Handler::None);
+    const auto& cn = op.connection();
     cn->Execute("Update ICStockBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
     billcore::CacuSptjd(cn, InterID, true);
 }

@@ -38,6 +38,9 @@ void billdata_free(char* text);
 int32_t billdata_last_error_number(void);
 /* Its description (UTF-8), "" when none; valid until the next call on this thread. */
 const char* billdata_last_error_description(void);
+/* When the failed operation could not undo its work either (its rollback failed too): that
+ * failure's number and description; "" otherwise. Valid until the next call on this thread. */
+const char* billdata_last_error_cleanup(void);
 
 /* Releases an object. NULL is allowed. */
 void billdata_release(billdata_object* object);

@@ -86,6 +86,10 @@ const char* billdata_last_error_description(void) {
     return last_error().description().c_str();
 }
 
+const char* billdata_last_error_cleanup(void) {
+    return last_error().cleanup_failure().c_str();
+}
+
 void billdata_release(billdata_object* object) {
     delete object;
 }

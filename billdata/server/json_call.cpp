@@ -240,8 +240,11 @@ std::string outcome_json(const CallOutcome& outcome) {
 }
 
 std::string error_json(const ado::ComError& error) {
-    return "{\"error\": {\"number\": " + std::to_string(error.number()) +
-           ", \"description\": " + quote(error.description()) + "}}";
+    std::string out = "{\"error\": {\"number\": " + std::to_string(error.number()) +
+                      ", \"description\": " + quote(error.description());
+    // Only when the operation's clean-up failed too: the work may not have been undone.
+    if (!error.cleanup_failure().empty()) out += ", \"cleanup\": " + quote(error.cleanup_failure());
+    return out + "}}";
 }
 
 }  // namespace billdata::server

@@ -5,7 +5,8 @@
 //     {"fields": ["FItemID", …], "rows": [[…], …]}, an array of ids a JSON array, null is Null
 //     (Nothing for a record set or connection), and an optional argument is left out;
 //   output: {"result": …, "out": {…in/out arguments…}};
-//   errors: {"error": {"number": -2147220503, "description": "…"}}.
+//   errors: {"error": {"number": -2147220503, "description": "…"}}, with "cleanup": "…" added
+//     only when the failed operation's rollback failed too.
 
 #include <string>
 #include <string_view>
@@ -36,7 +37,7 @@ CallOutcome call_json(Object& object, std::string_view method, std::string_view 
 std::string to_json(const Value& value);
 // {"result": …, "out": {…}} on one line.
 std::string outcome_json(const CallOutcome& outcome);
-// {"error": {"number": …, "description": "…"}} on one line.
+// {"error": {"number": …, "description": "…"[, "cleanup": "…"]}} on one line.
 std::string error_json(const ado::ComError& error);
 
 // The deepest nesting of arrays and objects a JSON text may have. The values of a call nest a

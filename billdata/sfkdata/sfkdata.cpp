@@ -3,6 +3,7 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -32,20 +33,13 @@ void check_id_array(const std::vector<std::int32_t>& ids) {
 // Marks (or clears) the audit mark of all bills of `ids` in one transaction on a connection of
 // its own; the first failure rolls everything back.
 void set_check_marks(const std::vector<std::int32_t>& ids, const std::string& head) {
-    common::OwnConnection own;
-    const auto& cn = own.get();
-    Executor ex(cn, Handler::Common);
-    ex.begin();
-    try {
+    billcore::Operation op(Handler::Common);
+    op.transaction([&] {
         check_id_array(ids);
         for (std::int32_t id : ids) {
-            ex.execute(head + " where FInterID=" + std::to_string(id));
+            op.ex().execute(head + " where FInterID=" + std::to_string(id));
         }
-        ex.commit();
-    } catch (...) {
-        if (cn->InTransaction()) ex.rollback();
-        throw;
-    }
+    });
 }
 
 }  // namespace
@@ -61,35 +55,35 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
                                std::int32_t BillerID, std::int32_t OldInterID,
                                std::int32_t OrderBillID, std::int32_t StockBillID) {
     return common::guarded(Handler::Common, [&]() -> std::int32_t {
-        common::OwnConnection own;
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
-        ex.begin();
+        billcore::Operation op(Handler::Common);
+        Executor& ex = op.ex();
+        op.transaction([&] {
+            std::int32_t inter_id = OldInterID;
+            if (OldInterID < 1) {
+                // Receipts and payments, whatever kind the caller stores, share the money bills'
+                // ids.
+                op.draw_interior_id(inter_id, billcore::kind::kReceipt);
+                std::string prefix;
+                BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+            } else {
+                ex.execute("delete from wlbill where FInterID=" + std::to_string(OldInterID));
+            }
 
-        std::int32_t inter_id = OldInterID;
-        if (OldInterID < 1) {
-            inter_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
-            std::string prefix;
-            BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
-        } else {
-            ex.execute("delete from wlbill where FInterID=" + std::to_string(OldInterID));
-        }
-
-        // The time of saving is this machine's clock, not the database's.
-        const DateTime now = DateTime::now();
-        ex.execute(
-            "Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,FOrgaID,"
-            "FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,FOrderBillID,FStockBillID)"
-            " Values(" +
-            std::to_string(inter_id) + "," + std::to_string(TranType) + ",0," +
-            std::to_string(EmpID) + ",'" + BillDate.to_string() + "','" + common::sql_text(BillNo) +
-            "'," + std::to_string(AcctID) + "," + std::to_string(OrgaID) + "," +
-            sql_number(SumAmount + OddMent) + "," + sql_number(SumAmount) + "," +
-            sql_number(OddMent) + ",'" + common::sql_text(Memo) + "'," + std::to_string(BillerID) +
-            ",'" + now.date_string() + " " + now.time_string() + "'," +
-            std::to_string(OrderBillID) + "," + std::to_string(StockBillID) + ")");
-
-        ex.commit();
+            // The time of saving is this machine's clock, not the database's.
+            const DateTime now = DateTime::now();
+            ex.execute(
+                "Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,FOrgaID,"
+                "FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,FOrderBillID,FStockBillID)"
+                " Values(" +
+                std::to_string(inter_id) + "," + std::to_string(TranType) + ",0," +
+                std::to_string(EmpID) + ",'" + BillDate.to_string() + "','" +
+                common::sql_text(BillNo) + "'," + std::to_string(AcctID) + "," +
+                std::to_string(OrgaID) + "," + sql_number(SumAmount + OddMent) + "," +
+                sql_number(SumAmount) + "," + sql_number(OddMent) + ",'" + common::sql_text(Memo) +
+                "'," + std::to_string(BillerID) + ",'" + now.date_string() + " " +
+                now.time_string() + "'," + std::to_string(OrderBillID) + "," +
+                std::to_string(StockBillID) + ")");
+        });
         return 0;
     });
 }
@@ -97,9 +91,8 @@ std::int32_t SFKData::SaveData(std::int16_t TranType, const DateTime& BillDate, 
 void SFKData::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                          std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        common::OwnConnection own(Cn);
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
+        billcore::Operation op(Handler::Common, Cn);
+        Executor& ex = op.ex();
         const std::string id = std::to_string(InterID);
 
         auto rs = ex.query(
@@ -201,9 +194,8 @@ void SFKData::UnCheckBill(std::vector<std::int32_t>& InterID, std::int32_t /*Che
 }
 
 void SFKData::UnblankOut(std::int32_t InterID) {
-    common::OwnConnection own;
-    const auto& cn = own.get();
-    Executor ex(cn, Handler::None);
+    billcore::Operation op(Handler::None);
+    Executor& ex = op.ex();
     ex.execute("Update WLBill set FDeleted=0 where FInterID=" + std::to_string(InterID));
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "billdata/billcore/bill_kinds.h"
+#include "billdata/billcore/operation.h"
 #include "billdata/common/bill_parts.h"
 #include "billdata/common/filter_guard.h"
 #include "billdata/common/handlers.h"
@@ -37,114 +38,110 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
     common::guarded(Handler::DuplicateKey, [&] {
         Recordset& rows = common::require_recordset(BillData);
 
-        common::OwnConnection own;
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::DuplicateKey);
-        ex.begin();
+        billcore::Operation op(Handler::DuplicateKey);
+        Executor& ex = op.ex();
+        op.transaction([&] {
+            std::int32_t inter_id = ModifyInterID;
+            if (ModifyInterID < 1) {
+                op.draw_interior_id(inter_id, billcore::kind::kMemberOrder);
+                std::string prefix;
+                BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+                // Member orders draw their ids from the stock-bill series but live in ICOrder, so
+                // another till's bill may already hold the id: draw again while nothing has been
+                // written under it (the first line clashes before anything else is written).
+                op.redraw_on_clash(inter_id, billcore::kind::kMemberOrder);
+            } else {
+                // The lines and size/colour rows go with the header (the database removes them).
+                ex.execute("delete from icorder where FInterID=" + std::to_string(inter_id));
+                ex.execute("delete from wlbill where FOrderBillID=" + std::to_string(inter_id));
+            }
 
-        std::int32_t inter_id = ModifyInterID;
-        if (ModifyInterID < 1) {
-            inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0);
-            std::string prefix;
-            BillNo = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
-            // Member orders draw their ids from the stock-bill series but live in ICOrder, so
-            // another till's bill may already hold the id: draw again while nothing has been
-            // written under it (the first line clashes before anything else is written).
-            ex.on_duplicate_interior_id(
-                [&] { inter_id = common::NextInterID(ex, common::kSeriesStockBill, 0); });
-        } else {
-            // The lines and size/colour rows go with the header (the database removes them).
-            ex.execute("delete from icorder where FInterID=" + std::to_string(inter_id));
-            ex.execute("delete from wlbill where FOrderBillID=" + std::to_string(inter_id));
-        }
+            std::int16_t entry = 0;
+            double sum_retail = 0, sum_amount = 0;
+            std::int16_t sum_qty = 0;
+            while (!rows.Eof()) {
+                const std::string row_key = std::to_string(entry);
+                ex.execute([&] {
+                    return "Insert Into icorderEntry(FInterID,FEntryID,FRowKey,FItemID,FSalerID,"
+                           "FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FUnitCost,"
+                           "FPreSend) Values(" +
+                           std::to_string(inter_id) + "," + row_key + ",'" + row_key + "'," +
+                           common::field_text(rows, "FItemID") + "," +
+                           common::field_text(rows, "FSalerID") + "," +
+                           common::field_text(rows, "FQty") + "," +
+                           common::field_text(rows, "FPrice") + "," +
+                           common::field_text(rows, "FAmount") + "," +
+                           common::field_text(rows, "FZkRate") + "," +
+                           common::field_text(rows, "FRetailPrice") + "," +
+                           common::field_text(rows, "FRetailAmount") + "," +
+                           common::field_text(rows, "FUnitCost") + "," +
+                           common::field_text(rows, "FPreSend") + ")";
+                });
+                // Rows now stand under this id: from here on a clash must fail the save.
+                ex.on_duplicate_interior_id(nullptr);
 
-        std::int16_t entry = 0;
-        double sum_retail = 0, sum_amount = 0;
-        std::int16_t sum_qty = 0;
-        while (!rows.Eof()) {
-            const std::string row_key = std::to_string(entry);
+                sum_retail += rows.Fields("FRetailAmount").Value().to_double();
+                // The quantity sum is a 16-bit integer, rounded as the platform assigns it.
+                sum_qty =
+                    Variant(static_cast<double>(sum_qty) + rows.Fields("Fqty").Value().to_double())
+                        .to_int16();
+                sum_amount += rows.Fields("FAmount").Value().to_double();
+
+                ex.execute(
+                    "Insert Into icorderEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,"
+                    "FColorEntryID,FQty) Values(" +
+                    std::to_string(inter_id) + ",'" + row_key + "'," +
+                    common::field_text(rows, "FItemID") + ",'" +
+                    common::sql_text(common::field_text(rows, "FColor")) + "'," +
+                    common::field_text(rows, "FSizeID") + ",0," + common::field_text(rows, "FQty") +
+                    ")");
+
+                if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
+                ++entry;
+                rows.MoveNext();
+            }
+            BillData.reset();
+
+            // The stored kind is always 21, whatever kind numbered the order.
             ex.execute([&] {
-                return "Insert Into icorderEntry(FInterID,FEntryID,FRowKey,FItemID,FSalerID,"
-                       "FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FUnitCost,"
-                       "FPreSend) Values(" +
-                       std::to_string(inter_id) + "," + row_key + ",'" + row_key + "'," +
-                       common::field_text(rows, "FItemID") + "," +
-                       common::field_text(rows, "FSalerID") + "," +
-                       common::field_text(rows, "FQty") + "," + common::field_text(rows, "FPrice") +
-                       "," + common::field_text(rows, "FAmount") + "," +
-                       common::field_text(rows, "FZkRate") + "," +
-                       common::field_text(rows, "FRetailPrice") + "," +
-                       common::field_text(rows, "FRetailAmount") + "," +
-                       common::field_text(rows, "FUnitCost") + "," +
-                       common::field_text(rows, "FPreSend") + ")";
+                return "Insert Into icorder(FInterID,FTranType,FDate,FEarnest,FAcctID,FDeleted,"
+                       "FBillerID,FSysTime,FOrgaID,FBillNo,FSumQty,FSumAmount,FSumRetailAmount,"
+                       "FRemark,FPhone,FOwner) values(" +
+                       std::to_string(inter_id) + ",21,'" + BillDate.to_string() + "'," +
+                       sql_number(Earnest) + "," + std::to_string(AcctID) + ",0," +
+                       std::to_string(UserID) + ",getdate()," + std::to_string(VipID) + ",'" +
+                       common::sql_text(BillNo) + "'," + std::to_string(sum_qty) + "," +
+                       sql_number(sum_amount) + "," + sql_number(sum_retail) + ",'" +
+                       common::sql_text(Remark) + "','" + common::sql_text(Phone) + "','" +
+                       common::sql_text(Owner) + "')";
             });
-            // Rows now stand under this id: from here on a clash must fail the save.
-            ex.on_duplicate_interior_id(nullptr);
 
-            sum_retail += rows.Fields("FRetailAmount").Value().to_double();
-            // The quantity sum is a 16-bit integer, rounded as the platform assigns it.
-            sum_qty =
-                Variant(static_cast<double>(sum_qty) + rows.Fields("Fqty").Value().to_double())
-                    .to_int16();
-            sum_amount += rows.Fields("FAmount").Value().to_double();
-
-            ex.execute(
-                "Insert Into icorderEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,"
-                "FColorEntryID,FQty) Values(" +
-                std::to_string(inter_id) + ",'" + row_key + "'," +
-                common::field_text(rows, "FItemID") + ",'" +
-                common::sql_text(common::field_text(rows, "FColor")) + "'," +
-                common::field_text(rows, "FSizeID") + ",0," + common::field_text(rows, "FQty") +
-                ")");
-
-            if (entry == INT16_MAX) throw ComError::platform(ado::err::kOverflow);
-            ++entry;
-            rows.MoveNext();
-        }
-        BillData.reset();
-
-        // The stored kind is always 21, whatever kind numbered the order.
-        ex.execute([&] {
-            return "Insert Into icorder(FInterID,FTranType,FDate,FEarnest,FAcctID,FDeleted,"
-                   "FBillerID,FSysTime,FOrgaID,FBillNo,FSumQty,FSumAmount,FSumRetailAmount,"
-                   "FRemark,FPhone,FOwner) values(" +
-                   std::to_string(inter_id) + ",21,'" + BillDate.to_string() + "'," +
-                   sql_number(Earnest) + "," + std::to_string(AcctID) + ",0," +
-                   std::to_string(UserID) + ",getdate()," + std::to_string(VipID) + ",'" +
-                   common::sql_text(BillNo) + "'," + std::to_string(sum_qty) + "," +
-                   sql_number(sum_amount) + "," + sql_number(sum_retail) + ",'" +
-                   common::sql_text(Remark) + "','" + common::sql_text(Phone) + "','" +
-                   common::sql_text(Owner) + "')";
+            // The earnest's receipt is written always, amounts 0 included.
+            std::int32_t receipt_id = 0;
+            op.draw_interior_id(receipt_id, billcore::kind::kReceipt);
+            std::string prefix;
+            const std::string receipt_no = billcore::NextBillNo(
+                ex, std::to_string(billcore::kind::kReceipt), BillDate, prefix);
+            op.redraw_on_clash(receipt_id, billcore::kind::kReceipt);
+            ex.execute([&] {
+                return "Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,"
+                       "FOrgaID,FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,"
+                       "FOrderBillID,FStockBillID) Values(" +
+                       std::to_string(receipt_id) + ",23,0,0,'" + BillDate.to_string() + "','" +
+                       receipt_no + "'," + std::to_string(AcctID) + "," + std::to_string(VipID) +
+                       "," + sql_number(Earnest) + "," + sql_number(Earnest) + ",0,'会员订单：" +
+                       common::sql_text(BillNo) + "'," + std::to_string(UserID) + ",getdate()," +
+                       std::to_string(inter_id) + ",0)";
+            });
         });
-
-        // The earnest's receipt is written always, amounts 0 included.
-        std::int32_t receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0);
-        std::string prefix;
-        const std::string receipt_no =
-            billcore::NextBillNo(ex, std::to_string(billcore::kind::kReceipt), BillDate, prefix);
-        ex.on_duplicate_interior_id(
-            [&] { receipt_id = common::NextInterID(ex, common::kSeriesMoneyBill, 0); });
-        ex.execute([&] {
-            return "Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,"
-                   "FOrgaID,FSettleAmount,FSumAmount,FOddMent,FMemo,FBillerID,FSysTime,"
-                   "FOrderBillID,FStockBillID) Values(" +
-                   std::to_string(receipt_id) + ",23,0,0,'" + BillDate.to_string() + "','" +
-                   receipt_no + "'," + std::to_string(AcctID) + "," + std::to_string(VipID) + "," +
-                   sql_number(Earnest) + "," + sql_number(Earnest) + ",0,'会员订单：" +
-                   common::sql_text(BillNo) + "'," + std::to_string(UserID) + ",getdate()," +
-                   std::to_string(inter_id) + ",0)";
-        });
-
-        ex.commit();
     });
 }
 
 void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                           std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        common::OwnConnection own(Cn);
-        const auto& cn = own.get();
-        Executor ex(cn, Handler::Common);
+        billcore::Operation op(Handler::Common, Cn);
+        Executor& ex = op.ex();
         const std::string id = std::to_string(InterID);
 
         auto rs = ex.query(
@@ -172,9 +169,8 @@ void vipOrder::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
 }
 
 void vipOrder::UnblankOut(std::int32_t InterID) {
-    common::OwnConnection own;
-    const auto& cn = own.get();
-    Executor ex(cn, Handler::None);
+    billcore::Operation op(Handler::None);
+    Executor& ex = op.ex();
     ex.execute("Update icorder set FDeleted=0 where FInterID=" + std::to_string(InterID));
     ex.execute("Update WLBill set FDeleted=0 where FOrderBillID=" + std::to_string(InterID));
 }

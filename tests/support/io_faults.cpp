@@ -17,6 +17,7 @@ std::atomic<std::int64_t> commits{0};
 std::atomic<int> armed_target{-1};
 std::atomic<std::int64_t> armed_nth{0};
 std::atomic<int> armed_code{0};
+std::atomic<bool> armed_onward{false};
 std::atomic<bool> fired{false};
 std::atomic<std::int64_t> commits_at_fire{0};
 
@@ -24,9 +25,9 @@ std::atomic<std::int64_t> commits_at_fire{0};
 bool fails(Target t) {
     const int index = static_cast<int>(t);
     const std::int64_t n = ++calls[static_cast<std::size_t>(index)];
-    if (armed_target.load() != index || n != armed_nth.load()) return false;
-    commits_at_fire = commits.load();
-    fired = true;
+    if (armed_target.load() != index) return false;
+    if (armed_onward.load() ? n < armed_nth.load() : n != armed_nth.load()) return false;
+    if (!fired.exchange(true)) commits_at_fire = commits.load();
     return true;
 }
 
@@ -259,9 +260,15 @@ void arm(Target target, std::int64_t nth, int code) {
     armed_target = static_cast<int>(target);
 }
 
+void arm_onward(Target target, std::int64_t nth, int code) {
+    arm(target, nth, code);
+    armed_onward = true;
+}
+
 void disarm() {
     armed_target = -1;
     armed_nth = 0;
+    armed_onward = false;
 }
 
 Shot shot() {

@@ -46,6 +46,10 @@ void reset();
 // returning null (`code` unused).
 void arm(Target target, std::int64_t nth, int code);
 
+// As arm(), but the `nth` call and every later one fail until disarm(): memory or a disk that
+// stays gone, so that whatever the library does to clean up fails as well.
+void arm_onward(Target target, std::int64_t nth, int code);
+
 // Disarms, leaving the counts and what happened to the fault as they are.
 void disarm();
 

@@ -114,6 +114,8 @@ int run_call(const std::string& db, int year, int period, const std::string& for
             std::cout << server::error_json(e) << "\n";
         else
             std::cout << "error " << e.number() << ": " << e.description() << "\n";
+        if (!json && !e.cleanup_failure().empty())
+            std::cout << "clean-up failed too: " << e.cleanup_failure() << "\n";
         return 1;
     }
 }
