@@ -287,7 +287,7 @@ void RecacuSptjd(const std::shared_ptr<ado::Connection>& Cn, std::int32_t InterI
                               difference * line.qty_value, line.qty, line.his_price);
             continue;
         }
-        if (line.tran_type != 112) continue;
+        if (line.tran_type != kind::kPurchaseReceipt) continue;
         stocks->MoveFirst();
         while (!stocks->Eof()) {
             const std::string stock = text_of(stocks, "FItemID");
