@@ -120,6 +120,9 @@ class Driver {
   public:
     virtual ~Driver() = default;
     virtual std::string name() const = 0;
+    // The version of the engine this driver reaches, as its library reports it ("SQLite 3.40.1"),
+    // or "" when the engine has no library of its own in this process.
+    virtual std::string engine_version() const { return {}; }
     // True when this driver serves the connection string (by its Provider, Driver or path).
     virtual bool accepts(const ConnectionString& cs) const = 0;
     // Opens a physical connection; raises ComError (err::kConnection) when it cannot.
@@ -131,6 +134,8 @@ class Driver {
 // registry itself before the first lookup.
 void register_driver(std::shared_ptr<Driver> driver);
 void register_builtin_drivers();
+// Every registered driver (the built-in ones included), in the order of registration.
+std::vector<std::shared_ptr<Driver>> registered_drivers();
 // The driver for a connection string; raises ComError naming the provider when none serves it.
 std::shared_ptr<Driver> find_driver(const ConnectionString& cs);
 

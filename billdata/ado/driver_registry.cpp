@@ -34,6 +34,13 @@ void register_driver(std::shared_ptr<Driver> driver) {
     r.drivers.push_back(std::move(driver));
 }
 
+std::vector<std::shared_ptr<Driver>> registered_drivers() {
+    register_builtin_drivers();
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.drivers;
+}
+
 std::shared_ptr<Driver> find_driver(const ConnectionString& cs) {
     register_builtin_drivers();
     {

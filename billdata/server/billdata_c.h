@@ -42,6 +42,11 @@ const char* billdata_last_error_description(void);
  * failure's number and description; "" otherwise. Valid until the next call on this thread. */
 const char* billdata_last_error_cleanup(void);
 
+/* The library's version ("0.1.0"), and the lines `billdata --version` prints (the version, then
+ * each driver compiled in with its engine's version). Static texts, valid for the whole run. */
+const char* billdata_version(void);
+const char* billdata_version_text(void);
+
 /* Releases an object. NULL is allowed. */
 void billdata_release(billdata_object* object);
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 
+#include "billdata/ado/version.h"
 #include "billdata/server/billdata_c.h"
 #include "billdata/server/dispatch.h"
 #include "billdata/server/json_call.h"
@@ -88,6 +89,16 @@ const char* billdata_last_error_description(void) {
 
 const char* billdata_last_error_cleanup(void) {
     return last_error().cleanup_failure().c_str();
+}
+
+const char* billdata_version(void) {
+    static const std::string text = billdata::version();
+    return text.c_str();
+}
+
+const char* billdata_version_text(void) {
+    static const std::string text = billdata::version_text();
+    return text.c_str();
 }
 
 void billdata_release(billdata_object* object) {

@@ -8,12 +8,15 @@
 #include <cstring>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "billdata/ado/ado.h"
+#include "billdata/ado/version.h"
 #include "billdata/dialect/dialect.h"
 #include "billdata/schema/builtin_catalog.h"
 #include "billdata/schema/schema.h"
 #include "cli.h"
+#include "manual.h"
 #include "output.h"
 
 namespace billdata::cli {
@@ -91,7 +94,23 @@ bool output_written() {
 }
 
 int run(int argc, char** argv) {
-    CLI::App app{"billdata — bill data of an apparel back office with point-of-sale tills"};
+    CLI::App app{"billdata — bill data of an apparel back office with point-of-sale tills",
+                 "billdata"};
+    app.footer(
+        "Environment: BILLDATA_DB is the database of a command given no --db; with "
+        "BILLDATA_SQL_LOG=<file> every statement the component issues is appended to the file.\n"
+        "Exit status: 0 done; 1 the command or a call failed; 2 the output could not be "
+        "written.\n"
+        "`billdata <command> --help` describes a command; `billdata describe` the classes, "
+        "their methods and parameters.");
+    app.set_version_flag("--version", [] {
+        std::string text = version_text();
+        if (!text.empty() && text.back() == '\n') text.pop_back();
+        return text;
+    });
+    bool manual = false;
+    // Hidden: the build writes the installed manual page with it.
+    app.add_flag("--manual-page", manual, "print the manual page (roff)")->group("");
     app.require_subcommand(1);
 
     std::string init_path;
@@ -144,10 +163,16 @@ int run(int argc, char** argv) {
                      "the new database file to create and keep (default: a temporary file)");
     demo->add_flag("--keep", demo_keep, "keep the temporary database and print where it is");
 
+    for (int i = 1; i < argc; ++i)
+        if (std::string_view(argv[i]) == "--manual-page") app.require_subcommand(0);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
+    }
+    if (manual) {
+        std::cout << manual_page(app, version());
+        return output_written() ? 0 : kExitOutputLost;
     }
 
     int status = 0;

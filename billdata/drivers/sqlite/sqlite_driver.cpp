@@ -890,6 +890,9 @@ ComError bad_option(const std::string& why) {
 class SqliteDriver final : public ado::driver::Driver {
   public:
     std::string name() const override { return "sqlite"; }
+    std::string engine_version() const override {
+        return std::string("SQLite ") + sqlite3_libversion();
+    }
 
     bool accepts(const ado::ConnectionString& cs) const override {
         const std::string provider = lower(cs.get("provider"));

@@ -58,6 +58,12 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s <scratch database path>\n", argv[0]);
         return 2;
     }
+    /* The version, and the text that starts with it and names the embedded engine. */
+    CHECK(strncmp(billdata_version_text(), "billdata ", 9) == 0);
+    CHECK(strncmp(billdata_version_text() + 9, billdata_version(), strlen(billdata_version())) ==
+          0);
+    CHECK(strstr(billdata_version_text(), "driver sqlite: SQLite ") != NULL);
+
     snprintf(path, sizeof path, "%s", argv[1]);
     remove(path);
     snprintf(args, sizeof args, "%s-wal", path);
