@@ -105,10 +105,7 @@ class LentGoods : public CreditTest {
         Sale sale;
         sale.BillDate = ado::DateTime(2025, 3, 11);
         sale.VipID = kMember;
-        sale.lines = {Line(kSocks, 1, 39, 39, 6)};
-        sale.lines[0].ref_inter = lend_;
-        sale.lines[0].ref_entry = 1;
-        sale.lines[0].ref_tran = 27;
+        sale.lines = {Line(kSocks, 1, 39, 39, 6).ref(lend_, 1, 27)};
         sale.SumAmount = sale.GetCash = sale.GetAmount = 39;
         ASSERT_GT(save_sale(sale), 0);
     }
@@ -136,16 +133,13 @@ TEST_F(LentGoods, VoidingAndRestoringAReturnBookItsGoodsOnceEach) {
     EXPECT_EQ(rows("select FDeleted from ICStockBill where FInterID=" + std::to_string(back_)),
               "1;");
     EXPECT_EQ(lent(lend_), "0|1;");
-    EXPECT_EQ(stock(kSocks), 97);
     credit_.DeleteBill(17, back_, nullptr, true);
     EXPECT_EQ(lent(lend_), "0|1;");
 
     credit_.UnblankOut(back_);
     EXPECT_EQ(lent(lend_), "1|1;");
-    EXPECT_EQ(stock(kSocks), 98);
     credit_.UnblankOut(back_);
     EXPECT_EQ(lent(lend_), "1|1;");
-    EXPECT_EQ(stock(kSocks), 98);
 }
 
 TEST_F(LentGoods, ALendingWithReturnsOrSalesCannotBeDeletedOrRewritten) {
@@ -154,13 +148,11 @@ TEST_F(LentGoods, ALendingWithReturnsOrSalesCannotBeDeletedOrRewritten) {
     refused(27, bill_lines({{kSocks, "0", 5, 12}}),
             "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend_, "JC250310-001");
     EXPECT_EQ(lent(lend_), "1|1;");
-    EXPECT_EQ(stock(kSocks), 98);
 }
 
 TEST_F(LentGoods, DeletingALiveReturnGivesItsGoodsBackAndRemovesEveryRow) {
     credit_.DeleteBill(17, back_);
     EXPECT_EQ(lent(lend_), "0|1;");
-    EXPECT_EQ(stock(kSocks), 97);
     const std::string id = std::to_string(back_);
     EXPECT_EQ(rows("select (select count(*) from ICStockBill where FInterID=" + id +
                    "),(select count(*) from ICStockBillEntry where FInterID=" + id +
@@ -197,7 +189,6 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     const std::int32_t back = save(17, {{kSocks, "0", 2, 12, lend, 1}});
     const std::string number = last_bill_no_;
     EXPECT_EQ(lent(lend), "2|0;");
-    EXPECT_EQ(stock(kSocks), 99);
 
     // Rewritten to take back all three socks and one T-shirt: the old return of two counts as
     // still available to this bill, and the returned quantity is not doubled.
@@ -207,8 +198,6 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     EXPECT_EQ(last_bill_no_, number);
     EXPECT_EQ(lent(lend, 1), "3|0;");
     EXPECT_EQ(lent(lend, 2), "1|0;");
-    EXPECT_EQ(stock(kSocks), 100);
-    EXPECT_EQ(stock(kTShirt), 19);
     // The socks get their size row automatically; the T-shirt has sizes and no cells were given.
     EXPECT_EQ(count("ICStockBillEntry_1 where FInterID=" + std::to_string(back)), 1);
     EXPECT_EQ(scalar("select FSumQty from ICStockBill where FInterID=" + std::to_string(back))
@@ -265,7 +254,6 @@ TEST_F(CreditTest, FailedChangeLeavesTheBillAsItWas) {
     EXPECT_NE(rs, nullptr);  // the caller keeps its lines to try again
     EXPECT_EQ(snapshot(), before);
     EXPECT_EQ(lent(lend), "2|0;");
-    EXPECT_EQ(stock(kSocks), 99);
 }
 
 TEST_F(CreditTest, ClashOnALineMovesTheBillToAFreshId) {
@@ -276,7 +264,6 @@ TEST_F(CreditTest, ClashOnALineMovesTheBillToAFreshId) {
     EXPECT_EQ(rows("select FInterID from ICStockBill"), "2;");
     EXPECT_EQ(rows("select FInterID,FItemID,FQty from ICStockBillEntry order by FInterID"),
               "1|5|9;2|7|3;");
-    EXPECT_EQ(stock(kSocks), 97);
 
     // A clash on the second line takes the header and the first line along to the fresh id.
     exec("insert into ICStockBillEntry(FInterID,FEntryID,FItemID,FQty) values(3,2,5,9)");
@@ -303,7 +290,6 @@ TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
     billcore::ClearCheckMark(27, id, 2);
     expect_com_error([&] { credit_.DeleteBill(27, lend); }, ado::err::kComponent,
                      "对不起,不能删除以前月份的单据!");
-    EXPECT_EQ(stock(kSocks), 97);
 
     // A bill of a later period than the session's may go; on the caller's connection it stays
     // inside the caller's transaction.
@@ -318,7 +304,6 @@ TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
     credit_.DeleteBill(27, lend);
     EXPECT_EQ(count("ICStockBill"), 0);
     EXPECT_EQ(count("ICStockBillEntry"), 0);
-    EXPECT_EQ(stock(kSocks), 100);
 
     // Bills of other kinds are not this class's to remove or restore.
     exec(
