@@ -208,7 +208,7 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     refused(17, bill_lines({{kSocks, "0", 1, 12, lend, 2}}), "借还单据第1行找不到对应的借出记录!");
 }
 
-TEST_F(CreditTest, RefusalsBeforeAnyWrite) {
+TEST_F(CreditTest, RefusedOrFailedSaveGivesBackIdAndNumber) {
     refused(27, bill_lines({}), "没有数据可以保存!");
     refused(99, bill_lines({{kSocks, "0", 1, 12}}), "借货单据类型只能是借出(27)或借还(17)!");
     refused(17, bill_lines({{kSocks, "0", 1, 12, 4242, 1}}), "借还单据第1行找不到对应的借出记录!");
@@ -219,6 +219,12 @@ TEST_F(CreditTest, RefusalsBeforeAnyWrite) {
                    "ICStockBillEntry),(select count(*) from ICMaxNum where FTranType=0),(select "
                    "count(*) from ICBillNo)"),
               "0|0|0|0;");
+
+    // A save that fails part way gives neither back either (what stays is the fault sweep's).
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBillEntry WHEN new.FEntryID=2 "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    refused(27, bill_lines({{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40}}), "disk full", 0, "keep");
 }
 
 TEST_F(CreditTest, FailedChangeLeavesTheBillAsItWas) {

@@ -115,6 +115,18 @@ TEST_F(OrderBillTest, ModifyingReplacesTheOrderUnlessAudited) {
     expect_com_error(
         [&] { order.SaveData(11, DateTime(2025, 3, 9), no, 102, "", 1, gone, rs, 0, 1, d); },
         kComponent, "删除单据失败，单据已经不存在！");
+
+    // A new order that fails part way gives the caller no id (the rows and counters left are
+    // the fault sweep's to check).
+    std::int32_t fresh = 0;
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICOrderEntry WHEN new.FMemo='refused' "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    auto bad = lines({{1, "q", 1, 1, 40, 40, 99, 99, "refused"}});
+    expect_com_error(
+        [&] { order.SaveData(11, DateTime(2025, 3, 9), no, 101, "", 1, fresh, bad, 0, 1, d); },
+        kComponent, "disk full");
+    EXPECT_EQ(fresh, 0);
 }
 
 TEST_F(OrderBillTest, VoidDeleteRestoreAndLists) {

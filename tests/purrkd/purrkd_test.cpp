@@ -116,7 +116,7 @@ TEST_F(PurRkdTest, ModifiedReceiptKeepsIdAndNumberAndReplacesItsRows) {
     EXPECT_EQ(count("select FMaxNum from ICBillNo where FTranType=112"), 1);
 }
 
-TEST_F(PurRkdTest, ReceiptWithoutLinesIsRefusedBeforeAnyStatement) {
+TEST_F(PurRkdTest, RefusedOrFailedReceiptGivesNoId) {
     auto empty = receipt_lines({});
     std::string no;
     std::int32_t id = 0;
@@ -125,6 +125,16 @@ TEST_F(PurRkdTest, ReceiptWithoutLinesIsRefusedBeforeAnyStatement) {
         [&] { PurRkd().SaveData(112, kDate, no, 1, 102, 2, "", 1, 0, id, empty, 0, 0, nullptr); },
         ado::err::kComponent, "没有数据可以保存!");
     EXPECT_TRUE(log.lines().empty());
+
+    // A receipt that fails part way gives no id back (what stays is the fault sweep's to check).
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBill "
+        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    auto lines = receipt_lines({{5, "a", 2, 50, 45}});
+    expect_com_error(
+        [&] { PurRkd().SaveData(112, kDate, no, 1, 102, 2, "", 1, 0, id, lines, 2, 100, nullptr); },
+        ado::err::kComponent, "disk full");
+    EXPECT_EQ(id, 0);
 }
 
 TEST_F(PurRkdTest, ClashOnTheInteriorIdDrawsAFreshOne) {
