@@ -43,16 +43,9 @@ struct Line {
 
 // Goods handed over in advance with a sale.
 struct PreSend {
-    PreSend(std::int32_t item_id, double quantity, double retail, double cost, std::string text)
-        : item(item_id),
-          qty(quantity),
-          retail_price(retail),
-          unit_cost(cost),
-          memo(std::move(text)) {}
     std::int32_t item;
     double qty, retail_price, unit_cost;
-    std::string memo;
-    std::string color;
+    std::string memo, color = "";
     std::int32_t size = 0;
 };
 
