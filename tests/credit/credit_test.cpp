@@ -36,16 +36,6 @@ std::shared_ptr<ado::Recordset> bill_lines(const std::vector<LineIn>& lines) {
         rows);
 }
 
-// Every row of a query as "a|b|c;" text.
-std::string all_rows(const std::shared_ptr<ado::Connection>& cn, const std::string& sql) {
-    auto rs = cn->Execute(sql);
-    std::string out;
-    for (; !rs->Eof(); rs->MoveNext(), out += ";")
-        for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
-            out += (i ? "|" : "") + rs->Fields(i).Value().to_string();
-    return out;
-}
-
 class CreditTest : public DatabaseTest {
   protected:
     bool demo() const override { return true; }
@@ -77,12 +67,25 @@ class CreditTest : public DatabaseTest {
         EXPECT_EQ(no, bill_no);
     }
 
-    std::string rows(const std::string& sql) const { return all_rows(open(), sql); }
+    // Every row of a query as "a|b|c;" text.
+    std::string rows(const std::string& sql) const {
+        std::string out;
+        for (const auto& row : query_rows(connection_string(), sql))
+            out += row + ";";
+        return out;
+    }
     double stock(std::int32_t item) const { return common::GetStockQty(open(), kShop, item, 0); }
     // FRtnQty|FSaleQty of a lent line.
     std::string lent(std::int32_t id, int entry = 1) const {
         return rows("select FRtnQty,FSaleQty from ICStockBillEntry where FInterID=" +
                     std::to_string(id) + " and FEntryID=" + std::to_string(entry));
+    }
+    // Bills, lines, interior-id counter and bill numbers: all 0 before the first save.
+    std::string nothing_written() const {
+        return rows(
+            "select (select count(*) from ICStockBill),(select count(*) from "
+            "ICStockBillEntry),(select count(*) from ICMaxNum where FTranType=0),(select "
+            "count(*) from ICBillNo)");
     }
     int count(const std::string& from) const {
         return scalar("select count(*) from " + from).to_int32();
@@ -102,27 +105,13 @@ class LentGoods : public CreditTest {
         Sale sale;
         sale.BillDate = ado::DateTime(2025, 3, 11);
         sale.VipID = kMember;
-        sale.lines = {Line(kSocks, 1, 39, 39, 6)};
-        sale.lines[0].ref_inter = lend_;
-        sale.lines[0].ref_entry = 1;
-        sale.lines[0].ref_tran = 27;
+        sale.lines = {Line(kSocks, 1, 39, 39, 6).ref(lend_, 1, 27)};
         sale.SumAmount = sale.GetCash = sale.GetAmount = 39;
         ASSERT_GT(save_sale(sale), 0);
     }
     std::int32_t lend_ = 0;
     std::int32_t back_ = 0;
 };
-
-TEST_F(CreditTest, LendingAndReturnMoveTheStockAndTheLentLine) {
-    const std::int32_t lend = save(27, {{kSocks, "0", 3, 12}});
-    EXPECT_EQ(last_bill_no_, "JC250310-001");
-    EXPECT_EQ(lent(lend), "0|0;");
-    EXPECT_EQ(stock(kSocks), 97);
-    save(17, {{kSocks, "0", 1, 12, lend, 1}});
-    EXPECT_EQ(last_bill_no_, "JR250310-001");
-    EXPECT_EQ(lent(lend), "1|0;");
-    EXPECT_EQ(stock(kSocks), 98);
-}
 
 // The till's line refers to the lent line and raises its sold quantity; the goods already left
 // with the lending, so the stock does not move.
@@ -141,20 +130,16 @@ TEST_F(LentGoods, ReturningMoreThanIsStillOutIsRefusedAndWritesNothing) {
 
 TEST_F(LentGoods, VoidingAndRestoringAReturnBookItsGoodsOnceEach) {
     credit_.DeleteBill(17, back_, nullptr, true);
-    EXPECT_EQ(scalar("select FDeleted from ICStockBill where FInterID=" + std::to_string(back_))
-                  .to_int32(),
-              1);
+    EXPECT_EQ(rows("select FDeleted from ICStockBill where FInterID=" + std::to_string(back_)),
+              "1;");
     EXPECT_EQ(lent(lend_), "0|1;");
-    EXPECT_EQ(stock(kSocks), 97);
     credit_.DeleteBill(17, back_, nullptr, true);
     EXPECT_EQ(lent(lend_), "0|1;");
 
     credit_.UnblankOut(back_);
     EXPECT_EQ(lent(lend_), "1|1;");
-    EXPECT_EQ(stock(kSocks), 98);
     credit_.UnblankOut(back_);
     EXPECT_EQ(lent(lend_), "1|1;");
-    EXPECT_EQ(stock(kSocks), 98);
 }
 
 TEST_F(LentGoods, ALendingWithReturnsOrSalesCannotBeDeletedOrRewritten) {
@@ -163,17 +148,16 @@ TEST_F(LentGoods, ALendingWithReturnsOrSalesCannotBeDeletedOrRewritten) {
     refused(27, bill_lines({{kSocks, "0", 5, 12}}),
             "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend_, "JC250310-001");
     EXPECT_EQ(lent(lend_), "1|1;");
-    EXPECT_EQ(stock(kSocks), 98);
 }
 
 TEST_F(LentGoods, DeletingALiveReturnGivesItsGoodsBackAndRemovesEveryRow) {
     credit_.DeleteBill(17, back_);
     EXPECT_EQ(lent(lend_), "0|1;");
-    EXPECT_EQ(stock(kSocks), 97);
     const std::string id = std::to_string(back_);
-    EXPECT_EQ(count("ICStockBill where FInterID=" + id), 0);
-    EXPECT_EQ(count("ICStockBillEntry where FInterID=" + id), 0);
-    EXPECT_EQ(count("ICStockBillEntry_1 where FInterID=" + id), 0);
+    EXPECT_EQ(rows("select (select count(*) from ICStockBill where FInterID=" + id +
+                   "),(select count(*) from ICStockBillEntry where FInterID=" + id +
+                   "),(select count(*) from ICStockBillEntry_1 where FInterID=" + id + ")"),
+              "0|0|0;");
 }
 
 TEST_F(CreditTest, SavedRowsCarryMemberStockAndSizes) {
@@ -205,7 +189,6 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     const std::int32_t back = save(17, {{kSocks, "0", 2, 12, lend, 1}});
     const std::string number = last_bill_no_;
     EXPECT_EQ(lent(lend), "2|0;");
-    EXPECT_EQ(stock(kSocks), 99);
 
     // Rewritten to take back all three socks and one T-shirt: the old return of two counts as
     // still available to this bill, and the returned quantity is not doubled.
@@ -215,8 +198,6 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     EXPECT_EQ(last_bill_no_, number);
     EXPECT_EQ(lent(lend, 1), "3|0;");
     EXPECT_EQ(lent(lend, 2), "1|0;");
-    EXPECT_EQ(stock(kSocks), 100);
-    EXPECT_EQ(stock(kTShirt), 19);
     // The socks get their size row automatically; the T-shirt has sizes and no cells were given.
     EXPECT_EQ(count("ICStockBillEntry_1 where FInterID=" + std::to_string(back)), 1);
     EXPECT_EQ(scalar("select FSumQty from ICStockBill where FInterID=" + std::to_string(back))
@@ -227,42 +208,23 @@ TEST_F(CreditTest, RewriteKeepsIdAndNumberAndRebooksReturns) {
     refused(17, bill_lines({{kSocks, "0", 1, 12, lend, 2}}), "借还单据第1行找不到对应的借出记录!");
 }
 
-TEST_F(CreditTest, RefusalsBeforeAnyWrite) {
+TEST_F(CreditTest, RefusedOrFailedSaveGivesBackIdAndNumber) {
     refused(27, bill_lines({}), "没有数据可以保存!");
     refused(99, bill_lines({{kSocks, "0", 1, 12}}), "借货单据类型只能是借出(27)或借还(17)!");
     refused(17, bill_lines({{kSocks, "0", 1, 12, 4242, 1}}), "借还单据第1行找不到对应的借出记录!");
     auto no_qty = bill_lines({{kSocks, "0", 1, 12}});
     no_qty->Fields("FQty").SetValue(ado::Variant::null());
     refused(27, no_qty, "无效使用 Null");
-    EXPECT_EQ(count("ICStockBill"), 0);
-    EXPECT_EQ(count("ICStockBillEntry"), 0);
-    EXPECT_EQ(count("ICMaxNum where FTranType=0"), 0);
-    EXPECT_EQ(count("ICBillNo"), 0);
-}
+    EXPECT_EQ(rows("select (select count(*) from ICStockBill),(select count(*) from "
+                   "ICStockBillEntry),(select count(*) from ICMaxNum where FTranType=0),(select "
+                   "count(*) from ICBillNo)"),
+              "0|0|0|0;");
 
-TEST_F(CreditTest, FailedSaveLeavesNoHalfBill) {
-    // The database refuses the second line, after the header and the first line were written.
+    // A save that fails part way gives neither back either (what stays is the fault sweep's).
     sqlite_exec(
         "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBillEntry WHEN new.FEntryID=2 "
         "BEGIN SELECT RAISE(ABORT,'disk full'); END");
-    auto rs = bill_lines({{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40}});
-    std::shared_ptr<ado::Recordset> none;
-    std::string no = "keep";
-    std::int32_t id = 0;
-    expect_com_error(
-        [&] {
-            credit_.SaveData(27, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "", "", 1, id,
-                             rs, none);
-        },
-        ado::err::kComponent, "disk full");
-    EXPECT_EQ(id, 0);
-    EXPECT_EQ(no, "keep");
-    // Nothing stays, the interior id and the bill number drawn included.
-    EXPECT_EQ(count("ICStockBill"), 0);
-    EXPECT_EQ(count("ICStockBillEntry"), 0);
-    EXPECT_EQ(count("ICMaxNum where FTranType=0"), 0);
-    EXPECT_EQ(count("ICBillNo"), 0);
-    EXPECT_EQ(stock(kSocks), 100);
+    refused(27, bill_lines({{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40}}), "disk full", 0, "keep");
 }
 
 TEST_F(CreditTest, FailedChangeLeavesTheBillAsItWas) {
@@ -298,7 +260,6 @@ TEST_F(CreditTest, FailedChangeLeavesTheBillAsItWas) {
     EXPECT_NE(rs, nullptr);  // the caller keeps its lines to try again
     EXPECT_EQ(snapshot(), before);
     EXPECT_EQ(lent(lend), "2|0;");
-    EXPECT_EQ(stock(kSocks), 99);
 }
 
 TEST_F(CreditTest, ClashOnALineMovesTheBillToAFreshId) {
@@ -309,7 +270,6 @@ TEST_F(CreditTest, ClashOnALineMovesTheBillToAFreshId) {
     EXPECT_EQ(rows("select FInterID from ICStockBill"), "2;");
     EXPECT_EQ(rows("select FInterID,FItemID,FQty from ICStockBillEntry order by FInterID"),
               "1|5|9;2|7|3;");
-    EXPECT_EQ(stock(kSocks), 97);
 
     // A clash on the second line takes the header and the first line along to the fresh id.
     exec("insert into ICStockBillEntry(FInterID,FEntryID,FItemID,FQty) values(3,2,5,9)");
@@ -336,7 +296,6 @@ TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
     billcore::ClearCheckMark(27, id, 2);
     expect_com_error([&] { credit_.DeleteBill(27, lend); }, ado::err::kComponent,
                      "对不起,不能删除以前月份的单据!");
-    EXPECT_EQ(stock(kSocks), 97);
 
     // A bill of a later period than the session's may go; on the caller's connection it stays
     // inside the caller's transaction.
@@ -351,7 +310,6 @@ TEST_F(CreditTest, DeleteRefusalsAndCallerConnection) {
     credit_.DeleteBill(27, lend);
     EXPECT_EQ(count("ICStockBill"), 0);
     EXPECT_EQ(count("ICStockBillEntry"), 0);
-    EXPECT_EQ(stock(kSocks), 100);
 
     // Bills of other kinds are not this class's to remove or restore.
     exec(
@@ -372,17 +330,9 @@ TEST_F(CreditTest, ListsByKindWithMemberAndRestrictions) {
 
     // One row per size/colour row, with the member card, owner, phone and the lending shop.
     auto rs = credit_.GetBillList(27, "");
-    EXPECT_EQ(rs->Fields("FVipCard").Value().to_string() + "|" +
-                  rs->Fields("FOwner").Value().to_string() + "|" +
-                  rs->Fields("FPhone").Value().to_string() + "|" +
-                  rs->Fields("FStockName").Value().to_string() + "|" +
-                  rs->Fields("FRtnQty").Value().to_string() + "|" +
-                  rs->Fields("FDeleted").Value().to_string(),
+    EXPECT_EQ(fields(rs, {"FVipCard", "FOwner", "FPhone", "FStockName", "FRtnQty", "FDeleted"}),
               "V0001|刘洋|13800000001|南京路店 Nanjing Rd shop|1|");
-    rs->MoveNext();
-    EXPECT_FALSE(rs->Eof());
-    rs->MoveNext();
-    EXPECT_TRUE(rs->Eof());
+    EXPECT_EQ(column(rs, "FInterID").size(), 2u);
 
     // The caller's filter, and the user's own stock: the lending shop for 27, the receiving
     // shop for 17.

@@ -24,6 +24,7 @@
 #include "billdata/sfkdata/sfkdata.h"
 #include "billdata/viporder/viporder.h"
 #include "posdata/pos_fixture.h"
+#include "support/caller_rows.h"
 #include "support/io_faults.h"
 
 namespace billdata::testing {
@@ -349,11 +350,6 @@ class SaveFaults : public DatabaseTest {
 
 using Rows = std::vector<std::vector<ado::Variant>>;
 
-std::shared_ptr<ado::Recordset> size_rows(const Rows& rows) {
-    return make_recordset(
-        {"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"}, rows);
-}
-
 TEST_F(SaveFaults, PosDataSale) {
     Sale sale = member_sale();
     sale.presend = {PreSend(7, 1, 15, 5, "赠品")};
@@ -385,7 +381,7 @@ TEST_F(SaveFaults, PurRkdReceiptAndItsPricePropagation) {
         std::string no;
         std::int32_t id = 0;
         PurRkd().SaveData(112, DateTime(2025, 3, 9), no, 1, 102, 2, "r", 1, 0, id, lines, 8, 476,
-                          size_rows({{0, 1, "r1", 2, "黑色", 1, 3}}));
+                          size_cells({{0, 1, "r1", 2, "黑色", 1, 3}}));
     };
     // The receipt's own rows. The propagation changes the later bills and the scarf's price
     // and supplier.
@@ -403,7 +399,7 @@ TEST_F(SaveFaults, OtherBillStockIn) {
             {"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice", "FRetailAmount",
              "FZkRate", "FMemo"},
             {{1, "r1", 2, 30, 60, 99, 198, 1, "a"}, {7, "r2", 10, 4, 40, 15, 150, 1, "b"}});
-        auto cells = size_rows({{0, 1, "r1", 2, "黑色", 1, 2}});
+        auto cells = size_cells({{0, 1, "r1", 2, "黑色", 1, 2}});
         std::string no;
         std::int32_t id = 0;
         OtherBill().SaveData(115, DateTime(2025, 3, 9), no, 2, "盘盈", 0, "r", 1, id, lines, cells);
@@ -425,7 +421,7 @@ TEST_F(SaveFaults, OrderBillAndItsAdvance) {
             {"FItemID", "FRowKey", "FQty", "FZkRate", "FPrice", "FAmount", "FRetailPrice",
              "FRetailAmount", "FMemo"},
             {{1, "r1", 3, 1, 40, 120, 99, 297, "tee"}, {5, "r2", 2, 0.9, 45, 90, 129, 258, ""}});
-        auto cells = size_rows({{0, 1, "r1", 1, "黑色", 1, 1}, {0, 1, "r1", 2, "黑色", 1, 2}});
+        auto cells = size_cells({{0, 1, "r1", 1, "黑色", 1, 1}, {0, 1, "r1", 2, "黑色", 1, 2}});
         std::string no;
         std::int32_t id = 0;
         OrderBill().SaveData(11, DateTime(2025, 3, 9), no, 101, "first", 1, id, lines, 150, 2,
@@ -475,12 +471,12 @@ TEST_F(SaveFaults, CreditReturnOfLentGoods) {
     std::string no;
     std::int32_t lend = 0;
     auto lent = credit_lines({{7, "0", 3, 12, 0, 0}, {1, "1", 2, 40, 0, 0}});
-    std::shared_ptr<ado::Recordset> lent_cells = size_rows({{0, 1, "1", 2, "黑色", 1, 2}});
+    std::shared_ptr<ado::Recordset> lent_cells = size_cells({{0, 1, "1", 2, "黑色", 1, 2}});
     ASSERT_TRUE(Credit().SaveData(27, DateTime(2025, 3, 9), no, 2, 1001, "刘洋", "13800000001",
                                   "试穿", 1, lend, lent, lent_cells));
     auto run = [lend] {
         auto lines = credit_lines({{7, "0", 1, 12, lend, 1}, {1, "1", 1, 40, lend, 2}});
-        std::shared_ptr<ado::Recordset> cells = size_rows({{0, 1, "1", 2, "黑色", 1, 1}});
+        std::shared_ptr<ado::Recordset> cells = size_cells({{0, 1, "1", 2, "黑色", 1, 1}});
         std::string bill_no;
         std::int32_t id = 0;
         Credit().SaveData(17, DateTime(2025, 3, 10), bill_no, 2, 1001, "刘洋", "13800000001", "", 1,

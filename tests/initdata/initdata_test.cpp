@@ -1,6 +1,7 @@
 #include "billdata/initdata/initdata.h"
 
 #include "common/fixture.h"
+#include "support/caller_rows.h"
 
 namespace billdata::testing {
 namespace {
@@ -12,11 +13,9 @@ class InitDataTest : public DatabaseTest {
 
     // Every row of a query as "a|b|c;" text, to compare whole tables.
     std::string rows(const std::string& sql) const {
-        auto rs = open()->Execute(sql);
         std::string out;
-        for (; !rs->Eof(); rs->MoveNext(), out += ";")
-            for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
-                out += (i ? "|" : "") + rs->Fields(i).Value().to_string();
+        for (const auto& row : query_rows(connection_string(), sql))
+            out += row + ";";
         return out;
     }
     std::string setting(const std::string& key) const {
@@ -55,8 +54,8 @@ TEST_F(InitDataTest, ClosingStockWritesTheStartBalancesAndCosts) {
               "白色|2|30;白色|3|20;黑色|1|20;黑色|2|30;");
     EXPECT_EQ(count("ICBal_Entry"), 22);
     EXPECT_EQ(setting("ICClosed"), "1");
-    EXPECT_EQ(scalar("select FPjCost from t_ICItem where FItemID=3").to_double(), 110);
-    EXPECT_EQ(scalar("select FPjCost from t_ICItem where FItemID=4").to_double(), 95);
+    EXPECT_EQ(rows("select FPjCost from t_ICItem where FItemID in (3,4) order by FItemID"),
+              "110;95;");
     EXPECT_EQ(
         rows("select FEntryID,FUnitCost,FCost from ICStockBillEntry where FInterID=9 order by "
              "FEntryID"),
@@ -165,24 +164,13 @@ TEST_F(InitDataTest, ReopeningReceivablesRemovesNegatedPartnersOnly) {
     EXPECT_EQ(setting("WLClosed"), "1");
 }
 
-std::shared_ptr<ado::Recordset> partner_rows(
-    std::initializer_list<std::pair<ado::Variant, ado::Variant>> values, bool with_amount = true) {
-    auto rs = ado::Recordset::create();
-    rs->GetFields().Append("FItemID", ado::adInteger);
-    if (with_amount) rs->GetFields().Append("FAmount", ado::adDouble);
-    rs->Open();
-    for (const auto& [item, amount] : values) {
-        rs->AddNew();
-        rs->Fields("FItemID").SetValue(item);
-        if (with_amount) rs->Fields("FAmount").SetValue(amount);
-        rs->Update();
-    }
-    if (values.size() > 0) rs->MoveFirst();
-    return rs;
+// Partner rows as the front end hands them over: partner id and amount.
+std::shared_ptr<ado::Recordset> partner_rows(const std::vector<std::vector<ado::Variant>>& rows) {
+    return caller_rows({"FItemID", "FAmount"}, rows);
 }
 
 TEST_F(InitDataTest, SavingReceivablesReplacesEveryClass) {
-    auto rs = partner_rows({{std::int32_t{201}, 150.5}, {std::int32_t{103}, 99}});
+    auto rs = partner_rows({{201, 150.5}, {103, 99}});
     init_.SaveInitWLData(1, rs);
     EXPECT_EQ(rs, nullptr);
     // The class argument is ignored: every row is written as class 2, all old rows gone.
@@ -198,13 +186,12 @@ TEST_F(InitDataTest, SavingReceivablesReplacesEveryClass) {
 
 TEST_F(InitDataTest, BadReceivableRowsLeaveTheStagingRows) {
     const std::string before = rows("select FItemClassID,FOrgaID,FAmount from WLInitData");
-    auto no_amount = partner_rows({{std::int32_t{101}, 0}}, false);
+    auto no_amount = caller_rows({"FItemID"}, {{101}});
     expect_com_error([&] { init_.SaveInitWLData(2, no_amount); }, ado::err::kComponent,
                      "在对应所需名称或序数的集合中，未找到项目。");
     EXPECT_NE(no_amount, nullptr);
 
-    auto null_amount =
-        partner_rows({{std::int32_t{101}, 5}, {std::int32_t{102}, ado::Variant::null()}});
+    auto null_amount = partner_rows({{101, 5}, {102, ado::Variant::null()}});
     expect_com_error([&] { init_.SaveInitWLData(2, null_amount); }, ado::err::kComponent,
                      "无效使用 Null");
 

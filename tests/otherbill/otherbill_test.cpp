@@ -1,8 +1,5 @@
 #include "billdata/otherbill/otherbill.h"
 
-#include <sqlite3.h>
-
-#include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "purrkd/stock_fixture.h"
 
 namespace billdata::testing {
@@ -31,19 +28,6 @@ class OtherBillTest : public StockBillTest {
         return old_id;
     }
     std::string bill_no_;
-
-    // A database that refuses to delete size rows, as a failing disk or a foreign tool would.
-    void refuse_size_row_deletes() const {
-        sqlite3* db = nullptr;
-        ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
-        drivers::sqlite::register_tsql_runtime(db);
-        EXPECT_EQ(sqlite3_exec(db,
-                               "CREATE TRIGGER TR_Test_Refuse BEFORE DELETE ON ICStockBillEntry_1 "
-                               "BEGIN SELECT RAISE(ABORT, 'size rows are kept'); END",
-                               nullptr, nullptr, nullptr),
-                  SQLITE_OK);
-        sqlite3_close(db);
-    }
 };
 
 TEST_F(OtherBillTest, SavesHeaderSumsSeasonAndStockColumns) {
@@ -133,7 +117,9 @@ TEST_F(OtherBillTest, RemovalRefusalsAndItsOwnTransaction) {
     exec("update ICStockBill set FYear=2025,FPeriod=1");
 
     // A delete that fails after voiding rolls the void back with it.
-    refuse_size_row_deletes();
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE DELETE ON ICStockBillEntry_1 "
+        "BEGIN SELECT RAISE(ABORT, 'size rows are kept'); END");
     expect_com_error([&] { OtherBill().DeleteBill(31, id); }, ado::err::kComponent,
                      "size rows are kept");
     EXPECT_EQ(count("select isnull(FDeleted,0) from ICStockBill"), 0);
@@ -173,24 +159,18 @@ TEST_F(OtherBillTest, ListStockRestrictionByKind) {
     const std::int32_t from3 = save(31, date, bill_lines({{6, "a", 1, 60}}), 1, 3);
     save(31, date, bill_lines({{6, "a", 1, 60}}), 3, 1);  // only received into 3: not listed
 
-    auto ids = [](std::shared_ptr<ado::Recordset> rs) {
-        std::vector<std::int32_t> out;
-        for (; !rs->Eof(); rs->MoveNext())
-            out.push_back(rs->Fields("FInterID").Value().to_int32());
-        return out;
-    };
+    auto ids = [](std::shared_ptr<ado::Recordset> rs) { return column(rs, "FInterID"); };
+    using Ids = std::vector<std::string>;
     EXPECT_EQ(ids(OtherBill().GetBillList(31, "")).size(), 2u);
     common::session().ListStockID = 3;
-    EXPECT_EQ(ids(OtherBill().GetBillList(115, "")), std::vector<std::int32_t>{in115});
-    EXPECT_EQ(ids(OtherBill().GetBillList(125, "")), std::vector<std::int32_t>{out125});
-    EXPECT_EQ(ids(OtherBill().GetBillList(31, "")), std::vector<std::int32_t>{from3});
+    EXPECT_EQ(ids(OtherBill().GetBillList(115, "")), Ids{std::to_string(in115)});
+    EXPECT_EQ(ids(OtherBill().GetBillList(125, "")), Ids{std::to_string(out125)});
+    EXPECT_EQ(ids(OtherBill().GetBillList(31, "")), Ids{std::to_string(from3)});
     EXPECT_EQ(ids(OtherBill().GetBillList_Simple(125, " and t1.FSumQty=1")),
-              std::vector<std::int32_t>{out125});
-    auto simple = OtherBill().GetBillList_Simple(31, "");
-    ASSERT_FALSE(simple->Eof());
-    EXPECT_EQ(simple->Fields("FInStockName").Value().to_string(), "总仓 Main warehouse");
-    EXPECT_EQ(simple->Fields("FOutStockName").Value().to_string(), "淮海路店 Huaihai Rd shop");
-    EXPECT_EQ(simple->Fields("FCause").Value().to_string(), "调拨");
+              Ids{std::to_string(out125)});
+    EXPECT_EQ(
+        fields(OtherBill().GetBillList_Simple(31, ""), {"FInStockName", "FOutStockName", "FCause"}),
+        "总仓 Main warehouse|淮海路店 Huaihai Rd shop|调拨");
 
     // A filter that is no SQL reaches the caller as the database's message.
     try {

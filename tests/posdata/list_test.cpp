@@ -7,15 +7,6 @@
 namespace billdata::testing {
 namespace {
 
-// One field of every row, in the order the record set gives them.
-std::vector<std::string> column(std::shared_ptr<ado::Recordset> rs, const char* name) {
-    std::vector<std::string> out;
-    for (; !rs->Eof(); rs->MoveNext())
-        out.push_back(rs->Fields(name).Value().to_string());
-    rs->Close();
-    return out;
-}
-
 using Texts = std::vector<std::string>;
 
 class ListTest : public PosTest {
@@ -56,21 +47,15 @@ TEST_F(ListTest, BothListsNewestFirstWithMarks) {
               (Texts{id(tomorrow_), id(tomorrow_), id(later_today_), id(later_today_), id(today_),
                      id(today_), id(before_), id(before_)}));
 
-    auto rs = PosData().GetBillList_Simple(99, " and t1.FInterID=" + id(today_));
-    EXPECT_EQ(rs->Fields("FVipCard").Value().to_string(), "V0001刘洋 Liu Yang");
-    EXPECT_EQ(rs->Fields("FStockName").Value().to_string(), "南京路店 Nanjing Rd shop");
-    EXPECT_EQ(rs->Fields("FBiller").Value().to_string(), "admin");
-    EXPECT_DOUBLE_EQ(rs->Fields("FProfit").Value().to_double(), 150 - 115);
-    rs->Close();
+    // The profit is the amount less the cost, 150 - 115.
+    EXPECT_EQ(fields(PosData().GetBillList_Simple(99, " and t1.FInterID=" + id(today_)),
+                     {"FVipCard", "FStockName", "FBiller", "FProfit"}),
+              "V0001刘洋 Liu Yang|南京路店 Nanjing Rd shop|admin|35");
     EXPECT_EQ(column(PosData().GetBillList_Simple(99, ""), "FDeleted"), (Texts{"", "", "", "※"}));
     EXPECT_EQ(column(PosData().GetBillList_Simple(99, ""), "FChecked"), (Texts{"※", "", "", ""}));
-
-    rs = PosData().GetBillList(99, " and t1.FInterID=" + id(today_));
-    EXPECT_EQ(rs->Fields("FSize").Value().to_string(), "M");
-    EXPECT_EQ(rs->Fields("FColor").Value().to_string(), "黑色");
-    EXPECT_DOUBLE_EQ(rs->Fields("FRetailAmount").Value().to_double(), 100);
-    EXPECT_EQ(rs->Fields("FSaler").Value().to_string(), "张敏 Zhang Min");
-    rs->Close();
+    EXPECT_EQ(fields(PosData().GetBillList(99, " and t1.FInterID=" + id(today_)),
+                     {"FSize", "FColor", "FRetailAmount", "FSaler"}),
+              "M|黑色|100|张敏 Zhang Min");
 
     // The caller's filter narrows both lists.
     EXPECT_EQ(simple(" and t1.FDeleted=0").size(), 3u);
@@ -101,36 +86,27 @@ TEST_F(ListTest, UserDayWindowAndOwnStock) {
 
 TEST_F(ListTest, SaleRetrievalAndMissingStockRow) {
     auto rs = PosData().GetPosBill(today_);
-    EXPECT_EQ(rs->Fields("FVipCard").Value().to_string(), "V0001 刘洋 Liu Yang");
-    EXPECT_EQ(rs->Fields("FStockID").Value().to_int32(), 2);
+    EXPECT_EQ(fields(rs, {"FVipCard", "FStockID"}), "V0001 刘洋 Liu Yang|2");
     EXPECT_TRUE(rs->Fields("FDate").Value().is_null());
     EXPECT_EQ(rs->Fields("FBillDate").Value().to_date(), ado::DateTime::today());
-    EXPECT_DOUBLE_EQ(rs->Fields("FJfFactor").Value().to_double(), 1);
+    // The jeans count 1.5 points per unit of money.
+    EXPECT_EQ(column(rs, "FJfFactor"), (Texts{"1", "1.5"}));
+    rs = PosData().GetPosBill(today_);
     rs->MoveNext();
-    EXPECT_DOUBLE_EQ(rs->Fields("FJfFactor").Value().to_double(), 1.5);  // jeans
-    EXPECT_EQ(rs->Fields("FSizeID").Value().to_int32(), 6);
-    EXPECT_EQ(rs->Fields("FSizeGroupID").Value().to_int32(), 2);
-    rs->MoveNext();
-    EXPECT_TRUE(rs->Eof());
-    rs->Close();
+    EXPECT_EQ(fields(rs, {"FSizeID", "FSizeGroupID"}), "6|2");
 
     // An item without a points factor counts 1 (the scarf has 0).
     Sale s;
     s.lines = {Line(6, 1, 100, 159, 60)};
     s.StockID = 9;  // no such stock
     const auto orphan = save_sale(s);
-    rs = PosData().GetPosBill(orphan);
-    EXPECT_TRUE(rs->Eof());
-    rs->Close();
+    EXPECT_TRUE(PosData().GetPosBill(orphan)->Eof());
     exec("update ICStockBill set FOutStockID=1 where FInterID=" + id(orphan));
-    rs = PosData().GetPosBill(orphan);
-    EXPECT_DOUBLE_EQ(rs->Fields("FJfFactor").Value().to_double(), 1);
-    rs->Close();
+    EXPECT_EQ(column(PosData().GetPosBill(orphan), "FJfFactor"), Texts{"1"});
     exec("update ICStockBill set FOutStockID=9 where FInterID=" + id(orphan));
     rs = PosData().GetBillList_Simple(99, " and t1.FInterID=" + id(orphan));
     ASSERT_FALSE(rs->Eof());
     EXPECT_TRUE(rs->Fields("FStockName").Value().is_null());
-    rs->Close();
     EXPECT_EQ(column(PosData().GetBillList(99, " and t1.FInterID=" + id(orphan)), "FInterID"),
               (Texts{id(orphan)}));
 }

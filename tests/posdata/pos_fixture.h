@@ -11,6 +11,7 @@
 #include "billdata/ado/ado.h"
 #include "billdata/posdata/posdata.h"
 #include "common/fixture.h"
+#include "support/caller_rows.h"
 
 namespace billdata::testing {
 
@@ -25,37 +26,26 @@ struct Line {
           retail_price(retail),
           retail_amount(quantity * retail),
           unit_cost(cost) {}
-    std::int32_t item = 1;
-    double qty = 1;
-    double price = 0;
-    double amount = 0;
-    double zk_rate = 1;
-    double retail_price = 0;
-    double retail_amount = 0;
-    std::int32_t saler = 1;
-    std::int32_t presend = 0;
-    double unit_cost = 0;
-    std::int32_t ref_inter = 0;
-    std::int32_t ref_entry = 0;
-    std::int32_t ref_tran = 0;
+    std::int32_t item;
+    double qty, price, amount, zk_rate, retail_price, retail_amount;
+    std::int32_t saler = 1, presend = 0;
+    double unit_cost;
+    std::int32_t ref_inter = 0, ref_entry = 0, ref_tran = 0;
     std::string color = "黑色";
     std::int32_t size = 2;
+    // Refers the line to line `entry` of bill `inter` of kind `tran`, whose sold quantity it
+    // raises.
+    Line& ref(std::int32_t inter, std::int32_t entry, std::int32_t tran) {
+        ref_inter = inter, ref_entry = entry, ref_tran = tran;
+        return *this;
+    }
 };
 
 // Goods handed over in advance with a sale.
 struct PreSend {
-    PreSend(std::int32_t item_id, double quantity, double retail, double cost, std::string text)
-        : item(item_id),
-          qty(quantity),
-          retail_price(retail),
-          unit_cost(cost),
-          memo(std::move(text)) {}
-    std::int32_t item = 7;
-    double qty = 1;
-    double retail_price = 0;
-    double unit_cost = 0;
-    std::string memo;
-    std::string color;
+    std::int32_t item;
+    double qty, retail_price, unit_cost;
+    std::string memo, color = "";
     std::int32_t size = 0;
 };
 
@@ -78,45 +68,23 @@ struct Sale {
     std::string BillNoBegChar;
 };
 
-// A record set built as a front end builds one: the fields of `names` with the values of each
-// row, positioned on the first row.
-inline std::shared_ptr<ado::Recordset> record_set(
-    const std::vector<const char*>& names, const std::vector<std::vector<ado::Variant>>& rows) {
-    auto rs = ado::Recordset::create();
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        const ado::VarType t = rows.empty() ? ado::VarType::Double : rows[0][i].type();
-        rs->GetFields().Append(names[i], t == ado::VarType::String   ? ado::adVarWChar
-                                         : t == ado::VarType::Double ? ado::adDouble
-                                                                     : ado::adInteger);
-    }
-    rs->Open();
-    for (const auto& row : rows) {
-        rs->AddNew();
-        for (std::size_t i = 0; i < names.size(); ++i)
-            rs->Fields(i).SetValue(row[i]);
-        rs->Update();
-    }
-    if (!rows.empty()) rs->MoveFirst();
-    return rs;
-}
-
 inline std::shared_ptr<ado::Recordset> line_set(const std::vector<Line>& lines) {
     std::vector<std::vector<ado::Variant>> rows;
     for (const Line& l : lines)
         rows.push_back({l.item, l.qty, l.price, l.amount, l.zk_rate, l.retail_price,
                         l.retail_amount, l.saler, l.presend, l.unit_cost, l.ref_inter, l.ref_entry,
                         l.ref_tran, l.color, l.size});
-    return record_set({"FItemID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice",
-                       "FRetailAmount", "FSalerID", "FPreSend", "FUnitCost", "FRefInterId",
-                       "FRefEntryID", "FRefTranType", "FColor", "FSizeID"},
-                      rows);
+    return caller_rows({"FItemID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice",
+                        "FRetailAmount", "FSalerID", "FPreSend", "FUnitCost", "FRefInterId",
+                        "FRefEntryID", "FRefTranType", "FColor", "FSizeID"},
+                       rows);
 }
 
 inline std::shared_ptr<ado::Recordset> presend_set(const std::vector<PreSend>& items) {
     std::vector<std::vector<ado::Variant>> rows;
     for (const PreSend& p : items)
         rows.push_back({p.item, p.qty, p.retail_price, p.unit_cost, p.memo, p.color, p.size});
-    return record_set(
+    return caller_rows(
         {"FItemID", "FQty", "FRetailPrice", "FUnitCost", "Fmemo", "FColor", "FSizeID"}, rows);
 }
 
@@ -159,6 +127,9 @@ class PosTest : public DatabaseTest {
     std::string text(const std::string& sql) const { return scalar(sql).to_string(); }
     std::int32_t count(const std::string& sql) const {
         return scalar("select count(*) from " + sql).to_int32();
+    }
+    std::vector<std::string> rows(const std::string& sql) const {
+        return query_rows(connection_string(), sql);
     }
 };
 

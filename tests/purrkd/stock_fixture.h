@@ -99,19 +99,7 @@ class StockBillTest : public DatabaseTest {
 
     // The rows of a query as text, one line per row with the columns joined by '|'.
     std::vector<std::string> rows(const std::string& sql) const {
-        auto cn = open();
-        auto rs = cn->Execute(sql);
-        std::vector<std::string> out;
-        while (!rs->Eof()) {
-            std::string row;
-            for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
-                row += (i ? "|" : "") + rs->Fields(i).Value().to_string();
-            out.push_back(row);
-            rs->MoveNext();
-        }
-        rs->Close();
-        cn->Close();
-        return out;
+        return query_rows(connection_string(), sql);
     }
     // Adjustment rows: bill, entry, stock, item, quantity, price, amount, memo, previous price.
     std::vector<std::string> adjustments() const {

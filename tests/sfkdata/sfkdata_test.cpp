@@ -1,15 +1,14 @@
 #include "billdata/sfkdata/sfkdata.h"
 
-#include <sqlite3.h>
-
-#include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "common/fixture.h"
+#include "support/caller_rows.h"
 
 namespace billdata::testing {
 namespace {
 
 using ado::DateTime;
 using ado::err::kComponent;
+using Texts = std::vector<std::string>;
 
 // The error a call raises (a default ComError when it raises none).
 template <class Fn>
@@ -35,11 +34,8 @@ class SFKDataTest : public DatabaseTest {
         return no;
     }
     double num(const std::string& sql) const { return scalar(sql).to_double(); }
-    std::vector<std::int32_t> ids_of(const std::shared_ptr<ado::Recordset>& rs) {
-        std::vector<std::int32_t> ids;
-        for (; !rs->Eof(); rs->MoveNext())
-            ids.push_back(rs->Fields("FInterID").Value().to_int32());
-        return ids;
+    std::vector<std::string> rows(const std::string& sql) const {
+        return query_rows(connection_string(), sql);
     }
 
     SFKData sfk;
@@ -48,10 +44,9 @@ class SFKDataTest : public DatabaseTest {
 TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
     EXPECT_EQ(save(13, DateTime(2025, 3, 9), 100, 101, 5), "Fkd250309-001");
     EXPECT_EQ(save(23, DateTime(2025, 3, 9), 80, 1001), "SK250309-001");
-    EXPECT_EQ(num("select FTranType from WLBill where FInterID=1"), 13);
-    EXPECT_EQ(num("select FSettleAmount from WLBill where FInterID=1"), 105);
-    EXPECT_EQ(num("select FSumAmount from WLBill where FInterID=1"), 100);
-    EXPECT_EQ(num("select FOddMent from WLBill where FInterID=1"), 5);
+    EXPECT_EQ(
+        rows("select FTranType,FSettleAmount,FSumAmount,FOddMent from WLBill where FInterID=1"),
+        Texts{"13|105|100|5"});
     // The time of saving is this machine's clock.
     EXPECT_EQ(scalar("select FSysTime from WLBill where FInterID=1").to_date().date_only(),
               DateTime::today());
@@ -64,11 +59,10 @@ TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
     EXPECT_EQ(sfk.SaveData(13, DateTime(2025, 3, 10), no, 2, 102, 0, 60, 0, "fixed", 1, 1, 7, 8),
               0);
     EXPECT_EQ(no, "MANUAL-1");
-    EXPECT_EQ(num("select count(*) from WLBill where FInterID=1"), 1);
-    EXPECT_EQ(scalar("select FBillNo from WLBill where FInterID=1").to_string(), "MANUAL-1");
-    EXPECT_EQ(num("select FSettleAmount from WLBill where FInterID=1"), 60);
-    EXPECT_EQ(num("select FCheckerID+FDeleted from WLBill where FInterID=1"), 0);
-    EXPECT_EQ(num("select FOrderBillID*10+FStockBillID from WLBill where FInterID=1"), 78);
+    EXPECT_EQ(
+        rows("select FBillNo,FSettleAmount,FCheckerID,FDeleted,FOrderBillID,FStockBillID from "
+             "WLBill where FInterID=1"),
+        Texts{"MANUAL-1|60|0|0|7|8"});
     EXPECT_EQ(num("select FMaxNum from ICMaxNum where FTranType=4"), 2);
 
     // A failing insert leaves the corrected bill as it was.
@@ -139,15 +133,9 @@ TEST_F(SFKDataTest, AuditMarksAreAllOrNone) {
     expect_com_error([&] { sfk.CheckBill(none, 7); }, kComponent, "下标越界");
 
     // A statement that fails halfway rolls back the marks already written.
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
-    drivers::sqlite::register_tsql_runtime(db);
-    ASSERT_EQ(sqlite3_exec(db,
-                           "CREATE TRIGGER TR_Test_Refuse BEFORE UPDATE ON WLBill "
-                           "WHEN new.FInterID=3 BEGIN SELECT RAISE(ABORT,'bill 3 is locked'); END",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(db);
+    sqlite_exec(
+        "CREATE TRIGGER TR_Test_Refuse BEFORE UPDATE ON WLBill "
+        "WHEN new.FInterID=3 BEGIN SELECT RAISE(ABORT,'bill 3 is locked'); END");
     std::vector<std::int32_t> all{1, 2, 3};
     expect_com_error([&] { sfk.CheckBill(all, 7); }, kComponent, "bill 3 is locked");
     EXPECT_EQ(num("select sum(FCheckerID) from WLBill"), 0);
@@ -160,17 +148,14 @@ TEST_F(SFKDataTest, ListsAndIdQueries) {
     sfk.DeleteBill(23, 3, nullptr, true);
 
     auto rs = sfk.GetBillList(13, "");
-    ASSERT_FALSE(rs->Eof());
-    EXPECT_EQ(rs->Fields("FOrgaName").Value().to_string(), "美邦服饰 Metro Apparel");
-    EXPECT_EQ(rs->Fields("FAcctName").Value().to_string(), "现金 Cash");
-    EXPECT_EQ(ids_of(rs), std::vector<std::int32_t>{1});
+    EXPECT_EQ(fields(rs, {"FOrgaName", "FAcctName"}), "美邦服饰 Metro Apparel|现金 Cash");
+    EXPECT_EQ(column(rs, "FInterID"), Texts{"1"});
 
     // Every kind but 13 lists the member receipts, newest first.
     rs = sfk.GetBillList(99, "");
-    EXPECT_EQ(rs->Fields("FVipNO").Value().to_string(), "V0002");
-    EXPECT_EQ(rs->Fields("FChecked").Value().to_string(), "");
-    EXPECT_EQ(ids_of(rs), (std::vector<std::int32_t>{3, 2}));
-    EXPECT_EQ(ids_of(sfk.GetBillList(23, " and t1.FDeleted=0")), std::vector<std::int32_t>{2});
+    EXPECT_EQ(fields(rs, {"FVipNO", "FChecked"}), "V0002|");
+    EXPECT_EQ(column(rs, "FInterID"), (Texts{"3", "2"}));
+    EXPECT_EQ(column(sfk.GetBillList(23, " and t1.FDeleted=0"), "FInterID"), Texts{"2"});
 
     EXPECT_EQ(sfk.GetBillInterID(13, "1=1"), std::vector<std::int32_t>{1});
     EXPECT_EQ(sfk.GetBillInterID(23, "t1.FSumAmount>25"), std::vector<std::int32_t>{3});
