@@ -31,6 +31,12 @@ void Operation::draw_interior_id(std::int32_t& id, std::int16_t tran_type) {
     id = common::NextInterID(ex_, series_of(tran_type), 0);
 }
 
+std::string Operation::new_bill(std::int32_t& id, std::int16_t tran_type,
+                                const ado::DateTime& bill_date, std::string prefix) {
+    draw_interior_id(id, tran_type);
+    return NextBillNo(ex_, std::to_string(tran_type), bill_date, prefix);
+}
+
 void Operation::redraw_on_clash(std::int32_t& id, std::int16_t tran_type,
                                 std::function<void(std::int32_t clashed)> on_redraw) {
     const std::int16_t series = series_of(tran_type);

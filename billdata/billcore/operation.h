@@ -67,6 +67,12 @@ class Operation {
     void redraw_on_clash(std::int32_t& id, std::int16_t tran_type,
                          std::function<void(std::int32_t clashed)> on_redraw = nullptr);
 
+    // A new bill of kind `tran_type`: its interior id into `id` (as draw_interior_id) and its
+    // number, returned: `prefix`, or the kind's own letters when it is empty, then the date and
+    // the day's sequence (billcore::NextBillNo).
+    std::string new_bill(std::int32_t& id, std::int16_t tran_type, const ado::DateTime& bill_date,
+                         std::string prefix = {});
+
     // Closes an own connection now, raising a failure to close (see common::OwnConnection).
     void close() { own_.close(); }
 

@@ -92,9 +92,7 @@ void take_id_or_clear(Operation& op, bool is_new, std::int32_t& id, std::int16_t
                       const ado::DateTime& bill_date, std::string& bill_no) {
     common::Executor& ex = op.ex();
     if (is_new) {
-        op.draw_interior_id(id, tran_type);
-        std::string prefix;
-        bill_no = billcore::NextBillNo(ex, std::to_string(tran_type), bill_date, prefix);
+        bill_no = op.new_bill(id, tran_type, bill_date);
         return;
     }
     ex.execute([&] { return "Delete from icstockbill where FInterID=" + std::to_string(id); });

@@ -219,9 +219,7 @@ bool Credit::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
                                std::to_string(id));
                 billcore::delete_stock_bill(ex, id);
             } else {
-                op.draw_interior_id(id, TranType);
-                std::string prefix;
-                bill_no = billcore::NextBillNo(ex, std::to_string(TranType), BillDate, prefix);
+                bill_no = op.new_bill(id, TranType, BillDate);
             }
             // A clash on the interior id draws a fresh one. The header goes first, so a clash on
             // a line (rows left under that id by another program) means the header and the lines

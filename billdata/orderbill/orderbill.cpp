@@ -63,10 +63,7 @@ std::string OrderBill::SaveData(std::int16_t TranType, const DateTime& BillDate,
         op.transaction([&] {
             if (OldInterID < 1) {
                 // Order numbers are always drawn for kind 11, whatever kind the caller stores.
-                op.draw_interior_id(inter_id, billcore::kind::kOrder);
-                std::string prefix;
-                BillNo = billcore::NextBillNo(ex, std::to_string(billcore::kind::kOrder), BillDate,
-                                              prefix);
+                BillNo = op.new_bill(inter_id, billcore::kind::kOrder, BillDate);
             } else {
                 // A re-save removes the old order through the same checks as a delete (gone or
                 // audited stops it), inside this transaction, and drops its payment bills: the

@@ -89,10 +89,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
         auto id = [&] { return std::to_string(inter_id); };
         op.transaction([&] {
             if (StockBillID < 1) {
-                op.draw_interior_id(inter_id, billcore::kind::kPosSale);
-                std::string prefix = BillNoBegChar;
-                bill_no = billcore::NextBillNo(ex, std::to_string(billcore::kind::kPosSale),
-                                               BillDate, prefix);
+                bill_no = op.new_bill(inter_id, billcore::kind::kPosSale, BillDate, BillNoBegChar);
             } else {
                 inter_id = StockBillID;
                 // Removes the old sale and everything it booked, inside this transaction. A sale

@@ -118,10 +118,8 @@ void vipOrder::SaveData(std::int16_t TranType, const DateTime& BillDate, std::st
 
             // The earnest's receipt is written always, amounts 0 included.
             std::int32_t receipt_id = 0;
-            op.draw_interior_id(receipt_id, billcore::kind::kReceipt);
-            std::string prefix;
-            const std::string receipt_no = billcore::NextBillNo(
-                ex, std::to_string(billcore::kind::kReceipt), BillDate, prefix);
+            const std::string receipt_no =
+                op.new_bill(receipt_id, billcore::kind::kReceipt, BillDate);
             op.redraw_on_clash(receipt_id, billcore::kind::kReceipt);
             ex.execute([&] {
                 return "Insert Into WLBill(FInterID,FTranType,FSettleID,FEmpID,FDate,FBillNo,FAcctID,"
