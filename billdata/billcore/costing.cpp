@@ -45,16 +45,6 @@ std::shared_ptr<ado::Recordset> disconnected(const std::string& sql,
     return rs;
 }
 
-// The list of stocks, read once through the session's connection string.
-std::shared_ptr<ado::Recordset> stock_list() {
-    auto rs = ado::Recordset::create();
-    rs->SetCursorLocation(ado::adUseClient);
-    rs->Open("select FItemID from t_Stock", common::GetPromptString(), ado::adOpenStatic,
-             ado::adLockReadOnly, ado::adCmdText);
-    rs->SetActiveConnection(nullptr);
-    return rs;
-}
-
 // One price-adjustment row: quantity 0, so stock quantities never move; the difference in the
 // price column, its value over the revalued quantity in the amount column, that quantity as text
 // in the memo, and the price that stood before.
@@ -128,6 +118,15 @@ std::vector<LaterLine> read_later_lines(ado::Connection& cn, const std::string& 
 }
 
 }  // namespace
+
+std::shared_ptr<ado::Recordset> stock_list() {
+    auto rs = ado::Recordset::create();
+    rs->SetCursorLocation(ado::adUseClient);
+    rs->Open("select FItemID from t_Stock", common::GetPromptString(), ado::adOpenStatic,
+             ado::adLockReadOnly, ado::adCmdText);
+    rs->SetActiveConnection(nullptr);
+    return rs;
+}
 
 void CacuSptjd(const std::shared_ptr<ado::Connection>& Cn, std::int32_t InterID, bool ReGen) {
     if (common::GetCostStyle() != 1) return;

@@ -10,6 +10,10 @@
 
 namespace billdata::billcore {
 
+// The stocks (t_Stock.FItemID), read whole through a private connection of the session's string
+// and then let go of it, so that a walk over them can write on the caller's connection.
+std::shared_ptr<ado::Recordset> stock_list();
+
 // Carries the unit prices of purchase bill `InterID` forward through the stock books: sets the
 // items' purchase prices, re-prices later sales and other stock bills, walks the later purchase
 // bills of each item in interior-id order and writes their price-adjustment rows. ReGen true

@@ -142,7 +142,7 @@ bool OtherBill::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, s
 void OtherBill::DeleteBill(std::int16_t /*TranType*/, std::int32_t InterID,
                            std::shared_ptr<ado::Connection> Cn, bool DoBlankOut) {
     common::guarded(Handler::Common, [&] {
-        // On its own connection a failure leaves nothing half done: closing rolls back.
+        // On its own connection the removal is one transaction; on the caller's it joins theirs.
         billcore::Operation op(Handler::Common, Cn);
         const auto& cn = op.connection();
         Executor& ex = op.ex();

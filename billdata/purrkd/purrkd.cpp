@@ -26,17 +26,6 @@ std::string field(const std::shared_ptr<ado::Recordset>& rs, const char* name) {
     return rs->Fields(name).Value().to_string();
 }
 
-// The list of stocks, read once through a private connection of the session's string and then
-// let go of it.
-std::shared_ptr<ado::Recordset> stock_list() {
-    auto rs = ado::Recordset::create();
-    rs->SetCursorLocation(ado::adUseClient);
-    rs->Open("select FItemID from t_Stock", common::GetPromptString(), ado::adOpenStatic,
-             ado::adLockReadOnly, ado::adCmdText);
-    rs->SetActiveConnection(nullptr);
-    return rs;
-}
-
 // The select list, joins and kind condition that both receipt lists share after their columns.
 const char* const kListFrom =
     "from ICStockBill t1 inner join icStockBillEntry a2 on t1.FInterID=a2.FInterID "
@@ -79,7 +68,7 @@ bool PurRkd::SaveData(std::int16_t TranType, const ado::DateTime& BillDate, std:
         common::require_recordset(RsBill);
         if (RsBill->Eof()) throw ado::ComError::component("没有数据可以保存!");
 
-        auto stocks = stock_list();
+        auto stocks = billcore::stock_list();
         billcore::Operation op(Handler::DuplicateKey);
         const auto& cn = op.connection();
         Executor& ex = op.ex();
