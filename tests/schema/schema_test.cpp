@@ -24,52 +24,54 @@ std::string new_database(const TempDir& dir, const char* name = "shop.db") {
 TEST(Schema, DeletingAHeaderDeletesItsRowsAndOnlyThose) {
     TempDir dir;
     Db db(new_database(dir));
-    for (const char* bill : {"10", "11"}) {
-        std::string id = bill;
+    // Lines per bill: stock lines (a real one, an adjustment row, a pre-sent row), their
+    // size/colour rows, order lines and theirs.
+    auto lines = [&](int id) {
+        return db.text(
+            "SELECT (SELECT count(*) FROM ICStockBillEntry WHERE FInterID=" + std::to_string(id) +
+            ") || '/' || (SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=" +
+            std::to_string(id) +
+            ") || '/' || (SELECT count(*) FROM ICOrderEntry WHERE FInterID=" + std::to_string(id) +
+            ") || '/' || (SELECT count(*) FROM ICOrderEntry_1 WHERE FInterID=" +
+            std::to_string(id) + ")");
+    };
+    for (const std::string id : {"10", "11"})
         db.exec(
             "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FRowKey, FQty) VALUES "
             "(" +
-            id + ", 1, 1, '1', 2), (" + id + ", -1, 1, NULL, 0), (" + id + ", NULL, 2, '2', 1)");
-        db.exec("INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey, FQty) VALUES (" + id +
-                ", 1, '1', 2)");
-        db.exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (" + id + ", 112)");
-        db.exec("INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES (" + id +
-                ", 0, 1, '0')");
-        db.exec("INSERT INTO ICOrderEntry_1 (FInterID, FItemID, FRowKey) VALUES (" + id +
-                ", 1, '0')");
-        db.exec("INSERT INTO ICOrder (FInterID, FTranType) VALUES (" + id + ", 11)");
-    }
-    db.exec("DELETE FROM ICStockBill WHERE FInterID=10");
-    db.exec("DELETE FROM ICOrder WHERE FInterID=10");
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID=10"), 0);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=10"), 0);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry WHERE FInterID=10"), 0);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry_1 WHERE FInterID=10"), 0);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID=11"), 3);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=11"), 1);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry WHERE FInterID=11"), 1);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICOrderEntry_1 WHERE FInterID=11"), 1);
+            id + ", 1, 1, '1', 2), (" + id + ", -1, 1, NULL, 0), (" + id +
+            ", NULL, 2, '2', 1);"
+            "INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey, FQty) VALUES (" +
+            id +
+            ", 1, '1', 2);"
+            "INSERT INTO ICStockBill (FInterID, FTranType) VALUES (" +
+            id +
+            ", 112);"
+            "INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES (" +
+            id +
+            ", 0, 1, '0');"
+            "INSERT INTO ICOrderEntry_1 (FInterID, FItemID, FRowKey) VALUES (" +
+            id +
+            ", 1, '0');"
+            "INSERT INTO ICOrder (FInterID, FTranType) VALUES (" +
+            id + ", 11)");
+    db.exec("DELETE FROM ICStockBill WHERE FInterID=10; DELETE FROM ICOrder WHERE FInterID=10");
+    EXPECT_EQ(lines(10), "0/0/0/0");
+    EXPECT_EQ(lines(11), "3/1/1/1");
 
     // A re-save in one transaction: the header goes, new lines come under the same id, then the
     // header again. The new lines must survive; deleting lines never touches the header.
-    db.exec("BEGIN IMMEDIATE");
-    db.exec("DELETE FROM ICStockBill WHERE FInterID=11");
     db.exec(
+        "BEGIN IMMEDIATE; DELETE FROM ICStockBill WHERE FInterID=11;"
         "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FRowKey, FQty) VALUES "
-        "(11, 1, 3, '1', 5), (11, 2, 4, '2', 6)");
-    db.exec(
-        "INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey, FQty) VALUES "
-        "(11, 3, '1', 5)");
-    db.exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (11, 112)");
-    db.exec("DELETE FROM ICOrder WHERE FInterID=11");
-    db.exec(
-        "INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES "
-        "(11, 0, 5, '0')");
-    db.exec("INSERT INTO ICOrder (FInterID, FTranType) VALUES (11, 21)");
-    db.exec("COMMIT");
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID=11"), 2);
+        "(11, 1, 3, '1', 5), (11, 2, 4, '2', 6);"
+        "INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey, FQty) VALUES (11, 3, '1', 5);"
+        "INSERT INTO ICStockBill (FInterID, FTranType) VALUES (11, 112);"
+        "DELETE FROM ICOrder WHERE FInterID=11;"
+        "INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES (11, 0, 5, '0');"
+        "INSERT INTO ICOrder (FInterID, FTranType) VALUES (11, 21); COMMIT");
+    EXPECT_EQ(lines(11), "2/1/1/0");
     EXPECT_EQ(db.integer("SELECT sum(FQty) FROM ICStockBillEntry WHERE FInterID=11"), 11);
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID=11"), 1);
     EXPECT_EQ(db.integer("SELECT FItemID FROM ICOrderEntry WHERE FInterID=11"), 5);
     db.exec("DELETE FROM ICStockBillEntry WHERE FInterID=11");
     EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBill WHERE FInterID=11"), 1);
@@ -83,16 +85,9 @@ TEST(Schema, LineNumbersAreUniqueOnlyForRealLines) {
         SCOPED_TRACE(t);
         // Adjustment rows share one negative number; pre-sent rows have none.
         EXPECT_EQ(db.try_exec("INSERT INTO " + t +
-                              " (FInterID, FEntryID, FItemID) VALUES "
-                              "(5, -1, 1), (5, -1, 1), (5, -1, 2)"),
-                  "");
-        EXPECT_EQ(db.try_exec("INSERT INTO " + t +
-                              " (FInterID, FEntryID, FItemID) VALUES "
-                              "(5, NULL, 1), (5, NULL, 1)"),
-                  "");
-        EXPECT_EQ(db.try_exec("INSERT INTO " + t +
-                              " (FInterID, FEntryID, FItemID) VALUES "
-                              "(5, 0, 1), (5, 1, 1), (6, 1, 1)"),
+                              " (FInterID, FEntryID, FItemID) VALUES (5, -1, 1), (5, -1, 1), "
+                              "(5, -1, 2), (5, NULL, 1), (5, NULL, 1), (5, 0, 1), (5, 1, 1), "
+                              "(6, 1, 1)"),
                   "");
         std::string err =
             db.try_exec("INSERT INTO " + t + " (FInterID, FEntryID, FItemID) VALUES (5, 1, 9)");

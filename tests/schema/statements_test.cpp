@@ -25,17 +25,20 @@ TEST(Statements, EveryCorpusStatementPreparesOnTheCreatedSchema) {
     const auto corpus = load_statement_corpus();
     ASSERT_GT(corpus.size(), 200u);
     for (const std::string& tsql : corpus) {
-        std::string sql;
+        dialect::Translation t;
         try {
-            sql = dialect::translate_sqlite(tsql, catalog).sql;
+            t = dialect::translate_sqlite(tsql, catalog);
         } catch (const dialect::DialectError& e) {
             ADD_FAILURE() << e.what() << "\n  in: " << tsql;
             continue;
         }
         sqlite3_stmt* st = nullptr;
-        EXPECT_EQ(sqlite3_prepare_v2(db.handle(), sql.c_str(), -1, &st, nullptr), SQLITE_OK)
+        EXPECT_EQ(sqlite3_prepare_v2(db.handle(), t.sql.c_str(), -1, &st, nullptr), SQLITE_OK)
             << sqlite3_errmsg(db.handle()) << "\n  in: " << tsql;
         sqlite3_finalize(st);
+        // What the data layer decides from the statement's kind agrees with the translation.
+        EXPECT_EQ(t.writes, t.kind != dialect::StatementKind::Select) << tsql;
+        EXPECT_EQ(dialect::check_single_statement(tsql), t.kind) << tsql;
     }
 }
 
