@@ -159,5 +159,28 @@ TEST_F(Refusals, DeepNestingAndLongChainsAreRefusedBeforeTheyExhaustTheStack) {
     EXPECT_NO_THROW(translate("select 1 from t_Stock where " + chain("FItemID=1", " or ", 500)));
 }
 
+TEST(LiteralPositions, ReportEveryValueButNotTheShape) {
+    const dialect::Catalog catalog = [] {
+        dialect::Catalog c;
+        c.add_column("ICStockBill", "FInterID", dialect::ColumnType::Integer);
+        c.add_column("ICStockBill", "FDate", dialect::ColumnType::Date);
+        c.add_column("ICStockBill", "FBillNo", dialect::ColumnType::Text);
+        return c;
+    }();
+    const std::string text =
+        "select top 5 convert(varchar(10),FDate,120) from ICStockBill where FInterID=12 and FBillNo=N'A''1' or FBillNo='x' and FInterID>-1.5";
+    auto t = dialect::translate_sqlite(text, catalog);
+    ASSERT_EQ(t.literals.size(), 4u);
+    EXPECT_EQ(text.substr(t.literals[0].offset, t.literals[0].length), "12");
+    EXPECT_EQ(t.literals[1].kind, dialect::Literal::Kind::NString);
+    EXPECT_EQ(text.substr(t.literals[1].offset, t.literals[1].length), "N'A''1'");
+    EXPECT_EQ(text.substr(t.literals[2].offset, t.literals[2].length), "'x'");
+    EXPECT_EQ(text.substr(t.literals[3].offset, t.literals[3].length), "1.5");
+    EXPECT_FALSE(t.writes);
+    auto w = dialect::translate_sqlite("delete from ICStockBill where FInterID=1", catalog);
+    EXPECT_TRUE(w.writes);
+    EXPECT_EQ(w.kind, dialect::StatementKind::Delete);
+}
+
 }  // namespace
 }  // namespace billdata::testing

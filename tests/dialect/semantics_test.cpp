@@ -189,24 +189,13 @@ TEST_F(Semantics, TextComparesWithoutCaseAndTrailingBlanksAndLikeHasCharacterCla
     EXPECT_EQ(run("select FName from t_ICItem order by FName"), (Rows{{"Shirt"}, {"shoes"}}));
 }
 
+// The bills' own update, delete and insert statements are run by the corpus and their effects
+// checked by the bill classes' tests; these are the other forms the translator accepts.
 TEST_F(Semantics, UpdateFromUpdatesTheAliasedRowsWithValuesReadBefore) {
-    // The reversal of a sale: the referenced lent line loses the sold quantity.
-    run("Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)-t2.Fqty from icstockbillentry t1 inner join "
-        "icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid inner join "
-        "icstockbill t3 on t2.finterid=t3.finterid where t2.FInterID=6 and isnull(FDeleted,0)=0 and t2.FRefTranType=27");
-    EXPECT_EQ(
-        run("select FInterID,FEntryID,FSaleQty from ICStockBillEntry order by FInterID,FEntryID"),
-        (Rows{{"5", "1", "NULL"}, {"6", "0", "NULL"}, {"6", "1", "NULL"}, {"7", "1", "0"}}));
     // Right-hand sides read the row as it was: swapping two columns swaps them.
     run("Update t1 set t1.FSumQty=t1.FSumAmount,FSumAmount=t1.FSumQty from ICStockBill t1 where t1.FInterID=5");
     EXPECT_EQ(run("select FSumQty,FSumAmount from ICStockBill where FInterID=5"),
               (Rows{{"125", "10"}}));
-    // The card of the sale, with an unqualified set column of the target.
-    run("Update t1 set t1.FSumJf_Un=isnull(FSumJf_Un,0)-t2.FSumJf,t1.FSumJf=isnull(t1.FSumJf,0)-t2.FSumJf,"
-        "FSumBuyAmount=FSumBuyAmount-t2.FSumAmount from Vip t1 inner join icstockbill t2 on t1.fvipid=t2.fvipid "
-        "where t2.fInterID=6 and isnull(FDeleted,0)=0");
-    EXPECT_EQ(run("select FSumJf,FSumJf_Un,FSumBuyAmount from Vip order by FVipID"),
-              (Rows{{"80", "30", "910"}, {"0", "0", "0"}}));
     // A left join updates target rows without a match too.
     run("update t1 set t1.FName=isnull(t2.FRemark,'none') from t_Stock t1 left join ICStockBill t2 on t2.FInterID=t1.FItemID+4");
     EXPECT_EQ(run("select FName from t_Stock order by FItemID"), (Rows{{"first "}, {"none"}}));
@@ -232,16 +221,6 @@ TEST_F(Semantics, DeleteForms) {
 }
 
 TEST_F(Semantics, InsertForms) {
-    raw("INSERT INTO WLInitData VALUES (1, 3, 100), (2, 4, -50);");
-    run("Insert Into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) Select -FOrgaID,FOrgaID,Case FItemClassID when 1 then -22 else -12 end,FAmount From WLInitData");
-    EXPECT_EQ(
-        run("select FInterID,FTranType,FSumAmount from ICStockBill where FInterID<0 order by FInterID"),
-        (Rows{{"-4", "-12", "-50"}, {"-3", "-22", "100"}}));
-    run("Insert Into ICStockBillEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,FColorEntryID,FQty) select t1.FInterID,"
-        "t1.FItemID,t1.FRowKey,0,'',0,Fqty from ICStockBillEntry t1 inner join t_icitem t3 on t1.fitemid=t3.fitemid "
-        "where t1.FInterID=6 and isnull(t3.FSizeID,0)=0");
-    EXPECT_EQ(run("select FItemID,FRowKey,FColor,FQty from ICStockBillEntry_1"),
-              (Rows{{"102", "1", "", "2"}}));
     run("insert into t_Stock values(3, N'门店')");
     EXPECT_EQ(value("select FName from t_Stock where FItemID=3"), "门店");
     run("insert into vipjf_History(FBillInterID,FDate) select FInterID,'20250101' from ICStockBill where FInterID=5 union all select 6,getdate()-1");
