@@ -10,13 +10,13 @@ class Corpus : public DialectDb {};
 
 // The whole corpus runs in its order on a database with data: every statement executes.
 TEST_F(Corpus, EveryStatementRunsOnRealData) {
-    raw("INSERT INTO t_Stock VALUES (1, 'Main'), (2, 'Second'), (3, 'Third');"
+    raw("INSERT INTO t_Stock(FItemID, FName) VALUES (1, 'Main'), (2, 'Second'), (3, 'Third');"
         "INSERT INTO t_ICItem(FItemID, FNumber, FName, FUnit, FSizeID) VALUES (101, 'A100', 'Shirt', 'pc', 1),"
         " (102, 'B200', 'Socks', 'pair', 0);"
-        "INSERT INTO t_Supplier VALUES (3, 'S3', 'Supplier');"
-        "INSERT INTO t_Item VALUES (3, 'S3', 'Supplier');"
+        "INSERT INTO t_Supplier(FItemID, FNumber, FName) VALUES (3, 'S3', 'Supplier');"
+        "INSERT INTO t_Item(FItemID, FNumber, FName) VALUES (3, 'S3', 'Supplier');"
         "INSERT INTO t_User VALUES (1, 'admin', 7, 1);"
-        "INSERT INTO Vip VALUES (3, 'V003', 'Zhang', 0, 0, 0, 1, NULL);"
+        "INSERT INTO Vip(FVipID, FVipNo, FOwner, FSumJf, FSumJf_Un, FSumBuyAmount, FBogus, FEditTime) VALUES (3, 'V003', 'Zhang', 0, 0, 0, 1, NULL);"
         "INSERT INTO ICInitData VALUES (1, 101, 4, 40, 10), (1, 101, 0, 0, 10);"
         "INSERT INTO t_SystemProfile VALUES ('StartYear', '2025'), ('CurrentYear', '2025');");
     for (const auto& tsql : load_statement_corpus()) {

@@ -70,7 +70,8 @@ TEST_F(Runtime, EveryFunctionAndCollationOfTheRuntimeIsRegistered) {
 // What a database declares that its triggers keep reaches the translation, whatever the tables
 // are called; a declaration the database's tables do not back is left out.
 TEST_F(Runtime, KeptCountsAndCopiesDeclaredByTheDatabaseAreRead) {
-    raw("CREATE TABLE Head(FKey INTEGER PRIMARY KEY, FSort INTEGER);"
+    raw("DROP VIEW t_KeptRowCounts; DROP VIEW t_KeptCopies;"
+        "CREATE TABLE Head(FKey INTEGER PRIMARY KEY, FSort INTEGER);"
         "CREATE TABLE Line(FKey INTEGER, FSortCopy INTEGER, FQty REAL);"
         "CREATE TABLE Counts(Head INTEGER, Line INTEGER); INSERT INTO Counts VALUES (42, 0);"
         "CREATE VIEW t_KeptRowCounts (FTable, FCountTable) AS VALUES ('head', 'Counts'), "
