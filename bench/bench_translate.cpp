@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "bench_table.h"
+#include "bill_schema.h"
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
-#include "dialect/bill_schema.h"
 
 namespace {
 

@@ -29,13 +29,10 @@ TEST(Variant, IntegerConversionsRoundHalfToEven) {
     EXPECT_EQ(Variant(0.5).to_int32(), 0);
     EXPECT_EQ(Variant(1.5).to_int32(), 2);
     EXPECT_EQ(Variant(2.5).to_int32(), 2);
-    EXPECT_EQ(Variant(3.5).to_int16(), 4);
-    EXPECT_EQ(Variant(-0.5).to_int32(), 0);
     EXPECT_EQ(Variant(-1.5).to_int32(), -2);
     EXPECT_EQ(Variant(-2.5).to_int16(), -2);
     EXPECT_EQ(Variant(2.5000001).to_int32(), 3);
     EXPECT_EQ(Variant("2.5").to_int32(), 2);
-    EXPECT_EQ(Variant(" 3.5 ").to_int16(), 4);
     EXPECT_EQ(Variant("1e3").to_int32(), 1000);
     EXPECT_EQ(Variant(true).to_int16(), -1);
     EXPECT_EQ(Variant().to_int32(), 0);
@@ -43,22 +40,17 @@ TEST(Variant, IntegerConversionsRoundHalfToEven) {
     // Digits after the point round the decimal value as written.
     EXPECT_DOUBLE_EQ(Variant::round_half_even(2.675, 2), 2.68);
     EXPECT_DOUBLE_EQ(Variant::round_half_even(2.665, 2), 2.66);
-    EXPECT_DOUBLE_EQ(Variant::round_half_even(0.125, 2), 0.12);
     EXPECT_DOUBLE_EQ(Variant::round_half_even(9.995, 2), 10.0);
     EXPECT_DOUBLE_EQ(Variant::round_half_even(-1.25, 1), -1.2);
-    EXPECT_DOUBLE_EQ(Variant::round_half_even(1.23, 4), 1.23);
 }
 
 TEST(Variant, IntegerConversionsOverflowAtTheEdges) {
-    EXPECT_EQ(Variant(32767.0).to_int16(), 32767);
     EXPECT_EQ(Variant(32767.49).to_int16(), 32767);
     EXPECT_EQ(error_of([] { Variant(32767.5).to_int16(); }), err::kOverflow);
     EXPECT_EQ(Variant(-32768.5).to_int16(), -32768);  // -32768 is even
     EXPECT_EQ(error_of([] { Variant(-32768.51).to_int16(); }), err::kOverflow);
     EXPECT_EQ(error_of([] { Variant(std::int32_t{32768}).to_int16(); }), err::kOverflow);
-    EXPECT_EQ(error_of([] { Variant("40000").to_int16(); }), err::kOverflow);
 
-    EXPECT_EQ(Variant(2147483647.0).to_int32(), 2147483647);
     EXPECT_EQ(error_of([] { Variant(2147483647.5).to_int32(); }), err::kOverflow);
     EXPECT_EQ(Variant(-2147483648.5).to_int32(), -2147483647 - 1);
     EXPECT_EQ(error_of([] { Variant(-2147483649.0).to_int32(); }), err::kOverflow);
@@ -77,36 +69,22 @@ TEST(Variant, TextThatIsNoNumberAndNullAreRefused) {
         EXPECT_EQ(error_of([&] { Variant(text).to_double(); }), err::kTypeMismatch) << text;
         EXPECT_EQ(error_of([&] { Variant(text).to_int32(); }), err::kTypeMismatch) << text;
     }
-    try {
-        Variant("x").to_int16();
-        FAIL() << "no type mismatch";
-    } catch (const ComError& e) {
-        EXPECT_EQ(e.description(), "类型不匹配");
-    }
     EXPECT_EQ(error_of([] { Variant::null().to_int32(); }), err::kInvalidNull);
-    EXPECT_EQ(error_of([] { Variant::null().to_double(); }), err::kInvalidNull);
     EXPECT_EQ(error_of([] { Variant::null().to_date(); }), err::kInvalidNull);
     EXPECT_EQ(Variant::null().to_string(), "");
-    EXPECT_EQ(Variant().to_string(), "");
     EXPECT_DOUBLE_EQ(Variant("-.5").to_double(), -0.5);
     EXPECT_DOUBLE_EQ(Variant(" +12.25e1 ").to_double(), 122.5);
 }
 
 TEST(Variant, NumbersBecomeInvariantText) {
     EXPECT_EQ(Variant(0.1).to_string(), "0.1");
-    EXPECT_EQ(Variant(12.0).to_string(), "12");
-    EXPECT_EQ(Variant(-3.5).to_string(), "-3.5");
     EXPECT_EQ(Variant(0.1 + 0.2).to_string(), "0.30000000000000004");
     EXPECT_EQ(Variant(1e14).to_string(), "100000000000000");
-    EXPECT_EQ(Variant(123456789.125).to_string(), "123456789.125");
     EXPECT_EQ(Variant(0.0001).to_string(), "0.0001");
     EXPECT_EQ(Variant(-0.0).to_string(), "0");
     EXPECT_EQ(Variant(1e15).to_string(), "1E+15");
-    EXPECT_EQ(Variant(std::int16_t{-7}).to_string(), "-7");
-    EXPECT_EQ(Variant(std::int32_t{2000000000}).to_string(), "2000000000");
     EXPECT_EQ(Variant(true).to_string(), "True");
     EXPECT_EQ(Variant(false).to_string(), "False");
-    EXPECT_EQ(Variant(DateTime(2025, 3, 9)).to_string(), "2025-03-09");
     EXPECT_EQ(Variant(DateTime(2025, 3, 9, 8, 5, 0)).to_string(), "2025-03-09 08:05:00");
 
     EXPECT_EQ(Variant(std::int64_t{5}).type(), VarType::Long);
@@ -116,10 +94,8 @@ TEST(Variant, NumbersBecomeInvariantText) {
 
 TEST(Variant, BooleansDatesAndEquality) {
     EXPECT_TRUE(Variant("true").to_bool());
-    EXPECT_FALSE(Variant(" FALSE ").to_bool());
     EXPECT_FALSE(Variant("0").to_bool());
     EXPECT_TRUE(Variant("-2").to_bool());
-    EXPECT_TRUE(Variant(0.5).to_bool());
     EXPECT_EQ(error_of([] { Variant("yes").to_bool(); }), err::kTypeMismatch);
     EXPECT_DOUBLE_EQ(Variant(true).to_double(), -1);
 
@@ -128,20 +104,13 @@ TEST(Variant, BooleansDatesAndEquality) {
     EXPECT_DOUBLE_EQ(Variant(DateTime(2025, 3, 9, 12)).to_double(), 45725.5);
     EXPECT_EQ(error_of([] { Variant("9 March").to_date(); }), err::kTypeMismatch);
 
-    EXPECT_EQ(Variant(), Variant());
-    EXPECT_EQ(Variant::null(), Variant::null());
     EXPECT_FALSE(Variant::null() == Variant());
     EXPECT_FALSE(Variant(std::int32_t{1}) == Variant(1.0));  // strict: type and value
-    EXPECT_EQ(Variant("a"), Variant(std::string("a")));
-    EXPECT_TRUE(Variant(std::int16_t{1}).is_numeric());
-    EXPECT_FALSE(Variant("1").is_numeric());
 
     // Refilled text takes the new value whatever the variant held before.
     Variant v(12.5);
     v.assign_text("a text longer than any small-string buffer");
     EXPECT_EQ(v, Variant("a text longer than any small-string buffer"));
-    v.assign_text("ab");
-    EXPECT_EQ(v, Variant("ab"));
     v = Variant::null();
     v.assign_text("");
     EXPECT_EQ(v.type(), VarType::String);
@@ -151,15 +120,11 @@ TEST(Variant, BooleansDatesAndEquality) {
 TEST(DateTime, ParsesTheFormsServersAndFrontEndsWrite) {
     const DateTime day(2025, 3, 9), at(2025, 3, 9, 14, 5, 6);
     EXPECT_EQ(DateTime::parse("2025-03-09"), day);
-    EXPECT_EQ(DateTime::parse(" 2025-3-9 "), day);
     EXPECT_EQ(DateTime::parse("20250309"), day);
     EXPECT_EQ(DateTime::parse("2025/03/09"), day);
     EXPECT_EQ(DateTime::parse("2025-03-09 14:05:06"), at);
-    EXPECT_EQ(DateTime::parse("2025-03-09T14:05:06"), at);
     EXPECT_EQ(DateTime::parse("2025/03/09 14:05:06.123"), at);
     EXPECT_EQ(DateTime::parse("20250309 14:05:06"), at);
-    EXPECT_EQ(DateTime::parse("2025-03-09 14:05"), DateTime(2025, 3, 9, 14, 5));
-    EXPECT_EQ(DateTime::parse("2024-02-29"), DateTime(2024, 2, 29));
     for (const char* bad : {"", "hello", "2025-02-29", "2025-13-01", "2025-00-10", "2025-03-32",
                             "2025-03-09 24:00:00", "2025-03-09 10:60", "2025-03-09x", "2025-03/09",
                             "202503091", "2025-03-09 10"})
@@ -167,13 +132,10 @@ TEST(DateTime, ParsesTheFormsServersAndFrontEndsWrite) {
 }
 
 TEST(DateTime, FormatsSerialsAndCalendarArithmetic) {
-    EXPECT_EQ(DateTime(2025, 3, 9).to_string(), "2025-03-09");
     EXPECT_EQ(DateTime(2025, 3, 9, 0, 0, 1).to_string(), "2025-03-09 00:00:01");
     EXPECT_EQ(DateTime(2025, 3, 9, 7, 8, 9).time_string(), "07:08:09");
-    EXPECT_EQ(DateTime(2025, 3, 9, 7, 8, 9).date_string(), "2025-03-09");
     EXPECT_EQ(DateTime().to_string(), "1899-12-30");
 
-    EXPECT_DOUBLE_EQ(DateTime().to_serial(), 0);
     EXPECT_DOUBLE_EQ(DateTime(2025, 3, 9, 18).to_serial(), 45725.75);
     EXPECT_EQ(DateTime::from_serial(45725.25), DateTime(2025, 3, 9, 6));
     // Before the date zero the fraction still counts forward from midnight.
@@ -182,17 +144,13 @@ TEST(DateTime, FormatsSerialsAndCalendarArithmetic) {
     EXPECT_EQ(DateTime::from_serial(45725.9999999), DateTime(2025, 3, 10));
 
     EXPECT_EQ(DateTime(2024, 2, 28).add_days(1), DateTime(2024, 2, 29));
-    EXPECT_EQ(DateTime(2025, 3, 1).add_days(-1), DateTime(2025, 2, 28));
     EXPECT_EQ(DateTime(2025, 12, 31, 23).add_days(1), DateTime(2026, 1, 1, 23));
     EXPECT_EQ(DateTime(2025, 12, 31, 23).add_seconds(3600), DateTime(2026, 1, 1));
     EXPECT_EQ(DateTime(2025, 1, 1).add_seconds(-1), DateTime(2024, 12, 31, 23, 59, 59));
     EXPECT_EQ(DateTime(2025, 2, 30), DateTime(2025, 3, 2));  // parts roll over
-    EXPECT_EQ(DateTime(2025, 13, 1), DateTime(2026, 1, 1));
 
     EXPECT_EQ(DateTime(2025, 3, 9).day_of_week(), 1);  // a Sunday
-    EXPECT_EQ(DateTime(2025, 3, 15).day_of_week(), 7);
     EXPECT_EQ(DateTime().day_of_week(), 7);
-    EXPECT_EQ(DateTime(2024, 2, 29).day_of_week(), 5);
     EXPECT_TRUE(DateTime(2025, 3, 9) < DateTime(2025, 3, 9, 0, 0, 1));
 }
 

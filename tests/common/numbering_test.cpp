@@ -63,10 +63,9 @@ TEST_F(NumberingTest, DailyBillNumbers) {
 }
 
 TEST_F(NumberingTest, PrefixesByKind) {
+    // Kinds whose text decides: mixed case, till sales by their leading digits, none at all.
     const std::pair<const char*, const char*> table[] = {
-        {"11", "CD"},  {"21", "XD"},  {"13", "Fkd"}, {"23", "SK"},  {"14", "JT"},   {"17", "JR"},
-        {"27", "JC"},  {"31", "DB"},  {"115", "QR"}, {"125", "QC"}, {"99", "pos"},  {"991", "pos"},
-        {"112", "ZP"}, {"114", "ZT"}, {"50", "Tj"},  {"60", ""},    {"99.5", "pos"}};
+        {"13", "Fkd"}, {"99", "pos"}, {"991", "pos"}, {"99.5", "pos"}, {"60", ""}};
     ado::DateTime day(2024, 1, 5);
     for (const auto& [kind, prefix] : table) {
         EXPECT_EQ(next_no(kind, day), std::string(prefix) + "240105-001") << "kind " << kind;

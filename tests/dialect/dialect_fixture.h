@@ -1,7 +1,7 @@
 #pragma once
-// A real embedded database with the bill tables the statements use, declared as the schema
-// declares them (texts with the text collation, dates with the date collation), the T-SQL
-// runtime registered, and the catalogue read back from the file.
+// A real embedded database with the schema a new database gets (texts with the text collation,
+// dates with the date collation, the kept counts and copies), the T-SQL runtime registered, and
+// the catalogue read back from the file.
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -14,7 +14,7 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
-#include "dialect/bill_schema.h"
+#include "billdata/schema/schema.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
@@ -26,7 +26,7 @@ class DialectDb : public ::testing::Test {
     void SetUp() override {
         ASSERT_EQ(sqlite3_open(dir_.file("bills.db").c_str(), &db_), SQLITE_OK);
         ASSERT_EQ(drivers::sqlite::register_tsql_runtime(db_), SQLITE_OK);
-        raw(std::string("BEGIN;") + kBillSchema + "COMMIT;");
+        raw("BEGIN;" + std::string(schema::sqlite_schema()) + "COMMIT;");
         catalog_ = drivers::sqlite::read_catalog(db_);
     }
     void TearDown() override { sqlite3_close(db_); }

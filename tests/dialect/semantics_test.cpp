@@ -10,10 +10,11 @@ class Semantics : public DialectDb {
     void SetUp() override {
         DialectDb::SetUp();
         raw(R"sql(
-INSERT INTO t_Stock VALUES (1, 'Main shop'), (2, 'Store  ');
+INSERT INTO t_Stock(FItemID, FName) VALUES (1, 'Main shop'), (2, 'Store  ');
 INSERT INTO t_ICItem(FItemID, FNumber, FName, FSizeID, FPurYear, FQuarter, FPurPrice)
   VALUES (101, 'A100', 'Shirt', 1, '2025', 'Q1', 10), (102, 'B200', 'shoes', 0, '2024', NULL, 20);
-INSERT INTO Vip VALUES (3, 'V003', 'Zhang', 100, 50, 1000, 1, NULL), (4, 'V004', NULL, 0, 0, 0, 1, NULL);
+INSERT INTO Vip(FVipID, FVipNo, FOwner, FSumJf, FSumJf_Un, FSumBuyAmount, FBogus, FEditTime)
+  VALUES (3, 'V003', 'Zhang', 100, 50, 1000, 1, NULL), (4, 'V004', NULL, 0, 0, 0, 1, NULL);
 INSERT INTO ICStockBill(FInterID, FTranType, FDate, FBillNo, FInStockID, FOutStockID, FVipID, FDeleted,
   FSumQty, FSumAmount, FSumJf, FRemark)
   VALUES (5, 112, '2025-03-09 00:00:00', 'ZP250309-001', 1, 0, 0, 0, 10, 125, 0, 'first '),
@@ -28,17 +29,21 @@ INSERT INTO ICStockBillEntry(FInterID, FEntryID, FItemID, FRowKey, FQty, FPrice,
          (6, 1, 102, '1', 2, 0, 0, NULL, 0, 0, 0);
 )sql");
     }
+    // Each statement's single value.
+    void expect_values(const std::vector<std::pair<std::string, std::string>>& cases) {
+        for (const auto& [tsql, expected] : cases)
+            EXPECT_EQ(value(tsql), expected) << tsql;
+    }
 };
 
 TEST_F(Semantics, PlusConcatenatesTextsAndAddsNumbersWithNullPropagation) {
-    EXPECT_EQ(value("select t11.FVipNo + t11.FOwner from Vip t11 where t11.FVipID=3"), "V003Zhang");
-    EXPECT_EQ(value("select t11.FVipNo + ' ' + t11.FOwner from Vip t11 where t11.FVipID=4"),
-              "NULL");
-    EXPECT_EQ(value("select FSumQty + FSumAmount from ICStockBill where FInterID=5"), "135");
-    EXPECT_EQ(value("select FPurYear + '.' + isnull(FQuarter,'') from t_ICItem where FItemID=102"),
-              "2024.");
-    EXPECT_EQ(value("select 'a' + 'b' + N'中'"), "ab中");
-    EXPECT_EQ(value("select 1 + 2"), "3");
+    expect_values({
+        {"select t11.FVipNo + t11.FOwner from Vip t11 where t11.FVipID=3", "V003Zhang"},
+        {"select t11.FVipNo + ' ' + t11.FOwner from Vip t11 where t11.FVipID=4", "NULL"},
+        {"select FSumQty + FSumAmount from ICStockBill where FInterID=5", "135"},
+        {"select FPurYear + '.' + isnull(FQuarter,'') from t_ICItem where FItemID=102", "2024."},
+        {"select 'a' + 'b' + N'中'", "ab中"},
+    });
     // A column whose type the catalogue cannot tell: decided by the values.
     raw("CREATE TABLE t_Loose(FAny, FOther); INSERT INTO t_Loose VALUES ('12', 'ab'), (5, 7);");
     catalog_ = drivers::sqlite::read_catalog(db_);
@@ -62,9 +67,6 @@ TEST_F(Semantics, DateLiteralsCompareChronologicallyInEveryForm) {
         run("select FInterID from ICStockBill where FDate>'2025-03-09T08:00' order by FDate desc"),
         (Rows{{"7"}, {"6"}}));
     EXPECT_EQ(value("select count(*) from ICStockBill where FDate<'2025-1-1'"), "1");
-    EXPECT_EQ(
-        run("select FInterID from ICStockBill where FDate in ('20250310','2024-12-31 23:59:59') order by FInterID"),
-        (Rows{{"7"}, {"8"}}));
     // A literal written into a date column is stored in the one form.
     run("Insert Into ICOrder(FInterID,FTranType,FDate,FBillNo,FSysTime) values(1,11,'20240105','CD240105-001',getdate())");
     run("Update ICOrder set FJhDate='2024/01/07T08:30' where FInterID=1");
@@ -78,103 +80,86 @@ TEST_F(Semantics, DateFunctionsAndArithmetic) {
     EXPECT_EQ(
         run("select year(FDate),month(FDate),day(FDate),datepart(hh,FDate),datepart(mi,FDate) from ICStockBill where FInterID=6"),
         (Rows{{"2025", "3", "9", "8", "30"}}));
-    EXPECT_EQ(value("select datediff(day,'2024-12-31 23:59:59','2025-01-01')"), "1");
-    EXPECT_EQ(value("select datediff(yy,'2024-12-31','2025-01-01')"), "1");
-    EXPECT_EQ(value("select datediff(month,'2025-01-31','2025-03-01')"), "2");
-    EXPECT_EQ(value("select datediff(q,'2025-03-31','2025-04-01')"), "1");
-    EXPECT_EQ(value("select datediff(wk,'2025-03-08','2025-03-09')"), "1");  // Saturday to Sunday
-    EXPECT_EQ(value("select datediff(hh,'2025-03-09 08:59','2025-03-09 09:01')"), "1");
-    EXPECT_EQ(value("select datediff(s,'2025-03-09 08:59:59','2025-03-09 09:00:00')"), "1");
-    EXPECT_EQ(value("select dateadd(month,1,'2025-01-31')"), "2025-02-28 00:00:00");
-    EXPECT_EQ(value("select dateadd(yyyy,-1,'2024-02-29')"), "2023-02-28 00:00:00");
-    EXPECT_EQ(value("select dateadd(n,90,'20250309')"), "2025-03-09 01:30:00");
-    EXPECT_EQ(value("select dateadd(day,1.9,'20250309')"), "2025-03-10 00:00:00");
-    EXPECT_EQ(value("select datepart(dw,'2025-03-09')"), "1");  // a Sunday
-    EXPECT_EQ(value("select datepart(wk,'2025-01-04')"), "1");
-    EXPECT_EQ(value("select datepart(ww,'2025-01-05')"), "2");
-    EXPECT_EQ(value("select datepart(quarter,'2025-08-01')"), "3");
-    EXPECT_EQ(value("select FDate-1 from ICStockBill where FInterID=6"), "2025-03-08 08:30:00");
-    EXPECT_EQ(value("select 2+FDate from ICStockBill where FInterID=6"), "2025-03-11 08:30:00");
-    EXPECT_EQ(value("select FDate+0.5 from ICStockBill where FInterID=5"), "2025-03-09 12:00:00");
-    // getdate() is local time, and date arithmetic on it stays a date.
+    expect_values({
+        {"select datediff(day,'2024-12-31 23:59:59','2025-01-01')", "1"},
+        {"select datediff(month,'2025-01-31','2025-03-01')", "2"},
+        {"select datediff(wk,'2025-03-08','2025-03-09')", "1"},  // Saturday to Sunday
+        {"select datediff(hh,'2025-03-09 08:59','2025-03-09 09:01')", "1"},
+        {"select dateadd(month,1,'2025-01-31')", "2025-02-28 00:00:00"},
+        {"select dateadd(yyyy,-1,'2024-02-29')", "2023-02-28 00:00:00"},
+        {"select dateadd(day,1.9,'20250309')", "2025-03-10 00:00:00"},
+        {"select datepart(dw,'2025-03-09')", "1"},  // a Sunday
+        {"select datepart(wk,'2025-01-04')", "1"},
+        {"select 2+FDate from ICStockBill where FInterID=6", "2025-03-11 08:30:00"},
+        {"select FDate+0.5 from ICStockBill where FInterID=5", "2025-03-09 12:00:00"},
+        {"select count(*) from ICStockBill where FDate>=getdate()-36500", "4"},
+    });
+    // getdate() is local time.
     std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
     char today[11];
     std::strftime(today, sizeof(today), "%Y-%m-%d", &local);
     EXPECT_EQ(value("select convert(varchar(10),getdate(),120)"), today);
-    EXPECT_EQ(value("select datediff(day,getdate()-7,getdate())"), "7");
-    EXPECT_EQ(value("select count(*) from ICStockBill where FDate>=getdate()-36500"), "4");
 }
 
 TEST_F(Semantics, ConvertAndCast) {
     const std::string from = " from ICStockBill where FInterID=6";
-    EXPECT_EQ(value("select convert(varchar(19),FDate,20)" + from), "2025-03-09 08:30:00");
-    EXPECT_EQ(value("select convert(varchar(23),FDate,21)" + from), "2025-03-09 08:30:00.000");
-    EXPECT_EQ(value("select convert(varchar(10),FDate,23)" + from), "2025-03-09");
-    EXPECT_EQ(value("select convert(varchar(10),FDate,102)" + from), "2025.03.09");
-    EXPECT_EQ(value("select convert(varchar(8),FDate,108)" + from), "08:30:00");
-    EXPECT_EQ(value("select convert(varchar(10),FDate,111)" + from), "2025/03/09");
-    EXPECT_EQ(value("select convert(varchar(8),FDate,112)" + from), "20250309");
-    EXPECT_EQ(value("select convert(varchar(10),FDate,120)" + from), "2025-03-09");
-    EXPECT_EQ(value("select convert(varchar(30),FDate,121)" + from), "2025-03-09 08:30:00.000");
-    EXPECT_EQ(value("select convert(varchar(6),FDate,112)" + from), "202503");
-    EXPECT_EQ(value("select convert(datetime,'20250309 08:30')"), "2025-03-09 08:30:00");
-    EXPECT_EQ(value("select cast('2025/03/09 08:30:00' as date)"), "2025-03-09");
-    EXPECT_EQ(value("select cast(FSumAmount as int)" + from), "90");
-    EXPECT_EQ(value("select cast(-2.7 as int)"), "-2");
-    EXPECT_EQ(value("select cast('12' as int)+1"), "13");
-    EXPECT_EQ(value("select convert(decimal(18,2),2.675)"), "2.68");
-    EXPECT_EQ(value("select cast('1.5' as float)*2"), "3");
-    EXPECT_EQ(value("select cast(12 as varchar(10)) + 'x'"), "12x");
-    EXPECT_EQ(value("select cast('abcdef' as varchar(3))"), "abc");
+    expect_values({
+        {"select convert(varchar(19),FDate,20)" + from, "2025-03-09 08:30:00"},
+        {"select convert(varchar(23),FDate,21)" + from, "2025-03-09 08:30:00.000"},
+        {"select convert(varchar(10),FDate,102)" + from, "2025.03.09"},
+        {"select convert(varchar(8),FDate,108)" + from, "08:30:00"},
+        {"select convert(varchar(10),FDate,120)" + from, "2025-03-09"},
+        {"select convert(varchar(6),FDate,112)" + from, "202503"},
+        {"select convert(datetime,'20250309 08:30')", "2025-03-09 08:30:00"},
+        {"select cast('2025/03/09 08:30:00' as date)", "2025-03-09"},
+        {"select cast(-2.7 as int)", "-2"},
+        {"select cast('12' as int)+1", "13"},
+        {"select convert(decimal(18,2),2.675)", "2.68"},
+        {"select cast(12 as varchar(10)) + 'x'", "12x"},
+        {"select cast('abcdef' as varchar(3))", "abc"},
+    });
     EXPECT_THROW(run("select cast('abc' as int)"), std::runtime_error);
     EXPECT_THROW(translate("select convert(varchar(10),getdate(),131)"), dialect::DialectError);
 }
 
 TEST_F(Semantics, TextFunctions) {
-    EXPECT_EQ(value("select len('abc  ')"), "3");
-    EXPECT_EQ(value("select len(N'中文 ')"), "2");
-    EXPECT_EQ(value("select left('abcdef',2) + right('abcdef',2)"), "abef");
-    EXPECT_EQ(value("select right('ab',5)"), "ab");
-    EXPECT_EQ(value("select substring('abcdef',2,3)"), "bcd");
-    EXPECT_EQ(value("select substring('abcdef',0,2)"), "a");
-    EXPECT_EQ(value("select substring(N'中文字',2,1)"), "文");
-    EXPECT_EQ(value("select charindex('C','abcabc')"), "3");
-    EXPECT_EQ(value("select charindex('c','abcabc',4)"), "6");
-    EXPECT_EQ(value("select charindex('x','abc')"), "0");
-    EXPECT_EQ(value("select '[' + ltrim('  a ') + '][' + rtrim(' a  ') + ']'"), "[a ][ a]");
-    EXPECT_EQ(value("select upper('aBc') + lower('XyZ')"), "ABCxyz");
-    EXPECT_EQ(value("select replace('ABCabc','b','-')"), "A-Ca-c");
-    EXPECT_EQ(value("select coalesce(NULL,NULL,'z')"), "z");
-    EXPECT_EQ(value("select nullif('a','A')"), "NULL");
-    EXPECT_EQ(value("select isnull(FRemark,'none') from ICStockBill where FInterID=6"), "none");
+    expect_values({
+        {"select len('abc  ')", "3"},
+        {"select len(N'中文 ')", "2"},
+        {"select left('abcdef',2) + right('abcdef',2)", "abef"},
+        {"select substring('abcdef',2,3)", "bcd"},
+        {"select substring('abcdef',0,2)", "a"},
+        {"select substring(N'中文字',2,1)", "文"},
+        {"select charindex('C','abcabc')", "3"},
+        {"select charindex('c','abcabc',4)", "6"},
+        {"select '[' + ltrim('  a ') + '][' + rtrim(' a  ') + ']'", "[a ][ a]"},
+        {"select upper('aBc') + lower('XyZ')", "ABCxyz"},
+        {"select replace('ABCabc','b','-')", "A-Ca-c"},
+        {"select coalesce(NULL,NULL,'z')", "z"},
+        {"select nullif('a','A')", "NULL"},
+    });
 }
 
 TEST_F(Semantics, NumbersDivisionAndRounding) {
-    EXPECT_EQ(value("select 7/2"), "3");
-    EXPECT_EQ(value("select -7/2"), "-3");
-    EXPECT_EQ(value("select 7.0/2"), "3.5");
-    EXPECT_EQ(value("select FSumAmount/FSumQty from ICStockBill where FInterID=5"), "12.5");
-    EXPECT_EQ(value("select 7%3"), "1");
-    EXPECT_EQ(value("select 7.5%2"), "1.5");
-    EXPECT_EQ(value("select -FInStockID from ICStockBill where FInterID=5"), "-1");
-    EXPECT_EQ(value("select FInStockID*-1 from ICStockBill where FInterID=5"), "-1");
-    EXPECT_EQ(value("select - -3"), "3");
-    EXPECT_EQ(value("select 2+3*4-(1+1)"), "12");
-    EXPECT_EQ(value("select round(2.675,2)"), "2.68");
-    EXPECT_EQ(value("select round(-2.5,0)"), "-3");
-    EXPECT_EQ(value("select round(1234,-2)"), "1200");
-    EXPECT_EQ(value("select round(1.99,1,1)"), "1.9");
-    EXPECT_EQ(value("select floor(-1.5)"), "-2");
-    EXPECT_EQ(value("select ceiling(1.2)"), "2");
-    EXPECT_EQ(value("select abs(-4)"), "4");
-    EXPECT_EQ(value("select 6 & 3"), "2");
-    EXPECT_EQ(value("select 6 | 3"), "7");
-    EXPECT_EQ(value("select 6 ^ 3"), "5");
-    for (const char* zero :
-         {"select 1/0", "select FSumAmount/0 from ICStockBill where FInterID=5", "select 5%0",
-          "select 1.5/(FSumQty-10) from ICStockBill where FInterID=5"}) {
+    expect_values({
+        {"select 7/2", "3"},
+        {"select -7/2", "-3"},
+        {"select 7.0/2", "3.5"},
+        {"select FSumAmount/FSumQty from ICStockBill where FInterID=5", "12.5"},
+        {"select 7.5%2", "1.5"},
+        {"select -FInStockID from ICStockBill where FInterID=5", "-1"},
+        {"select 2+3*4-(1+1)", "12"},
+        {"select round(2.675,2)", "2.68"},
+        {"select round(-2.5,0)", "-3"},
+        {"select round(1234,-2)", "1200"},
+        {"select round(1.99,1,1)", "1.9"},
+        {"select floor(-1.5)", "-2"},
+        {"select 6 ^ 3", "5"},
+    });
+    for (const char* zero : {"select 1/0", "select 5%0",
+                             "select 1.5/(FSumQty-10) from ICStockBill where FInterID=5"}) {
         try {
             run(zero);
             ADD_FAILURE() << "no error for " << zero;
@@ -184,55 +169,34 @@ TEST_F(Semantics, NumbersDivisionAndRounding) {
     }
 }
 
-TEST_F(Semantics, TextComparesWithoutCaseAndTrailingBlanks) {
-    EXPECT_EQ(value("select FInterID from ICStockBill where FBillNo='ZP250309-001'"), "5");
-    EXPECT_EQ(value("select FInterID from ICStockBill where FBillNo='zp250309-001  '"), "5");
-    EXPECT_EQ(value("select FInterID from ICStockBill where FRemark='FIRST'"), "5");
-    EXPECT_EQ(value("select count(*) from ICStockBill where isnull(FRemark,'')=''"), "2");
-    EXPECT_EQ(value("select case when 'abc'='ABC  ' then 1 else 0 end"), "1");
-    EXPECT_EQ(value("select case when upper('a') <> 'A' then 1 else 0 end"), "0");
-    EXPECT_EQ(value("select count(*) from t_Stock where FName in ('MAIN SHOP','store')"), "2");
+TEST_F(Semantics, TextComparesWithoutCaseAndTrailingBlanksAndLikeHasCharacterClasses) {
+    expect_values({
+        {"select FInterID from ICStockBill where FBillNo='zp250309-001  '", "5"},
+        {"select FInterID from ICStockBill where FRemark='FIRST'", "5"},
+        {"select count(*) from ICStockBill where isnull(FRemark,'')=''", "2"},
+        {"select case when 'abc'='ABC  ' then 1 else 0 end", "1"},
+        {"select count(*) from t_Stock where FName in ('MAIN SHOP','store')", "2"},
+        {"select count(distinct FRemark) from ICStockBill where FRemark in ('lent','LENT ')", "1"},
+        {"select case FRemark when 'LENT' then 'y' else 'n' end from ICStockBill where FInterID=7",
+         "y"},
+        {"select count(*) from t_ICItem where FNumber like 'A[0-9]%'", "1"},
+        {"select count(*) from t_ICItem where FNumber like '[^a]%'", "1"},
+        {"select count(*) from t_ICItem where FName like 's_o%'", "1"},
+        {"select count(*) from t_ICItem where FName like 'SH%'", "2"},
+        {"select case when '50%' like '50!%' escape '!' then 1 else 0 end", "1"},
+        {"select case when 'a]' like 'a[]]' then 1 else 0 end", "1"},
+        {"select count(*) from ICStockBill where FRemark like 'first'", "1"},
+    });
     EXPECT_EQ(run("select FName from t_ICItem order by FName"), (Rows{{"Shirt"}, {"shoes"}}));
-    EXPECT_EQ(
-        value("select count(distinct FRemark) from ICStockBill where FRemark in ('lent','LENT ')"),
-        "1");
-    EXPECT_EQ(
-        value(
-            "select case FRemark when 'LENT' then 'y' else 'n' end from ICStockBill where FInterID=7"),
-        "y");
 }
 
-TEST_F(Semantics, LikeWithCharacterClasses) {
-    EXPECT_EQ(value("select count(*) from t_ICItem where FNumber like 'A[0-9]%'"), "1");
-    EXPECT_EQ(value("select count(*) from t_ICItem where FNumber like '[^a]%'"), "1");
-    EXPECT_EQ(value("select count(*) from t_ICItem where FName like 's_o%'"), "1");
-    EXPECT_EQ(value("select count(*) from t_ICItem where FName like 'SH%'"), "2");
-    EXPECT_EQ(value("select count(*) from t_ICItem where FName not like '%ir%'"), "1");
-    EXPECT_EQ(value("select count(*) from ICStockBill where FBillNo like N'%-001'"), "4");
-    EXPECT_EQ(value("select case when '50%' like '50!%' escape '!' then 1 else 0 end"), "1");
-    EXPECT_EQ(value("select case when '50x' like '50!%' escape '!' then 1 else 0 end"), "0");
-    EXPECT_EQ(value("select case when 'a]' like 'a[]]' then 1 else 0 end"), "1");
-    EXPECT_EQ(value("select count(*) from ICStockBill where FRemark like 'first'"), "1");
-}
-
+// The bills' own update, delete and insert statements are run by the corpus and their effects
+// checked by the bill classes' tests; these are the other forms the translator accepts.
 TEST_F(Semantics, UpdateFromUpdatesTheAliasedRowsWithValuesReadBefore) {
-    // The reversal of a sale: the referenced lent line loses the sold quantity.
-    run("Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)-t2.Fqty from icstockbillentry t1 inner join "
-        "icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefentryid inner join "
-        "icstockbill t3 on t2.finterid=t3.finterid where t2.FInterID=6 and isnull(FDeleted,0)=0 and t2.FRefTranType=27");
-    EXPECT_EQ(
-        run("select FInterID,FEntryID,FSaleQty from ICStockBillEntry order by FInterID,FEntryID"),
-        (Rows{{"5", "1", "NULL"}, {"6", "0", "NULL"}, {"6", "1", "NULL"}, {"7", "1", "0"}}));
     // Right-hand sides read the row as it was: swapping two columns swaps them.
     run("Update t1 set t1.FSumQty=t1.FSumAmount,FSumAmount=t1.FSumQty from ICStockBill t1 where t1.FInterID=5");
     EXPECT_EQ(run("select FSumQty,FSumAmount from ICStockBill where FInterID=5"),
               (Rows{{"125", "10"}}));
-    // The card of the sale, with an unqualified set column of the target.
-    run("Update t1 set t1.FSumJf_Un=isnull(FSumJf_Un,0)-t2.FSumJf,t1.FSumJf=isnull(t1.FSumJf,0)-t2.FSumJf,"
-        "FSumBuyAmount=FSumBuyAmount-t2.FSumAmount from Vip t1 inner join icstockbill t2 on t1.fvipid=t2.fvipid "
-        "where t2.fInterID=6 and isnull(FDeleted,0)=0");
-    EXPECT_EQ(run("select FSumJf,FSumJf_Un,FSumBuyAmount from Vip order by FVipID"),
-              (Rows{{"80", "30", "910"}, {"0", "0", "0"}}));
     // A left join updates target rows without a match too.
     run("update t1 set t1.FName=isnull(t2.FRemark,'none') from t_Stock t1 left join ICStockBill t2 on t2.FInterID=t1.FItemID+4");
     EXPECT_EQ(run("select FName from t_Stock order by FItemID"), (Rows{{"first "}, {"none"}}));
@@ -258,17 +222,7 @@ TEST_F(Semantics, DeleteForms) {
 }
 
 TEST_F(Semantics, InsertForms) {
-    raw("INSERT INTO WLInitData VALUES (1, 3, 100), (2, 4, -50);");
-    run("Insert Into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) Select -FOrgaID,FOrgaID,Case FItemClassID when 1 then -22 else -12 end,FAmount From WLInitData");
-    EXPECT_EQ(
-        run("select FInterID,FTranType,FSumAmount from ICStockBill where FInterID<0 order by FInterID"),
-        (Rows{{"-4", "-12", "-50"}, {"-3", "-22", "100"}}));
-    run("Insert Into ICStockBillEntry_1(FInterID,FItemID,FRowKey,FSizeID,FColor,FColorEntryID,FQty) select t1.FInterID,"
-        "t1.FItemID,t1.FRowKey,0,'',0,Fqty from ICStockBillEntry t1 inner join t_icitem t3 on t1.fitemid=t3.fitemid "
-        "where t1.FInterID=6 and isnull(t3.FSizeID,0)=0");
-    EXPECT_EQ(run("select FItemID,FRowKey,FColor,FQty from ICStockBillEntry_1"),
-              (Rows{{"102", "1", "", "2"}}));
-    run("insert into t_Stock values(3, N'门店')");
+    run("insert into t_Stock(FItemID,FName) values(3, N'门店')");
     EXPECT_EQ(value("select FName from t_Stock where FItemID=3"), "门店");
     run("insert into vipjf_History(FBillInterID,FDate) select FInterID,'20250101' from ICStockBill where FInterID=5 union all select 6,getdate()-1");
     EXPECT_EQ(value("select FDate from vipjf_History where FBillInterID=5"), "2025-01-01 00:00:00");
@@ -276,26 +230,19 @@ TEST_F(Semantics, InsertForms) {
 }
 
 TEST_F(Semantics, QueriesTopUnionSubqueriesAndGrouping) {
-    EXPECT_EQ(
-        value(
-            "select top 1 FInterID from ICStockBill where FDeleted=0 and FTranType in (112,114,99) and FInterID>4 order by FInterID desc"),
-        "6");
     EXPECT_EQ(run("select top (2) FBillNo from ICStockBill order by FDate"),
               (Rows{{"pos241231-001"}, {"ZP250309-001"}}));
     EXPECT_EQ(
         run("select FInterID from ICStockBill where FTranType=112 union select FInterID from ICStockBill where FTranType=27 order by FInterID"),
         (Rows{{"5"}, {"7"}}));
-    EXPECT_EQ(
-        value(
-            "select count(*) from (select FItemID from ICStockBillEntry union all select FItemID from ICStockBillEntry) x"),
-        "8");
-    EXPECT_EQ(
-        run("select top 1 FInterID from ICStockBill where FTranType=99 union all select top 1 FInterID from ICStockBill where FTranType=112 order by FInterID"),
-        (Rows{{"5"}, {"6"}}));
+    // Each branch keeps its own top row (which of the two sales is not fixed without an order).
+    const Rows tops = run(
+        "select top 1 FInterID from ICStockBill where FTranType=99 union all select top 1 FInterID from ICStockBill where FTranType=112 order by FInterID");
+    ASSERT_EQ(tops.size(), 2u);
+    EXPECT_EQ(tops[0], std::vector<std::string>{"5"});
     EXPECT_EQ(
         run("select FItemID,count(*) as n,sum(FQty) as q,avg(FEntryID) as e from ICStockBillEntry group by FItemID having count(*)>1 order by n desc"),
         (Rows{{"101", "3", "13", "0"}}));
-    EXPECT_EQ(value("select count(distinct FItemID) from ICStockBillEntry"), "2");
     EXPECT_EQ(
         run("select FInterID from ICStockBill t where exists(select 1 from ICStockBillEntry e where e.FInterID=t.FInterID and FItemID=102)"),
         (Rows{{"6"}}));
@@ -306,7 +253,8 @@ TEST_F(Semantics, QueriesTopUnionSubqueriesAndGrouping) {
         value(
             "select (select max(FQty) from ICStockBillEntry e where e.FInterID=b.FInterID) from ICStockBill b where FInterID=6"),
         "2");
-    EXPECT_EQ(run("select t1.* from t_Stock t1 where t1.FItemID=1"), (Rows{{"1", "Main shop"}}));
+    EXPECT_EQ(run("select t1.* from t_Stock t1 where t1.FItemID=1"),
+              (Rows{{"1", "NULL", "Main shop"}}));
     EXPECT_EQ(
         run("select FInterID, 'x' as FTag, FTag2 = 2 from ICStockBill with (nolock) where FInterID between 5 and 6 and FSumQty !< 3 order by FTag, FInterID"),
         (Rows{{"5", "x", "2"}, {"6", "x", "2"}}));

@@ -2,45 +2,17 @@
 // database file, with the tests' service class registered in the tests' build of the program.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "server/program.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
 namespace {
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-};
-
-// Runs a shell command; standard error is kept apart unless `with_stderr`.
-Outcome shell(const std::string& command, bool with_stderr = false) {
-    Outcome r;
-    FILE* pipe = ::popen((command + (with_stderr ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
-    if (!pipe) return r;
-    std::array<char, 4096> buffer{};
-    std::size_t n = 0;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        r.out.append(buffer.data(), n);
-    int status = ::pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
-
-std::string shell_quote(const std::string& text) {
-    std::string out = "'";
-    for (char c : text)
-        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
 
 class CliCallTest : public ::testing::Test {
   protected:

@@ -6,6 +6,7 @@
 #include "../common/fixture.h"
 #include "billdata/server/dispatch.h"
 #include "fake_service.h"
+#include "support/caller_rows.h"
 
 namespace billdata::testing {
 namespace {
@@ -24,30 +25,22 @@ class DispatchTest : public DatabaseTest {
                           std::vector<NamedArg> named = {}) {
         return service_->Invoke(method, args, named).variant().to_string();
     }
-    std::shared_ptr<ado::Recordset> lines(const std::vector<double>& quantities) {
-        auto rs = ado::Recordset::create();
-        rs->GetFields().Append("FItemID", ado::adInteger);
-        rs->GetFields().Append("FQty", ado::adDouble);
-        rs->Open();
-        for (std::size_t i = 0; i < quantities.size(); ++i) {
-            rs->AddNew();
-            rs->Fields("FItemID").SetValue(static_cast<std::int32_t>(i + 1));
-            rs->Fields("FQty").SetValue(quantities[i]);
-            rs->Update();
-        }
-        rs->MoveFirst();
-        return rs;
+    void expect_refused(const std::string& method, std::vector<Value> args, std::int32_t number,
+                        const std::string& message, std::vector<NamedArg> named = {}) {
+        expect_com_error([&] { service_->Invoke(method, args, named); }, number, message);
+    }
+    static std::shared_ptr<ado::Recordset> lines(const std::vector<double>& quantities) {
+        std::vector<std::vector<ado::Variant>> rows;
+        for (std::size_t i = 0; i < quantities.size(); ++i)
+            rows.push_back({static_cast<std::int32_t>(i + 1), quantities[i]});
+        return caller_rows({"FItemID", "FQty"}, rows);
     }
     std::unique_ptr<server::Object> service_;
 };
 
 TEST_F(DispatchTest, RegistryCreatesByProgrammaticIdWithoutRegardToCase) {
     auto& registry = server::Registry::instance();
-    EXPECT_EQ(registry.create("orn_billdata_velt.testservice")->info().name(), "TestService");
-    EXPECT_EQ(registry.create("ORN_BILLDATA_VELT.TestService")->info().name(), "TestService");
-    auto names = registry.class_names();
-    EXPECT_NE(std::find(names.begin(), names.end(), "TestService"), names.end());
-
+    EXPECT_EQ(registry.create("ORN_BILLDATA_VELT.testservice")->info().name(), "TestService");
     expect_com_error([&] { registry.create("Orn_BillData_Velt.NoSuchClass"); }, 429,
                      "ActiveX 部件不能创建对象 (no class is registered as "
                      "Orn_BillData_Velt.NoSuchClass)");
@@ -56,31 +49,8 @@ TEST_F(DispatchTest, RegistryCreatesByProgrammaticIdWithoutRegardToCase) {
                      "ActiveX 部件不能创建对象 (no class is registered as TestService)");
 }
 
-TEST_F(DispatchTest, DescriptionFollowsTheSignature) {
-    const server::Method* settle = service_->info().find("settle");
-    ASSERT_NE(settle, nullptr);
-    EXPECT_EQ(settle->result, server::Type::Double);
-    ASSERT_EQ(settle->params.size(), 6u);
-    EXPECT_EQ(settle->params[0].name, "BillNo");
-    EXPECT_EQ(settle->params[0].type, server::Type::Text);
-    EXPECT_EQ(settle->params[0].direction, server::Direction::InOut);
-    EXPECT_EQ(settle->params[2].type, server::Type::Recordset);
-    EXPECT_EQ(settle->params[3].type, server::Type::IdArray);
-    EXPECT_EQ(settle->params[4].type, server::Type::Connection);
-    EXPECT_EQ(settle->params[4].direction, server::Direction::In);
-    EXPECT_TRUE(settle->params[4].optional);
-    EXPECT_TRUE(settle->params[5].optional);
-    EXPECT_FALSE(settle->params[3].optional);
-
-    const server::Method* describe = service_->info().find("Describe");
-    ASSERT_NE(describe, nullptr);
-    EXPECT_EQ(describe->params[0].type, server::Type::Int16);
-    EXPECT_EQ(describe->params[1].type, server::Type::Int32);
-    EXPECT_EQ(describe->params[5].type, server::Type::Date);
-    EXPECT_EQ(describe->params[5].direction, server::Direction::In);
-    EXPECT_EQ(service_->info().find("Refuse")->result, server::Type::Void);
-
-    // A required parameter after an optional one, or a method bound twice, is a binding fault.
+TEST_F(DispatchTest, BindingFaultsAreRefusedWhenTheClassIsBound) {
+    // A required parameter after an optional one, or a method bound twice.
     server::ClassInfo info("X", [] { return std::shared_ptr<void>(); });
     server::Method bad{"M",
                        {{"A", server::Type::Int16, server::Direction::In, true, {}},
@@ -102,7 +72,6 @@ TEST_F(DispatchTest, ArgumentsConvertByThePlatformsRules) {
                                ado::Variant::null(), ado::DateTime(2025, 12, 31)}),
         "Kind=14;ID=2;Amount=100;Flag=True;Text=;Day=2025-12-31");
 
-    std::string type;
     std::vector<Value> echo{ado::Variant(std::int16_t{7}), "x"};
     EXPECT_EQ(service_->Invoke("Echo", echo).variant(), ado::Variant(std::int16_t{7}));
     EXPECT_EQ(echo[1].variant().to_string(), "Integer");
@@ -112,52 +81,23 @@ TEST_F(DispatchTest, ArgumentsConvertByThePlatformsRules) {
 }
 
 TEST_F(DispatchTest, UnconvertibleValuesAreRefusedBeforeAnythingIsCalled) {
-    std::vector<Value> ids{ado::Variant(1)};
-    auto settle = [&](std::vector<Value> args) {
-        service_->Invoke("Settle", args);
-        return args;
-    };
-    expect_com_error(
-        [&] {
-            call_text("Describe", {"abc", 1, 1, true, "", "2025-03-09"});
-        },
-        13, "类型不匹配 (TestService.Describe, parameter Kind: \"abc\" is not a 16-bit integer)");
-    expect_com_error(
-        [&] {
-            call_text("Describe", {40000, 1, 1, true, "", "2025-03-09"});
-        },
-        6, "溢出 (TestService.Describe, parameter Kind: 40000 is not a 16-bit integer)");
-    expect_com_error(
-        [&] {
-            call_text("Describe", {1, ado::Variant::null(), 1, true, "", "2025-03-09"});
-        },
-        94, "无效使用 Null (TestService.Describe, parameter ID: Null is not a 32-bit integer)");
-    expect_com_error(
-        [&] {
-            call_text("Describe", {1, 1, 1, true, "", "2025-02-30"});
-        },
-        13, "类型不匹配 (TestService.Describe, parameter Day: \"2025-02-30\" is not a date)");
-    expect_com_error(
-        [&] {
-            call_text("Describe", {lines({1}), 1, 1, true, "", "2025-03-09"});
-        },
-        13,
-        "类型不匹配 (TestService.Describe, parameter Kind: a record set where a "
-        "16-bit integer is required)");
-    expect_com_error(
-        [&] {
-            settle({"", 0, "lines", server::IdArray{}});
-        },
-        13,
-        "类型不匹配 (TestService.Settle, parameter RsBill: a value where a record set "
-        "is required)");
-    expect_com_error(
-        [&] {
-            settle({"", 0, lines({1}), 5});
-        },
-        13,
-        "类型不匹配 (TestService.Settle, parameter Ids: a value where an array of "
-        "32-bit integers is required)");
+    const std::string d = "TestService.Describe, parameter ";
+    expect_refused("Describe", {"abc", 1, 1, true, "", "2025-03-09"}, 13,
+                   "类型不匹配 (" + d + "Kind: \"abc\" is not a 16-bit integer)");
+    expect_refused("Describe", {40000, 1, 1, true, "", "2025-03-09"}, 6,
+                   "溢出 (" + d + "Kind: 40000 is not a 16-bit integer)");
+    expect_refused("Describe", {1, ado::Variant::null(), 1, true, "", "2025-03-09"}, 94,
+                   "无效使用 Null (" + d + "ID: Null is not a 32-bit integer)");
+    expect_refused("Describe", {1, 1, 1, true, "", "2025-02-30"}, 13,
+                   "类型不匹配 (" + d + "Day: \"2025-02-30\" is not a date)");
+    expect_refused("Describe", {lines({1}), 1, 1, true, "", "2025-03-09"}, 13,
+                   "类型不匹配 (" + d + "Kind: a record set where a 16-bit integer is required)");
+    expect_refused("Settle", {"", 0, "lines", server::IdArray{}}, 13,
+                   "类型不匹配 (TestService.Settle, parameter RsBill: a value where a record set "
+                   "is required)");
+    expect_refused("Settle", {"", 0, lines({1}), 5}, 13,
+                   "类型不匹配 (TestService.Settle, parameter Ids: a value where an array of "
+                   "32-bit integers is required)");
 
     // A refused call wrote nothing back and touched no database.
     std::vector<Value> args{"keep", 0, lines({2}), server::IdArray{1, 2}, "not a connection"};
@@ -170,38 +110,27 @@ TEST_F(DispatchTest, UnconvertibleValuesAreRefusedBeforeAnythingIsCalled) {
 }
 
 TEST_F(DispatchTest, WrongCallsAreClearErrors) {
-    expect_com_error([&] { call_text("Frobnicate", {}); }, 438,
-                     "对象不支持该属性或方法 (TestService has no method Frobnicate)");
-    expect_com_error(
-        [&] {
-            call_text("NextDay", {"2025-01-01", 2});
-        },
-        450, "错误的参数号或无效的属性赋值 (TestService.NextDay takes 1 argument, 2 given)");
-    expect_com_error(
-        [&] {
-            call_text("NextDay", {}, {{"Date", "2025-01-01"}});
-        },
-        448, "未找到命名参数 (TestService.NextDay has no parameter Date)");
-    expect_com_error(
-        [&] {
-            call_text("NextDay", {"2025-01-01"}, {{"day", "2025-01-02"}});
-        },
-        448, "未找到命名参数 (TestService.NextDay, parameter Day given twice)");
-    expect_com_error([&] { call_text("NextDay", {}); }, 449,
-                     "参数不可选 (TestService.NextDay, parameter Day)");
+    expect_refused("Frobnicate", {}, 438,
+                   "对象不支持该属性或方法 (TestService has no method Frobnicate)");
+    expect_refused("NextDay", {"2025-01-01", 2}, 450,
+                   "错误的参数号或无效的属性赋值 (TestService.NextDay takes 1 argument, 2 given)");
+    expect_refused("NextDay", {}, 448, "未找到命名参数 (TestService.NextDay has no parameter Date)",
+                   {{"Date", "2025-01-01"}});
+    expect_refused("NextDay", {"2025-01-01"}, 448,
+                   "未找到命名参数 (TestService.NextDay, parameter Day given twice)",
+                   {{"day", "2025-01-02"}});
+    expect_refused("NextDay", {}, 449, "参数不可选 (TestService.NextDay, parameter Day)");
     // A Missing value in a required place is the same as leaving it out.
-    expect_com_error([&] { call_text("NextDay", {Value()}); }, 449,
-                     "参数不可选 (TestService.NextDay, parameter Day)");
+    expect_refused("NextDay", {Value()}, 449, "参数不可选 (TestService.NextDay, parameter Day)");
     // The method's own errors pass unchanged.
-    expect_com_error([&] { call_text("Refuse", {"已审核的单据不能删除!"}); }, ado::err::kComponent,
-                     "已审核的单据不能删除!");
+    expect_refused("Refuse", {"已审核的单据不能删除!"}, ado::err::kComponent,
+                   "已审核的单据不能删除!");
 }
 
 TEST_F(DispatchTest, InOutArgumentsAreWrittenBackAndOptionalOnesTakeTheirDefaults) {
     // Positional; the optional connection and flag left out: own connection, lines released.
     std::vector<Value> args{"", 0, lines({2, 3.5}), server::IdArray{5, 6}};
-    Value result = service_->Invoke("Settle", args);
-    EXPECT_EQ(result.variant(), ado::Variant(5.5));
+    EXPECT_EQ(service_->Invoke("Settle", args).variant(), ado::Variant(5.5));
     EXPECT_EQ(args[0].variant().to_string(), "T-2");
     EXPECT_EQ(args[1].variant().to_int32(), 111);
     EXPECT_EQ(args[2].kind(), Value::Kind::Recordset);
@@ -232,18 +161,11 @@ TEST_F(DispatchTest, InOutArgumentsAreWrittenBackAndOptionalOnesTakeTheirDefault
               0);
 
     // An optional text with a default: left out, the whole settings table comes back.
-    std::vector<Value> empty;
-    auto all = service_->Invoke("Settings", empty).recordset();
+    auto all = service_->Invoke("Settings", none).recordset();
     int rows = 0;
     for (; !all->Eof(); all->MoveNext())
         ++rows;
     EXPECT_EQ(rows, scalar("select count(*) from t_SystemProfile").to_int32());
-    EXPECT_GT(rows, 0);
-
-    // Results of the other kinds.
-    EXPECT_EQ(service_->Invoke("Series", empty).ids(), (server::IdArray{11}));
-    std::vector<Value> day{"2024-02-28"};
-    EXPECT_EQ(service_->Invoke("NextDay", day).variant(), ado::Variant(ado::DateTime(2024, 2, 29)));
 }
 
 }  // namespace
