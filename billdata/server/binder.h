@@ -13,6 +13,7 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "billdata/server/dispatch.h"
 
@@ -106,6 +107,38 @@ class ClassBinder {
     template <class R>
     ClassBinder& method(std::string name, R (C::*fn)()) {
         add<R>(std::move(name), fn, static_cast<const ParamSpec*>(nullptr));
+        return *this;
+    }
+
+    // What the method bound last tells beyond its signature, for `billdata describe`:
+    //   .reads("BillData", {"FItemID", "FQty", …})  the fields it reads of a record-set parameter;
+    //   .returns({"FEntryID", …})                   the fields of the record set it returns;
+    //   .example(R"({"InterID": 1})", {"PosData.SaveData"})  a call that works on a new demo
+    //       database, after the examples named (see Example);
+    //   .no_example("why")                          when no call can show it working.
+    ClassBinder& reads(const std::string& param, std::vector<std::string> fields) {
+        for (Param& p : info_->last_added().params) {
+            if (p.name != param) continue;
+            if (p.type != Type::Recordset)
+                throw std::logic_error(info_->name() + ": " + param + " is no record set");
+            p.fields = std::move(fields);
+            return *this;
+        }
+        throw std::logic_error(info_->name() + "." + info_->last_added().name +
+                               " has no parameter " + param);
+    }
+    ClassBinder& returns(std::vector<std::string> fields) {
+        if (info_->last_added().result != Type::Recordset)
+            throw std::logic_error(info_->last_added().name + " returns no record set");
+        info_->last_added().result_fields = std::move(fields);
+        return *this;
+    }
+    ClassBinder& example(std::string args_json, std::vector<std::string> after = {}) {
+        info_->last_added().example = {std::move(args_json), std::move(after), {}};
+        return *this;
+    }
+    ClassBinder& no_example(std::string why) {
+        info_->last_added().example = {{}, {}, std::move(why)};
         return *this;
     }
 

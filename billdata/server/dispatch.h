@@ -38,12 +38,27 @@ struct Param {
     Direction direction = Direction::In;
     bool optional = false;
     Value default_value;  // used when an optional argument is left out (Missing: the type's zero)
+    // For a record set the method reads: the fields it reads, in the order a caller lists them.
+    std::vector<std::string> fields{};
+};
+
+// A call of a method that works on a new demo database (describe.h: kDemoInit), for people and
+// tools to start from. Calls are made by `billdata call` with these JSON arguments, after the
+// examples of `after` ("Class.Method", each with what its own example needs first) when the call
+// works on what they save. Without arguments there is no example and `none` says why.
+struct Example {
+    std::string args;
+    std::vector<std::string> after;
+    std::string none;
 };
 
 struct Method {
     std::string name;
     std::vector<Param> params;
     Type result = Type::Void;
+    // For a method returning a record set: the fields it has, when the method defines them.
+    std::vector<std::string> result_fields{};
+    Example example{};
 };
 
 // An argument converted to its parameter's type: the storage a bound C++ method reads from and,
@@ -65,6 +80,8 @@ class ClassInfo {
     // std::logic_error, as is a required parameter after an optional one.
     void add(Method method, Invoker invoker);
     const std::vector<Method>& methods() const { return methods_; }
+    // The method added last, for the binder to complete its description.
+    Method& last_added() { return methods_.back(); }
     // The method of this name without regard to case, or nullptr.
     const Method* find(std::string_view name) const;
 

@@ -15,6 +15,9 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/schema/builtin_catalog.h"
 #include "billdata/schema/schema.h"
+#include "billdata/server/describe.h"
+#include "billdata/server/dispatch.h"
+#include "billdata/server/json_call.h"
 #include "cli.h"
 #include "manual.h"
 #include "output.h"
@@ -62,6 +65,23 @@ int run_translate(const std::string& engine, const std::string& sql) {
         throw ComError(ado::err::kDatabase, e.what());
     }
     return 0;
+}
+
+// `billdata describe`: JSON errors answer as a call's do, readable ones as the other commands'.
+int run_describe(const std::string& target, const std::string& format) {
+    const bool json = format == "json" || (format.empty() && !::isatty(STDOUT_FILENO));
+    auto& registry = server::Registry::instance();
+    if (!json) {
+        std::cout << server::describe_text(registry, target);
+        return 0;
+    }
+    try {
+        std::cout << server::describe_json(registry, target) << "\n";
+        return 0;
+    } catch (const ComError& e) {
+        std::cout << server::error_json(e) << "\n";
+        return 1;
+    }
 }
 
 }  // namespace
@@ -155,6 +175,17 @@ int run(int argc, char** argv) {
                       "start the session on this database as call does (default: the stream "
                       "calls Init itself)");
 
+    std::string describe_target, describe_format;
+    auto* describe = app.add_subcommand(
+        "describe",
+        "list the classes, a class's methods, or a method's parameters with an example call");
+    describe->add_option("name", describe_target,
+                         "Class or Class.Method, without regard to case (default: every class)");
+    describe
+        ->add_option("--format", describe_format,
+                     "text or json (default: text on a terminal, else json)")
+        ->check(CLI::IsMember({"text", "json"}));
+
     std::string demo_db;
     bool demo_keep = false;
     auto* demo = app.add_subcommand(
@@ -183,6 +214,7 @@ int run(int argc, char** argv) {
         if (*call)
             status = run_call(call_db, call_year, call_period, call_format, call_target, call_args);
         if (*batch) status = run_batch(batch_db);
+        if (*describe) status = run_describe(describe_target, describe_format);
         if (*demo) status = run_demo(demo_db, demo_keep);
     } catch (const ComError& e) {
         status = report(e);
