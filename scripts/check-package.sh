@@ -33,7 +33,7 @@ libdir="$(dirname "$(find "$root/usr/lib" -name 'libbilldata.so.0' | head -1)")"
 "$root/usr/bin/billdata" demo >"$root/demo.txt" || fail "billdata demo failed"
 grep -q . "$root/demo.txt" || fail "billdata demo printed nothing"
 page="$(zcat "$root/usr/share/man/man1/billdata.1.gz")"
-for sub in init sql translate call batch demo; do
+for sub in init sql translate call batch demo describe; do
   grep -q "^\.SS billdata $sub" <<<"$page" || fail "the manual page lacks the $sub command"
 done
 # A program built against the unpacked headers, libraries and CMake files.

@@ -22,7 +22,7 @@ TEST(Explain, ManualPageHoldsEveryCommandAndTheHelpFooter) {
     const CliRun page = run_cli("--manual-page");
     ASSERT_EQ(page.status, 0) << page.out;
     const CliRun help = run_cli("--help");
-    for (const char* command : {"init", "sql", "translate", "call", "batch", "demo"}) {
+    for (const char* command : {"init", "sql", "translate", "call", "batch", "demo", "describe"}) {
         EXPECT_NE(help.out.find(std::string("  ") + command + " "), std::string::npos) << command;
         EXPECT_NE(page.out.find(std::string("\n.SS billdata ") + command), std::string::npos)
             << command;
