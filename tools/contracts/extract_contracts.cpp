@@ -88,7 +88,10 @@ bool extract(const std::string& path, std::string& class_name, std::vector<Entry
             if (line.rfind("class ", 0) == 0 && line.back() == '{') {
                 class_name = trim(line.substr(6, line.find_first_of(" {", 6) - 6));
                 std::string text = join(top);
-                if (!pending.empty()) text += "\n" + join(pending);
+                if (!pending.empty()) {
+                    text += '\n';
+                    text += join(pending);
+                }
                 entries.push_back({"", text});
                 in_class = true;
             }
