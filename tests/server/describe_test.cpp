@@ -3,15 +3,13 @@
 // method declares are the ones its example passes and its result has.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "billdata/server/describe.h"
 #include "billdata/server/dispatch.h"
+#include "server/program.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
@@ -20,27 +18,11 @@ namespace {
 using nlohmann::json;
 using server::Registry;
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-};
-
 // Runs a command line of the program in `dir` as a shell runs it; standard error is dropped.
 Outcome run(const std::string& dir, const std::string& command_line) {
     const std::string program = "billdata ";
     EXPECT_EQ(command_line.rfind(program, 0), 0u) << command_line;
-    const std::string command = "cd '" + dir + "' && " + BILLDATA_CLI + " " +
-                                command_line.substr(program.size()) + " 2>/dev/null";
-    Outcome r;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return r;
-    std::array<char, 4096> buffer{};
-    std::size_t n = 0;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        r.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
+    return shell("cd '" + dir + "' && " + BILLDATA_CLI + " " + command_line.substr(program.size()));
 }
 
 TEST(Describe, EveryClassAndMethodHasItsHeadersContract) {
