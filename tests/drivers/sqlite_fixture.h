@@ -7,6 +7,7 @@
 #include <string>
 
 #include "billdata/drivers/sqlite/tsql_runtime.h"
+#include "support/raw_db.h"
 
 namespace billdata::testing {
 
@@ -14,19 +15,7 @@ namespace billdata::testing {
 // are no statements the data layer runs). The runtime's collations are registered first, since
 // the tables declare them.
 inline void create_database(const std::string& path, const std::string& script) {
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
-        SQLITE_OK) {
-        sqlite3_close(db);
-        throw std::runtime_error("cannot create " + path);
-    }
-    drivers::sqlite::register_tsql_runtime(db);
-    char* msg = nullptr;
-    int rc = sqlite3_exec(db, script.c_str(), nullptr, nullptr, &msg);
-    std::string error = msg ? msg : "";
-    sqlite3_free(msg);
-    sqlite3_close(db);
-    if (rc != SQLITE_OK) throw std::runtime_error("setup script failed: " + error);
+    RawDb(path, /*create=*/true).exec(script);
 }
 
 // A value read straight from the file, bypassing the data layer.

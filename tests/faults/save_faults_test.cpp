@@ -26,6 +26,7 @@
 #include "posdata/pos_fixture.h"
 #include "support/caller_rows.h"
 #include "support/io_faults.h"
+#include "support/raw_db.h"
 
 namespace billdata::testing {
 namespace {
@@ -41,53 +42,6 @@ std::int64_t points_for(std::int64_t usual) {
     const char* v = std::getenv("BILLDATA_FAULT_POINTS");
     return v ? std::max<std::int64_t>(1, std::atoll(v)) : usual;
 }
-
-// A connection straight to the engine, with the runtime's collations that the tables declare.
-class RawDb {
-  public:
-    explicit RawDb(const std::string& path) {
-        if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK)
-            fail("open");
-        drivers::sqlite::register_tsql_runtime(db_);
-    }
-    ~RawDb() { sqlite3_close(db_); }
-    RawDb(const RawDb&) = delete;
-    RawDb& operator=(const RawDb&) = delete;
-
-    sqlite3* get() const { return db_; }
-    void exec(const std::string& sql) const {
-        if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) fail(sql);
-    }
-    // The rows of a query as "a|b|c" texts, sorted, without the columns that hold the moment of
-    // saving (they differ from one run to the next).
-    std::vector<std::string> rows(const std::string& sql) const {
-        sqlite3_stmt* stmt = nullptr;
-        if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) fail(sql);
-        std::vector<std::string> out;
-        int rc;
-        while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
-            std::string row;
-            for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
-                const std::string name = sqlite3_column_name(stmt, i);
-                if (name == "FSysTime" || name == "FEditTime") continue;
-                const auto* text = sqlite3_column_text(stmt, i);
-                row += text ? reinterpret_cast<const char*>(text) : "NULL";
-                row += '|';
-            }
-            out.push_back(std::move(row));
-        }
-        sqlite3_finalize(stmt);
-        if (rc != SQLITE_DONE) fail(sql);
-        std::sort(out.begin(), out.end());
-        return out;
-    }
-
-  private:
-    [[noreturn]] void fail(const std::string& what) const {
-        throw std::runtime_error(what + ": " + sqlite3_errmsg(db_));
-    }
-    sqlite3* db_ = nullptr;
-};
 
 // Query results by query.
 using State = std::map<std::string, std::vector<std::string>>;
@@ -175,7 +129,7 @@ class SaveFaults : public DatabaseTest {
         restorer_ = std::make_unique<RawDb>(path_);
         keeper_->exec("PRAGMA wal_checkpoint(TRUNCATE)");
         ASSERT_EQ(sqlite3_open(":memory:", &pristine_), SQLITE_OK);
-        copy(keeper_->get(), pristine_);
+        copy(keeper_->handle(), pristine_);
     }
     // Puts the kept database back in place under the library's pooled connections. The copy
     // marks the schema as changed, so that every pooled connection reads it again and prepares
@@ -185,11 +139,11 @@ class SaveFaults : public DatabaseTest {
     // reads the schema: the keeper's stays read.
     void restore(bool reload) const {
         const std::string version = restorer_->rows("PRAGMA schema_version").at(0);
-        copy(pristine_, restorer_->get());
+        copy(pristine_, restorer_->handle());
         if (!reload)
             restorer_->exec("PRAGMA schema_version=" + version.substr(0, version.size() - 1));
         // An empty log, so that every run writes the same frames at the same places.
-        EXPECT_EQ(sqlite3_wal_checkpoint_v2(restorer_->get(), "main", SQLITE_CHECKPOINT_TRUNCATE,
+        EXPECT_EQ(sqlite3_wal_checkpoint_v2(restorer_->handle(), "main", SQLITE_CHECKPOINT_TRUNCATE,
                                             nullptr, nullptr),
                   SQLITE_OK);
     }

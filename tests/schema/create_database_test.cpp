@@ -8,12 +8,12 @@
 
 #include "billdata/ado/com_error.h"
 #include "billdata/schema/schema.h"
-#include "schema/schema_test_util.h"
+#include "support/raw_db.h"
 #include "support/test_support.h"
 
 using billdata::ado::ComError;
 using billdata::schema::create_database;
-using billdata::testing::Db;
+using billdata::testing::RawDb;
 using billdata::testing::TempDir;
 
 TEST(CreateDatabase, FreshFileGetsSchemaSettingsAndSeed) {
@@ -21,7 +21,7 @@ TEST(CreateDatabase, FreshFileGetsSchemaSettingsAndSeed) {
     std::string path = dir.file("shop.db");
     create_database(path, false, 2025, 3);
 
-    Db db(path);
+    RawDb db(path);
     EXPECT_EQ(db.text("PRAGMA journal_mode"), "wal");
     EXPECT_EQ(db.text("SELECT group_concat(FKey || '=' || FValue, ';') FROM "
                       "(SELECT FKey, FValue FROM t_SystemProfile ORDER BY FKey)"),
@@ -41,7 +41,7 @@ TEST(CreateDatabase, DefaultPeriodIsThisMonth) {
     std::time_t t = std::time(nullptr);
     std::tm local{};
     localtime_r(&t, &local);
-    Db db(path);
+    RawDb db(path);
     EXPECT_EQ(db.integer("SELECT CAST(FValue AS INTEGER) FROM t_SystemProfile WHERE "
                          "FKey='CurrentYear'"),
               local.tm_year + 1900);
@@ -54,7 +54,7 @@ TEST(CreateDatabase, RefusesFilesThatHoldTablesAndBadPeriods) {
     TempDir dir;
     std::string path = dir.file("used.db");
     {
-        Db db(path);
+        RawDb db(path, /*create=*/true);
         db.exec("CREATE TABLE Customers (Name TEXT)");
         db.exec("INSERT INTO Customers VALUES ('kept')");
     }
@@ -68,7 +68,7 @@ TEST(CreateDatabase, RefusesFilesThatHoldTablesAndBadPeriods) {
     }
     EXPECT_EQ(std::filesystem::file_size(path), size_before);
     {
-        Db db(path);
+        RawDb db(path);
         EXPECT_EQ(db.text("SELECT Name FROM Customers"), "kept");
         EXPECT_EQ(db.integer("SELECT count(*) FROM sqlite_master WHERE name='ICStockBill'"), 0);
     }
@@ -94,7 +94,7 @@ TEST(CreateDatabase, DemoDataKeepsTheJoinedIdsConsistent) {
     TempDir dir;
     std::string path = dir.file("demo.db");
     create_database(path, true, 2025, 3);
-    Db db(path);
+    RawDb db(path);
     // Every supplier is a trading partner with the same id; every goods' supplier exists.
     EXPECT_EQ(db.integer("SELECT count(*) FROM t_Supplier s LEFT JOIN t_Item i ON "
                          "i.FItemID=s.FItemID WHERE i.FItemID IS NULL"),

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "billdata/schema/schema.h"
-#include "schema/schema_test_util.h"
+#include "support/raw_db.h"
 #include "support/test_support.h"
 
-using billdata::testing::Db;
+using billdata::testing::RawDb;
 using billdata::testing::TempDir;
 
 namespace {
@@ -33,7 +33,7 @@ WHERE FStockID IS NOT NULL AND FItemID IS NOT NULL
 GROUP BY FStockID, FItemID HAVING sum(FQty) <> 0
 )sql";
 
-std::string rows_of(Db& db, const std::string& sql) {
+std::string rows_of(RawDb& db, const std::string& sql) {
     sqlite3_stmt* st = nullptr;
     EXPECT_EQ(sqlite3_prepare_v2(db.handle(), sql.c_str(), -1, &st, nullptr), SQLITE_OK)
         << sqlite3_errmsg(db.handle());
@@ -49,7 +49,7 @@ std::string rows_of(Db& db, const std::string& sql) {
     return out;
 }
 
-void expect_kept_equals_scanned(Db& db, const std::string& step) {
+void expect_kept_equals_scanned(RawDb& db, const std::string& step) {
     SCOPED_TRACE(step);
     // Every line carries its bill's kind, or nothing while its header is not written.
     EXPECT_EQ(rows_of(db,
@@ -69,7 +69,7 @@ void expect_kept_equals_scanned(Db& db, const std::string& step) {
     }
 }
 
-void line(Db& db, int inter, const std::string& entry, int item, double qty, int ref_kind = 0) {
+void line(RawDb& db, int inter, const std::string& entry, int item, double qty, int ref_kind = 0) {
     db.exec(
         "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FRefTranType) "
         "VALUES (" +
@@ -77,7 +77,7 @@ void line(Db& db, int inter, const std::string& entry, int item, double qty, int
         std::to_string(qty) + "," + std::to_string(ref_kind) + ")");
 }
 
-void header(Db& db, int inter, int kind, const std::string& in, const std::string& out) {
+void header(RawDb& db, int inter, int kind, const std::string& in, const std::string& out) {
     db.exec("INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FOutStockID) VALUES (" +
             std::to_string(inter) + "," + std::to_string(kind) + "," + in + "," + out + ")");
 }
@@ -86,7 +86,7 @@ TEST(KeptTotals, FollowEveryChangeOfBillsLinesAndOpeningData) {
     TempDir dir;
     const std::string path = dir.file("shop.db");
     billdata::schema::create_database(path, false, 2025, 3);
-    Db db(path);
+    RawDb db(path);
     expect_kept_equals_scanned(db, "empty");
     EXPECT_EQ(db.integer("SELECT count(*) FROM t_TableRows"), 1);
 

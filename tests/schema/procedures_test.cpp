@@ -9,7 +9,7 @@
 #include "billdata/ado/driver.h"
 #include "billdata/drivers/sqlite/procedures.h"
 #include "billdata/schema/schema.h"
-#include "schema/schema_test_util.h"
+#include "support/raw_db.h"
 #include "support/test_support.h"
 
 using billdata::ado::ComError;
@@ -17,7 +17,7 @@ using billdata::ado::Variant;
 using billdata::ado::VarType;
 using billdata::ado::driver::ProcArg;
 using billdata::drivers::sqlite::find_procedure;
-using billdata::testing::Db;
+using billdata::testing::RawDb;
 using billdata::testing::TempDir;
 
 namespace {
@@ -28,7 +28,7 @@ std::string new_database(const TempDir& dir) {
     return path;
 }
 
-double stock_qty(Db& db, int stock, int item, int inter) {
+double stock_qty(RawDb& db, int stock, int item, int inter) {
     auto proc = find_procedure("sp_getstockqty");
     std::vector<ProcArg> args = {
         {"@StockID", VarType::Long, 1, Variant(std::int32_t{stock})},
@@ -42,8 +42,8 @@ double stock_qty(Db& db, int stock, int item, int inter) {
 }
 
 // A header and one line per quantity (entry ids from 1).
-void bill(Db& db, int id, int kind, int in_stock, int out_stock, int item, std::vector<double> qtys,
-          int deleted = 0) {
+void bill(RawDb& db, int id, int kind, int in_stock, int out_stock, int item,
+          std::vector<double> qtys, int deleted = 0) {
     int entry = 1;
     for (double q : qtys)
         db.exec(
@@ -62,7 +62,7 @@ void bill(Db& db, int id, int kind, int in_stock, int out_stock, int item, std::
 
 TEST(StockQty, SignedQuantitiesByBillKind) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     db.exec(
         "INSERT INTO ICInitData (FStockID, FItemID, FQty, FAmount) VALUES (1, 1, 10, 400), "
         "(2, 1, 0, 0), (1, 2, 99, 0)");
@@ -111,7 +111,7 @@ TEST(StockQty, SignedQuantitiesByBillKind) {
 // (That it sees the caller's uncommitted rows is checked through the data layer's call.)
 TEST(StockQty, ChecksItsArgumentsByName) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     bill(db, 1, 112, 1, 0, 1, {5});
 
     // Names match without regard to case; the output is found as "@Rtnqty".
@@ -143,7 +143,7 @@ TEST(StockQty, ChecksItsArgumentsByName) {
 
 TEST(CacuCost, MovingAverageWritesOnlyTheCurrentPeriodOn) {
     TempDir dir;
-    Db db(new_database(dir));  // current period 2025/3
+    RawDb db(new_database(dir));  // current period 2025/3
     db.exec(
         "INSERT INTO t_ICItem (FItemID, FName, FPjCost) VALUES (1, 'shirt', 0), "
         "(3, 'belt', 30)");
@@ -215,7 +215,7 @@ TEST(CacuCost, MovingAverageWritesOnlyTheCurrentPeriodOn) {
 
 TEST(CacuCost, RecomputesOnlyItemsWhoseLinesChanged) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     db.exec("INSERT INTO t_ICItem (FItemID, FPjCost) VALUES (1, 0), (2, 0)");
     for (int item : {1, 2}) {
         std::string i = std::to_string(item);

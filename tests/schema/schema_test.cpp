@@ -5,10 +5,10 @@
 #include <string>
 
 #include "billdata/schema/schema.h"
-#include "schema/schema_test_util.h"
+#include "support/raw_db.h"
 #include "support/test_support.h"
 
-using billdata::testing::Db;
+using billdata::testing::RawDb;
 using billdata::testing::TempDir;
 
 namespace {
@@ -24,7 +24,7 @@ std::string new_database(const TempDir& dir, const char* name = "shop.db") {
 // The stock bills' lines are held to the same by the tills' re-save and removal tests.
 TEST(Schema, DeletingAnOrderDeletesItsRowsAndOnlyThose) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     auto lines = [&](const std::string& id) {
         return db.text("SELECT (SELECT count(*) FROM ICOrderEntry WHERE FInterID=" + id +
                        ") || '/' || (SELECT count(*) FROM ICOrderEntry_1 WHERE FInterID=" + id +
@@ -53,7 +53,7 @@ TEST(Schema, DeletingAnOrderDeletesItsRowsAndOnlyThose) {
 
 TEST(Schema, UnwrittenFlagsDefaultToZero) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     // The saving statements leave these columns out and the lists test them against 0.
     db.exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (1, 99)");
     db.exec("INSERT INTO ICOrder (FInterID, FTranType) VALUES (1, 11)");
@@ -70,7 +70,7 @@ TEST(Schema, UnwrittenFlagsDefaultToZero) {
 
 TEST(Schema, FixedQueriesFindTheirRowsThroughAnIndex) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     auto plan = [&](const std::string& sql) {
         sqlite3_stmt* st = nullptr;
         std::string out;
@@ -108,7 +108,7 @@ TEST(Schema, FixedQueriesFindTheirRowsThroughAnIndex) {
 
 TEST(Schema, TextAndDateColumnsCompareAsTheServerDoes) {
     TempDir dir;
-    Db db(new_database(dir));
+    RawDb db(new_database(dir));
     db.exec(
         "INSERT INTO ICStockBill (FInterID, FBillNo, FDate) VALUES (1, 'Pos250309-001', "
         "'2025-03-09 00:00:00')");
