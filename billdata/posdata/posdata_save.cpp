@@ -87,6 +87,16 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
 
         std::int32_t inter_id = 0;
         auto id = [&] { return std::to_string(inter_id); };
+        // The one size/colour row of a sold or pre-sent line, from the current row of `rs`.
+        auto size_row = [&](ado::Recordset& rs, const std::string& key) {
+            auto v = [&](const char* name) -> const Variant& { return rs.Fields(name).Value(); };
+            ex.execute([&] {
+                return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
+                       id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
+                       common::sql_text(v("FColor").to_string()) + "'," + v("FSizeID").to_string() +
+                       ",0," + v("FQty").to_string() + ")";
+            });
+        };
         op.transaction([&] {
             if (StockBillID < 1) {
                 bill_no = op.new_bill(inter_id, billcore::kind::kPosSale, BillDate, BillNoBegChar);
@@ -144,12 +154,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 discount_total += retail_amount - amount;
                 amount_total += amount;
                 add_qty(qty);
-                ex.execute([&] {
-                    return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
-                           id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
-                           common::sql_text(v("FColor").to_string()) + "'," +
-                           v("FSizeID").to_string() + ",0," + v("FQty").to_string() + ")";
-                });
+                size_row(lines, key);
                 ++line;
                 lines.MoveNext();
             }
@@ -177,12 +182,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                     cost_total += unit_cost * qty;
                     retail_total += retail_price * qty;
                     add_qty(qty);
-                    ex.execute([&] {
-                        return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
-                               id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
-                               common::sql_text(v("FColor").to_string()) + "'," +
-                               v("FSizeID").to_string() + ",0," + v("FQty").to_string() + ")";
-                    });
+                    size_row(items, key);
                     ++line;
                     items.MoveNext();
                 }

@@ -158,6 +158,22 @@ DateRead read_date(sqlite3_value* v, DateTime& dt) {
     }
 }
 
+// A function's date argument: true with `dt` read; otherwise the function's result is already
+// set (null for a null argument, the conversion error for text that is no date).
+bool date_argument(sqlite3_context* ctx, sqlite3_value* v, DateTime& dt) {
+    switch (read_date(v, dt)) {
+        case DateRead::Null:
+            sqlite3_result_null(ctx);
+            return false;
+        case DateRead::Bad:
+            sqlite3_result_error(ctx, kBadDate, -1);
+            return false;
+        case DateRead::Ok:
+            break;
+    }
+    return true;
+}
+
 long long to_millis(const DateTime& dt) {
     return ((day_number(dt) * 24 + dt.hour) * 60 + dt.minute) * 60000LL + dt.second * 1000LL +
            dt.millis;
@@ -348,32 +364,12 @@ std::string format_date(const DateTime& dt, int style) {
 
 void fn_dt(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
-    switch (read_date(argv[0], dt)) {
-        case DateRead::Null:
-            sqlite3_result_null(ctx);
-            return;
-        case DateRead::Bad:
-            sqlite3_result_error(ctx, kBadDate, -1);
-            return;
-        case DateRead::Ok:
-            result_text(ctx, canonical(dt));
-            return;
-    }
+    if (date_argument(ctx, argv[0], dt)) result_text(ctx, canonical(dt));
 }
 
 void fn_date(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
-    switch (read_date(argv[0], dt)) {
-        case DateRead::Null:
-            sqlite3_result_null(ctx);
-            return;
-        case DateRead::Bad:
-            sqlite3_result_error(ctx, kBadDate, -1);
-            return;
-        case DateRead::Ok:
-            result_text(ctx, format_date(dt, 23));
-            return;
-    }
+    if (date_argument(ctx, argv[0], dt)) result_text(ctx, format_date(dt, 23));
 }
 
 enum class Part {
@@ -425,16 +421,7 @@ int day_of_year(const DateTime& dt) {
 
 void fn_datepart(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
-    switch (read_date(argv[1], dt)) {
-        case DateRead::Null:
-            sqlite3_result_null(ctx);
-            return;
-        case DateRead::Bad:
-            sqlite3_result_error(ctx, kBadDate, -1);
-            return;
-        case DateRead::Ok:
-            break;
-    }
+    if (!date_argument(ctx, argv[1], dt)) return;
     long long r = 0;
     switch (part_of(argv[0])) {
         case Part::Year:
@@ -497,16 +484,7 @@ void fn_dateadd(sqlite3_context* ctx, int, sqlite3_value** argv) {
         return;
     }
     DateTime dt;
-    switch (read_date(argv[2], dt)) {
-        case DateRead::Null:
-            sqlite3_result_null(ctx);
-            return;
-        case DateRead::Bad:
-            sqlite3_result_error(ctx, kBadDate, -1);
-            return;
-        case DateRead::Ok:
-            break;
-    }
+    if (!date_argument(ctx, argv[2], dt)) return;
     const Part part = part_of(argv[0]);
     double amount = sqlite3_value_double(argv[1]);
     if (sqlite3_value_type(argv[1]) == SQLITE_TEXT && !parse_double(value_text(argv[1]), amount)) {
