@@ -32,6 +32,10 @@ struct Translation {
     // Only with TranslateOptions::parameterise: the source offset of the literal that ?1, ?2, …
     // stand for (a literal printed twice is one parameter).
     std::vector<std::size_t> parameters;
+    // A select that reads the rows of one table, with no aggregate, DISTINCT, GROUP BY or set
+    // operator, so that a server engine can lock the rows it reads (`FOR UPDATE` appended to
+    // `sql`): that table as the statement names it. Empty otherwise.
+    std::string lockable_table;
 };
 
 struct TranslateOptions {
@@ -84,6 +88,14 @@ class DialectError : public std::runtime_error {
 Translation translate_sqlite(std::string_view tsql, const Catalog& catalog);
 Translation translate_sqlite(std::string_view tsql, const Catalog& catalog,
                              const TranslateOptions& options);
+
+// Translates exactly one T-SQL statement to PostgreSQL. Schema objects are written without
+// quotes (the server folds them to lower case, as the schema created them); each result column
+// keeps the name the statement gives it, as on the embedded engine. Parameters are written $1,
+// $2, … and sent as text of unknown type, so that the server reads each as its place needs.
+// The functions the translation calls (bd_…) come with the server schema. Raises DialectError.
+Translation translate_postgresql(std::string_view tsql, const Catalog& catalog,
+                                 const TranslateOptions& options = {});
 
 // Parses the text and raises DialectError unless it is exactly one statement the parser reads
 // (the check that engines without translation still get). Returns the statement's kind.

@@ -1,0 +1,46 @@
+#pragma once
+// The tests' PostgreSQL server: the one named by BILLDATA_TEST_POSTGRES (a connection string to
+// its maintenance database, as scripts/with-postgres.sh sets it). Each test makes databases of
+// its own on it and drops them afterwards.
+
+#include <libpq-fe.h>
+
+#include <string>
+#include <vector>
+
+namespace billdata::testing {
+
+// The server's connection string, or empty when no server is configured.
+std::string postgres_server();
+
+// A new empty database on the test server, dropped (its connections ended) when the object goes.
+// std::runtime_error when there is no server or it refuses.
+class PostgresDatabase {
+  public:
+    PostgresDatabase();
+    ~PostgresDatabase();
+    PostgresDatabase(const PostgresDatabase&) = delete;
+    PostgresDatabase& operator=(const PostgresDatabase&) = delete;
+
+    const std::string& name() const { return name_; }
+    // `Provider=PostgreSQL;…;Database=<name>` for the component.
+    const std::string& connection_string() const { return connection_string_; }
+    // The same database in libpq's `key=value` form.
+    const std::string& conninfo() const { return conninfo_; }
+
+    // Runs SQL of the server itself on a connection of its own (set-up, or reading past the
+    // component); std::runtime_error with the server's message on failure. Rows as "a|b|" texts
+    // ("NULL" for a null), in the order the server sends them.
+    std::vector<std::string> exec(const std::string& sql) const;
+
+  private:
+    std::string name_;
+    std::string connection_string_;
+    std::string conninfo_;
+};
+
+// libpq's conninfo for a `Provider=PostgreSQL;Host=…;Port=…;Database=…;User ID=…;Password=…`
+// string (the keys the test server uses).
+std::string postgres_conninfo(const std::string& connection_string);
+
+}  // namespace billdata::testing
