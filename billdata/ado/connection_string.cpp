@@ -102,6 +102,13 @@ ConnectionString ConnectionString::parse(std::string_view text) {
     cs.text_ = std::string(text);
     std::string_view body = trim(text);
     if (body.empty()) throw bad_string("the text is empty");
+    const std::string head = lower(body.substr(0, 13));
+    if (head.rfind("postgresql://", 0) == 0 || head.rfind("postgres://", 0) == 0) {
+        // A server's URI, read by its driver as a whole.
+        cs.items_["provider"] = "PostgreSQL";
+        cs.items_["uri"] = std::string(body);
+        return cs;
+    }
     if (body.find('=') == std::string_view::npos && ends_with_db(body)) {
         cs.items_["provider"] = "SQLite";
         cs.items_["data source"] = std::string(body);
@@ -124,6 +131,7 @@ bool ConnectionString::has(std::string_view keyword) const {
 void ConnectionString::require_known(const std::vector<std::string>& known) const {
     std::string_view body = trim(text_);
     if (body.find('=') == std::string_view::npos) return;  // a bare path names no keyword
+    if (items_.count("uri")) return;                         // a URI's own parameters
     for (const auto& pair : split_pairs(body)) {
         const std::string key = normalise_keyword(pair.first);
         if (key == "command timeout") continue;  // the data layer's own, on every engine

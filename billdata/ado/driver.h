@@ -19,7 +19,8 @@ inline constexpr long kDefaultCommandTimeout = 30;
 
 // An ADO-style connection string: `keyword=value;…`, keywords case-insensitive, a value may be
 // enclosed in "…" or '…' when it holds ';'. A bare path ending in ".db" means
-// `Provider=SQLite;Data Source=<path>`. Parsing raises ComError (err::kConnection) for malformed
+// `Provider=SQLite;Data Source=<path>`; a `postgresql://…` (or `postgres://…`) URI means
+// `Provider=PostgreSQL` with the URI as keyword "uri", read by that driver. Parsing raises ComError (err::kConnection) for malformed
 // text; each driver refuses keywords it does not know (require_known).
 class ConnectionString {
   public:

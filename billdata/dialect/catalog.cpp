@@ -59,6 +59,19 @@ const std::string* Catalog::column_name(const Table& t, std::string_view column)
     return c == t.index.end() ? nullptr : &t.columns[c->second].first;
 }
 
+std::vector<std::string> Catalog::tables() const {
+    std::vector<std::string> out;
+    out.reserve(tables_.size());
+    for (const auto& [key, table] : tables_)
+        out.push_back(table.name);
+    return out;
+}
+
+std::string_view Catalog::table_name(std::string_view table) const {
+    const Table* t = find_table(table);
+    return t ? std::string_view(t->name) : std::string_view();
+}
+
 bool Catalog::has_table(std::string_view table) const {
     return find_table(table) != nullptr;
 }

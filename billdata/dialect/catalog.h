@@ -34,12 +34,16 @@ class Catalog {
   public:
     void add_column(std::string_view table, std::string_view column, ColumnType type);
     bool has_table(std::string_view table) const;
+    // The table's name as the catalogue spells it; empty when there is no such table.
+    std::string_view table_name(std::string_view table) const;
     // Unknown when the table or column is not in the catalogue.
     ColumnType column_type(std::string_view table, std::string_view column) const;
     // Whether the table has the column (a column of Unknown type counts); its type goes to
     // *type when it has and type is not null.
     bool find_column(std::string_view table, std::string_view column,
                      ColumnType* type = nullptr) const;
+    // Every table's name as the catalogue spells it, in no particular order.
+    std::vector<std::string> tables() const;
     // Column names of a table in the order they were added (empty when there is no such table).
     std::vector<std::string> columns(std::string_view table) const;
 

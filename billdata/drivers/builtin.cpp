@@ -3,13 +3,17 @@
 #include <mutex>
 
 #include "billdata/ado/driver.h"
+#include "billdata/drivers/postgresql/postgresql_driver.h"
 #include "billdata/drivers/sqlite/sqlite_driver.h"
 
 namespace billdata::ado::driver {
 
 void register_builtin_drivers() {
     static std::once_flag once;
-    std::call_once(once, [] { register_driver(drivers::sqlite::make_driver()); });
+    std::call_once(once, [] {
+        register_driver(drivers::sqlite::make_driver());
+        register_driver(drivers::postgresql::make_driver());
+    });
 }
 
 }  // namespace billdata::ado::driver

@@ -4,8 +4,12 @@
 #include <ctime>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "billdata/ado/com_error.h"
+#include "billdata/ado/driver.h"
+#include "billdata/drivers/postgresql/postgresql_driver.h"
+#include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
 #include "billdata/util/text.h"
@@ -85,14 +89,29 @@ int count_tables(sqlite3* db) {
     return n;
 }
 
-void insert_setting(sqlite3* db, const char* key, const std::string& value) {
-    exec(db, std::string("INSERT INTO t_SystemProfile (FKey, FValue) VALUES ('") + key + "', '" +
-                 value + "')");
+// The rows every new database starts with, on any engine: the settings of t_SystemProfile and
+// the first interior id of order bills.
+std::vector<std::string> starting_rows(int year, int period) {
+    std::vector<std::string> rows;
+    auto setting = [&](const char* key, const std::string& value) {
+        rows.push_back(std::string("INSERT INTO t_SystemProfile (FKey, FValue) VALUES ('") + key +
+                       "', '" + value + "')");
+    };
+    setting("StartYear", std::to_string(year));
+    setting("StartPeriod", std::to_string(period));
+    setting("CurrentYear", std::to_string(year));
+    setting("CurrentPeriod", std::to_string(period));
+    setting("ICClosed", "0");
+    setting("WLClosed", "0");
+    setting("CashClosed", "0");
+    // Order bills and member orders share ICOrder; member orders draw their ids from series 0,
+    // which starts at 1, so order bills start far above it.
+    rows.push_back(
+        "INSERT INTO ICMaxNum (FTranType, FMaxNum, FDescription) VALUES (11, 1000000000, '')");
+    return rows;
 }
 
-}  // namespace
-
-void create_database(const std::string& path, bool demo, int year, int period) {
+void check_period(int& year, int& period) {
     if (year == 0 || period == 0) {
         std::time_t t = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
         std::tm local{};
@@ -103,6 +122,89 @@ void create_database(const std::string& path, bool demo, int year, int period) {
     if (year < 1753 || year > 9999 || period < 1 || period > 12)
         fail("invalid start period " + std::to_string(year) + "/" + std::to_string(period) +
              ": the year must lie between 1753 and 9999 and the period between 1 and 12");
+}
+
+// Quotes a text for a statement.
+std::string quoted(std::string_view text) {
+    std::string out = "'";
+    for (char c : text) {
+        if (c == '\'') out += '\'';
+        out += c;
+    }
+    return out + "'";
+}
+
+// The server keeps unquoted names in lower case; the table t_SpelledNames records every table
+// and column as the schema spells them (the embedded schema, read back from a scratch database
+// in memory), so that the driver names record-set fields alike on every engine.
+std::string spelled_names() {
+    sqlite3* db = nullptr;
+    if (sqlite3_open(":memory:", &db) != SQLITE_OK) fail("cannot open a scratch database");
+    std::string sql;
+    try {
+        if (drivers::sqlite::register_tsql_runtime(db) != SQLITE_OK)
+            fail(std::string("cannot register the SQL runtime: ") + sqlite3_errmsg(db));
+        exec(db, std::string(sqlite_schema()));
+        const dialect::Catalog catalog = drivers::sqlite::read_catalog(db);
+        sql = "CREATE TABLE t_SpelledNames (FTable varchar(128) NOT NULL, FColumn varchar(128) "
+              "NOT NULL, PRIMARY KEY (FTable, FColumn));\nINSERT INTO t_SpelledNames VALUES ";
+        bool first = true;
+        for (const std::string& table : catalog.tables())
+            for (const std::string& column : catalog.columns(table)) {
+                sql += first ? "" : ", ";
+                sql += "(" + quoted(table) + ", " + quoted(column) + ")";
+                first = false;
+            }
+    } catch (...) {
+        sqlite3_close(db);
+        throw;
+    }
+    sqlite3_close(db);
+    return sql;
+}
+
+void create_server_database(const ado::ConnectionString& cs, bool demo, int year, int period) {
+    drivers::postgresql::ServerConnection server(cs);
+    if (server.scalar("SELECT count(*) FROM pg_tables WHERE schemaname = current_schema()") != "0")
+        fail("the database already holds tables; a new database is created only in an empty one");
+    server.exec("BEGIN");
+    try {
+        server.exec(postgresql_runtime());
+        server.exec(postgresql_schema());
+        server.exec(spelled_names());
+        for (const std::string& row : starting_rows(year, period))
+            server.exec(row);
+        if (demo) server.exec(demo_data_sql());
+        server.exec("COMMIT");
+    } catch (...) {
+        try {
+            server.exec("ROLLBACK");
+        } catch (const ado::ComError&) {
+            // The connection is gone, and the transaction with it.
+        }
+        throw;
+    }
+}
+
+}  // namespace
+
+bool is_server_database(const std::string& target) {
+    const std::string_view t = util::trim(target);
+    if (t.find("://") == std::string_view::npos && t.find('=') == std::string_view::npos)
+        return false;
+    try {
+        return drivers::postgresql::accepts(ado::ConnectionString::parse(t));
+    } catch (const ado::ComError&) {
+        return false;
+    }
+}
+
+void create_database(const std::string& path, bool demo, int year, int period) {
+    check_period(year, period);
+    if (is_server_database(path)) {
+        create_server_database(ado::ConnectionString::parse(path), demo, year, period);
+        return;
+    }
 
     NewDatabase file(path);
     sqlite3* db = file.db();
@@ -115,17 +217,8 @@ void create_database(const std::string& path, bool demo, int year, int period) {
     exec(db, "BEGIN IMMEDIATE");
     try {
         exec(db, std::string(sqlite_schema()));
-        insert_setting(db, "StartYear", std::to_string(year));
-        insert_setting(db, "StartPeriod", std::to_string(period));
-        insert_setting(db, "CurrentYear", std::to_string(year));
-        insert_setting(db, "CurrentPeriod", std::to_string(period));
-        insert_setting(db, "ICClosed", "0");
-        insert_setting(db, "WLClosed", "0");
-        insert_setting(db, "CashClosed", "0");
-        // Order bills and member orders share ICOrder; member orders draw their ids from
-        // series 0, which starts at 1, so order bills start far above it.
-        exec(db,
-             "INSERT INTO ICMaxNum (FTranType, FMaxNum, FDescription) VALUES (11, 1000000000, '')");
+        for (const std::string& row : starting_rows(year, period))
+            exec(db, row);
         if (demo) add_demo_data(db);
         exec(db, "COMMIT");
     } catch (...) {

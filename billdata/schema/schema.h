@@ -19,6 +19,10 @@ std::string_view sqlite_schema();
 // Static text; thread-safe.
 std::string_view sqlserver_schema();
 
+// Whether `target` names a database on a server (a PostgreSQL connection string or URI) rather
+// than an embedded database file.
+bool is_server_database(const std::string& target);
+
 // Creates a new embedded database at `path`: the schema in one transaction, WAL journal, the
 // settings rows of t_SystemProfile (StartYear, StartPeriod, CurrentYear, CurrentPeriod = `year`
 // and `period`, or this month when either is 0; ICClosed, WLClosed, CashClosed = "0"), the
@@ -26,6 +30,9 @@ std::string_view sqlserver_schema();
 // shop. Raises ado::ComError (err::kDatabase) when the file already holds tables, when the
 // period is out of range or when the engine fails; the file is then left as it was (a file that
 // did not exist before is removed again). Not thread-safe for the same path.
+// When `path` is a server's connection string (is_server_database), the same schema, settings
+// and data are created in that existing database, which must hold no tables yet, in one
+// transaction: a failure leaves it empty.
 void create_database(const std::string& path, bool demo, int year = 0, int period = 0);
 
 // Inserts the demo master data (stocks, items with and without size groups, sizes, colours,

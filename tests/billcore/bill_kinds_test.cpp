@@ -52,7 +52,9 @@ TEST_F(StockEffectTest, EveryKindMovesStockAsTheTableSays) {
     EXPECT_EQ(in_kept, in_sum);
     EXPECT_EQ(out_kept, out_sum);
 
-    // A database without the kept balance sums the bills' lines instead.
+    // A database without the kept balance sums the bills' lines instead (the embedded engine's
+    // procedure; the server's schema always has it).
+    if (on_server()) return;
     sqlite_exec("drop table ICStockQty");
     scalar("select count(*) from ICStockBill");  // lets the pooled connection see the change
     EXPECT_EQ(stock_qty(kIn, 0), in_sum);

@@ -1,15 +1,19 @@
 #pragma once
-// A fresh embedded database per test, with the session pointed at it.
+// A fresh database per test, with the session pointed at it: an embedded file, or with
+// BILLDATA_TEST_ENGINE=postgresql a new database on the tests' PostgreSQL server, so that every
+// case runs on every engine (cases skip with a reason when that server is not configured).
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <memory>
 #include <string>
 
 #include "billdata/ado/ado.h"
 #include "billdata/common/session.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
+#include "support/postgres.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
@@ -18,14 +22,29 @@ class DatabaseTest : public ::testing::Test {
   protected:
     void SetUp() override {
         path_ = dir_.file("shop.db");
-        schema::create_database(path_, demo(), 2025, 3);
+        if (on_server()) {
+            if (postgres_server().empty())
+                GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
+            server_ = std::make_unique<PostgresDatabase>();
+            schema::create_database(server_->connection_string(), demo(), 2025, 3);
+        } else {
+            schema::create_database(path_, demo(), 2025, 3);
+        }
         common::session() = common::SessionContext{};
         common::init_session(connection_string(), 2025, 3);
     }
     void TearDown() override { common::session() = common::SessionContext{}; }
 
+    // Whether this run's cases go to the tests' PostgreSQL server.
+    static bool on_server() {
+        const char* engine = std::getenv("BILLDATA_TEST_ENGINE");
+        return engine && std::string(engine) == "postgresql";
+    }
+
     virtual bool demo() const { return false; }
-    std::string connection_string() const { return "Provider=SQLite;Data Source=" + path_; }
+    std::string connection_string() const {
+        return server_ ? server_->connection_string() : "Provider=SQLite;Data Source=" + path_;
+    }
 
     std::shared_ptr<ado::Connection> open() const {
         auto cn = ado::Connection::create();
@@ -48,8 +67,25 @@ class DatabaseTest : public ::testing::Test {
         return v;
     }
 
-    // Runs an SQLite statement on the file directly, past the component: a trigger that makes the
-    // database refuse a statement stands for a full disk or another program's rule.
+    // Makes the database refuse `event` (INSERT, UPDATE, DELETE) on `table` for the rows where
+    // `when` holds (an expression on `new`; empty: all), with `message`, past the component: a
+    // trigger that stands for a full disk or another program's rule.
+    void refuse(const std::string& event, const std::string& table, const std::string& when,
+                const std::string& message) const {
+        if (server_) {
+            server_->exec("CREATE FUNCTION bd_test_refuse() RETURNS trigger LANGUAGE plpgsql AS "
+                          "$$BEGIN RAISE EXCEPTION '" + message + "'; END$$");
+            server_->exec("CREATE TRIGGER tr_test_refuse BEFORE " + event + " ON " + table +
+                          " FOR EACH ROW" + (when.empty() ? "" : " WHEN (" + when + ")") +
+                          " EXECUTE FUNCTION bd_test_refuse()");
+            return;
+        }
+        sqlite_exec("CREATE TRIGGER TR_Test_Refuse BEFORE " + event + " ON " + table +
+                    (when.empty() ? "" : " WHEN " + when) + " BEGIN SELECT RAISE(ABORT,'" +
+                    message + "'); END");
+    }
+
+    // Runs an SQLite statement on the file directly, past the component.
     void sqlite_exec(const std::string& sql) const {
         sqlite3* db = nullptr;
         ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
@@ -63,6 +99,7 @@ class DatabaseTest : public ::testing::Test {
 
     TempDir dir_;
     std::string path_;
+    std::unique_ptr<PostgresDatabase> server_;
 };
 
 // Expects `fn` to raise a ComError with this number and description.

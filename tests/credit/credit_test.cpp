@@ -221,9 +221,7 @@ TEST_F(CreditTest, RefusedOrFailedSaveGivesBackIdAndNumber) {
               "0|0|0|0;");
 
     // A save that fails part way gives neither back either (what stays is the fault sweep's).
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBillEntry WHEN new.FEntryID=2 "
-        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    refuse("INSERT", "ICStockBillEntry", "new.FEntryID=2", "disk full");
     refused(27, bill_lines({{kSocks, "0", 1, 12}, {kTShirt, "1", 1, 40}}), "disk full", 0, "keep");
 }
 
@@ -242,9 +240,7 @@ TEST_F(CreditTest, FailedChangeLeavesTheBillAsItWas) {
 
     // The change of the return fails at its size rows, after its old rows were taken out and its
     // new header and line written.
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBillEntry_1 "
-        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    refuse("INSERT", "ICStockBillEntry_1", "", "disk full");
     auto rs = bill_lines({{kSocks, "0", 3, 12, lend, 1, "it's"}});
     std::shared_ptr<ado::Recordset> none;
     std::string no = number;

@@ -119,9 +119,7 @@ TEST_F(OrderBillTest, ModifyingReplacesTheOrderUnlessAudited) {
     // A new order that fails part way gives the caller no id (the rows and counters left are
     // the fault sweep's to check).
     std::int32_t fresh = 0;
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICOrderEntry WHEN new.FMemo='refused' "
-        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    refuse("INSERT", "ICOrderEntry", "new.FMemo='refused'", "disk full");
     auto bad = lines({{1, "q", 1, 1, 40, 40, 99, 99, "refused"}});
     expect_com_error(
         [&] { order.SaveData(11, DateTime(2025, 3, 9), no, 101, "", 1, fresh, bad, 0, 1, d); },

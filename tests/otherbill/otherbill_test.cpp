@@ -117,9 +117,7 @@ TEST_F(OtherBillTest, RemovalRefusalsAndItsOwnTransaction) {
     exec("update ICStockBill set FYear=2025,FPeriod=1");
 
     // A delete that fails after voiding rolls the void back with it.
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE DELETE ON ICStockBillEntry_1 "
-        "BEGIN SELECT RAISE(ABORT, 'size rows are kept'); END");
+    refuse("DELETE", "ICStockBillEntry_1", "", "size rows are kept");
     expect_com_error([&] { OtherBill().DeleteBill(31, id); }, ado::err::kComponent,
                      "size rows are kept");
     EXPECT_EQ(count("select isnull(FDeleted,0) from ICStockBill"), 0);

@@ -127,9 +127,7 @@ TEST_F(PurRkdTest, RefusedOrFailedReceiptGivesNoId) {
     EXPECT_TRUE(log.lines().empty());
 
     // A receipt that fails part way gives no id back (what stays is the fault sweep's to check).
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON ICStockBill "
-        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    refuse("INSERT", "ICStockBill", "", "disk full");
     auto lines = receipt_lines({{5, "a", 2, 50, 45}});
     expect_com_error(
         [&] { PurRkd().SaveData(112, kDate, no, 1, 102, 2, "", 1, 0, id, lines, 2, 100, nullptr); },

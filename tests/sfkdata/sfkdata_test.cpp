@@ -66,9 +66,7 @@ TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
     EXPECT_EQ(num("select FMaxNum from ICMaxNum where FTranType=4"), 2);
 
     // A failing insert leaves the corrected bill as it was.
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE INSERT ON WLBill WHEN new.FMemo='refused' "
-        "BEGIN SELECT RAISE(ABORT,'disk full'); END");
+    refuse("INSERT", "WLBill", "new.FMemo='refused'", "disk full");
     auto e = error_of([&] {
         sfk.SaveData(13, DateTime(2025, 3, 10), no, 2, 102, 0, 1, 0, "refused", 1, 1, 0, 0);
     });
@@ -133,9 +131,7 @@ TEST_F(SFKDataTest, AuditMarksAreAllOrNone) {
     expect_com_error([&] { sfk.CheckBill(none, 7); }, kComponent, "下标越界");
 
     // A statement that fails halfway rolls back the marks already written.
-    sqlite_exec(
-        "CREATE TRIGGER TR_Test_Refuse BEFORE UPDATE ON WLBill "
-        "WHEN new.FInterID=3 BEGIN SELECT RAISE(ABORT,'bill 3 is locked'); END");
+    refuse("UPDATE", "WLBill", "new.FInterID=3", "bill 3 is locked");
     std::vector<std::int32_t> all{1, 2, 3};
     expect_com_error([&] { sfk.CheckBill(all, 7); }, kComponent, "bill 3 is locked");
     EXPECT_EQ(num("select sum(FCheckerID) from WLBill"), 0);

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 #include "billdata/ado/driver.h"
@@ -105,6 +107,80 @@ PostgresDatabase::~PostgresDatabase() {
     } catch (const std::exception&) {
         // A server that went away takes its databases with it.
     }
+}
+
+namespace {
+
+std::string server_bin() {
+    if (const char* bin = std::getenv("BILLDATA_PG_BIN"); bin && *bin) return bin;
+    std::string best;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator("/usr/lib/postgresql", ec)) {
+        const std::string bin = (e.path() / "bin").string();
+        if (std::filesystem::exists(bin + "/initdb") && bin > best) best = bin;
+    }
+    return best;
+}
+
+}  // namespace
+
+PrivateServer::PrivateServer() {
+    bin_ = server_bin();
+    if (bin_.empty()) throw std::runtime_error("the PostgreSQL server programs are not installed");
+    char pattern[] = "/tmp/billdata-pg-own.XXXXXX";
+    if (!mkdtemp(pattern)) throw std::runtime_error("cannot make a directory for the server");
+    dir_ = pattern;
+    if (getuid() == 0) {
+        as_server_ = "runuser -u nobody -- ";
+        run("chown nobody '" + dir_ + "'");
+    }
+    run(as_server_ + bin_ + "/initdb -D '" + dir_ + "/data' -A trust -U postgres -E UTF8 " +
+        "--locale=C.UTF-8 >'" + dir_ + "/initdb.log' 2>&1");
+    {
+        // The password role logs in with its password; everyone else is trusted.
+        const std::string hba = dir_ + "/data/pg_hba.conf";
+        std::ifstream in(hba);
+        std::string rest((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        in.close();
+        std::string tmp = dir_ + "/hba.tmp";
+        std::ofstream(tmp) << "local all billdata_pw scram-sha-256\n" << rest;
+        run("cp '" + tmp + "' '" + hba + "'");
+    }
+    start();
+    connection_string_ = "Provider=PostgreSQL;Host=" + dir_ + ";Port=" + std::to_string(port_) +
+                         ";Database=postgres;User ID=postgres";
+    PostgresDatabase::exec_on(postgres_conninfo(connection_string_),
+                              "CREATE ROLE billdata_pw LOGIN CREATEDB PASSWORD 'secret'");
+}
+
+PrivateServer::~PrivateServer() {
+    try {
+        stop();
+    } catch (const std::exception&) {
+        // Removing the directory below ends what is left.
+    }
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+}
+
+void PrivateServer::run(const std::string& command) const {
+    if (std::system(command.c_str()) != 0)
+        throw std::runtime_error("test server command failed: " + command);
+}
+
+void PrivateServer::start() {
+    run(as_server_ + bin_ + "/pg_ctl -D '" + dir_ + "/data' -l '" + dir_ + "/server.log' -w " +
+        "-t 60 -o \"-k " + dir_ + " -p " + std::to_string(port_) +
+        " -c listen_addresses='' -c fsync=off\" start >/dev/null");
+}
+
+void PrivateServer::stop() {
+    run(as_server_ + bin_ + "/pg_ctl -D '" + dir_ + "/data' -m fast -w stop >/dev/null 2>&1");
+}
+
+std::vector<std::string> PostgresDatabase::exec_on(const std::string& conninfo,
+                                                   const std::string& sql) {
+    return Connection(conninfo).exec(sql);
 }
 
 std::vector<std::string> PostgresDatabase::exec(const std::string& sql) const {

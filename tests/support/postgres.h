@@ -32,11 +32,40 @@ class PostgresDatabase {
     // component); std::runtime_error with the server's message on failure. Rows as "a|b|" texts
     // ("NULL" for a null), in the order the server sends them.
     std::vector<std::string> exec(const std::string& sql) const;
+    // The same on any database of the server (libpq conninfo).
+    static std::vector<std::string> exec_on(const std::string& conninfo, const std::string& sql);
 
   private:
     std::string name_;
     std::string connection_string_;
     std::string conninfo_;
+};
+
+// A PostgreSQL cluster of the test's own, for the cases that stop, restart or reconfigure the
+// server (the shared one serves other tests at the same time): created in a temporary
+// directory (as user nobody when the tests run as root), on a Unix socket there; a role
+// `billdata_pw` with password "secret" must log in with it. Stopped and removed when the object
+// goes. std::runtime_error when the server programs are missing or it does not start.
+class PrivateServer {
+  public:
+    PrivateServer();
+    ~PrivateServer();
+    PrivateServer(const PrivateServer&) = delete;
+    PrivateServer& operator=(const PrivateServer&) = delete;
+
+    // `Provider=PostgreSQL;Host=<dir>;Port=…;Database=postgres;User ID=postgres`.
+    const std::string& connection_string() const { return connection_string_; }
+    const std::string& socket_dir() const { return dir_; }
+    int port() const { return port_; }
+    void stop();   // fast shutdown: sessions are ended
+    void start();
+    void restart() { stop(); start(); }
+
+  private:
+    void run(const std::string& command) const;
+    std::string dir_, bin_, as_server_;
+    int port_ = 5439;
+    std::string connection_string_;
 };
 
 // libpq's conninfo for a `Provider=PostgreSQL;Host=…;Port=…;Database=…;User ID=…;Password=…`

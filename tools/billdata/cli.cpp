@@ -136,8 +136,11 @@ int run(int argc, char** argv) {
     std::string init_path;
     bool init_demo = false;
     int init_year = 0, init_period = 0;
-    auto* init = app.add_subcommand("init", "create a new embedded database");
-    init->add_option("db", init_path, "path of the new database file")->required();
+    auto* init = app.add_subcommand("init", "create a new database");
+    init->add_option("db", init_path,
+                     "path of the new database file, or a PostgreSQL connection string naming "
+                     "an existing empty database")
+        ->required();
     init->add_flag("--demo", init_demo, "add demo master data");
     init->add_option("--year", init_year, "current year (default: this year)");
     init->add_option("--period", init_period, "current period 1-12 (default: this month)");
@@ -191,7 +194,8 @@ int run(int argc, char** argv) {
     auto* demo = app.add_subcommand(
         "demo", "a day at a shop, narrated, on a fresh embedded database (seconds)");
     demo->add_option("--db", demo_db,
-                     "the new database file to create and keep (default: a temporary file)");
+                     "the new database file to create and keep, or a PostgreSQL connection "
+                     "string naming an existing empty database (default: a temporary file)");
     demo->add_flag("--keep", demo_keep, "keep the temporary database and print where it is");
 
     for (int i = 1; i < argc; ++i)

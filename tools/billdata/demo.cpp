@@ -618,14 +618,15 @@ int run_demo(const std::string& db, bool keep) {
         scratch.emplace();
         path = (scratch->path() / "shop.db").string();
     }
-    if (path.find('"') != std::string::npos)
+    const bool server = schema::is_server_database(path);
+    if (!server && path.find('"') != std::string::npos)
         throw ComError(ado::err::kConnection, "the demo's database path must not contain '\"'");
     schema::create_database(path, true, kYear, kPeriod);
     std::cout << "billdata demo: one day, Sunday 9 March 2025, at a small chain of clothes "
                  "shops.\nDatabase: "
               << path << "\n";
 
-    ShopDay(std::cout, "Provider=SQLite;Data Source=\"" + path + "\"").run();
+    ShopDay(std::cout, server ? path : "Provider=SQLite;Data Source=\"" + path + "\"").run();
 
     if (scratch && keep) scratch->keep();
     std::cout << "\nThe day is done. "

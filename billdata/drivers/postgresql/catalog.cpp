@@ -1,0 +1,82 @@
+#include "billdata/drivers/postgresql/catalog.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "billdata/ado/com_error.h"
+#include "billdata/util/text.h"
+
+namespace billdata::drivers::postgresql {
+
+namespace {
+
+using Rows = std::vector<std::vector<std::string>>;
+
+Rows query(PGconn* conn, const char* sql) {
+    PGresult* r = PQexec(conn, sql);
+    if (PQresultStatus(r) != PGRES_TUPLES_OK) {
+        std::string message = PQresultErrorMessage(r);
+        PQclear(r);
+        while (!message.empty() && (message.back() == '\n' || message.back() == ' '))
+            message.pop_back();
+        throw ado::ComError(ado::err::kDatabase, message);
+    }
+    Rows rows(static_cast<std::size_t>(PQntuples(r)));
+    for (int i = 0; i < PQntuples(r); ++i)
+        for (int j = 0; j < PQnfields(r); ++j)
+            rows[static_cast<std::size_t>(i)].emplace_back(PQgetvalue(r, i, j));
+    PQclear(r);
+    return rows;
+}
+
+dialect::ColumnType type_of(const std::string& t) {
+    if (t == "integer" || t == "smallint" || t == "bigint" || t == "boolean")
+        return dialect::ColumnType::Integer;
+    if (t == "numeric" || t == "real" || t == "double precision") return dialect::ColumnType::Real;
+    if (t == "date" || t.rfind("timestamp", 0) == 0) return dialect::ColumnType::Date;
+    if (t == "character" || t == "character varying" || t == "text" || t == "bpchar")
+        return dialect::ColumnType::Text;
+    return dialect::ColumnType::Unknown;
+}
+
+}  // namespace
+
+dialect::Catalog read_catalog(PGconn* conn) {
+    // The names as the schema spells them, where the database records them: the server keeps
+    // unquoted names in lower case, and record-set field names should read as on every engine.
+    std::map<std::string, std::string> spelled;  // lower-case "table" or "table.column"
+    if (!query(conn, "SELECT 1 FROM information_schema.tables WHERE table_schema = "
+                     "current_schema() AND table_name = 't_spellednames'")
+             .empty()) {
+        for (const auto& row : query(conn, "SELECT FTable, FColumn FROM t_SpelledNames")) {
+            spelled.emplace(util::lower_copy(row[0]), row[0]);
+            spelled.emplace(util::lower_copy(row[0]) + "." + util::lower_copy(row[1]), row[1]);
+        }
+    }
+    auto spell = [&](const std::string& key, const std::string& fallback) {
+        auto it = spelled.find(key);
+        return it == spelled.end() ? fallback : it->second;
+    };
+    dialect::Catalog catalog;
+    const Rows columns =
+        query(conn,
+              "SELECT c.table_name, c.column_name, "
+              "CASE WHEN c.data_type = 'USER-DEFINED' THEN c.udt_name ELSE c.data_type END "
+              "FROM information_schema.columns c WHERE c.table_schema = current_schema() "
+              "ORDER BY c.table_name, c.ordinal_position");
+    for (const auto& row : columns) {
+        const std::string table = spell(row[0], row[0]);
+        catalog.add_column(table, spell(row[0] + "." + row[1], row[1]), type_of(row[2]));
+    }
+    if (catalog.has_table("t_KeptRowCounts"))
+        for (const auto& row : query(conn, "SELECT FTable, FCountTable FROM t_KeptRowCounts"))
+            catalog.add_kept_row_count(row[0], row[1]);
+    if (catalog.has_table("t_KeptCopies"))
+        for (const auto& row : query(conn, "SELECT FTable, FColumn, FFromTable, FFromColumn, FKey "
+                                           "FROM t_KeptCopies"))
+            catalog.add_copied_column({row[0], row[1], row[2], row[3], row[4]});
+    return catalog;
+}
+
+}  // namespace billdata::drivers::postgresql

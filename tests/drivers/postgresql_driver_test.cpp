@@ -1,0 +1,225 @@
+#include "billdata/drivers/postgresql/postgresql_driver.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <thread>
+
+#include "billdata/ado/ado.h"
+#include "billdata/schema/schema.h"
+#include "support/postgres.h"
+
+namespace {
+
+using namespace billdata::ado;
+using billdata::testing::PostgresDatabase;
+using billdata::testing::PrivateServer;
+
+ComError error_of(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (const ComError& e) {
+        return e;
+    }
+    return ComError();
+}
+
+bool mentions(const ComError& e, const std::string& text) {
+    return e.description().find(text) != std::string::npos;
+}
+
+std::string scalar(Connection& cn, const std::string& sql) {
+    auto rs = cn.Execute(sql);
+    return rs->Eof() ? "" : rs->Fields(std::size_t{0}).Value().to_string();
+}
+
+std::shared_ptr<Connection> open(const std::string& cs) {
+    auto cn = Connection::create();
+    cn->Open(cs);
+    return cn;
+}
+
+class PostgresDriver : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (billdata::testing::postgres_server().empty())
+            GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
+        db_ = std::make_unique<PostgresDatabase>();
+        billdata::schema::create_database(db_->connection_string(), false, 2025, 3);
+    }
+    std::string cs(const std::string& extra = {}) const {
+        return db_->connection_string() + extra;
+    }
+    std::unique_ptr<PostgresDatabase> db_;
+};
+
+// A failed statement inside a transaction is undone alone and the transaction goes on, as on
+// SQL Server; the duplicate names its key as the handlers read it.
+TEST_F(PostgresDriver, FailedStatementLeavesTheTransactionUsable) {
+    auto cn = open(cs());
+    cn->BeginTrans();
+    cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '07', 'Shop')");
+    ComError e = error_of(
+        [&] { cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '08', 'x')"); });
+    EXPECT_EQ(e.error_class(), ErrorClass::DuplicateKey) << e.description();
+    EXPECT_EQ(e.violated_key(), "t_Stock.FItemID");
+    EXPECT_TRUE(e.transaction_open());
+    e = error_of([&] { cn->Execute("select 1/0 from t_Stock"); });
+    EXPECT_EQ(e.number(), err::kDatabase);
+    EXPECT_TRUE(e.transaction_open());
+    cn->Execute("update t_Stock set FName='Shop 7' where FItemID=7");
+    cn->CommitTrans();
+    EXPECT_EQ(scalar(*open(cs()), "select FName from t_Stock where FItemID=7"), "Shop 7");
+    // Field names as the statement or the schema spells them, not as the server folds them.
+    auto rs = cn->Execute("select FItemID, FName as StockName, * from t_Stock");
+    EXPECT_EQ(rs->Fields(std::size_t{0}).Name(), "FItemID");
+    EXPECT_EQ(rs->Fields(std::size_t{1}).Name(), "StockName");
+    EXPECT_EQ(rs->Fields(std::size_t{3}).Name(), "FNumber");
+}
+
+// Two tills at once: the counter read inside a transaction waits for the other till's
+// transaction, for an existing key and for a key that has no row yet.
+TEST_F(PostgresDriver, CounterReadsInsideATransactionTakeTurns) {
+    for (const std::string key : {"11", "77"}) {
+        auto a = open(cs());
+        auto b = open(cs());
+        const std::string read = "select FMaxNum from ICMaxNum where FTranType=" + key;
+        a->BeginTrans();
+        const std::string seen = scalar(*a, read);
+        auto other = std::async(std::launch::async, [&] {
+            b->BeginTrans();
+            std::string v = scalar(*b, read);
+            b->CommitTrans();
+            return v;
+        });
+        EXPECT_EQ(other.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+        if (seen.empty())
+            a->Execute("insert into ICMaxNum (FTranType, FMaxNum, FDescription) values (" + key +
+                       ", 5, '')");
+        else
+            a->Execute("update ICMaxNum set FMaxNum=FMaxNum+1 where FTranType=" + key);
+        a->CommitTrans();
+        EXPECT_EQ(other.get(), seen.empty() ? "5" : "1000000001");
+    }
+}
+
+// A deadlock victim's transaction is gone: the error says so, its work is undone and it cannot
+// be committed as if nothing happened.
+TEST_F(PostgresDriver, DeadlockVictimLosesItsTransaction) {
+    open(cs())->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");
+    open(cs())->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
+    auto a = open(cs(";Busy Timeout=20000"));
+    auto b = open(cs(";Busy Timeout=20000"));
+    a->BeginTrans();
+    b->BeginTrans();
+    a->Execute("update t_Stock set FName='a1' where FItemID=1");
+    b->Execute("update t_Stock set FName='b2' where FItemID=2");
+    auto first = std::async(std::launch::async, [&] {
+        return error_of([&] { a->Execute("update t_Stock set FName='a2' where FItemID=2"); });
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    ComError eb = error_of([&] { b->Execute("update t_Stock set FName='b1' where FItemID=1"); });
+    ComError ea = first.get();
+    ComError& victim = ea.number() != 0 ? ea : eb;
+    Connection& loser = ea.number() != 0 ? *a : *b;
+    Connection& winner = ea.number() != 0 ? *b : *a;
+    EXPECT_NE(ea.number() != 0, eb.number() != 0) << "exactly one victim";
+    EXPECT_EQ(victim.error_class(), ErrorClass::Lock) << victim.description();
+    EXPECT_FALSE(victim.transaction_open());
+    EXPECT_NE(error_of([&] { loser.CommitTrans(); }).number(), 0);
+    winner.CommitTrans();
+    const std::string names = scalar(*open(cs()), "select min(FName) + max(FName) from t_Stock");
+    EXPECT_TRUE(names == "a1a2" || names == "b1b2") << names;
+}
+
+// A statement past its command timeout is stopped on the server and the connection goes on.
+TEST_F(PostgresDriver, CommandTimeoutStopsALockWait) {
+    open(cs())->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");
+    auto a = open(cs());
+    auto b = open(cs(";Busy Timeout=60000;Command Timeout=1"));
+    a->BeginTrans();
+    a->Execute("update t_Stock set FName='x' where FItemID=1");
+    const auto start = std::chrono::steady_clock::now();
+    ComError e = error_of([&] { b->Execute("update t_Stock set FName='y' where FItemID=1"); });
+    EXPECT_EQ(e.error_class(), ErrorClass::Timeout) << e.description();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    a->RollbackTrans();
+    EXPECT_EQ(scalar(*b, "select FName from t_Stock"), "a");
+}
+
+// A list streams: rows come as they are read, and a list abandoned half way leaves the
+// connection ready for the next statement.
+TEST_F(PostgresDriver, ListsStreamAndCanBeLeftHalfRead) {
+    db_->exec("INSERT INTO t_Item (FItemID, FItemClassID, FNumber, FName) "
+              "SELECT g, 1, 'N' || g, 'item ' || g FROM generate_series(1, 20000) g");
+    auto cn = open(cs());
+    {
+        auto rs = cn->Execute("select FItemID, FName from t_Item order by FItemID");
+        for (int i = 0; i < 3; ++i)
+            rs->MoveNext();
+        EXPECT_EQ(rs->Fields("FItemID").Value().to_string(), "4");
+    }
+    long n = 0;
+    cn->Execute("update t_Item set FName='x' where FItemID<=10", &n);
+    EXPECT_EQ(n, 10);
+    auto rs = cn->Execute("select count(*) from t_Item where FName='X'");
+    EXPECT_EQ(rs->Fields(std::size_t{0}).Value().to_string(), "10");
+}
+
+TEST(PostgresConnection, BadConnectionsFailClearlyAndInTime) {
+    const auto start = std::chrono::steady_clock::now();
+    ComError e = error_of([] {
+        open("Provider=PostgreSQL;Host=127.0.0.1;Port=1;Database=shop;User ID=till;Connect "
+             "Timeout=3");
+    });
+    EXPECT_EQ(e.number(), err::kConnection);
+    EXPECT_TRUE(mentions(e, "127.0.0.1") && mentions(e, "port 1")) << e.description();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    e = error_of([] { open("Provider=PostgreSQL;Host=127.0.0.1;Colour=Red"); });
+    EXPECT_TRUE(mentions(e, "Colour")) << e.description();
+    e = error_of([] { open("Provider=PostgreSQL;Host=127.0.0.1;Busy Timeout=soon"); });
+    EXPECT_TRUE(mentions(e, "soon")) << e.description();
+}
+
+// The server's own faults, on a server of the test's own: a wrong password, a database without
+// the schema, a restart between two operations, and a stop in the middle of a transaction.
+TEST(PostgresServerFaults, EachFailsClearlyAndTheNextOperationRecovers) {
+    std::unique_ptr<PrivateServer> server;
+    try {
+        server = std::make_unique<PrivateServer>();
+    } catch (const std::exception& e) {
+        GTEST_SKIP() << e.what();
+    }
+    const std::string base = server->connection_string();
+    ComError e = error_of([&] {
+        open("Provider=PostgreSQL;Host=" + server->socket_dir() + ";Port=" +
+             std::to_string(server->port()) + ";Database=postgres;User ID=billdata_pw;Password=no");
+    });
+    EXPECT_EQ(e.number(), err::kConnection);
+    EXPECT_TRUE(mentions(e, "password")) << e.description();
+
+    e = error_of([&] { scalar(*open(base), "select count(*) from ICStockBill"); });
+    EXPECT_NE(e.number(), 0);
+    EXPECT_TRUE(mentions(e, "ICStockBill") || mentions(e, "icstockbill")) << e.description();
+
+    billdata::schema::create_database(base, false, 2025, 3);
+    open(base)->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");
+    server->restart();
+    EXPECT_EQ(scalar(*open(base), "select FName from t_Stock"), "a");
+
+    auto cn = open(base);
+    cn->BeginTrans();
+    cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
+    server->stop();
+    e = error_of([&] {
+        cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (3, '3', 'c')");
+    });
+    EXPECT_NE(e.number(), 0);
+    EXPECT_FALSE(e.transaction_open());
+    server->start();
+    EXPECT_EQ(scalar(*open(base), "select count(*) from t_Stock"), "1");
+}
+
+}  // namespace
