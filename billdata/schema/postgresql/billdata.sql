@@ -607,8 +607,10 @@ CREATE TRIGGER TR_ICSpTjd_RowsIns AFTER INSERT ON ICSpTjd REFERENCING NEW TABLE 
 CREATE TRIGGER TR_ICSpTjd_RowsDel AFTER DELETE ON ICSpTjd REFERENCING OLD TABLE AS kept_rows
     FOR EACH STATEMENT EXECUTE FUNCTION kept_rows_removed();
 
--- One column per counted table, each read from that table's slots alone.
+-- One column per counted table, each read from that table's slots alone (and FOnlyRow, the one
+-- row's key on the embedded engine).
 CREATE VIEW t_TableRows AS SELECT
+    1 AS FOnlyRow,
     (SELECT coalesce(sum(FRows), 0) FROM t_TableRowSlots WHERE FTable = 'icstockbill')::bigint
         AS ICStockBill,
     (SELECT coalesce(sum(FRows), 0) FROM t_TableRowSlots WHERE FTable = 'icstockbillentry')::bigint
