@@ -146,6 +146,18 @@ TEST_F(PostgresSchema, HoldsEveryEmbeddedTableAndColumnWithItsKindOfTypeAndTheDe
     }
     EXPECT_GT(compared, 250u);
 
+    // Every index and trigger by its name (the statements' plans and the kept totals need them).
+    std::set<std::string> objects;
+    for (const auto& row : pg_->exec("SELECT indexname FROM pg_indexes WHERE schemaname = "
+                                     "'public' UNION SELECT tgname FROM pg_trigger"))
+        objects.insert(row);
+    const auto embedded = lite.rows(
+        "SELECT lower(name) FROM sqlite_master WHERE type IN ('index', 'trigger') AND sql "
+        "IS NOT NULL");
+    EXPECT_GT(embedded.size(), 50u);
+    for (const auto& name : embedded)
+        EXPECT_EQ(objects.count(name), 1u) << name;
+
     // The demo master data runs unchanged on the server, and the kept balance follows it.
     pg_->exec(std::string(billdata::schema::demo_data_sql()));
     for (const char* t : {"t_Stock", "t_ICItem", "Vip", "ICInitData", "ICInitData_Entry"})
