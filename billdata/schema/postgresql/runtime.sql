@@ -1,0 +1,1 @@
+-- billdata: the server functions (bd_...) that translated statements call; run before billdata.sql.
