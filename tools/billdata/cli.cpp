@@ -98,7 +98,7 @@ std::string database_from(const std::string& option) {
         db = env;
     }
     // `init` takes any file name, so the other commands take the same ones.
-    if (db.find('=') != std::string::npos) return db;
+    if (db.find('=') != std::string::npos || schema::is_server_database(db)) return db;
     std::string quoted = "\"";
     for (char c : db)
         quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
