@@ -123,7 +123,8 @@ struct ColumnRef : Expr {
     // Binding: the FROM item that holds the column, and whether output must name it.
     const TableSource* source = nullptr;
     bool qualify = false;
-    bool select_alias = false;  // an ORDER BY name that refers to a select-list alias
+    bool select_alias = false;     // an ORDER BY name that refers to a select-list alias
+    std::string_view result_name;  // select_alias: that result column's name as the list spells it
     ColumnRef(std::uint32_t p, std::string_view q, std::string_view n)
         : Expr(kType, p), qualifier(q), name(n) {}
 };

@@ -297,6 +297,7 @@ void Binder::bind_select(Select& select, Scope* parent) {
             if (iequals(name, c.name)) {
                 found = true;
                 c.vtype = si.expr->vtype;
+                c.result_name = name;
                 break;
             }
         }
@@ -364,6 +365,7 @@ void Binder::bind_order_by(Select& select, Scope* spec_scope) {
             if (match) {
                 c.select_alias = true;
                 c.name = match->alias;
+                c.result_name = match->alias;
                 c.vtype = match->expr->vtype;
                 continue;
             }

@@ -5,8 +5,39 @@
 #include <string>
 
 #include "billdata/dialect/dialect.h"
+#include "billdata/dialect/runtime_names.h"
 
 namespace billdata::dialect {
+
+std::string_view date_part_name(DatePart part) {
+    switch (part) {
+        case DatePart::Year:
+            return runtime::part::kYear;
+        case DatePart::Quarter:
+            return runtime::part::kQuarter;
+        case DatePart::Month:
+            return runtime::part::kMonth;
+        case DatePart::DayOfYear:
+            return runtime::part::kDayOfYear;
+        case DatePart::Day:
+            return runtime::part::kDay;
+        case DatePart::Week:
+            return runtime::part::kWeek;
+        case DatePart::Weekday:
+            return runtime::part::kWeekday;
+        case DatePart::Hour:
+            return runtime::part::kHour;
+        case DatePart::Minute:
+            return runtime::part::kMinute;
+        case DatePart::Second:
+            return runtime::part::kSecond;
+        case DatePart::Millisecond:
+            return runtime::part::kMillisecond;
+        case DatePart::None:
+            break;
+    }
+    return {};
+}
 
 int Emitter::precedence(const Expr& e) {
     switch (e.type) {
@@ -126,18 +157,86 @@ void Emitter::statement(const Node& stmt) {
 
 void Emitter::select(const Select& s, bool top_level) {
     const bool simple = s.body->is<QuerySpec>();
+    const bool outer_top_level = top_level_;
+    top_level_ = top_level;
     body(*s.body, top_level, !simple);
     if (!s.order_by.empty()) {
+        std::vector<std::string> grouping;
+        const std::vector<std::string>* outer_grouping = grouping_;
+        grouping_ = nullptr;
+        if (simple && hooks_.groups_by_text()) {
+            grouping_terms(s.body->as<QuerySpec>(), grouping);
+            grouping_ = &grouping;
+        }
         out_.append(" ORDER BY ");
         for (std::size_t i = 0; i < s.order_by.size(); ++i) {
             if (i) out_.append(", ");
-            order_term(*s.order_by[i].expr);
+            const Expr& term = *s.order_by[i].expr;
+            std::optional<InlineLiterals> keep;
+            if (grouping_term(term)) keep.emplace(*this);
+            order_term(term);
             if (s.order_by[i].desc) out_.append(" DESC");
         }
+        grouping_ = outer_grouping;
     }
     if (simple && s.body->as<QuerySpec>().top >= 0) {
         hooks_.limit(*this, s.body->as<QuerySpec>().top);
     }
+    top_level_ = outer_top_level;
+}
+
+std::string Emitter::alone(const Expr& e) const {
+    std::string text;
+    Emitter em(hooks_, text);
+    em.expr(e);
+    return text;
+}
+
+void Emitter::grouping_terms(const QuerySpec& q, std::vector<std::string>& out) const {
+    auto add = [&](const Expr& e) {
+        if (!e.is<ColumnRef>() && !e.is<LiteralExpr>() && !e.is<Star>()) out.push_back(alone(e));
+    };
+    if (q.distinct) {
+        for (const SelectItem& item : q.items)
+            add(*item.expr);
+    }
+    for (const Expr* g : q.group_by)
+        add(*g);
+}
+
+bool Emitter::grouping_term(const Expr& e) const {
+    if (grouping_ == nullptr || grouping_->empty() || e.is<ColumnRef>() || e.is<LiteralExpr>()) {
+        return false;
+    }
+    return std::find(grouping_->begin(), grouping_->end(), alone(e)) != grouping_->end();
+}
+
+void Emitter::grouped(const Expr& e) {
+    InlineLiterals keep(*this);
+    if (e.vtype == ColumnType::Text) {
+        operand(e, kOutCollate);
+        hooks_.collation(*this, CompareKind::Text);
+    } else {
+        expr(e);
+    }
+}
+
+bool Emitter::inline_literal(const LiteralExpr& l) const {
+    LiteralValue value;
+    return parameters_ == nullptr || inline_literals_ > 0 || l.kind == LiteralExpr::Kind::Null ||
+           !literal_value(l.text, value);
+}
+
+void EngineHooks::star(Emitter& em, const Star& star, const QuerySpec&, bool) const {
+    if (!star.qualifier.empty()) {
+        em.name(star.qualifier);
+        em.ch('.');
+    }
+    em.ch('*');
+}
+
+void EngineHooks::limited_member_end(Emitter& em) const {
+    em.ch(')');
 }
 
 void Emitter::body(const Node& b, bool top_level, bool in_compound) {
@@ -155,7 +254,7 @@ void Emitter::body(const Node& b, bool top_level, bool in_compound) {
         out_.append("SELECT * FROM (");
         spec(q, top_level);
         hooks_.limit(*this, q.top);
-        out_.push_back(')');
+        hooks_.limited_member_end(*this);
         return;
     }
     spec(q, top_level);
@@ -164,6 +263,13 @@ void Emitter::body(const Node& b, bool top_level, bool in_compound) {
 void Emitter::spec(const QuerySpec& q, bool top_level) {
     const List<InsertColumn>* write = write_columns_;
     write_columns_ = nullptr;
+    std::vector<std::string> grouping;
+    const std::vector<std::string>* outer_grouping = grouping_;
+    grouping_ = nullptr;
+    if (hooks_.groups_by_text()) {
+        grouping_terms(q, grouping);
+        grouping_ = &grouping;
+    }
     out_.append("SELECT ");
     if (q.distinct) out_.append("DISTINCT ");
     for (std::size_t i = 0; i < q.items.size(); ++i) {
@@ -171,12 +277,7 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         const SelectItem& item = q.items[i];
         const Expr& e = *item.expr;
         if (e.is<Star>()) {
-            const auto& star = e.as<Star>();
-            if (!star.qualifier.empty()) {
-                name(star.qualifier);
-                out_.push_back('.');
-            }
-            out_.push_back('*');
+            hooks_.star(*this, e.as<Star>(), q, top_level);
             continue;
         }
         const bool null_literal =
@@ -187,16 +288,18 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
             e.vtype != ColumnType::Date && !null_literal) {
             hooks_.date_value(*this, e);
+        } else if (grouping_term(e)) {
+            grouped(e);
         } else {
             expr(e);
         }
         if (!item.alias.empty()) {
             out_.append(" AS ");
-            name(item.alias);
+            hooks_.result_alias(*this, item.alias, top_level);
         } else if (top_level && e.is<ColumnRef>() && !write) {
             // The result column keeps the name as the statement spells it.
             out_.append(" AS ");
-            name(e.as<ColumnRef>().name);
+            hooks_.result_alias(*this, e.as<ColumnRef>().name, top_level);
         }
     }
     if (!q.from.empty()) {
@@ -211,6 +314,8 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         out_.append(" GROUP BY ");
         for (std::size_t i = 0; i < q.group_by.size(); ++i) {
             if (i) out_.append(", ");
+            std::optional<InlineLiterals> keep;
+            if (grouping_ != nullptr) keep.emplace(*this);
             order_term(*q.group_by[i]);
         }
     }
@@ -219,6 +324,7 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         expr(*q.having);
     }
     write_columns_ = write;
+    grouping_ = outer_grouping;
 }
 
 bool Emitter::parameter(const LiteralExpr& l) {
@@ -228,8 +334,7 @@ bool Emitter::parameter(const LiteralExpr& l) {
     const std::size_t offset = l.pos;
     auto it = std::find(parameters_->begin(), parameters_->end(), offset);
     if (it == parameters_->end()) it = parameters_->insert(parameters_->end(), offset);
-    out_.push_back('?');
-    out_.append(std::to_string(it - parameters_->begin() + 1));
+    hooks_.parameter(*this, static_cast<std::size_t>(it - parameters_->begin() + 1), l);
     return true;
 }
 
@@ -366,6 +471,10 @@ void Emitter::expr(const Expr& e) {
         }
         case NodeType::ColumnRef: {
             const auto& c = e.as<ColumnRef>();
+            if (c.select_alias) {
+                hooks_.result_ref(*this, c, top_level_);
+                return;
+            }
             if (c.qualify && c.source) {
                 name(c.source->exposed);
                 out_.push_back('.');

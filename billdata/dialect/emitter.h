@@ -52,6 +52,24 @@ class EngineHooks {
     virtual void update(Emitter& em, const Update& update) const = 0;
     virtual void remove(Emitter& em, const Delete& del) const = 0;
     virtual void truncate(Emitter& em, const Truncate& truncate) const = 0;
+    // Parameter number `number` (from 1) standing for `literal`.
+    virtual void parameter(Emitter& em, std::size_t number, const LiteralExpr& literal) const = 0;
+    // The name of a result column after AS, and an ORDER BY name that refers to one. `top_level`:
+    // the statement's own result, whose names the caller sees.
+    virtual void result_alias(Emitter& em, std::string_view alias, bool /*top_level*/) const {
+        name(em, alias);
+    }
+    virtual void result_ref(Emitter& em, const ColumnRef& ref, bool /*top_level*/) const {
+        name(em, ref.name);
+    }
+    // `*` or `t.*` of a select list.
+    virtual void star(Emitter& em, const Star& star, const QuerySpec& spec, bool top_level) const;
+    // Closes `SELECT * FROM (… LIMIT n` of a union member that has its own TOP.
+    virtual void limited_member_end(Emitter& em) const;
+    // Whether select items, ORDER BY terms and GROUP BY terms must be written alike to be the
+    // same grouping (the engine matches them by their text, parameters included): then literals
+    // in grouping terms stay inline, and text terms compare under the text collation.
+    virtual bool groups_by_text() const { return false; }
 };
 
 class Emitter {
@@ -71,6 +89,8 @@ class Emitter {
     void name(std::string_view n) { hooks_.name(*this, n); }
     std::string& out() { return out_; }
     const EngineHooks& hooks() const { return hooks_; }
+    // Whether the literal is written inline (not as a parameter) where it stands now.
+    bool inline_literal(const LiteralExpr& l) const;
 
     // Emitting `source` prints `replacement` text around the table instead (for engines that
     // must reach a FROM item's row identity in an UPDATE). Prefix goes before the table name,
@@ -106,6 +126,13 @@ class Emitter {
     void spec(const QuerySpec& spec, bool top_level);
     void order_term(const Expr& e);
     bool parameter(const LiteralExpr& l);
+    // The expression written alone with its literals inline (for comparing terms).
+    std::string alone(const Expr& e) const;
+    // Grouping terms (GROUP BY, or the items of a DISTINCT) as alone() writes them.
+    void grouping_terms(const QuerySpec& q, std::vector<std::string>& out) const;
+    bool grouping_term(const Expr& e) const;
+    // A select item or ORDER BY term that is one of the grouping terms.
+    void grouped(const Expr& e);
 
     const EngineHooks& hooks_;
     std::string& out_;
@@ -115,6 +142,19 @@ class Emitter {
     const List<InsertColumn>* write_columns_ = nullptr;  // INSERT … SELECT target columns
     std::vector<std::size_t>* parameters_ = nullptr;
     int inline_literals_ = 0;
+    const std::vector<std::string>* grouping_ = nullptr;
+    bool top_level_ = false;
 };
+
+// `select count(*), max(key) … from T` with nothing else, over a table whose row count the
+// database keeps: written to read the kept count. False (nothing written) when the statement is
+// not of that form.
+bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog);
+// Adds to the WHERE the same tests on kept copies of columns that the joins allow (see there).
+void test_copies_too(Node& stmt, const Catalog& catalog, Arena& arena);
+// The name of a date part as the runtime's date functions take it.
+std::string_view date_part_name(DatePart part);
+// Translation::lockable_table of a bound statement.
+std::string lockable_table(const Node& stmt);
 
 }  // namespace billdata::dialect

@@ -41,6 +41,14 @@ inline constexpr std::string_view kReplace = "bd_replace";      // (text, find, 
 inline constexpr std::string_view kLike = "bd_like";            // (value, pattern[, escape])
 
 inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollation};
+
+// The server engine's runtime (billdata/schema/postgresql/runtime.sql) has those of the functions
+// above that its translation writes, with the same meaning, and two of its own.
+inline constexpr std::string_view kDateFromDays = "bd_dt_days";  // (days since 1900-01-01)
+inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it holds ('' is 0)
+inline constexpr std::string_view kServerFunctions[] = {
+    kDateTime, kDateFromDays, kDatePart, kDateAdd, kDateDiff,  kDateText,  kInt,     kBit, kFloat,
+    kNumber,   kRound,        kLeft,     kRight,   kSubstring, kCharIndex, kReplace, kLike};
 inline constexpr std::string_view kFunctions[] = {
     kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
     kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,

@@ -48,6 +48,11 @@ TEST(Cli, InitSqlAndTranslate) {
         run("translate \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
     ASSERT_EQ(translated.status, 0) << translated.out;
     EXPECT_NE(translated.out.find("LIMIT 2"), std::string::npos) << translated.out;
+    CliRun for_server = run(
+        "translate --engine postgresql \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
+    ASSERT_EQ(for_server.status, 0) << for_server.out;
+    EXPECT_EQ(for_server.out,
+              "SELECT FBillNo AS \"FBillNo\" FROM ICStockBill WHERE FTranType = 99 LIMIT 2\n");
 
     // Whatever file name init takes, --db takes too.
     std::string other = dir.file("shop.sqlite");

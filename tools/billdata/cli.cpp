@@ -54,12 +54,14 @@ int run_sql(const std::string& db, const std::string& sql, Format format) {
 }
 
 int run_translate(const std::string& engine, const std::string& sql) {
-    if (engine != "sqlite") {
-        throw ComError(ado::err::kDatabase,
-                       "unknown engine '" + engine + "': the translator targets sqlite");
+    if (engine != "sqlite" && engine != "postgresql") {
+        throw ComError(ado::err::kDatabase, "unknown engine '" + engine +
+                                                "': the translator targets sqlite or postgresql");
     }
     try {
-        auto t = dialect::translate_sqlite(sql, schema::builtin_catalog());
+        // Both engines' schemas have the same tables, columns and kept totals.
+        auto t = engine == "sqlite" ? dialect::translate_sqlite(sql, schema::builtin_catalog())
+                                    : dialect::translate_postgresql(sql, schema::builtin_catalog());
         std::cout << t.sql << "\n";
     } catch (const dialect::DialectError& e) {
         throw ComError(ado::err::kDatabase, e.what());
@@ -154,7 +156,7 @@ int run(int argc, char** argv) {
 
     std::string tr_engine = "sqlite", tr_text;
     auto* translate = app.add_subcommand("translate", "print a T-SQL statement translated");
-    translate->add_option("--engine", tr_engine, "target engine (sqlite)");
+    translate->add_option("--engine", tr_engine, "target engine (sqlite or postgresql)");
     translate->add_option("statement", tr_text, "the statement")->required();
 
     std::string call_db, call_format, call_target, call_args;

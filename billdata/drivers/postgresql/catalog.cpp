@@ -42,7 +42,7 @@ dialect::ColumnType type_of(const std::string& t) {
 
 }  // namespace
 
-dialect::Catalog read_catalog(PGconn* conn) {
+dialect::Catalog read_catalog(PGconn* conn, const dialect::Catalog* spelling) {
     // The names as the schema spells them, where the database records them: the server keeps
     // unquoted names in lower case, and record-set field names should read as on every engine.
     std::map<std::string, std::string> spelled;  // lower-case "table" or "table.column"
@@ -54,6 +54,12 @@ dialect::Catalog read_catalog(PGconn* conn) {
             spelled.emplace(util::lower_copy(row[0]) + "." + util::lower_copy(row[1]), row[1]);
         }
     }
+    if (spelling)
+        for (const std::string& table : spelling->tables()) {
+            spelled.emplace(util::lower_copy(table), table);
+            for (const std::string& column : spelling->columns(table))
+                spelled.emplace(util::lower_copy(table) + "." + util::lower_copy(column), column);
+        }
     auto spell = [&](const std::string& key, const std::string& fallback) {
         auto it = spelled.find(key);
         return it == spelled.end() ? fallback : it->second;

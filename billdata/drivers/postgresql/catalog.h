@@ -10,10 +10,12 @@ namespace billdata::drivers::postgresql {
 // Reads every table and view of the connection's current schema with its columns
 // (information_schema.columns), typed by the server's type: integers → Integer; numeric, real,
 // double precision → Real; date and timestamp → Date; character types → Text; anything else
-// Unknown. Names are spelled as the schema script spelled them where the server keeps them
-// folded: the view t_KeptRowCounts and t_KeptCopies facts, as on the embedded engine, then name
-// the tables and columns. Raises ado::ComError (err::kDatabase, the server's message) when the
+// Unknown. The server keeps unquoted names in lower case: a database made by billdata init records
+// the schema's spelling in t_SpelledNames (FTable, FColumn), and `spelling`, when given, spells
+// what that table does not, so that `select *` names the columns as the statements do. Then the
+// kept row counts and copies that the views t_KeptRowCounts and t_KeptCopies declare, as on the
+// embedded engine. Raises ado::ComError (err::kDatabase, the server's message) when the
 // schema cannot be read. The connection must not be in pipeline mode; it stays the caller's.
-dialect::Catalog read_catalog(PGconn* conn);
+dialect::Catalog read_catalog(PGconn* conn, const dialect::Catalog* spelling = nullptr);
 
 }  // namespace billdata::drivers::postgresql

@@ -1,1 +1,390 @@
--- billdata: the server functions (bd_...) that translated statements call; run before billdata.sql.
+-- The functions that translated statements call on the server: each gives the result (and the
+-- error) that the embedded engine's runtime gives for the same T-SQL. Most are single-expression
+-- SQL functions, so that the planner writes them into the statement that calls them; those that
+-- raise an error are STABLE, so that an error branch the data never takes is not evaluated early.
+-- Runs before the tables script, on an empty database.
+
+-- Text arguments may come with the columns' case-insensitive collation, which regular
+-- expressions and substring searches refuse: those work under the default collation.
+
+-- Raises `message` as a function's result of the type of `sample`.
+CREATE FUNCTION bd_fail(message text, sample anyelement) RETURNS anyelement
+LANGUAGE plpgsql STABLE AS $$
+BEGIN
+    RAISE EXCEPTION USING MESSAGE = message, ERRCODE = '22000';
+END
+$$;
+
+-- ---- dates -------------------------------------------------------------------------------
+
+-- A text in the date forms the server dialect reads with DATEFORMAT ymd: 'YYYY-MM-DD',
+-- 'YYYY/MM/DD', 'YYYY.MM.DD', 'YYYYMMDD', each with an optional time after blanks or 'T'
+-- ('HH:MM[:SS[.fff]]' with an optional AM/PM), or a time alone; '' is 1900-01-01.
+CREATE FUNCTION bd_dt(value text) RETURNS timestamp
+LANGUAGE plpgsql IMMUTABLE STRICT AS $$
+DECLARE
+    s text COLLATE "default" := btrim(value, E' \t');
+    d text[];
+    t text[];
+    rest text COLLATE "default";
+    y int := 1900;
+    mo int := 1;
+    dd int := 1;
+    h int := 0;
+    mi int := 0;
+    sec int := 0;
+    ms int := 0;
+BEGIN
+    IF s = '' THEN
+        RETURN timestamp '1900-01-01';
+    END IF;
+    IF s ~ '^[0-9]*:' THEN
+        rest := ' ' || s;
+    ELSE
+        d := regexp_match(s, '^([0-9]{4})(?:([0-9]{2})([0-9]{2})|([-/.])([0-9]{1,2})\4([0-9]{1,2}))(.*)$');
+        IF d IS NULL THEN
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+        END IF;
+        y := d[1]::int;
+        mo := coalesce(d[2], d[5])::int;
+        dd := coalesce(d[3], d[6])::int;
+        rest := d[7];
+        IF y < 1753 OR mo < 1 OR mo > 12 OR dd < 1
+           OR dd > extract(day FROM make_date(y, mo, 1) + interval '1 month' - interval '1 day') THEN
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+        END IF;
+    END IF;
+    IF rest <> '' THEN
+        t := regexp_match(rest, '^[ Tt]+([0-9]{1,2}):([0-9]{1,2})(?::([0-9]{1,2})(?:[.:]([0-9]{1,9}))?)?(?: *([AaPp])[Mm])? *$');
+        IF t IS NULL OR (d IS NULL AND rest !~ '^ [0-9]') THEN
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+        END IF;
+        h := t[1]::int;
+        mi := t[2]::int;
+        sec := coalesce(t[3], '0')::int;
+        ms := coalesce(rpad(left(t[4], 3), 3, '0'), '0')::int;
+        IF t[5] IS NOT NULL THEN
+            IF h < 1 OR h > 12 THEN
+                RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+            END IF;
+            IF lower(t[5]) = 'p' AND h <> 12 THEN
+                h := h + 12;
+            ELSIF lower(t[5]) = 'a' AND h = 12 THEN
+                h := 0;
+            END IF;
+        END IF;
+        IF h > 23 OR mi > 59 OR sec > 59 THEN
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+        END IF;
+    END IF;
+    RETURN make_timestamp(y, mo, dd, h, mi, sec + ms / 1000.0);
+END
+$$;
+
+-- A number of days since 1900-01-01, its fraction a time of day to the millisecond.
+CREATE FUNCTION bd_dt_days(days numeric) RETURNS timestamp
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT timestamp '1900-01-01' + floor(days) * interval '1 day'
+           + round((days - floor(days)) * 86400000) * interval '1 millisecond'
+$$;
+
+-- DATEPART; weeks and week days count from Sunday (the server dialect's default first day).
+CREATE FUNCTION bd_datepart(part text, d timestamp) RETURNS int
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE part
+        WHEN 'year' THEN extract(year FROM d)::int
+        WHEN 'quarter' THEN extract(quarter FROM d)::int
+        WHEN 'month' THEN extract(month FROM d)::int
+        WHEN 'dayofyear' THEN extract(doy FROM d)::int
+        WHEN 'day' THEN extract(day FROM d)::int
+        WHEN 'days' THEN extract(day FROM d)::int
+        WHEN 'week' THEN (extract(doy FROM d)::int + extract(dow FROM date_trunc('year', d))::int - 1) / 7 + 1
+        WHEN 'weekday' THEN extract(dow FROM d)::int + 1
+        WHEN 'hour' THEN extract(hour FROM d)::int
+        WHEN 'minute' THEN extract(minute FROM d)::int
+        WHEN 'second' THEN floor(extract(second FROM d))::int
+        WHEN 'millisecond' THEN floor(extract(milliseconds FROM d))::int % 1000
+    END
+$$;
+
+-- A date within the server dialect's range, or its overflow error.
+CREATE FUNCTION bd_date_in_range(d timestamp) RETURNS timestamp
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN d < timestamp '1753-01-01' OR d >= timestamp '10000-01-01'
+                THEN bd_fail('将 expression 转换为数据类型 datetime 时出现算术溢出错误。', d)
+                ELSE d END
+$$;
+
+-- DATEADD in whole units (months keep the day, or the month's last); 'days' is date ± n, whose
+-- fraction is a time of day.
+CREATE FUNCTION bd_dateadd(part text, amount numeric, d timestamp) RETURNS timestamp
+LANGUAGE sql STABLE AS $$
+    SELECT bd_date_in_range(CASE part
+        WHEN 'year' THEN d + make_interval(years => trunc(amount)::int)
+        WHEN 'quarter' THEN d + make_interval(months => trunc(amount)::int * 3)
+        WHEN 'month' THEN d + make_interval(months => trunc(amount)::int)
+        WHEN 'dayofyear' THEN d + trunc(amount) * interval '1 day'
+        WHEN 'day' THEN d + trunc(amount) * interval '1 day'
+        WHEN 'weekday' THEN d + trunc(amount) * interval '1 day'
+        WHEN 'week' THEN d + trunc(amount) * interval '7 days'
+        WHEN 'hour' THEN d + trunc(amount) * interval '1 hour'
+        WHEN 'minute' THEN d + trunc(amount) * interval '1 minute'
+        WHEN 'second' THEN d + trunc(amount) * interval '1 second'
+        WHEN 'millisecond' THEN d + trunc(amount) * interval '1 millisecond'
+        WHEN 'days' THEN d + round(amount * 86400000) * interval '1 millisecond'
+    END)
+$$;
+
+-- DATEDIFF: the boundaries of the part crossed between the two dates.
+CREATE FUNCTION bd_datediff(part text, a timestamp, b timestamp) RETURNS bigint
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE part
+        WHEN 'year' THEN extract(year FROM b)::bigint - extract(year FROM a)::bigint
+        WHEN 'quarter' THEN (extract(year FROM b)::bigint * 4 + extract(quarter FROM b)::bigint)
+                          - (extract(year FROM a)::bigint * 4 + extract(quarter FROM a)::bigint)
+        WHEN 'month' THEN (extract(year FROM b)::bigint * 12 + extract(month FROM b)::bigint)
+                        - (extract(year FROM a)::bigint * 12 + extract(month FROM a)::bigint)
+        WHEN 'dayofyear' THEN (b::date - a::date)::bigint
+        WHEN 'day' THEN (b::date - a::date)::bigint
+        WHEN 'days' THEN (b::date - a::date)::bigint
+        WHEN 'weekday' THEN (b::date - a::date)::bigint
+        WHEN 'week' THEN floor((b::date - date '1970-01-01' + 4) / 7.0)::bigint
+                       - floor((a::date - date '1970-01-01' + 4) / 7.0)::bigint
+        WHEN 'hour' THEN (b::date - a::date)::bigint * 24
+                       + extract(hour FROM b)::bigint - extract(hour FROM a)::bigint
+        WHEN 'minute' THEN ((b::date - a::date)::bigint * 24
+                         + extract(hour FROM b)::bigint - extract(hour FROM a)::bigint) * 60
+                         + extract(minute FROM b)::bigint - extract(minute FROM a)::bigint
+        WHEN 'second' THEN floor(extract(epoch FROM b))::bigint - floor(extract(epoch FROM a))::bigint
+        WHEN 'millisecond' THEN floor(extract(epoch FROM b) * 1000)::bigint
+                              - floor(extract(epoch FROM a) * 1000)::bigint
+    END
+$$;
+
+-- A date as text in one of CONVERT's styles (0 and 100: 'Mar  9 2025  8:30AM').
+CREATE FUNCTION bd_date_text(d timestamp, style int) RETURNS text
+LANGUAGE sql STABLE AS $$
+    SELECT CASE style
+        WHEN 1 THEN to_char(d, 'MM/DD/YY')
+        WHEN 101 THEN to_char(d, 'MM/DD/YYYY')
+        WHEN 2 THEN to_char(d, 'YY.MM.DD')
+        WHEN 102 THEN to_char(d, 'YYYY.MM.DD')
+        WHEN 3 THEN to_char(d, 'DD/MM/YY')
+        WHEN 103 THEN to_char(d, 'DD/MM/YYYY')
+        WHEN 4 THEN to_char(d, 'DD.MM.YY')
+        WHEN 104 THEN to_char(d, 'DD.MM.YYYY')
+        WHEN 5 THEN to_char(d, 'DD-MM-YY')
+        WHEN 105 THEN to_char(d, 'DD-MM-YYYY')
+        WHEN 10 THEN to_char(d, 'MM-DD-YY')
+        WHEN 110 THEN to_char(d, 'MM-DD-YYYY')
+        WHEN 11 THEN to_char(d, 'YY/MM/DD')
+        WHEN 111 THEN to_char(d, 'YYYY/MM/DD')
+        WHEN 12 THEN to_char(d, 'YYMMDD')
+        WHEN 112 THEN to_char(d, 'YYYYMMDD')
+        WHEN 8 THEN to_char(d, 'HH24:MI:SS')
+        WHEN 108 THEN to_char(d, 'HH24:MI:SS')
+        WHEN 20 THEN to_char(d, 'YYYY-MM-DD HH24:MI:SS')
+        WHEN 120 THEN to_char(d, 'YYYY-MM-DD HH24:MI:SS')
+        WHEN 21 THEN to_char(d, 'YYYY-MM-DD HH24:MI:SS.MS')
+        WHEN 121 THEN to_char(d, 'YYYY-MM-DD HH24:MI:SS.MS')
+        WHEN 23 THEN to_char(d, 'YYYY-MM-DD')
+        WHEN 126 THEN to_char(d, 'YYYY-MM-DD"T"HH24:MI:SS')
+                      || CASE WHEN extract(milliseconds FROM d)::numeric % 1000 >= 1
+                              THEN to_char(d, '.MS') ELSE '' END
+        ELSE to_char(d, 'Mon ') || lpad(to_char(d, 'FMDD'), 2) || to_char(d, ' YYYY ')
+             || lpad(to_char(d, 'FMHH12'), 2) || to_char(d, ':MIAM')
+    END
+$$;
+
+-- ---- numbers -----------------------------------------------------------------------------
+
+-- Texts as CONVERT reads them into numbers: blanks around allowed, '' is 0.
+CREATE FUNCTION bd_int(value text) RETURNS int
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN btrim(value, E' \t') = '' THEN 0
+        WHEN btrim(value, E' \t') COLLATE "default" ~ '^[+-]?[0-9]+$' THEN btrim(value, E' \t')::int
+        ELSE bd_fail('在将 varchar 值 ''' || value || ''' 转换成数据类型 int 时失败。', 0)
+    END
+$$;
+
+CREATE FUNCTION bd_float(value text) RETURNS double precision
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN btrim(value, E' \t') = '' THEN 0
+        WHEN btrim(value, E' \t') COLLATE "default" ~ '^[+]?-?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]+)?$'
+            THEN btrim(value, E' \t')::double precision
+        ELSE bd_fail('从数据类型 varchar 转换为 float 时出错。', 0::double precision)
+    END
+$$;
+
+CREATE FUNCTION bd_num(value text) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN btrim(value, E' \t') = '' THEN 0
+        WHEN btrim(value, E' \t') COLLATE "default" ~ '^[+]?-?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]+)?$'
+            THEN btrim(value, E' \t')::numeric
+        ELSE bd_fail('从数据类型 varchar 转换为 numeric 时出错。', 0::numeric)
+    END
+$$;
+
+CREATE FUNCTION bd_bit(value text) RETURNS int
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN lower(btrim(value, E' \t')) = 'true' THEN 1
+        WHEN lower(btrim(value, E' \t')) = 'false' THEN 0
+        WHEN btrim(value, E' \t') = '' THEN 0
+        WHEN btrim(value, E' \t') COLLATE "default" ~ '^[+]?-?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]+)?$'
+            THEN (btrim(value, E' \t')::double precision <> 0)::int
+        ELSE bd_fail('在将 varchar 值 ''' || btrim(value, E' \t') || ''' 转换成数据类型 bit 时失败。', 0)
+    END
+$$;
+
+-- ROUND at a decimal place (left of the point when negative), half away from zero; cut instead
+-- when `cut` is not 0.
+CREATE FUNCTION bd_round(value numeric, digits bigint, cut bigint) RETURNS numeric
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN cut <> 0 THEN trunc(value, digits::int) ELSE round(value, digits::int) END
+$$;
+
+-- ---- texts -------------------------------------------------------------------------------
+
+CREATE FUNCTION bd_left(value text, n bigint) RETURNS text
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN n < 0 THEN bd_fail('传递给 LEFT 或 SUBSTRING 函数的长度参数无效。', value)
+                ELSE left(value, least(n, 2147483647)::int) END
+$$;
+
+CREATE FUNCTION bd_right(value text, n bigint) RETURNS text
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN n < 0 THEN bd_fail('传递给 RIGHT 函数的长度参数无效。', value)
+                ELSE right(value, least(n, 2147483647)::int) END
+$$;
+
+-- SUBSTRING: positions before the first character count towards the length.
+CREATE FUNCTION bd_substring(value text, start bigint, n bigint) RETURNS text
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN n < 0 THEN bd_fail('传递给 LEFT 或 SUBSTRING 函数的长度参数无效。', value)
+                ELSE substr(value, greatest(least(start, 2147483647), -2147483647)::int,
+                            least(n, 2147483647)::int) END
+$$;
+
+-- CHARINDEX without regard to case: the position of `find` in `value` from `start`, 0 if none.
+CREATE FUNCTION bd_charindex(find text, value text, start bigint DEFAULT 1) RETURNS int
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN find COLLATE "default" = '' THEN 0 ELSE coalesce(nullif(strpos(
+               lower(substr(value, greatest(start, 1)::int)) COLLATE "default",
+               lower(find) COLLATE "default"), 0) + greatest(start, 1)::int - 1, 0) END
+$$;
+
+-- REPLACE without regard to case.
+CREATE FUNCTION bd_replace(value text, find text, replacement text) RETURNS text
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN find COLLATE "default" = '' THEN value
+                ELSE regexp_replace(value COLLATE "default",
+                                    regexp_replace(find COLLATE "default", '([^[:alnum:]])', '\\\1', 'g'),
+                                    replace(replacement, '\', '\\'), 'gi') END
+$$;
+
+-- A LIKE pattern of the server dialect (%, _, [abc], [a-z], [^…], an optional escape character)
+-- as an anchored regular expression matched without regard to case; trailing blanks of the
+-- pattern do not count. The translator converts patterns it knows the same way.
+CREATE FUNCTION bd_like_regex(pattern text, escape text) RETURNS text
+LANGUAGE plpgsql IMMUTABLE AS $$
+DECLARE
+    p text COLLATE "default" := rtrim(pattern, ' ');
+    n int := length(p);
+    i int := 1;
+    j int;
+    c text COLLATE "default";
+    lo text COLLATE "default";
+    hi text COLLATE "default";
+    members text COLLATE "default";
+    negate boolean;
+    closed boolean;
+    first boolean;
+    out text COLLATE "default" := '^';
+BEGIN
+    IF escape IS NOT NULL AND length(escape) <> 1 THEN
+        RAISE EXCEPTION USING MESSAGE = '转义符无效。', ERRCODE = '22025';
+    END IF;
+    WHILE i <= n LOOP
+        c := substr(p, i, 1);
+        i := i + 1;
+        IF escape IS NOT NULL AND c = escape COLLATE "C" THEN
+            IF i > n THEN
+                RETURN '[^\s\S]';
+            END IF;
+            out := out || bd_regex_char(substr(p, i, 1));
+            i := i + 1;
+        ELSIF c = '%' THEN
+            out := out || '.*';
+        ELSIF c = '_' THEN
+            out := out || '.';
+        ELSIF c <> '[' THEN
+            out := out || bd_regex_char(c);
+        ELSE
+            j := i;
+            negate := false;
+            IF j <= n AND substr(p, j, 1) = '^' THEN
+                negate := true;
+                j := j + 1;
+            END IF;
+            members := '';
+            closed := false;
+            first := true;
+            WHILE j <= n LOOP
+                IF substr(p, j, 1) = ']' AND NOT first THEN
+                    j := j + 1;
+                    closed := true;
+                    EXIT;
+                END IF;
+                first := false;
+                -- Letters compare without regard to case: a range of lower-case letters.
+                lo := translate(substr(p, j, 1), 'ABCDEFGHIJKLMNOPQRSTUVWXYZ', 'abcdefghijklmnopqrstuvwxyz');
+                hi := lo;
+                j := j + 1;
+                IF j + 1 <= n AND substr(p, j, 1) = '-' AND substr(p, j + 1, 1) <> ']' THEN
+                    hi := translate(substr(p, j + 1, 1), 'ABCDEFGHIJKLMNOPQRSTUVWXYZ', 'abcdefghijklmnopqrstuvwxyz');
+                    j := j + 2;
+                END IF;
+                IF ascii(lo) <= ascii(hi) THEN
+                    members := members || bd_regex_char(lo);
+                    IF hi <> lo THEN
+                        members := members || '-' || bd_regex_char(hi);
+                    END IF;
+                END IF;
+            END LOOP;
+            IF NOT closed THEN
+                out := out || bd_regex_char('[');
+            ELSE
+                i := j;
+                IF members = '' THEN
+                    out := out || CASE WHEN negate THEN '.' ELSE '[^\s\S]' END;
+                ELSE
+                    out := out || '[' || CASE WHEN negate THEN '^' ELSE '' END || members || ']';
+                END IF;
+            END IF;
+        END IF;
+    END LOOP;
+    RETURN out || '$';
+END
+$$;
+
+-- One character of a regular expression as itself.
+CREATE FUNCTION bd_regex_char(c text) RETURNS text
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN c COLLATE "default" ~ '^[A-Za-z0-9]$' THEN c
+                WHEN ascii(c) > 65535 THEN '\U' || lpad(to_hex(ascii(c)), 8, '0')
+                ELSE '\u' || lpad(to_hex(ascii(c)), 4, '0') END
+$$;
+
+CREATE FUNCTION bd_like(value text, pattern text) RETURNS boolean
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT rtrim(value, ' ') COLLATE "default" ~* bd_like_regex(pattern COLLATE "default", NULL)
+$$;
+
+CREATE FUNCTION bd_like(value text, pattern text, escape text) RETURNS boolean
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT rtrim(value, ' ') COLLATE "default" ~* bd_like_regex(pattern COLLATE "default", escape COLLATE "default")
+$$;
