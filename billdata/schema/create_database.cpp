@@ -125,7 +125,7 @@ void check_period(int& year, int& period) {
 }
 
 // Quotes a text for a statement.
-std::string quoted(std::string_view text) {
+std::string sql_text(std::string_view text) {
     std::string out = "'";
     for (char c : text) {
         if (c == '\'') out += '\'';
@@ -152,7 +152,7 @@ std::string spelled_names() {
         for (const std::string& table : catalog.tables())
             for (const std::string& column : catalog.columns(table)) {
                 sql += first ? "" : ", ";
-                sql += "(" + quoted(table) + ", " + quoted(column) + ")";
+                sql += "(" + sql_text(table) + ", " + sql_text(column) + ")";
                 first = false;
             }
     } catch (...) {
