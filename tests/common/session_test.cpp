@@ -65,11 +65,15 @@ TEST_F(DatabaseTest, ALockWaitPastTheLockTimeoutIsAComponentError) {
     auto blocker = ado::Connection::create();
     blocker->Open(connection_string() + ";Busy Timeout=50");
     blocker->BeginTrans();
+    blocker->Execute("update t_SystemProfile set FValue=FValue where FKey='ICClosed'");
     auto impatient = ado::Connection::create();
     impatient->Open(connection_string() + ";Busy Timeout=50;Lock Timeout=0");
     common::Executor quick(impatient, common::Handler::Common);
     try {
-        common::guarded(common::Handler::Common, [&] { quick.begin(); });
+        common::guarded(common::Handler::Common, [&] {
+            quick.begin();
+            quick.execute("update t_SystemProfile set FValue=FValue where FKey='ICClosed'");
+        });
         ADD_FAILURE() << "expected the lock error";
     } catch (const ado::ComError& e) {
         EXPECT_EQ(e.number(), ado::err::kComponent);

@@ -177,7 +177,7 @@ TEST_F(SaveTest, ClashOnInteriorIdDrawsFreshIdAndLocksAreRaised) {
     // header cross-check both hand out 1, and the first line clashes.
     exec("insert into ICStockBillEntry(FInterID,FEntryID,FItemID,FQty) values(1,0,1,1)");
     EXPECT_EQ(save_sale(member_sale()), 2);
-    EXPECT_EQ(rows("select FInterID,count(*) from ICStockBillEntry group by FInterID"),
+    EXPECT_EQ(rows("select FInterID,count(*) from ICStockBillEntry group by FInterID order by 1"),
               (Texts{"1|1", "2|2"}));
     EXPECT_EQ(head("FBillNo", 2), Texts{"pos250309-001"});
     EXPECT_EQ(count("vipjf_History where FBillInterID=2"), 1);
@@ -186,7 +186,8 @@ TEST_F(SaveTest, ClashOnInteriorIdDrawsFreshIdAndLocksAreRaised) {
     PosData().Init(connection_string() + ";Busy Timeout=50", 2025, 3);
     auto holder = open();
     holder->BeginTrans();
-    holder->Execute("update t_User set FDays=FDays where FUserID=1");
+    // The counters: every save raises one, on every engine.
+    holder->Execute("update ICMaxNum set FMaxNum=FMaxNum");
     const Texts before = footprint();
     try {
         save_sale(member_sale());

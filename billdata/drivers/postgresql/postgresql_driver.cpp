@@ -205,16 +205,14 @@ struct Handle {
     ~Handle() { PQfinish(conn); }
 };
 
-// Whether a connection that waited in the pool still reaches its server: a server that
-// restarted or went away has closed the socket, which shows without a round trip.
+// Whether a connection that waited in the pool still reaches its server. An idle connection
+// gets nothing from the server unless it is going away (a restart, a shutdown, a terminated
+// session send their last word and close the socket), so anything to read means it is gone;
+// this shows without a round trip.
 bool still_connected(PGconn* conn) {
     if (PQstatus(conn) != CONNECTION_OK) return false;
     pollfd p{PQsocket(conn), POLLIN, 0};
-    if (poll(&p, 1, 0) > 0) {
-        if (!PQconsumeInput(conn) || PQstatus(conn) != CONNECTION_OK) return false;
-        if (PGnotify* n = PQnotifies(conn)) PQfreemem(n);
-    }
-    return true;
+    return poll(&p, 1, 0) == 0;
 }
 
 class Pool {
@@ -975,13 +973,18 @@ class PgDriver final : public ado::driver::Driver {
         const Options o = options_of(cs);
         const bool pooling = o.pooling && !switched_off("BILLDATA_POOLING");
         const bool cache = o.cache && !switched_off("BILLDATA_STATEMENT_CACHE");
-        if (pooling) {
-            if (auto h = Pool::instance().take(o.key))
-                return std::make_shared<PgSession>(std::move(h), cache, true);
+        std::unique_ptr<Handle> handle = pooling ? Pool::instance().take(o.key) : nullptr;
+        if (handle && !handle->catalog->tables().empty())
+            return std::make_shared<PgSession>(std::move(handle), cache, true);
+        if (handle) {
+            // It waited in the pool while the database had no schema: read the schema again.
+            PQexitPipelineMode(handle->conn);
+            handle->catalog.reset();
+        } else {
+            handle = std::make_unique<Handle>();
+            handle->conn = connect(o);
+            handle->key = o.key;
         }
-        auto handle = std::make_unique<Handle>();
-        handle->conn = connect(o);
-        handle->key = o.key;
         {
             CatalogCache& cc = catalog_cache();
             std::lock_guard lock(cc.mutex);
@@ -994,9 +997,12 @@ class PgDriver final : public ado::driver::Driver {
             } catch (const ComError& e) {
                 throw bad_option("cannot read the schema at " + o.where + ": " + e.description());
             }
-            CatalogCache& cc = catalog_cache();
-            std::lock_guard lock(cc.mutex);
-            cc.by_key[o.key] = handle->catalog;
+            // A database without the schema yet is read again by the next connection.
+            if (!handle->catalog->tables().empty()) {
+                CatalogCache& cc = catalog_cache();
+                std::lock_guard lock(cc.mutex);
+                cc.by_key[o.key] = handle->catalog;
+            }
         }
         if (!PQenterPipelineMode(handle->conn))
             throw bad_option("cannot use the connection to " + o.where + ": " +
