@@ -506,8 +506,13 @@ PgCursor::PgCursor(PgSession* session, Result first, long timeout_seconds)
 }
 
 PgCursor::~PgCursor() {
+    // What nobody will read is read past: the round trip must end before the connection can
+    // run anything else (cancelling instead could reach the connection's next statement).
     try {
-        drain();
+        pending_ = Result();
+        std::vector<Variant> row;
+        while (streaming_ && session_ && next(row)) {
+        }
     } catch (const ComError&) {
         // The error of a result nobody reads any more; the session has recovered from it.
     }
