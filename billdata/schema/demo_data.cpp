@@ -11,8 +11,9 @@ namespace {
 
 // Master data of a small chain: a warehouse and two shops, goods with and without size groups,
 // suppliers (the same ids in t_Item and t_Supplier), customers, accounts, sales staff, users
-// with and without list restrictions, and members (the same ids in Vip and t_VipCard).
-constexpr const char* kDemoData = R"billdata_demo(
+// with and without list restrictions, and members (the same ids in Vip and t_VipCard). Plain
+// INSERT statements that the embedded engine and PostgreSQL both run as they are.
+constexpr std::string_view kDemoData = R"billdata_demo(
 INSERT INTO t_Stock (FItemID, FNumber, FName) VALUES
     (1, '01', '总仓 Main warehouse'),
     (2, '02', '南京路店 Nanjing Rd shop'),
@@ -103,9 +104,14 @@ INSERT INTO CashInitData (FItemClassID, FItemID, FAmount) VALUES
 
 }  // namespace
 
+std::string_view demo_data_sql() {
+    return kDemoData;
+}
+
 void add_demo_data(sqlite3* db) {
     char* msg = nullptr;
-    if (sqlite3_exec(db, kDemoData, nullptr, nullptr, &msg) != SQLITE_OK) {
+    // The literal ends in its terminating NUL.
+    if (sqlite3_exec(db, kDemoData.data(), nullptr, nullptr, &msg) != SQLITE_OK) {
         std::string text = msg ? msg : sqlite3_errmsg(db);
         sqlite3_free(msg);
         throw ado::ComError(ado::err::kDatabase, "demo data: " + text);

@@ -19,6 +19,15 @@ std::string_view sqlite_schema();
 // Static text; thread-safe.
 std::string_view sqlserver_schema();
 
+// The PostgreSQL scripts, run in this order on an empty database: the server functions that
+// translated statements call (billdata/schema/postgresql/runtime.sql), then the collation bd_ci,
+// tables, indexes, triggers and the functions sp_getstockqty and sp_cacucost
+// (billdata/schema/postgresql/billdata.sql). Each holds several statements separated by ';',
+// function bodies between $$, and runs in one transaction. Byte for byte the files. Static
+// text; thread-safe.
+std::string_view postgresql_runtime();
+std::string_view postgresql_schema();
+
 // Creates a new embedded database at `path`: the schema in one transaction, WAL journal, the
 // settings rows of t_SystemProfile (StartYear, StartPeriod, CurrentYear, CurrentPeriod = `year`
 // and `period`, or this month when either is 0; ICClosed, WLClosed, CashClosed = "0"), the
@@ -33,5 +42,10 @@ void create_database(const std::string& path, bool demo, int year = 0, int perio
 // into a database that holds the schema and no master data yet. Runs on the caller's handle and
 // inside the caller's transaction; raises ado::ComError (err::kDatabase) on an engine error.
 void add_demo_data(sqlite3* db);
+
+// The demo master data as SQL: INSERT statements separated by ';' that run unchanged on the
+// embedded engine (what add_demo_data runs) and on PostgreSQL, after the schema. Static text;
+// thread-safe.
+std::string_view demo_data_sql();
 
 }  // namespace billdata::schema
