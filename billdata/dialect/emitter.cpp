@@ -221,12 +221,6 @@ void Emitter::grouped(const Expr& e) {
     }
 }
 
-bool Emitter::inline_literal(const LiteralExpr& l) const {
-    LiteralValue value;
-    return parameters_ == nullptr || inline_literals_ > 0 || l.kind == LiteralExpr::Kind::Null ||
-           !literal_value(l.text, value);
-}
-
 void EngineHooks::star(Emitter& em, const Star& star, const QuerySpec&, bool) const {
     if (!star.qualifier.empty()) {
         em.name(star.qualifier);
@@ -525,13 +519,18 @@ void Emitter::expr(const Expr& e) {
                 case BinaryOp::Ge: {
                     static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
                     const int level = precedence(e) + 1;
-                    if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
+                    const bool plain = b.compare == CompareKind::Plain;
+                    if (plain && hooks_.plain_compared(*this, *b.lhs, *b.rhs)) {
+                    } else if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
                         hooks_.date_value(*this, *b.lhs);
                     } else {
                         operand(*b.lhs, level);
                     }
                     out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
-                    compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare), level);
+                    if (!(plain && hooks_.plain_compared(*this, *b.rhs, *b.lhs))) {
+                        compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare),
+                                 level);
+                    }
                     return;
                 }
                 case BinaryOp::Add:

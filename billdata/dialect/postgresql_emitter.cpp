@@ -468,10 +468,19 @@ class PostgresHooks final : public EngineHooks {
         switch (f.func) {
             case Func::IsNull:
             case Func::Coalesce:
+                // Each value converted to the result's type, as the server dialect converts.
                 em.text("coalesce(");
                 for (std::size_t i = 0; i < f.args.size(); ++i) {
                     if (i) em.text(", ");
-                    em.expr(*f.args[i]);
+                    const Expr& a = *f.args[i];
+                    if (f.vtype == ColumnType::Date && a.vtype != ColumnType::Date && !is_null(a)) {
+                        date_arg(em, a);
+                    } else if ((f.vtype == ColumnType::Integer || f.vtype == ColumnType::Real) &&
+                               a.vtype == ColumnType::Text) {
+                        number_arg(em, a);
+                    } else {
+                        em.expr(a);
+                    }
                 }
                 em.ch(')');
                 return;
@@ -826,12 +835,14 @@ class PostgresHooks final : public EngineHooks {
 
     void like(Emitter& em, const Like& l) const override {
         if (l.negated) em.text("NOT (");
+        // A pattern written as a literal stays out of the parameters: each pattern is a
+        // statement of its own, matched by a regular expression made now.
         const auto* pattern =
             l.pattern->is<LiteralExpr>() ? &l.pattern->as<LiteralExpr>() : nullptr;
         const auto* escape =
             l.escape && l.escape->is<LiteralExpr>() ? &l.escape->as<LiteralExpr>() : nullptr;
-        bool fixed = pattern && pattern->is_string() && em.inline_literal(*pattern) &&
-                     (!l.escape || (escape && escape->is_string() && em.inline_literal(*escape)));
+        bool fixed =
+            pattern && pattern->is_string() && (!l.escape || (escape && escape->is_string()));
         std::uint32_t escape_char = 0;
         if (fixed && escape) {
             const std::string e = escape->string_value();
@@ -859,6 +870,18 @@ class PostgresHooks final : public EngineHooks {
             em.ch(')');
         }
         if (l.negated) em.ch(')');
+    }
+
+    // A text compared with a number is read as a number of the number's kind, as the server
+    // dialect converts by type precedence ('' is 0).
+    bool plain_compared(Emitter& em, const Expr& e, const Expr& other) const override {
+        const bool number = other.vtype == ColumnType::Integer || other.vtype == ColumnType::Real;
+        if (e.vtype != ColumnType::Text || !number) return false;
+        em.text(other.vtype == ColumnType::Integer ? names::kInt : names::kNumber);
+        em.ch('(');
+        cast(em, e, "text");
+        em.ch(')');
+        return true;
     }
 
     void collation(Emitter& em, CompareKind kind) const override {

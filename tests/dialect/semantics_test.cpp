@@ -206,6 +206,9 @@ TEST_P(Semantics, TextComparesWithoutCaseAndTrailingBlanksAndLikeHasCharacterCla
         {"select case when '50%' like '50!%' escape '!' then 1 else 0 end", "1"},
         {"select case when 'a]' like 'a[]]' then 1 else 0 end", "1"},
         {"select count(*) from ICStockBill where FRemark like 'first'", "1"},
+        {"select count(*) from t_ICItem where 'a100-x' like FNumber + '-[a-z]'", "1"},
+        // A text compared with a number is read as a number.
+        {"select count(*) from t_ICItem where FPurYear=2025", "1"},
     });
     EXPECT_EQ(run("select FName from t_ICItem order by FName"), (Rows{{"Shirt"}, {"shoes"}}));
 }
