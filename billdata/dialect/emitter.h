@@ -71,6 +71,9 @@ class EngineHooks {
     virtual bool plain_compared(Emitter& /*em*/, const Expr& /*e*/, const Expr& /*other*/) const {
         return false;
     }
+    // A value where the place needs the type `to` (a CASE branch, a value written into a
+    // column), converted when the engine would not convert it by itself.
+    virtual void converted(Emitter& em, const Expr& e, ColumnType /*to*/) const;
     // Whether select items, ORDER BY terms and GROUP BY terms must be written alike to be the
     // same grouping (the engine matches them by their text, parameters included): then literals
     // in grouping terms stay inline, and text terms compare under the text collation.

@@ -468,19 +468,10 @@ class PostgresHooks final : public EngineHooks {
         switch (f.func) {
             case Func::IsNull:
             case Func::Coalesce:
-                // Each value converted to the result's type, as the server dialect converts.
                 em.text("coalesce(");
                 for (std::size_t i = 0; i < f.args.size(); ++i) {
                     if (i) em.text(", ");
-                    const Expr& a = *f.args[i];
-                    if (f.vtype == ColumnType::Date && a.vtype != ColumnType::Date && !is_null(a)) {
-                        date_arg(em, a);
-                    } else if ((f.vtype == ColumnType::Integer || f.vtype == ColumnType::Real) &&
-                               a.vtype == ColumnType::Text) {
-                        number_arg(em, a);
-                    } else {
-                        em.expr(a);
-                    }
+                    converted(em, *f.args[i], f.vtype);
                 }
                 em.ch(')');
                 return;
@@ -872,6 +863,22 @@ class PostgresHooks final : public EngineHooks {
         if (l.negated) em.ch(')');
     }
 
+    // Converted as the server dialect converts to the type of a result or a column: a text
+    // to a number ('' is 0) or to a date ('' is 1900-01-01), a number to a date.
+    void converted(Emitter& em, const Expr& e, ColumnType to) const override {
+        if (to == ColumnType::Date && e.vtype != ColumnType::Date && !is_null(e)) {
+            date_arg(em, e);
+        } else if ((to == ColumnType::Integer || to == ColumnType::Real) &&
+                   e.vtype == ColumnType::Text) {
+            em.text(to == ColumnType::Integer ? names::kInt : names::kNumber);
+            em.ch('(');
+            cast(em, e, "text");
+            em.ch(')');
+        } else {
+            em.expr(e);
+        }
+    }
+
     // A text compared with a number is read as a number of the number's kind, as the server
     // dialect converts by type precedence ('' is 0).
     bool plain_compared(Emitter& em, const Expr& e, const Expr& other) const override {
@@ -903,11 +910,7 @@ class PostgresHooks final : public EngineHooks {
             em.name(item.column);
             em.text(" = ");
             const Expr& v = *item.value;
-            if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !is_null(v)) {
-                date_value(em, v);
-            } else {
-                em.expr(v);
-            }
+            converted(em, v, item.type);
         }
     }
 

@@ -333,6 +333,24 @@ TEST_P(Semantics, LockableTableIsTheOneTableARowReadComesFrom) {
     }
 }
 
+// A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
+// or 1900-01-01). The embedded engine keeps such a text as it is.
+TEST_P(Semantics, ServerConvertsTextsToTheTypeTheirPlaceNeeds) {
+    if (!on_server()) GTEST_SKIP() << "the embedded engine keeps texts where numbers belong";
+    expect_values({
+        {"select isnull(FSaleQty,'') from ICStockBillEntry where FInterID=5", "0"},
+        {"select isnull(FEditTime,'') from Vip where FVipID=3", "1900-01-01 00:00:00"},
+        {"select case when FInterID=5 then 1 else '' end from ICStockBill where FInterID=6", "0"},
+        {"select count(*) from ICStockBill where FDeleted=''", "3"},
+        {"select count(*) from t_ICItem where FPurYear in (2024, 2025)", "2"},
+        {"select count(*) from t_ICItem where FPurYear between 2020 and 2024", "1"},
+    });
+    run("update ICStockBill set FDeleted='' where FInterID=8");
+    run("insert into t_Stock(FItemID,FName) values('',N'零')");
+    EXPECT_EQ(run("select FDeleted from ICStockBill where FInterID=8"), (Rows{{"0"}}));
+    EXPECT_EQ(value("select FName from t_Stock where FItemID=0"), "零");
+}
+
 class EmbeddedPlans : public WithBills<DialectDb> {};
 
 TEST_F(EmbeddedPlans, FixedQueriesKeepPlainComparisonsOnIndexedColumns) {
