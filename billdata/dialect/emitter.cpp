@@ -221,18 +221,16 @@ void Emitter::grouped(const Expr& e) {
     }
 }
 
-bool Emitter::inline_literal(const LiteralExpr& l) const {
-    LiteralValue value;
-    return parameters_ == nullptr || inline_literals_ > 0 || l.kind == LiteralExpr::Kind::Null ||
-           !literal_value(l.text, value);
-}
-
 void EngineHooks::star(Emitter& em, const Star& star, const QuerySpec&, bool) const {
     if (!star.qualifier.empty()) {
         em.name(star.qualifier);
         em.ch('.');
     }
     em.ch('*');
+}
+
+void EngineHooks::converted(Emitter& em, const Expr& e, ColumnType) const {
+    em.expr(e);
 }
 
 void EngineHooks::limited_member_end(Emitter& em) const {
@@ -442,7 +440,7 @@ void Emitter::insert(const Insert& ins) {
                 !null_literal) {
                 hooks_.date_value(*this, e);
             } else {
-                expr(e);
+                hooks_.converted(*this, e, ins.columns[i].type);
             }
         }
         out_.push_back(')');
@@ -525,13 +523,18 @@ void Emitter::expr(const Expr& e) {
                 case BinaryOp::Ge: {
                     static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
                     const int level = precedence(e) + 1;
-                    if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
+                    const bool plain = b.compare == CompareKind::Plain;
+                    if (plain && hooks_.plain_compared(*this, *b.lhs, *b.rhs)) {
+                    } else if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
                         hooks_.date_value(*this, *b.lhs);
                     } else {
                         operand(*b.lhs, level);
                     }
                     out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
-                    compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare), level);
+                    if (!(plain && hooks_.plain_compared(*this, *b.rhs, *b.lhs))) {
+                        compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare),
+                                 level);
+                    }
                     return;
                 }
                 case BinaryOp::Add:
@@ -567,22 +570,34 @@ void Emitter::expr(const Expr& e) {
             const auto& b = e.as<Between>();
             const bool coll = needs_collation(*b.expr, *b.low, b.compare) &&
                               !carries_collation(*b.high, b.compare);
-            compared(*b.expr, b.compare, coll, kOutEquality + 1);
+            const bool plain = b.compare == CompareKind::Plain;
+            if (!(plain && hooks_.plain_compared(*this, *b.expr, *b.low))) {
+                compared(*b.expr, b.compare, coll, kOutEquality + 1);
+            }
             out_.append(b.negated ? " NOT BETWEEN " : " BETWEEN ");
-            compared(*b.low, b.compare, false, kOutEquality + 1);
+            if (!(plain && hooks_.plain_compared(*this, *b.low, *b.expr))) {
+                compared(*b.low, b.compare, false, kOutEquality + 1);
+            }
             out_.append(" AND ");
-            compared(*b.high, b.compare, false, kOutEquality + 1);
+            if (!(plain && hooks_.plain_compared(*this, *b.high, *b.expr))) {
+                compared(*b.high, b.compare, false, kOutEquality + 1);
+            }
             return;
         }
         case NodeType::InList: {
             const auto& in = e.as<InList>();
             const bool coll =
                 in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
-            compared(*in.expr, in.compare, coll, kOutEquality + 1);
+            const bool plain = in.compare == CompareKind::Plain;
+            if (!(plain && hooks_.plain_compared(*this, *in.expr, *in.items[0]))) {
+                compared(*in.expr, in.compare, coll, kOutEquality + 1);
+            }
             out_.append(in.negated ? " NOT IN (" : " IN (");
             for (std::size_t i = 0; i < in.items.size(); ++i) {
                 if (i) out_.append(", ");
-                compared(*in.items[i], in.compare, false, kOutOr);
+                if (!(plain && hooks_.plain_compared(*this, *in.items[i], *in.expr))) {
+                    compared(*in.items[i], in.compare, false, kOutOr);
+                }
             }
             out_.push_back(')');
             return;
@@ -628,11 +643,11 @@ void Emitter::expr(const Expr& e) {
                     expr(*w);
                 }
                 out_.append(" THEN ");
-                expr(*t);
+                hooks_.converted(*this, *t, e.vtype);
             }
             if (c.otherwise) {
                 out_.append(" ELSE ");
-                expr(*c.otherwise);
+                hooks_.converted(*this, *c.otherwise, e.vtype);
             }
             out_.append(" END");
             return;

@@ -66,6 +66,14 @@ class EngineHooks {
     virtual void star(Emitter& em, const Star& star, const QuerySpec& spec, bool top_level) const;
     // Closes `SELECT * FROM (… LIMIT n` of a union member that has its own TOP.
     virtual void limited_member_end(Emitter& em) const;
+    // Writes `e`, compared as a plain value with `other`, converted first when the engine does
+    // not compare the two types by itself (a text with a number); false when it wrote nothing.
+    virtual bool plain_compared(Emitter& /*em*/, const Expr& /*e*/, const Expr& /*other*/) const {
+        return false;
+    }
+    // A value where the place needs the type `to` (a CASE branch, a value written into a
+    // column), converted when the engine would not convert it by itself.
+    virtual void converted(Emitter& em, const Expr& e, ColumnType /*to*/) const;
     // Whether select items, ORDER BY terms and GROUP BY terms must be written alike to be the
     // same grouping (the engine matches them by their text, parameters included): then literals
     // in grouping terms stay inline, and text terms compare under the text collation.
@@ -89,8 +97,6 @@ class Emitter {
     void name(std::string_view n) { hooks_.name(*this, n); }
     std::string& out() { return out_; }
     const EngineHooks& hooks() const { return hooks_; }
-    // Whether the literal is written inline (not as a parameter) where it stands now.
-    bool inline_literal(const LiteralExpr& l) const;
 
     // Emitting `source` prints `replacement` text around the table instead (for engines that
     // must reach a FROM item's row identity in an UPDATE). Prefix goes before the table name,

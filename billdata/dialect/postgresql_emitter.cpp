@@ -471,7 +471,7 @@ class PostgresHooks final : public EngineHooks {
                 em.text("coalesce(");
                 for (std::size_t i = 0; i < f.args.size(); ++i) {
                     if (i) em.text(", ");
-                    em.expr(*f.args[i]);
+                    converted(em, *f.args[i], f.vtype);
                 }
                 em.ch(')');
                 return;
@@ -826,12 +826,14 @@ class PostgresHooks final : public EngineHooks {
 
     void like(Emitter& em, const Like& l) const override {
         if (l.negated) em.text("NOT (");
+        // A pattern written as a literal stays out of the parameters: each pattern is a
+        // statement of its own, matched by a regular expression made now.
         const auto* pattern =
             l.pattern->is<LiteralExpr>() ? &l.pattern->as<LiteralExpr>() : nullptr;
         const auto* escape =
             l.escape && l.escape->is<LiteralExpr>() ? &l.escape->as<LiteralExpr>() : nullptr;
-        bool fixed = pattern && pattern->is_string() && em.inline_literal(*pattern) &&
-                     (!l.escape || (escape && escape->is_string() && em.inline_literal(*escape)));
+        bool fixed =
+            pattern && pattern->is_string() && (!l.escape || (escape && escape->is_string()));
         std::uint32_t escape_char = 0;
         if (fixed && escape) {
             const std::string e = escape->string_value();
@@ -861,6 +863,34 @@ class PostgresHooks final : public EngineHooks {
         if (l.negated) em.ch(')');
     }
 
+    // Converted as the server dialect converts to the type of a result or a column: a text
+    // to a number ('' is 0) or to a date ('' is 1900-01-01), a number to a date.
+    void converted(Emitter& em, const Expr& e, ColumnType to) const override {
+        if (to == ColumnType::Date && e.vtype != ColumnType::Date && !is_null(e)) {
+            date_arg(em, e);
+        } else if ((to == ColumnType::Integer || to == ColumnType::Real) &&
+                   e.vtype == ColumnType::Text) {
+            em.text(to == ColumnType::Integer ? names::kInt : names::kNumber);
+            em.ch('(');
+            cast(em, e, "text");
+            em.ch(')');
+        } else {
+            em.expr(e);
+        }
+    }
+
+    // A text compared with a number is read as a number of the number's kind, as the server
+    // dialect converts by type precedence ('' is 0).
+    bool plain_compared(Emitter& em, const Expr& e, const Expr& other) const override {
+        const bool number = other.vtype == ColumnType::Integer || other.vtype == ColumnType::Real;
+        if (e.vtype != ColumnType::Text || !number) return false;
+        em.text(other.vtype == ColumnType::Integer ? names::kInt : names::kNumber);
+        em.ch('(');
+        cast(em, e, "text");
+        em.ch(')');
+        return true;
+    }
+
     void collation(Emitter& em, CompareKind kind) const override {
         // Timestamps compare chronologically by themselves.
         if (kind == CompareKind::Text) em.text("::bpchar COLLATE bd_ci");
@@ -880,11 +910,7 @@ class PostgresHooks final : public EngineHooks {
             em.name(item.column);
             em.text(" = ");
             const Expr& v = *item.value;
-            if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !is_null(v)) {
-                date_value(em, v);
-            } else {
-                em.expr(v);
-            }
+            converted(em, v, item.type);
         }
     }
 

@@ -14,10 +14,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -185,61 +182,6 @@ class DialectDb : public ::testing::Test {
     dialect::Catalog catalog_;
 
   private:
-    static std::string source_file(const std::string& path) {
-        std::ifstream in(std::string(BILLDATA_SOURCE_DIR) + "/" + path);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
-    // The server tables with the server schema's conventions, from the embedded schema's
-    // tables, for as long as the source tree has no server tables script.
-    static std::string server_tables() {
-        sqlite3* db = nullptr;
-        sqlite3_open(":memory:", &db);
-        drivers::sqlite::register_tsql_runtime(db);
-        sqlite3_exec(db, std::string(schema::sqlite_schema()).c_str(), nullptr, nullptr, nullptr);
-        std::string sql =
-            "CREATE COLLATION bd_ci (provider = icu, locale = 'und-u-ks-level2', "
-            "deterministic = false);\n";
-        sqlite3_stmt* tables = nullptr;
-        sqlite3_prepare_v2(db,
-                           "SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT LIKE "
-                           "'sqlite%'",
-                           -1, &tables, nullptr);
-        while (sqlite3_step(tables) == SQLITE_ROW) {
-            const std::string table = reinterpret_cast<const char*>(sqlite3_column_text(tables, 0));
-            sql += "CREATE TABLE " + table + " (";
-            sqlite3_stmt* info = nullptr;
-            sqlite3_prepare_v2(db, ("PRAGMA table_info(" + table + ")").c_str(), -1, &info,
-                               nullptr);
-            for (int n = 0; sqlite3_step(info) == SQLITE_ROW; ++n) {
-                const char* type = reinterpret_cast<const char*>(sqlite3_column_text(info, 2));
-                sql += std::string(n ? ", " : "") +
-                       reinterpret_cast<const char*>(sqlite3_column_text(info, 1));
-                switch (drivers::sqlite::column_type_of(type)) {
-                    case dialect::ColumnType::Integer:
-                        sql += " int";
-                        break;
-                    case dialect::ColumnType::Real:
-                        sql += " numeric(18,4)";
-                        break;
-                    case dialect::ColumnType::Date:
-                        sql += " timestamp(3)";
-                        break;
-                    default:
-                        sql += " bpchar COLLATE bd_ci";
-                        break;
-                }
-            }
-            sqlite3_finalize(info);
-            sql += ");\n";
-        }
-        sqlite3_finalize(tables);
-        sqlite3_close(db);
-        return sql;
-    }
-
     void set_up_server() {
         if (postgres_server().empty()) {
             GTEST_SKIP() << "no PostgreSQL server (BILLDATA_TEST_POSTGRES is not set)";
@@ -258,11 +200,8 @@ class DialectDb : public ::testing::Test {
         raw("SET DateStyle = 'ISO, YMD'; SET client_encoding = 'UTF8'; "
             "SET standard_conforming_strings = on; SET TIME ZONE " +
             std::string(zone));
-        raw(source_file("billdata/schema/postgresql/runtime.sql"));
-        const bool tables_script = std::filesystem::exists(
-            std::string(BILLDATA_SOURCE_DIR) + "/billdata/schema/postgresql/billdata.sql");
-        raw(tables_script ? source_file("billdata/schema/postgresql/billdata.sql")
-                          : server_tables());
+        raw(std::string(schema::postgresql_runtime()));
+        raw(std::string(schema::postgresql_schema()));
         reload_catalog();
     }
 

@@ -206,6 +206,9 @@ TEST_P(Semantics, TextComparesWithoutCaseAndTrailingBlanksAndLikeHasCharacterCla
         {"select case when '50%' like '50!%' escape '!' then 1 else 0 end", "1"},
         {"select case when 'a]' like 'a[]]' then 1 else 0 end", "1"},
         {"select count(*) from ICStockBill where FRemark like 'first'", "1"},
+        {"select count(*) from t_ICItem where 'a100-x' like FNumber + '-[a-z]'", "1"},
+        // A text compared with a number is read as a number.
+        {"select count(*) from t_ICItem where FPurYear=2025", "1"},
     });
     EXPECT_EQ(run("select FName from t_ICItem order by FName"), (Rows{{"Shirt"}, {"shoes"}}));
 }
@@ -290,6 +293,62 @@ TEST_P(Semantics, ResultColumnsKeepTheNamesAsWritten) {
         column_names(
             "select fbillno,t1.finterid,FDate as BillDate,count(*) as Fcount from icstockbill t1 group by fbillno,t1.finterid,FDate"),
         (std::vector<std::string>{"fbillno", "finterid", "BillDate", "Fcount"}));
+    EXPECT_EQ(column_names("select * from t_Stock where FItemID=1"),
+              (std::vector<std::string>{"FItemID", "FNumber", "FName"}));
+    EXPECT_EQ(column_names("select s.*, 1 as FOne from t_Stock s where FItemID=1"),
+              (std::vector<std::string>{"FItemID", "FNumber", "FName", "FOne"}));
+    // ORDER BY of a union names a result column in any case.
+    EXPECT_EQ(run("select FItemID as Id from t_Stock union select 7 order by id desc"),
+              (Rows{{"7"}, {"2"}, {"1"}}));
+}
+
+// A text expression groups as its texts compare (without regard to case), and the same
+// expression in the select list and ORDER BY is the grouped one, with literals in it.
+TEST_P(Semantics, GroupingOnATextExpression) {
+    const Rows rows =
+        run("select left(FName,2) as p, count(*) as n, sum(FPurPrice) as s from t_ICItem "
+            "group by left(FName,2) having count(*)>1 order by left(FName,2)");
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0][1], "2");
+    EXPECT_EQ(rows[0][2], "30");
+}
+
+// The table a single-table read locks on a server, and none where rows are not one table's.
+TEST_P(Semantics, LockableTableIsTheOneTableARowReadComesFrom) {
+    EXPECT_EQ(translate("select FMaxNum from ICMaxNum where FTranType=99").lockable_table,
+              "ICMaxNum");
+    EXPECT_EQ(translate("select top 1 * from ICBillNo b where FDate='20250309'").lockable_table,
+              "ICBillNo");
+    for (const char* not_one : {
+             "select max(FMaxNum) from ICMaxNum",
+             "select isnull(sum(FMaxNum),0)+1 from ICMaxNum",
+             "select distinct FMaxNum from ICMaxNum",
+             "select FTranType from ICMaxNum group by FTranType",
+             "select m.FMaxNum from ICMaxNum m join ICStockBill b on b.FTranType=m.FTranType",
+             "select FMaxNum from ICMaxNum union select 1",
+             "select FMaxNum from (select FMaxNum from ICMaxNum) m",
+             "update ICMaxNum set FMaxNum=1",
+         }) {
+        EXPECT_EQ(translate(not_one).lockable_table, "") << not_one;
+    }
+}
+
+// A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
+// or 1900-01-01). The embedded engine keeps such a text as it is.
+TEST_P(Semantics, ServerConvertsTextsToTheTypeTheirPlaceNeeds) {
+    if (!on_server()) GTEST_SKIP() << "the embedded engine keeps texts where numbers belong";
+    expect_values({
+        {"select isnull(FSaleQty,'') from ICStockBillEntry where FInterID=5", "0"},
+        {"select isnull(FEditTime,'') from Vip where FVipID=3", "1900-01-01 00:00:00"},
+        {"select case when FInterID=5 then 1 else '' end from ICStockBill where FInterID=6", "0"},
+        {"select count(*) from ICStockBill where FDeleted=''", "3"},
+        {"select count(*) from t_ICItem where FPurYear in (2024, 2025)", "2"},
+        {"select count(*) from t_ICItem where FPurYear between 2020 and 2024", "1"},
+    });
+    run("update ICStockBill set FDeleted='' where FInterID=8");
+    run("insert into t_Stock(FItemID,FName) values('',N'零')");
+    EXPECT_EQ(run("select FDeleted from ICStockBill where FInterID=8"), (Rows{{"0"}}));
+    EXPECT_EQ(value("select FName from t_Stock where FItemID=0"), "零");
 }
 
 class EmbeddedPlans : public WithBills<DialectDb> {};
