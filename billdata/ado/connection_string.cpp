@@ -131,7 +131,7 @@ bool ConnectionString::has(std::string_view keyword) const {
 void ConnectionString::require_known(const std::vector<std::string>& known) const {
     std::string_view body = trim(text_);
     if (body.find('=') == std::string_view::npos) return;  // a bare path names no keyword
-    if (items_.count("uri")) return;                         // a URI's own parameters
+    if (items_.count("uri")) return;                       // a URI's own parameters
     for (const auto& pair : split_pairs(body)) {
         const std::string key = normalise_keyword(pair.first);
         if (key == "command timeout") continue;  // the data layer's own, on every engine

@@ -20,8 +20,9 @@ inline constexpr long kDefaultCommandTimeout = 30;
 // An ADO-style connection string: `keyword=value;…`, keywords case-insensitive, a value may be
 // enclosed in "…" or '…' when it holds ';'. A bare path ending in ".db" means
 // `Provider=SQLite;Data Source=<path>`; a `postgresql://…` (or `postgres://…`) URI means
-// `Provider=PostgreSQL` with the URI as keyword "uri", read by that driver. Parsing raises ComError (err::kConnection) for malformed
-// text; each driver refuses keywords it does not know (require_known).
+// `Provider=PostgreSQL` with the URI as keyword "uri", read by that driver. Parsing raises ComError
+// (err::kConnection) for malformed text; each driver refuses keywords it does not know
+// (require_known).
 class ConnectionString {
   public:
     static ConnectionString parse(std::string_view text);

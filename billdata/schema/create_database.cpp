@@ -146,8 +146,9 @@ std::string spelled_names() {
             fail(std::string("cannot register the SQL runtime: ") + sqlite3_errmsg(db));
         exec(db, std::string(sqlite_schema()));
         const dialect::Catalog catalog = drivers::sqlite::read_catalog(db);
-        sql = "CREATE TABLE t_SpelledNames (FTable varchar(128) NOT NULL, FColumn varchar(128) "
-              "NOT NULL, PRIMARY KEY (FTable, FColumn));\nINSERT INTO t_SpelledNames VALUES ";
+        sql =
+            "CREATE TABLE t_SpelledNames (FTable varchar(128) NOT NULL, FColumn varchar(128) "
+            "NOT NULL, PRIMARY KEY (FTable, FColumn));\nINSERT INTO t_SpelledNames VALUES ";
         bool first = true;
         for (const std::string& table : catalog.tables())
             for (const std::string& column : catalog.columns(table)) {

@@ -73,8 +73,10 @@ class DatabaseTest : public ::testing::Test {
     void refuse(const std::string& event, const std::string& table, const std::string& when,
                 const std::string& message) const {
         if (server_) {
-            server_->exec("CREATE FUNCTION bd_test_refuse() RETURNS trigger LANGUAGE plpgsql AS "
-                          "$$BEGIN RAISE EXCEPTION '" + message + "'; END$$");
+            server_->exec(
+                "CREATE FUNCTION bd_test_refuse() RETURNS trigger LANGUAGE plpgsql AS "
+                "$$BEGIN RAISE EXCEPTION '" +
+                message + "'; END$$");
             server_->exec("CREATE TRIGGER tr_test_refuse BEFORE " + event + " ON " + table +
                           " FOR EACH ROW" + (when.empty() ? "" : " WHEN (" + when + ")") +
                           " EXECUTE FUNCTION bd_test_refuse()");

@@ -51,9 +51,7 @@ class PostgresDriver : public ::testing::Test {
         db_ = std::make_unique<PostgresDatabase>();
         billdata::schema::create_database(db_->connection_string(), false, 2025, 3);
     }
-    std::string cs(const std::string& extra = {}) const {
-        return db_->connection_string() + extra;
-    }
+    std::string cs(const std::string& extra = {}) const { return db_->connection_string() + extra; }
     std::unique_ptr<PostgresDatabase> db_;
 };
 
@@ -63,8 +61,9 @@ TEST_F(PostgresDriver, FailedStatementLeavesTheTransactionUsable) {
     auto cn = open(cs());
     cn->BeginTrans();
     cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '07', 'Shop')");
-    ComError e = error_of(
-        [&] { cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '08', 'x')"); });
+    ComError e = error_of([&] {
+        cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '08', 'x')");
+    });
     EXPECT_EQ(e.error_class(), ErrorClass::DuplicateKey) << e.description();
     EXPECT_EQ(e.violated_key(), "t_Stock.FItemID");
     EXPECT_TRUE(e.transaction_open());
@@ -161,8 +160,9 @@ long resident_bytes() {
 // A list streams: rows come as they are read (a million of them never sit in memory), and a
 // list abandoned half way leaves the connection ready for the next statement.
 TEST_F(PostgresDriver, ListsStreamAndCanBeLeftHalfRead) {
-    db_->exec("INSERT INTO t_Item (FItemID, FItemClassID, FNumber, FName) "
-              "SELECT g, 1, 'N' || g, 'item number ' || g FROM generate_series(1, 1000000) g");
+    db_->exec(
+        "INSERT INTO t_Item (FItemID, FItemClassID, FNumber, FName) "
+        "SELECT g, 1, 'N' || g, 'item number ' || g FROM generate_series(1, 1000000) g");
     auto cn = open(cs());
     const long before = resident_bytes();
     long rows = 0, peak = 0;
@@ -195,8 +195,9 @@ TEST_F(PostgresDriver, ListsStreamAndCanBeLeftHalfRead) {
 TEST(PostgresConnection, BadConnectionsFailClearlyAndInTime) {
     const auto start = std::chrono::steady_clock::now();
     ComError e = error_of([] {
-        open("Provider=PostgreSQL;Host=127.0.0.1;Port=1;Database=shop;User ID=till;Connect "
-             "Timeout=3");
+        open(
+            "Provider=PostgreSQL;Host=127.0.0.1;Port=1;Database=shop;User ID=till;Connect "
+            "Timeout=3");
     });
     EXPECT_EQ(e.number(), err::kConnection);
     EXPECT_TRUE(mentions(e, "127.0.0.1") && mentions(e, "port 1")) << e.description();
@@ -237,9 +238,8 @@ TEST(PostgresServerFaults, EachFailsClearlyAndTheNextOperationRecovers) {
     cn->BeginTrans();
     cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
     server->stop();
-    e = error_of([&] {
-        cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (3, '3', 'c')");
-    });
+    e = error_of(
+        [&] { cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (3, '3', 'c')"); });
     EXPECT_NE(e.number(), 0);
     EXPECT_FALSE(e.transaction_open());
     server->start();

@@ -113,7 +113,8 @@ TEST_F(VipOrderTest, ModifyingAndClashingIds) {
     no.clear();
     save(21, no, 20, 0, three_rows());
     EXPECT_EQ(
-        table("select FInterID,count(*) from icorderEntry where FInterID<3 group by FInterID"),
+        table(
+            "select FInterID,count(*) from icorderEntry where FInterID<3 group by FInterID order by 1"),
         (std::vector<std::string>{"1|1", "2|3"}));
     EXPECT_EQ(scalar("select FBillNo from icorder where FInterID=1").to_string(), "CD-OTHER");
     EXPECT_EQ(num("select FOrderBillID from WLBill where FSumAmount=20"), 2);

@@ -46,8 +46,9 @@ dialect::Catalog read_catalog(PGconn* conn, const dialect::Catalog* spelling) {
     // The names as the schema spells them, where the database records them: the server keeps
     // unquoted names in lower case, and record-set field names should read as on every engine.
     std::map<std::string, std::string> spelled;  // lower-case "table" or "table.column"
-    if (!query(conn, "SELECT 1 FROM information_schema.tables WHERE table_schema = "
-                     "current_schema() AND table_name = 't_spellednames'")
+    if (!query(conn,
+               "SELECT 1 FROM information_schema.tables WHERE table_schema = "
+               "current_schema() AND table_name = 't_spellednames'")
              .empty()) {
         for (const auto& row : query(conn, "SELECT FTable, FColumn FROM t_SpelledNames")) {
             spelled.emplace(util::lower_copy(row[0]), row[0]);
@@ -79,8 +80,9 @@ dialect::Catalog read_catalog(PGconn* conn, const dialect::Catalog* spelling) {
         for (const auto& row : query(conn, "SELECT FTable, FCountTable FROM t_KeptRowCounts"))
             catalog.add_kept_row_count(row[0], row[1]);
     if (catalog.has_table("t_KeptCopies"))
-        for (const auto& row : query(conn, "SELECT FTable, FColumn, FFromTable, FFromColumn, FKey "
-                                           "FROM t_KeptCopies"))
+        for (const auto& row : query(conn,
+                                     "SELECT FTable, FColumn, FFromTable, FFromColumn, FKey "
+                                     "FROM t_KeptCopies"))
             catalog.add_copied_column({row[0], row[1], row[2], row[3], row[4]});
     return catalog;
 }

@@ -36,8 +36,7 @@ using Clock = std::chrono::steady_clock;
 
 // Type oids of the server's built-in types that the rows carry.
 constexpr Oid kBool = 16, kInt8 = 20, kInt2 = 21, kInt4 = 23, kOid = 26, kFloat4 = 700,
-              kFloat8 = 701, kNumeric = 1700, kDate = 1082, kTimestamp = 1114,
-              kTimestampTz = 1184;
+              kFloat8 = 701, kNumeric = 1700, kDate = 1082, kTimestamp = 1114, kTimestampTz = 1184;
 
 // The counters that a transaction reads and then raises: the read locks what it reads.
 bool is_counter_table(std::string_view table) {
@@ -67,8 +66,8 @@ std::string local_time_zone() {
 
 struct Options {
     std::vector<std::pair<std::string, std::string>> params;  // libpq keywords and values
-    std::string where;                                         // "host h port p" for messages
-    std::string key;                                           // pool key
+    std::string where;                                        // "host h port p" for messages
+    std::string key;                                          // pool key
     int busy_ms = kDefaultBusyTimeoutMs;
     bool pooling = true, cache = true;
 };
@@ -101,7 +100,8 @@ Options parse_options(const ado::ConnectionString& cs) {
         cs.require_known({"provider", "host", "port", "database", "user id", "password",
                           "connect timeout", "busy timeout", "lock timeout", "pooling",
                           "statement cache"});
-    const int connect_s = parse_whole(cs, "connect timeout", kDefaultConnectTimeoutSeconds, "seconds");
+    const int connect_s =
+        parse_whole(cs, "connect timeout", kDefaultConnectTimeoutSeconds, "seconds");
     o.busy_ms = parse_whole(cs, "busy timeout", kDefaultBusyTimeoutMs, "milliseconds");
     if (cs.has("lock timeout")) {
         double seconds = 0;
@@ -117,8 +117,9 @@ Options parse_options(const ado::ConnectionString& cs) {
     o.params.emplace_back("application_name", "billdata");
     // Dates are written and read as ISO text, year first; a lock wait ends as a lock error
     // that the service layer retries, as the embedded engine's busy timeout does.
-    std::string server_options = "-c DateStyle=ISO,YMD -c lock_timeout=" +
-                                 std::to_string(o.busy_ms) + " -c standard_conforming_strings=on";
+    std::string server_options =
+        "-c DateStyle=ISO,YMD -c lock_timeout=" + std::to_string(o.busy_ms) +
+        " -c standard_conforming_strings=on";
     const std::string zone = local_time_zone();
     if (!zone.empty() && zone.find_first_of(" \\'") == std::string::npos)
         server_options += " -c TimeZone=" + zone;
@@ -181,12 +182,12 @@ struct Prepared {
     std::string name;  // of the server's prepared statement
     std::string sql;
     std::size_t literal_count = 0;
-    std::vector<std::size_t> bound;                          // shape literal behind $k+1
-    std::vector<std::pair<std::size_t, std::string>> kept;   // literals written inline
+    std::vector<std::size_t> bound;                         // shape literal behind $k+1
+    std::vector<std::pair<std::size_t, std::string>> kept;  // literals written inline
     bool writes = false;
-    bool counter = false;      // reads a counter table
-    bool locks = false;        // a counter read inside a transaction
-    bool on_server = false;    // prepared on this connection already
+    bool counter = false;    // reads a counter table
+    bool locks = false;      // a counter read inside a transaction
+    bool on_server = false;  // prepared on this connection already
 };
 using PreparedPtr = std::shared_ptr<Prepared>;
 
@@ -376,19 +377,19 @@ class PgCursor final : public ado::driver::Cursor {
     std::vector<ColumnInfo> columns_;
     std::vector<Oid> types_;
     long timeout_;
-    Result pending_;        // a row not handed out yet
-    bool streaming_ = true; // the server is still sending this result
+    Result pending_;         // a row not handed out yet
+    bool streaming_ = true;  // the server is still sending this result
     std::deque<std::vector<Variant>> buffer_;
 };
 
 // What one round trip sends: the statement, with a savepoint around it inside a transaction
 // and, for a counter read there, the lock of its key before it.
 struct Request {
-    const std::string* sql = nullptr;   // text, when not prepared
-    Prepared* prepared = nullptr;        // the shape's prepared statement
-    std::vector<std::string> values;     // parameters as text
-    std::vector<bool> nulls;             // parameters sent as NULL (empty: none)
-    std::string lock_key;                // counter read: the advisory lock's key text
+    const std::string* sql = nullptr;  // text, when not prepared
+    Prepared* prepared = nullptr;      // the shape's prepared statement
+    std::vector<std::string> values;   // parameters as text
+    std::vector<bool> nulls;           // parameters sent as NULL (empty: none)
+    std::string lock_key;              // counter read: the advisory lock's key text
 };
 
 class PgSession final : public ado::driver::Session {
@@ -448,8 +449,9 @@ class PgSession final : public ado::driver::Session {
     Result get_result();
     void arm(long seconds) {
         fired_ = false;
-        deadline_ = seconds > 0 ? Clock::now() + std::chrono::seconds(std::min(seconds, 3153600000L))
-                                : Clock::time_point::max();
+        deadline_ = seconds > 0
+                        ? Clock::now() + std::chrono::seconds(std::min(seconds, 3153600000L))
+                        : Clock::time_point::max();
     }
     void cursor_gone(PgCursor* c) {
         if (cursor_ == c) cursor_ = nullptr;
@@ -597,9 +599,9 @@ Result PgSession::get_result() {
     while (PQisBusy(conn_)) {
         int wait_ms = -1;
         if (deadline_ != Clock::time_point::max()) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                                  deadline_ - Clock::now())
-                                  .count();
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now())
+                    .count();
             if (left <= 0) {
                 // Past the command timeout: ask the server to stop the statement and wait for
                 // its answer, which is the cancellation's error.
@@ -685,8 +687,8 @@ void PgSession::send(const Request& req, bool prepare) {
     }
     round_has_savepoint_ = in_tx;
     if (in_tx)
-        ok(PQsendQueryParams(conn_, "SAVEPOINT bd_statement", 0, nullptr, nullptr, nullptr,
-                             nullptr, 0));
+        ok(PQsendQueryParams(conn_, "SAVEPOINT bd_statement", 0, nullptr, nullptr, nullptr, nullptr,
+                             0));
     if (!req.lock_key.empty()) {
         const char* key = req.lock_key.c_str();
         ok(PQsendQueryParams(conn_, "SELECT pg_advisory_xact_lock(hashtextextended($1, 0))", 1,
@@ -708,14 +710,14 @@ void PgSession::send(const Request& req, bool prepare) {
                              0));
     }
     if (in_tx)
-        ok(PQsendQueryParams(conn_, "RELEASE SAVEPOINT bd_statement", 0, nullptr, nullptr,
-                             nullptr, nullptr, 0));
+        ok(PQsendQueryParams(conn_, "RELEASE SAVEPOINT bd_statement", 0, nullptr, nullptr, nullptr,
+                             nullptr, 0));
     ok(PQpipelineSync(conn_));
     round_open_ = true;
 }
 
-std::unique_ptr<ado::driver::Cursor> PgSession::run(const Request& req, bool prepare,
-                                                    long timeout, long* affected) {
+std::unique_ptr<ado::driver::Cursor> PgSession::run(const Request& req, bool prepare, long timeout,
+                                                    long* affected) {
     finish_cursor();
     arm(timeout);
     const bool had_begin = pending_begin_;
@@ -970,9 +972,7 @@ class PgDriver final : public ado::driver::Driver {
         const int v = PQlibVersion();
         return "libpq " + std::to_string(v / 10000) + "." + std::to_string(v % 10000);
     }
-    bool accepts(const ado::ConnectionString& cs) const override {
-        return postgresql::accepts(cs);
-    }
+    bool accepts(const ado::ConnectionString& cs) const override { return postgresql::accepts(cs); }
 
     std::shared_ptr<ado::driver::Session> open(const ado::ConnectionString& cs) override {
         const Options o = options_of(cs);
@@ -998,7 +998,8 @@ class PgDriver final : public ado::driver::Driver {
         }
         if (!handle->catalog) {
             try {
-                handle->catalog = std::make_shared<const dialect::Catalog>(read_catalog(handle->conn));
+                handle->catalog =
+                    std::make_shared<const dialect::Catalog>(read_catalog(handle->conn));
             } catch (const ComError& e) {
                 throw bad_option("cannot read the schema at " + o.where + ": " + e.description());
             }
@@ -1053,8 +1054,7 @@ ServerConnection::~ServerConnection() {
 
 void ServerConnection::exec(std::string_view sql) {
     const std::string text(sql);
-    if (!PQsendQuery(conn_, text.c_str()))
-        throw ComError(err::kDatabase, PQerrorMessage(conn_));
+    if (!PQsendQuery(conn_, text.c_str())) throw ComError(err::kDatabase, PQerrorMessage(conn_));
     std::string error;
     while (PGresult* r = PQgetResult(conn_)) {
         if (PQresultStatus(r) == PGRES_FATAL_ERROR && error.empty()) {

@@ -30,8 +30,7 @@ bool transaction_lost(std::string_view state) {
 
 bool connection_lost(std::string_view state) {
     // Class 08 (connection exception), and the server shutting down or ending the session.
-    return state.substr(0, 2) == "08" || state == "57P01" || state == "57P02" ||
-           state == "57P03";
+    return state.substr(0, 2) == "08" || state == "57P01" || state == "57P02" || state == "57P03";
 }
 
 ComError server_error(std::string_view state, std::string message, bool transaction_open,
