@@ -68,9 +68,11 @@ std::string postgres_server() {
 
 std::string postgres_conninfo(const std::string& connection_string) {
     const auto cs = ado::ConnectionString::parse(connection_string);
-    static const std::pair<const char*, const char*> kKeys[] = {
-        {"host", "host"}, {"port", "port"}, {"database", "dbname"},
-        {"user id", "user"}, {"password", "password"}};
+    static const std::pair<const char*, const char*> kKeys[] = {{"host", "host"},
+                                                                {"port", "port"},
+                                                                {"database", "dbname"},
+                                                                {"user id", "user"},
+                                                                {"password", "password"}};
     std::string out;
     for (const auto& [ours, theirs] : kKeys) {
         if (!cs.has(ours)) continue;
@@ -82,7 +84,8 @@ std::string postgres_conninfo(const std::string& connection_string) {
 
 PostgresDatabase::PostgresDatabase() {
     const std::string server = postgres_server();
-    if (server.empty()) throw std::runtime_error("no test server: BILLDATA_TEST_POSTGRES is not set");
+    if (server.empty())
+        throw std::runtime_error("no test server: BILLDATA_TEST_POSTGRES is not set");
     static std::atomic<int> counter{0};
     name_ = "bd_test_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
     Connection admin(postgres_conninfo(server));
