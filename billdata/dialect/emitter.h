@@ -137,7 +137,7 @@ class Emitter {
     // Grouping terms (GROUP BY, or the items of a DISTINCT) as alone() writes them.
     void grouping_terms(const QuerySpec& q, std::vector<std::string>& out) const;
     bool grouping_term(const Expr& e) const;
-    // A select item or ORDER BY term that is one of the grouping terms.
+    // An expression that is one of the grouping terms, as they are written.
     void grouped(const Expr& e);
 
     const EngineHooks& hooks_;
@@ -149,6 +149,7 @@ class Emitter {
     std::vector<std::size_t>* parameters_ = nullptr;
     int inline_literals_ = 0;
     const std::vector<std::string>* grouping_ = nullptr;
+    bool in_grouping_ = false;  // writing a grouping term itself
     bool top_level_ = false;
 };
 

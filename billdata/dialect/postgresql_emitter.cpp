@@ -3,7 +3,8 @@
 // statement gives them; the bd_… functions written here come with the server schema
 // (billdata/schema/postgresql/runtime.sql) and compute what the embedded engine's runtime
 // computes. Text columns are bpchar under a case-insensitive collation, so a column compares as
-// the server dialect compares texts by itself; other texts are cast to it where they compare.
+// the server dialect compares texts by itself; other texts are cast to the same (the domain
+// bd_text) where they compare.
 
 #include <algorithm>
 #include <cstdint>
@@ -893,7 +894,7 @@ class PostgresHooks final : public EngineHooks {
 
     void collation(Emitter& em, CompareKind kind) const override {
         // Timestamps compare chronologically by themselves.
-        if (kind == CompareKind::Text) em.text("::bpchar COLLATE bd_ci");
+        if (kind == CompareKind::Text) em.text("::bd_text");
     }
 
     void limit(Emitter& em, long long count) const override {

@@ -306,11 +306,16 @@ TEST_P(Semantics, ResultColumnsKeepTheNamesAsWritten) {
 // expression in the select list and ORDER BY is the grouped one, with literals in it.
 TEST_P(Semantics, GroupingOnATextExpression) {
     const Rows rows =
-        run("select left(FName,2) as p, count(*) as n, sum(FPurPrice) as s from t_ICItem "
-            "group by left(FName,2) having count(*)>1 order by left(FName,2)");
+        run("select left(FName,2) as p, count(*) as n, sum(FPurPrice) as s, left(FName,2)+'!' "
+            "as x from t_ICItem group by left(FName,2) having count(*)>1 and 'SH'=left(FName,2) "
+            "order by left(FName,2)");
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_EQ(rows[0][1], "2");
     EXPECT_EQ(rows[0][2], "30");
+    EXPECT_TRUE(rows[0][3] == "Sh!" || rows[0][3] == "sh!") << rows[0][3];
+    EXPECT_EQ(run("select distinct upper(left(FName,1)) as c from t_ICItem "
+                  "order by upper(left(FName,1))"),
+              (Rows{{"S"}}));
 }
 
 // The table a single-table read locks on a server, and none where rows are not one table's.
