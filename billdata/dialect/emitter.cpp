@@ -537,16 +537,28 @@ void Emitter::expr(const Expr& e) {
                     static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
                     const int level = precedence(e) + 1;
                     const bool plain = b.compare == CompareKind::Plain;
+                    // Engines whose computed texts do not compare as text columns do: each
+                    // computed side under the text collation (literals take the other side's).
+                    auto computed_text = [&](const Expr& x) {
+                        return b.compare == CompareKind::Text && hooks_.collates_computed_text() &&
+                               x.vtype == ColumnType::Text && !x.is<ColumnRef>() &&
+                               !x.is<LiteralExpr>();
+                    };
                     if (plain && hooks_.plain_compared(*this, *b.lhs, *b.rhs)) {
                     } else if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
                         hooks_.date_value(*this, *b.lhs);
+                    } else if (computed_text(*b.lhs)) {
+                        operand(*b.lhs, kOutCollate);
+                        hooks_.collation(*this, CompareKind::Text);
                     } else {
                         operand(*b.lhs, level);
                     }
                     out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
                     if (!(plain && hooks_.plain_compared(*this, *b.rhs, *b.lhs))) {
-                        compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare),
-                                 level);
+                        compared(
+                            *b.rhs, b.compare,
+                            needs_collation(*b.lhs, *b.rhs, b.compare) || computed_text(*b.rhs),
+                            level);
                     }
                     return;
                 }

@@ -74,6 +74,9 @@ class EngineHooks {
     // A value where the place needs the type `to` (a CASE branch, a value written into a
     // column), converted when the engine would not convert it by itself.
     virtual void converted(Emitter& em, const Expr& e, ColumnType /*to*/) const;
+    // Whether a computed text (not a column, not a literal) that a comparison compares as text
+    // needs the text collation even where the other side is a text column.
+    virtual bool collates_computed_text() const { return false; }
     // Whether select items, ORDER BY terms and GROUP BY terms must be written alike to be the
     // same grouping (the engine matches them by their text, parameters included): then literals
     // in grouping terms stay inline, and text terms compare under the text collation.

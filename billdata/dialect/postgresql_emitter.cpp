@@ -383,6 +383,9 @@ class PostgresHooks final : public EngineHooks {
     void limited_member_end(Emitter& em) const override { em.text(") AS bd_top"); }
 
     bool groups_by_text() const override { return true; }
+    // A function's text is of type text, whose comparison keeps trailing blanks and cannot use a
+    // text column's index: it compares as bd_text.
+    bool collates_computed_text() const override { return true; }
 
     // ---- values as the runtime's functions take them ----
 

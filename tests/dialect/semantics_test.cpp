@@ -195,6 +195,7 @@ TEST_P(Semantics, TextComparesWithoutCaseAndTrailingBlanksAndLikeHasCharacterCla
         {"select FInterID from ICStockBill where FRemark='FIRST'", "5"},
         {"select count(*) from ICStockBill where isnull(FRemark,'')=''", "2"},
         {"select case when 'abc'='ABC  ' then 1 else 0 end", "1"},
+        {"select count(*) from t_Stock where FName=rtrim('STORE')+'  '", "1"},
         {"select count(*) from t_Stock where FName in ('MAIN SHOP','store')", "2"},
         {"select count(distinct FRemark) from ICStockBill where FRemark in ('lent','LENT ')", "1"},
         {"select case FRemark when 'LENT' then 'y' else 'n' end from ICStockBill where FInterID=7",
