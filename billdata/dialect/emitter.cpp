@@ -172,9 +172,11 @@ void Emitter::select(const Select& s, bool top_level) {
         for (std::size_t i = 0; i < s.order_by.size(); ++i) {
             if (i) out_.append(", ");
             const Expr& term = *s.order_by[i].expr;
-            std::optional<InlineLiterals> keep;
-            if (grouping_term(term)) keep.emplace(*this);
-            order_term(term);
+            if (grouping_term(term)) {
+                grouped(term);
+            } else {
+                order_term(term);
+            }
             if (s.order_by[i].desc) out_.append(" DESC");
         }
         grouping_ = outer_grouping;
@@ -213,12 +215,17 @@ bool Emitter::grouping_term(const Expr& e) const {
 
 void Emitter::grouped(const Expr& e) {
     InlineLiterals keep(*this);
+    const bool outer = in_grouping_;
+    in_grouping_ = true;
+    out_.push_back('(');
     if (e.vtype == ColumnType::Text) {
         operand(e, kOutCollate);
         hooks_.collation(*this, CompareKind::Text);
     } else {
         expr(e);
     }
+    out_.push_back(')');
+    in_grouping_ = outer;
 }
 
 void EngineHooks::star(Emitter& em, const Star& star, const QuerySpec&, bool) const {
@@ -286,8 +293,6 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
             e.vtype != ColumnType::Date && !null_literal) {
             hooks_.date_value(*this, e);
-        } else if (grouping_term(e)) {
-            grouped(e);
         } else {
             expr(e);
         }
@@ -314,7 +319,10 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
             if (i) out_.append(", ");
             std::optional<InlineLiterals> keep;
             if (grouping_ != nullptr) keep.emplace(*this);
+            const bool outer = in_grouping_;
+            in_grouping_ = true;
             order_term(*q.group_by[i]);
+            in_grouping_ = outer;
         }
     }
     if (q.having) {
@@ -448,6 +456,11 @@ void Emitter::insert(const Insert& ins) {
 }
 
 void Emitter::expr(const Expr& e) {
+    // Wherever a grouped expression appears, it is written as the grouping writes it.
+    if (grouping_ != nullptr && !in_grouping_ && grouping_term(e)) {
+        grouped(e);
+        return;
+    }
     switch (e.type) {
         case NodeType::Literal: {
             const auto& l = e.as<LiteralExpr>();
@@ -524,16 +537,28 @@ void Emitter::expr(const Expr& e) {
                     static const char* kOps[] = {" = ", " <> ", " < ", " <= ", " > ", " >= "};
                     const int level = precedence(e) + 1;
                     const bool plain = b.compare == CompareKind::Plain;
+                    // Engines whose computed texts do not compare as text columns do: each
+                    // computed side under the text collation (literals take the other side's).
+                    auto computed_text = [&](const Expr& x) {
+                        return b.compare == CompareKind::Text && hooks_.collates_computed_text() &&
+                               x.vtype == ColumnType::Text && !x.is<ColumnRef>() &&
+                               !x.is<LiteralExpr>();
+                    };
                     if (plain && hooks_.plain_compared(*this, *b.lhs, *b.rhs)) {
                     } else if (b.compare == CompareKind::Date && needs_date_value(*b.lhs)) {
                         hooks_.date_value(*this, *b.lhs);
+                    } else if (computed_text(*b.lhs)) {
+                        operand(*b.lhs, kOutCollate);
+                        hooks_.collation(*this, CompareKind::Text);
                     } else {
                         operand(*b.lhs, level);
                     }
                     out_.append(kOps[static_cast<int>(b.op) - static_cast<int>(BinaryOp::Eq)]);
                     if (!(plain && hooks_.plain_compared(*this, *b.rhs, *b.lhs))) {
-                        compared(*b.rhs, b.compare, needs_collation(*b.lhs, *b.rhs, b.compare),
-                                 level);
+                        compared(
+                            *b.rhs, b.compare,
+                            needs_collation(*b.lhs, *b.rhs, b.compare) || computed_text(*b.rhs),
+                            level);
                     }
                     return;
                 }

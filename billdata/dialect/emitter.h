@@ -74,6 +74,9 @@ class EngineHooks {
     // A value where the place needs the type `to` (a CASE branch, a value written into a
     // column), converted when the engine would not convert it by itself.
     virtual void converted(Emitter& em, const Expr& e, ColumnType /*to*/) const;
+    // Whether a computed text (not a column, not a literal) that a comparison compares as text
+    // needs the text collation even where the other side is a text column.
+    virtual bool collates_computed_text() const { return false; }
     // Whether select items, ORDER BY terms and GROUP BY terms must be written alike to be the
     // same grouping (the engine matches them by their text, parameters included): then literals
     // in grouping terms stay inline, and text terms compare under the text collation.
@@ -137,7 +140,7 @@ class Emitter {
     // Grouping terms (GROUP BY, or the items of a DISTINCT) as alone() writes them.
     void grouping_terms(const QuerySpec& q, std::vector<std::string>& out) const;
     bool grouping_term(const Expr& e) const;
-    // A select item or ORDER BY term that is one of the grouping terms.
+    // An expression that is one of the grouping terms, as they are written.
     void grouped(const Expr& e);
 
     const EngineHooks& hooks_;
@@ -149,6 +152,7 @@ class Emitter {
     std::vector<std::size_t>* parameters_ = nullptr;
     int inline_literals_ = 0;
     const std::vector<std::string>* grouping_ = nullptr;
+    bool in_grouping_ = false;  // writing a grouping term itself
     bool top_level_ = false;
 };
 

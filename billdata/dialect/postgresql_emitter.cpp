@@ -3,7 +3,8 @@
 // statement gives them; the bd_… functions written here come with the server schema
 // (billdata/schema/postgresql/runtime.sql) and compute what the embedded engine's runtime
 // computes. Text columns are bpchar under a case-insensitive collation, so a column compares as
-// the server dialect compares texts by itself; other texts are cast to it where they compare.
+// the server dialect compares texts by itself; other texts are cast to the same (the domain
+// bd_text) where they compare.
 
 #include <algorithm>
 #include <cstdint>
@@ -382,6 +383,9 @@ class PostgresHooks final : public EngineHooks {
     void limited_member_end(Emitter& em) const override { em.text(") AS bd_top"); }
 
     bool groups_by_text() const override { return true; }
+    // A function's text is of type text, whose comparison keeps trailing blanks and cannot use a
+    // text column's index: it compares as bd_text.
+    bool collates_computed_text() const override { return true; }
 
     // ---- values as the runtime's functions take them ----
 
@@ -893,7 +897,7 @@ class PostgresHooks final : public EngineHooks {
 
     void collation(Emitter& em, CompareKind kind) const override {
         // Timestamps compare chronologically by themselves.
-        if (kind == CompareKind::Text) em.text("::bpchar COLLATE bd_ci");
+        if (kind == CompareKind::Text) em.text("::bd_text");
     }
 
     void limit(Emitter& em, long long count) const override {

@@ -195,6 +195,7 @@ TEST_P(Semantics, TextComparesWithoutCaseAndTrailingBlanksAndLikeHasCharacterCla
         {"select FInterID from ICStockBill where FRemark='FIRST'", "5"},
         {"select count(*) from ICStockBill where isnull(FRemark,'')=''", "2"},
         {"select case when 'abc'='ABC  ' then 1 else 0 end", "1"},
+        {"select count(*) from t_Stock where FName=rtrim('STORE')+'  '", "1"},
         {"select count(*) from t_Stock where FName in ('MAIN SHOP','store')", "2"},
         {"select count(distinct FRemark) from ICStockBill where FRemark in ('lent','LENT ')", "1"},
         {"select case FRemark when 'LENT' then 'y' else 'n' end from ICStockBill where FInterID=7",
@@ -306,11 +307,16 @@ TEST_P(Semantics, ResultColumnsKeepTheNamesAsWritten) {
 // expression in the select list and ORDER BY is the grouped one, with literals in it.
 TEST_P(Semantics, GroupingOnATextExpression) {
     const Rows rows =
-        run("select left(FName,2) as p, count(*) as n, sum(FPurPrice) as s from t_ICItem "
-            "group by left(FName,2) having count(*)>1 order by left(FName,2)");
+        run("select left(FName,2) as p, count(*) as n, sum(FPurPrice) as s, left(FName,2)+'!' "
+            "as x from t_ICItem group by left(FName,2) having count(*)>1 and 'SH'=left(FName,2) "
+            "order by left(FName,2)");
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_EQ(rows[0][1], "2");
     EXPECT_EQ(rows[0][2], "30");
+    EXPECT_TRUE(rows[0][3] == "Sh!" || rows[0][3] == "sh!") << rows[0][3];
+    EXPECT_EQ(run("select distinct upper(left(FName,1)) as c from t_ICItem "
+                  "order by upper(left(FName,1))"),
+              (Rows{{"S"}}));
 }
 
 // The table a single-table read locks on a server, and none where rows are not one table's.
@@ -334,9 +340,13 @@ TEST_P(Semantics, LockableTableIsTheOneTableARowReadComesFrom) {
 }
 
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
-// or 1900-01-01). The embedded engine keeps such a text as it is.
-TEST_P(Semantics, ServerConvertsTextsToTheTypeTheirPlaceNeeds) {
-    if (!on_server()) GTEST_SKIP() << "the embedded engine keeps texts where numbers belong";
+// or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
+class ServerSemantics : public WithBills<OnEveryEngine> {};
+INSTANTIATE_TEST_SUITE_P(Engines, ServerSemantics,
+                         ::testing::Values(Engine::Postgres, Engine::PostgresParameters),
+                         engine_name);
+
+TEST_P(ServerSemantics, TextsConvertToTheTypeTheirPlaceNeeds) {
     expect_values({
         {"select isnull(FSaleQty,'') from ICStockBillEntry where FInterID=5", "0"},
         {"select isnull(FEditTime,'') from Vip where FVipID=3", "1900-01-01 00:00:00"},

@@ -17,7 +17,7 @@
 
 -- Case-insensitive, accent- and width-sensitive comparison. Not deterministic, so LIKE refuses
 -- it: translated statements match patterns on a deterministic copy of the text.
-CREATE COLLATION bd_ci (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
+CREATE COLLATION IF NOT EXISTS bd_ci (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
 
 -- Settings: key/value text pairs (CostStyle, StartYear, StartPeriod, CurrentYear,
 -- CurrentPeriod, ICClosed, WLClosed, CashClosed).

@@ -4,6 +4,14 @@
 -- raise an error are STABLE, so that an error branch the data never takes is not evaluated early.
 -- Runs before the tables script, on an empty database.
 
+-- Texts compare as the server dialect compares them: without regard to case (the collation
+-- bd_ci, which the tables script declares its text columns with too) and to trailing blanks
+-- (bpchar). A translated statement casts a text it compares that is no such column to bd_text;
+-- as a type (not a COLLATE clause) the cast also lets a grouped text expression be used inside
+-- other expressions.
+CREATE COLLATION IF NOT EXISTS bd_ci (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
+CREATE DOMAIN bd_text AS bpchar COLLATE bd_ci;
+
 -- Text arguments may come with the columns' case-insensitive collation, which regular
 -- expressions and substring searches refuse: those work under the default collation.
 
