@@ -100,6 +100,7 @@ class LentGoods : public CreditTest {
   protected:
     void SetUp() override {
         CreditTest::SetUp();
+        if (IsSkipped()) return;
         lend_ = save(27, {{kSocks, "0", 3, 12}});
         back_ = save(17, {{kSocks, "0", 1, 12, lend_, 1}});
         Sale sale;

@@ -170,6 +170,7 @@ class PurRkdRemovalTest : public PurRkdTest {
   protected:
     void SetUp() override {
         PurRkdTest::SetUp();
+        if (IsSkipped()) return;
         id_ = save(112, receipt_lines({{5, "a", 2, 50, 45}}));
     }
     std::int32_t id_ = 0;

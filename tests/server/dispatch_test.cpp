@@ -18,6 +18,7 @@ class DispatchTest : public DatabaseTest {
   protected:
     void SetUp() override {
         DatabaseTest::SetUp();
+        if (IsSkipped()) return;
         billdata_test_register();
         service_ = server::Registry::instance().create("Orn_BillData_Velt.TestService");
     }
