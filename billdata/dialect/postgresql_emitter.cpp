@@ -993,8 +993,13 @@ class PostgresHooks final : public EngineHooks {
     }
 
     void truncate(Emitter& em, const Truncate& t) const override {
-        // Row by row, so that the triggers keep the kept totals.
-        em.text("DELETE FROM ");
+        // A table whose rows are counted is emptied row by row, so that the triggers keep the
+        // count. Any other is truncated as SQL Server truncates: the table is locked until the
+        // transaction ends, so a second writer that empties it waits for the first and then
+        // sees what the first wrote (row by row, it would miss rows not yet committed and
+        // clash on their keys).
+        const bool counted = !catalog_.kept_row_count(t.table->name).empty();
+        em.text(counted ? "DELETE FROM " : "TRUNCATE TABLE ");
         em.name(t.table->name);
     }
 
