@@ -12,21 +12,15 @@
 #include "billdata/ado/ado.h"
 #include "billdata/schema/schema.h"
 #include "support/postgres.h"
+#include "support/test_support.h"
 
 namespace {
 
 using namespace billdata::ado;
+using billdata::testing::error_of;
 using billdata::testing::PostgresDatabase;
 using billdata::testing::PrivateServer;
-
-ComError error_of(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const ComError& e) {
-        return e;
-    }
-    return ComError();
-}
+using billdata::testing::resident_bytes;
 
 bool mentions(const ComError& e, const std::string& text) {
     return e.description().find(text) != std::string::npos;
@@ -148,13 +142,6 @@ TEST_F(PostgresDriver, CommandTimeoutStopsALockWait) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     a->RollbackTrans();
     EXPECT_EQ(scalar(*b, "select FName from t_Stock"), "a");
-}
-
-long resident_bytes() {
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0, resident = 0;
-    statm >> pages >> resident;
-    return resident * 4096;
 }
 
 // A list streams: rows come as they are read (a million of them never sit in memory), and a

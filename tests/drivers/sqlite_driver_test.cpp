@@ -14,19 +14,10 @@ namespace {
 
 using namespace billdata::ado;
 using billdata::testing::create_database;
+using billdata::testing::error_of;
 using billdata::testing::scalar;
 using billdata::testing::sqlite_connection;
 using billdata::testing::TempDir;
-
-// The error a call raises; a ComError with number 0 when it raises nothing.
-ComError error_of(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const ComError& e) {
-        return e;
-    }
-    return ComError();
-}
 
 bool mentions(const ComError& e, const std::string& text) {
     return e.description().find(text) != std::string::npos;

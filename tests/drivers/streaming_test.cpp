@@ -10,14 +10,7 @@
 namespace {
 
 using namespace billdata::ado;
-
-// Resident memory of this process in bytes.
-long resident_bytes() {
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0, resident = 0;
-    statm >> pages >> resident;
-    return resident * 4096;
-}
+using billdata::testing::resident_bytes;
 
 TEST(Streaming, AMillionRowListNeverSitsInMemory) {
     billdata::testing::TempDir dir;

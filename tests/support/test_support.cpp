@@ -31,4 +31,20 @@ std::vector<std::string> load_statement_corpus() {
     return out;
 }
 
+ado::ComError error_of(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (const ado::ComError& e) {
+        return e;
+    }
+    return ado::ComError();
+}
+
+long resident_bytes() {
+    std::ifstream statm("/proc/self/statm");
+    long pages = 0, resident = 0;
+    statm >> pages >> resident;
+    return resident * sysconf(_SC_PAGESIZE);
+}
+
 }  // namespace billdata::testing

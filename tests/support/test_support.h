@@ -3,8 +3,11 @@
 // corpus.
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "billdata/ado/com_error.h"
 
 namespace billdata::testing {
 
@@ -24,6 +27,12 @@ class TempDir {
   private:
     std::filesystem::path path_;
 };
+
+// The error `fn` raises; a ComError with number 0 when it raises nothing.
+ado::ComError error_of(const std::function<void()>& fn);
+
+// Resident memory of this process in bytes.
+long resident_bytes();
 
 // The statements of tests/data/statements.sql, one per line, comments left out.
 std::vector<std::string> load_statement_corpus();

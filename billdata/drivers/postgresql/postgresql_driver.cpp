@@ -21,6 +21,7 @@
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/postgresql/catalog.h"
 #include "billdata/drivers/postgresql/server_error.h"
+#include "billdata/drivers/shape_binding.h"
 #include "billdata/util/text.h"
 
 namespace billdata::drivers::postgresql {
@@ -181,9 +182,7 @@ CatalogCache& catalog_cache() {
 struct Prepared {
     std::string name;  // of the server's prepared statement
     std::string sql;
-    std::size_t literal_count = 0;
-    std::vector<std::size_t> bound;                         // shape literal behind $k+1
-    std::vector<std::pair<std::size_t, std::string>> kept;  // literals written inline
+    ShapeBinding binding;
     bool writes = false;
     bool counter = false;    // reads a counter table
     bool locks = false;      // a counter read inside a transaction
@@ -774,19 +773,8 @@ dialect::Translation PgSession::translate(std::string_view tsql, bool parameteri
 PreparedPtr PgSession::lookup(std::string_view tsql, const dialect::Shape& shape, bool in_tx) {
     auto it = h_->cache.find(shape.key);
     if (it == h_->cache.end()) return nullptr;
-    for (const PreparedPtr& c : it->second) {
-        if (c->literal_count != shape.literals.size()) continue;
-        if (c->counter && c->locks != in_tx) continue;
-        bool same = true;
-        for (const auto& [index, text] : c->kept) {
-            const dialect::Literal& l = shape.literals[index];
-            if (tsql.substr(l.offset, l.length) != text) {
-                same = false;
-                break;
-            }
-        }
-        if (same) return c;
-    }
+    for (const PreparedPtr& c : it->second)
+        if (!(c->counter && c->locks != in_tx) && c->binding.fits(tsql, shape)) return c;
     return nullptr;
 }
 
@@ -833,21 +821,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
             entry->counter = is_counter_table(tr.lockable_table);
             entry->locks = in_tx && entry->counter;
             if (entry->locks) entry->sql += " FOR UPDATE";
-            entry->literal_count = shape.literals.size();
-            std::vector<bool> is_bound(shape.literals.size(), false);
-            for (std::size_t offset : tr.parameters) {
-                auto at =
-                    std::find_if(shape.literals.begin(), shape.literals.end(),
-                                 [&](const dialect::Literal& l) { return l.offset == offset; });
-                if (at == shape.literals.end()) throw std::logic_error("parameter without literal");
-                const auto index = static_cast<std::size_t>(at - shape.literals.begin());
-                entry->bound.push_back(index);
-                is_bound[index] = true;
-            }
-            for (std::size_t i = 0; i < shape.literals.size(); ++i)
-                if (!is_bound[i])
-                    entry->kept.emplace_back(i, std::string(tsql.substr(shape.literals[i].offset,
-                                                                        shape.literals[i].length)));
+            entry->binding = ShapeBinding::of(tsql, shape, tr.parameters);
             auto& cache = h_->cache;
             if (cache.size() >= kMaxCachedShapes) {
                 // The server's statements go with the entries that named them.
@@ -861,10 +835,10 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
         if (options.read_only && entry->writes) throw read_only_refusal();
         Request req;
         req.prepared = entry.get();
-        req.values.reserve(entry->bound.size());
+        req.values.reserve(entry->binding.bound.size());
         dialect::LiteralValue v;
         bool bindable = true;
-        for (std::size_t index : entry->bound) {
+        for (std::size_t index : entry->binding.bound) {
             const dialect::Literal& l = shape.literals[index];
             if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) {
                 bindable = false;

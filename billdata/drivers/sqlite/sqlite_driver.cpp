@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "billdata/dialect/dialect.h"
+#include "billdata/drivers/shape_binding.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/util/text.h"
@@ -134,9 +135,7 @@ ComError read_only_refusal() {
 // this entry only when its own literals there are the same.
 struct CachedStatement {
     sqlite3_stmt* stmt = nullptr;
-    std::size_t literal_count = 0;
-    std::vector<std::size_t> bound;
-    std::vector<std::pair<std::size_t, std::string>> kept;
+    ShapeBinding binding;
     bool translation_writes = false;  // what the translator says: anything but a select
     bool writes = false;              // what the engine says, transaction control included
     std::vector<ColumnInfo> columns;  // empty when the statement yields no rows
@@ -702,26 +701,16 @@ CachedPtr SqliteSession::prepare(const dialect::Translation& tr) {
 CachedPtr SqliteSession::lookup(std::string_view tsql, const dialect::Shape& shape) {
     auto it = handle_->cache.find(shape.key);
     if (it == handle_->cache.end()) return nullptr;
-    for (const CachedPtr& c : it->second) {
-        if (c->literal_count != shape.literals.size()) continue;
-        bool same = true;
-        for (const auto& [index, text] : c->kept) {
-            const dialect::Literal& l = shape.literals[index];
-            if (tsql.substr(l.offset, l.length) != text) {
-                same = false;
-                break;
-            }
-        }
-        if (same) return c;
-    }
+    for (const CachedPtr& c : it->second)
+        if (c->binding.fits(tsql, shape)) return c;
     return nullptr;
 }
 
 bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
                          const dialect::Shape& shape) {
     dialect::LiteralValue v;
-    for (std::size_t k = 0; k < entry.bound.size(); ++k) {
-        const dialect::Literal& l = shape.literals[entry.bound[k]];
+    for (std::size_t k = 0; k < entry.binding.bound.size(); ++k) {
+        const dialect::Literal& l = shape.literals[entry.binding.bound[k]];
         if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
         const int index = static_cast<int>(k + 1);
         int rc = SQLITE_OK;
@@ -761,21 +750,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
             dialect::Translation tr = translate(tsql, true);
             if (options.read_only && tr.writes) throw read_only_refusal();
             entry = prepare(tr);
-            entry->literal_count = shape.literals.size();
-            std::vector<bool> is_bound(shape.literals.size(), false);
-            for (std::size_t offset : tr.parameters) {
-                auto at =
-                    std::find_if(shape.literals.begin(), shape.literals.end(),
-                                 [&](const dialect::Literal& l) { return l.offset == offset; });
-                if (at == shape.literals.end()) throw std::logic_error("parameter without literal");
-                const auto index = static_cast<std::size_t>(at - shape.literals.begin());
-                entry->bound.push_back(index);
-                is_bound[index] = true;
-            }
-            for (std::size_t i = 0; i < shape.literals.size(); ++i)
-                if (!is_bound[i])
-                    entry->kept.emplace_back(i, std::string(tsql.substr(shape.literals[i].offset,
-                                                                        shape.literals[i].length)));
+            entry->binding = ShapeBinding::of(tsql, shape, tr.parameters);
             auto& cache = handle_->cache;
             if (cache.size() >= kMaxCachedShapes) cache.clear();
             auto& variants = cache[shape.key];
