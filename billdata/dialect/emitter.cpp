@@ -693,4 +693,56 @@ void Emitter::expr(const Expr& e) {
     }
 }
 
+bool Emitter::identifier_chars(std::string_view name) {
+    if (name.empty()) return false;
+    const char first = name[0];
+    if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_'))
+        return false;
+    for (char c : name)
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '_'))
+            return false;
+    return true;
+}
+
+void Emitter::quoted_name(std::string_view name) {
+    ch('"');
+    for (char c : name) {
+        if (c == '"') ch('"');
+        ch(c);
+    }
+    ch('"');
+}
+
+void Emitter::quoted_text(std::string_view text) {
+    ch('\'');
+    for (char c : text) {
+        if (c == '\'') ch('\'');
+        ch(c);
+    }
+    ch('\'');
+}
+
+void Emitter::call(std::string_view fn, const List<Expr*>& args) {
+    out_.append(fn);
+    ch('(');
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (i > 0) out_.append(", ");
+        expr(*args[i]);
+    }
+    ch(')');
+}
+
+void Emitter::aggregate(const Function& f) {
+    static const char* kNames[] = {"count(", "sum(", "max(", "min(", "avg("};
+    out_.append(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Count)]);
+    if (f.star) {
+        ch('*');
+    } else {
+        if (f.distinct) out_.append("DISTINCT ");
+        expr(*f.args[0]);
+    }
+    ch(')');
+}
+
 }  // namespace billdata::dialect

@@ -130,6 +130,19 @@ class Emitter {
     static bool needs_date_value(const Expr& e);
     static int precedence(const Expr& e);
 
+    // Helpers that every engine's hooks print with.
+    // Whether `name` is made of letters, digits and '_' only, not starting with a digit: a name
+    // that needs no quotes unless the engine reserves it.
+    static bool identifier_chars(std::string_view name);
+    // `name` between double quotes, inner ones doubled.
+    void quoted_name(std::string_view name);
+    // `text` as a string literal: between single quotes, inner ones doubled.
+    void quoted_text(std::string_view text);
+    // `fn(arg, arg, …)`.
+    void call(std::string_view fn, const List<Expr*>& args);
+    // An aggregate as written: count(*), sum(DISTINCT x), …
+    void aggregate(const Function& f);
+
   private:
     void body(const Node& body, bool top_level, bool in_compound);
     void spec(const QuerySpec& spec, bool top_level);

@@ -132,40 +132,12 @@ static_assert(std::is_sorted(std::begin(kReserved), std::end(kReserved)),
               "reserved words must stay sorted for the binary search");
 
 bool plain_name(std::string_view name) {
-    if (name.empty() || name.size() > 63) return false;
-    const char first = name[0];
-    if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_')) {
-        return false;
-    }
-    for (char c : name) {
-        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-              c == '_')) {
-            return false;
-        }
-    }
+    if (name.size() > 63 || !Emitter::identifier_chars(name)) return false;
     std::string upper(name);
     for (char& c : upper) {
         if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
     }
     return !std::binary_search(std::begin(kReserved), std::end(kReserved), upper);
-}
-
-void quoted(Emitter& em, std::string_view text) {
-    em.ch('"');
-    for (char c : text) {
-        if (c == '"') em.ch('"');
-        em.ch(c);
-    }
-    em.ch('"');
-}
-
-void quoted_text(Emitter& em, std::string_view text) {
-    em.ch('\'');
-    for (char c : text) {
-        if (c == '\'') em.ch('\'');
-        em.ch(c);
-    }
-    em.ch('\'');
 }
 
 bool is_null(const Expr& e) {
@@ -330,7 +302,7 @@ class PostgresHooks final : public EngineHooks {
 
     void result_alias(Emitter& em, std::string_view alias, bool top_level) const override {
         if (top_level) {
-            quoted(em, alias);
+            em.quoted_name(alias);
         } else {
             name(em, alias);
         }
@@ -338,7 +310,7 @@ class PostgresHooks final : public EngineHooks {
 
     void result_ref(Emitter& em, const ColumnRef& ref, bool top_level) const override {
         if (top_level) {
-            quoted(em, ref.result_name.empty() ? ref.name : ref.result_name);
+            em.quoted_name(ref.result_name.empty() ? ref.name : ref.result_name);
         } else {
             name(em, ref.name);
         }
@@ -358,7 +330,7 @@ class PostgresHooks final : public EngineHooks {
             em.ch('.');
             name(em, col);
             em.text(" AS ");
-            quoted(em, col);
+            em.quoted_name(col);
         };
         auto walk = [&](auto& self, const TableSource* s) -> void {
             if (s->is<Join>()) {
@@ -447,12 +419,6 @@ class PostgresHooks final : public EngineHooks {
         }
     }
 
-    static void quoted_part(Emitter& em, std::string_view part) {
-        em.ch('\'');
-        em.text(part);
-        em.ch('\'');
-    }
-
     void texts_call(Emitter& em, std::string_view fn, const List<Expr*>& args,
                     std::size_t texts) const {
         em.text(fn);
@@ -500,9 +466,9 @@ class PostgresHooks final : public EngineHooks {
             case Func::Day:
                 em.text(names::kDatePart);
                 em.ch('(');
-                quoted_part(em, f.func == Func::Year    ? names::part::kYear
-                                : f.func == Func::Month ? names::part::kMonth
-                                                        : names::part::kDay);
+                em.quoted_text(f.func == Func::Year    ? names::part::kYear
+                               : f.func == Func::Month ? names::part::kMonth
+                                                       : names::part::kDay);
                 em.text(", ");
                 date_arg(em, *f.args[0]);
                 em.ch(')');
@@ -510,7 +476,7 @@ class PostgresHooks final : public EngineHooks {
             case Func::DatePart:
                 em.text(names::kDatePart);
                 em.ch('(');
-                quoted_part(em, date_part_name(f.part));
+                em.quoted_text(date_part_name(f.part));
                 em.text(", ");
                 date_arg(em, *f.args[0]);
                 em.ch(')');
@@ -518,7 +484,7 @@ class PostgresHooks final : public EngineHooks {
             case Func::DateAdd:
                 em.text(names::kDateAdd);
                 em.ch('(');
-                quoted_part(em, date_part_name(f.part));
+                em.quoted_text(date_part_name(f.part));
                 em.text(", ");
                 number_arg(em, *f.args[0]);
                 em.text(", ");
@@ -528,7 +494,7 @@ class PostgresHooks final : public EngineHooks {
             case Func::DateDiff:
                 em.text(names::kDateDiff);
                 em.ch('(');
-                quoted_part(em, date_part_name(f.part));
+                em.quoted_text(date_part_name(f.part));
                 em.text(", ");
                 date_arg(em, *f.args[0]);
                 em.text(", ");
@@ -629,18 +595,10 @@ class PostgresHooks final : public EngineHooks {
             case Func::Max:
             case Func::Min:
             case Func::Avg: {
-                static const char* kNames[] = {"count(", "sum(", "max(", "min(", "avg("};
                 // The average of whole numbers is a whole number, cut towards zero.
                 const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
                 if (int_avg) em.text("CAST(trunc(");
-                em.text(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Count)]);
-                if (f.star) {
-                    em.ch('*');
-                } else {
-                    if (f.distinct) em.text("DISTINCT ");
-                    em.expr(*f.args[0]);
-                }
-                em.ch(')');
+                em.aggregate(f);
                 if (int_avg) em.text(") AS bigint)");
                 return;
             }
@@ -773,7 +731,7 @@ class PostgresHooks final : public EngineHooks {
                         const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
                         em.text(names::kDateAdd);
                         em.ch('(');
-                        quoted_part(em, names::part::kDays);
+                        em.quoted_text(names::part::kDays);
                         em.text(", ");
                         if (b.op == BinaryOp::Sub) em.text("-(");
                         number_arg(em, days);
@@ -851,7 +809,7 @@ class PostgresHooks final : public EngineHooks {
             em.text("rtrim(");
             text_arg(em, *l.expr);
             em.text(", ' ') COLLATE \"default\" ~* ");
-            quoted_text(em, like_regex(pattern->string_value(), escape != nullptr, escape_char));
+            em.quoted_text(like_regex(pattern->string_value(), escape != nullptr, escape_char));
         } else {
             em.text(names::kLike);
             em.ch('(');

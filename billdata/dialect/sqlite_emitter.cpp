@@ -183,40 +183,16 @@ bool is_sqlite_keyword(std::string_view name) {
 }
 
 bool plain_name(std::string_view name) {
-    if (name.empty()) return false;
-    const char first = name[0];
-    if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_')) {
-        return false;
-    }
-    for (char c : name) {
-        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-              c == '_')) {
-            return false;
-        }
-    }
-    return !is_sqlite_keyword(name);
-}
-
-// A date part as the runtime's date functions take it: a text literal.
-void quoted_part(Emitter& em, std::string_view part) {
-    em.ch('\'');
-    em.text(part);
-    em.ch('\'');
+    return Emitter::identifier_chars(name) && !is_sqlite_keyword(name);
 }
 
 class SqliteHooks final : public EngineHooks {
   public:
     void name(Emitter& em, std::string_view n) const override {
-        if (plain_name(n)) {
+        if (plain_name(n))
             em.text(n);
-            return;
-        }
-        em.ch('"');
-        for (char c : n) {
-            if (c == '"') em.ch('"');
-            em.ch(c);
-        }
-        em.ch('"');
+        else
+            em.quoted_name(n);
     }
 
     void string_literal(Emitter& em, const LiteralExpr& l) const override {
@@ -227,13 +203,7 @@ class SqliteHooks final : public EngineHooks {
     }
 
     void call(Emitter& em, std::string_view fn, const List<Expr*>& args) const {
-        em.text(fn);
-        em.ch('(');
-        for (std::size_t i = 0; i < args.size(); ++i) {
-            if (i > 0) em.text(", ");
-            em.expr(*args[i]);
-        }
-        em.ch(')');
+        em.call(fn, args);
     }
 
     void function(Emitter& em, const Function& f) const override {
@@ -267,9 +237,9 @@ class SqliteHooks final : public EngineHooks {
             case Func::Day:
                 em.text(runtime::kDatePart);
                 em.ch('(');
-                quoted_part(em, f.func == Func::Year    ? runtime::part::kYear
-                                : f.func == Func::Month ? runtime::part::kMonth
-                                                        : runtime::part::kDay);
+                em.quoted_text(f.func == Func::Year    ? runtime::part::kYear
+                               : f.func == Func::Month ? runtime::part::kMonth
+                                                       : runtime::part::kDay);
                 em.text(", ");
                 em.expr(*f.args[0]);
                 em.ch(')');
@@ -281,7 +251,7 @@ class SqliteHooks final : public EngineHooks {
                         : f.func == Func::DateDiff ? runtime::kDateDiff
                                                    : runtime::kDatePart);
                 em.ch('(');
-                quoted_part(em, date_part_name(f.part));
+                em.quoted_text(date_part_name(f.part));
                 for (Expr* a : f.args) {
                     em.text(", ");
                     em.expr(*a);
@@ -338,18 +308,10 @@ class SqliteHooks final : public EngineHooks {
             case Func::Max:
             case Func::Min:
             case Func::Avg: {
-                static const char* kNames[] = {"count(", "sum(", "max(", "min(", "avg("};
                 // The average of integers is an integer on the server (truncated).
                 const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
                 if (int_avg) em.text("CAST(");
-                em.text(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Count)]);
-                if (f.star) {
-                    em.ch('*');
-                } else {
-                    if (f.distinct) em.text("DISTINCT ");
-                    em.expr(*f.args[0]);
-                }
-                em.ch(')');
+                em.aggregate(f);
                 if (int_avg) em.text(" AS INTEGER)");
                 return;
             }
@@ -430,7 +392,7 @@ class SqliteHooks final : public EngineHooks {
                         const Expr& days = b.date_on_right ? *b.lhs : *b.rhs;
                         em.text(runtime::kDateAdd);
                         em.ch('(');
-                        quoted_part(em, runtime::part::kDays);
+                        em.quoted_text(runtime::part::kDays);
                         em.text(", ");
                         if (b.op == BinaryOp::Sub) {
                             em.text("-(");
