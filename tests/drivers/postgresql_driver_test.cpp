@@ -173,10 +173,11 @@ TEST_F(PostgresDriver, ListsStreamAndCanBeLeftHalfRead) {
     cn->Execute("update t_Item set FName='x' where FItemID<=10", &n);
     EXPECT_EQ(n, 10);
     EXPECT_EQ(scalar(*cn, "select count(*) from t_Item where FName='X'"), "10");
-#if !defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer keeps freed memory in quarantine: resident size says nothing";
+#endif
     // Held in memory the rows would take well over 100 MB.
     EXPECT_LT(peak - before, 16L * 1024 * 1024) << "resident memory grew by " << peak - before;
-#endif
 }
 
 TEST(PostgresConnection, BadConnectionsFailClearlyAndInTime) {
