@@ -129,6 +129,26 @@ TEST_F(PostgresDriver, DeadlockVictimLosesItsTransaction) {
     EXPECT_TRUE(names == "a1a2" || names == "b1b2") << names;
 }
 
+// A statement in autocommit that the server ends as a deadlock victim lost nothing else: it runs
+// again, and the caller never sees the deadlock.
+TEST_F(PostgresDriver, AnAutocommitDeadlockVictimRunsAgain) {
+    open(cs())->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");
+    open(cs())->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
+    auto a = open(cs(";Busy Timeout=20000"));
+    auto b = open(cs(";Busy Timeout=20000"));
+    a->BeginTrans();
+    a->Execute("update t_Stock set FName='a' where FItemID=2");
+    auto alone = std::async(std::launch::async, [&] {
+        return error_of([&] { b->Execute("update t_Stock set FName='b' where FItemID in (1,2)"); });
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    a->Execute("update t_Stock set FName='a' where FItemID=1");
+    a->CommitTrans();
+    const ComError e = alone.get();
+    EXPECT_EQ(e.number(), 0) << e.description();
+    EXPECT_EQ(scalar(*open(cs()), "select min(FName) + max(FName) from t_Stock"), "bb");
+}
+
 // A statement past its command timeout is stopped on the server and the connection goes on.
 TEST_F(PostgresDriver, CommandTimeoutStopsALockWait) {
     open(cs())->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");

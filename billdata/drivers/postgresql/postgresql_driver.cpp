@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -193,6 +194,7 @@ using PreparedPtr = std::shared_ptr<Prepared>;
 constexpr std::size_t kMaxCachedShapes = 512;
 constexpr std::size_t kMaxVariantsPerShape = 8;
 constexpr std::size_t kMaxIdlePerDatabase = 16;
+constexpr int kVictimRetries = 5;
 
 struct Handle {
     PGconn* conn = nullptr;
@@ -468,6 +470,10 @@ class PgSession final : public ado::driver::Session {
     void send(const Request& req, bool prepare);
     std::unique_ptr<ado::driver::Cursor> run(const Request& req, bool prepare, long timeout,
                                              long* affected);
+    // run(), and outside a transaction once more when the server chose the statement as a
+    // deadlock or serialization victim.
+    std::unique_ptr<ado::driver::Cursor> run_alone(const Request& req, const Prepared* prepared,
+                                                   long timeout, long* affected);
     PreparedPtr lookup(std::string_view tsql, const dialect::Shape& shape, bool in_tx);
     dialect::Translation translate(std::string_view tsql, bool parameterise);
     std::string violated_key(const std::string& index);
@@ -760,6 +766,24 @@ std::unique_ptr<ado::driver::Cursor> PgSession::run(const Request& req, bool pre
     }
 }
 
+std::unique_ptr<ado::driver::Cursor> PgSession::run_alone(const Request& req,
+                                                          const Prepared* prepared, long timeout,
+                                                          long* affected) {
+    // A statement in autocommit is a transaction of its own: when the server ends it as a
+    // deadlock or serialization victim, nothing but that statement was undone, so running it
+    // again is safe — as the embedded engine waits out a busy database. Inside a transaction
+    // the victim's whole transaction is gone and the error goes to the caller.
+    const bool alone = !in_transaction();
+    for (int attempt = 0;; ++attempt) {
+        try {
+            return run(req, prepared && !prepared->on_server, timeout, affected);
+        } catch (const ComError& e) {
+            if (!alone || attempt >= kVictimRetries || !transaction_lost(e.native_code())) throw;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5 << attempt));
+        }
+    }
+}
+
 dialect::Translation PgSession::translate(std::string_view tsql, bool parameterise) {
     try {
         dialect::TranslateOptions options;
@@ -848,7 +872,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
         }
         if (bindable) {
             if (entry->locks) req.lock_key = std::string(tsql);
-            return run(req, !entry->on_server, options.timeout_seconds, affected);
+            return run_alone(req, entry.get(), options.timeout_seconds, affected);
         }
         // A literal the server reads its own way: the statement with its literals inline.
     }
@@ -858,7 +882,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
     Request req;
     req.sql = &tr.sql;
     if (in_tx && is_counter_table(tr.lockable_table)) req.lock_key = std::string(tsql);
-    return run(req, false, options.timeout_seconds, affected);
+    return run_alone(req, nullptr, options.timeout_seconds, affected);
 }
 
 std::string PgSession::violated_key(const std::string& index) {

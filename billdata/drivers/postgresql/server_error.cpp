@@ -28,6 +28,10 @@ bool transaction_lost(std::string_view state) {
     return state == "40P01" || state == "40001";
 }
 
+bool transaction_lost(int native_code) {
+    return native_code == native_number("40P01") || native_code == native_number("40001");
+}
+
 bool connection_lost(std::string_view state) {
     // Class 08 (connection exception), and the server shutting down or ending the session.
     return state.substr(0, 2) == "08" || state == "57P01" || state == "57P02" || state == "57P03";

@@ -11,6 +11,8 @@ namespace billdata::drivers::postgresql {
 // Deadlock (40P01) and serialization failure (40001): the server has chosen this transaction
 // as the one to end; it cannot go on.
 bool transaction_lost(std::string_view state);
+// The same for the native code of an error this driver raised.
+bool transaction_lost(int native_code);
 
 // The connection itself is gone (class 08, the server shutting down): the handle is not used
 // again.
