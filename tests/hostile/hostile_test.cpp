@@ -130,8 +130,10 @@ class HostileInput : public ::testing::TestWithParam<Case> {
                               "table_schema='public' and table_type='BASE TABLE' order by 1")) {
                 const std::string table = row.substr(0, row.size() - 1);
                 contents_ += std::string(contents_.empty() ? "" : " union all ") + "select '" +
-                             table + "',md5(coalesce(string_agg(t::text,',' order by t::text),'')) "
-                             "from " + table + " t";
+                             table +
+                             "',md5(coalesce(string_agg(t::text,',' order by t::text),'')) "
+                             "from " +
+                             table + " t";
             }
             return;
         }
