@@ -31,7 +31,8 @@ struct Connection {
             throw std::runtime_error("test server: " + message);
         }
         // The server's notices ("… does not exist, skipping") are not the test's output.
-        PQsetNoticeProcessor(pg, [](void*, const char*) {}, nullptr);
+        PQsetNoticeProcessor(
+            pg, [](void*, const char*) {}, nullptr);
     }
     ~Connection() { PQfinish(pg); }
     Connection(const Connection&) = delete;

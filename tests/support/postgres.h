@@ -84,9 +84,12 @@ class PrivateServer {
     const std::string& connection_string() const { return connection_string_; }
     const std::string& socket_dir() const { return dir_; }
     int port() const { return port_; }
-    void stop();   // fast shutdown: sessions are ended
+    void stop();  // fast shutdown: sessions are ended
     void start();
-    void restart() { stop(); start(); }
+    void restart() {
+        stop();
+        start();
+    }
 
   private:
     void run(const std::string& command) const;
