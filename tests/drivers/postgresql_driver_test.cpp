@@ -49,9 +49,7 @@ class PostgresDriver : public ::testing::Test {
         db_ = std::make_unique<PostgresDatabase>();
         billdata::schema::create_database(db_->connection_string(), false, 2025, 3);
     }
-    std::string cs(const std::string& extra = {}) const {
-        return db_->connection_string() + extra;
-    }
+    std::string cs(const std::string& extra = {}) const { return db_->connection_string() + extra; }
     std::unique_ptr<PostgresDatabase> db_;
 };
 
@@ -61,8 +59,9 @@ TEST_F(PostgresDriver, FailedStatementLeavesTheTransactionUsable) {
     auto cn = open(cs());
     cn->BeginTrans();
     cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '07', 'Shop')");
-    ComError e = error_of(
-        [&] { cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '08', 'x')"); });
+    ComError e = error_of([&] {
+        cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (7, '08', 'x')");
+    });
     EXPECT_EQ(e.error_class(), ErrorClass::DuplicateKey) << e.description();
     EXPECT_EQ(e.violated_key(), "t_Stock.FItemID");
     EXPECT_TRUE(e.transaction_open());
@@ -180,8 +179,9 @@ TEST_F(PostgresDriver, CommandTimeoutStopsALockWait) {
 // A list streams: rows come as they are read, and a list abandoned half way leaves the
 // connection ready for the next statement.
 TEST_F(PostgresDriver, ListsStreamAndCanBeLeftHalfRead) {
-    db_->exec("INSERT INTO t_Item (FItemID, FItemClassID, FNumber, FName) "
-              "SELECT g, 1, 'N' || g, 'item ' || g FROM generate_series(1, 20000) g");
+    db_->exec(
+        "INSERT INTO t_Item (FItemID, FItemClassID, FNumber, FName) "
+        "SELECT g, 1, 'N' || g, 'item ' || g FROM generate_series(1, 20000) g");
     auto cn = open(cs());
     {
         auto rs = cn->Execute("select FItemID, FName from t_Item order by FItemID");
@@ -199,8 +199,9 @@ TEST_F(PostgresDriver, ListsStreamAndCanBeLeftHalfRead) {
 TEST(PostgresConnection, BadConnectionsFailClearlyAndInTime) {
     const auto start = std::chrono::steady_clock::now();
     ComError e = error_of([] {
-        open("Provider=PostgreSQL;Host=127.0.0.1;Port=1;Database=shop;User ID=till;Connect "
-             "Timeout=3");
+        open(
+            "Provider=PostgreSQL;Host=127.0.0.1;Port=1;Database=shop;User ID=till;Connect "
+            "Timeout=3");
     });
     EXPECT_EQ(e.number(), err::kConnection);
     EXPECT_TRUE(mentions(e, "127.0.0.1") && mentions(e, "port 1")) << e.description();
@@ -241,9 +242,8 @@ TEST(PostgresServerFaults, EachFailsClearlyAndTheNextOperationRecovers) {
     cn->BeginTrans();
     cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
     server->stop();
-    e = error_of([&] {
-        cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (3, '3', 'c')");
-    });
+    e = error_of(
+        [&] { cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (3, '3', 'c')"); });
     EXPECT_NE(e.number(), 0);
     EXPECT_FALSE(e.transaction_open());
     server->start();
