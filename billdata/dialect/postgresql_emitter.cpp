@@ -265,6 +265,41 @@ std::string like_regex(std::string_view pattern, bool has_escape, std::uint32_t 
     return out;
 }
 
+// ---- update and delete through a join ---------------------------------------------------
+
+bool holds(const TableSource& s, const TableRef* target) {
+    if (s.type != NodeType::Join) return &s == target;
+    const auto& j = s.as<Join>();
+    return holds(*j.left, target) || holds(*j.right, target);
+}
+
+// The FROM of `update t1 … from T t1 join …` (or of the delete) without the target's item t1,
+// when inner and cross joins alone join it: `others` gets the other items in order, `conditions`
+// the join conditions that go to the WHERE. False when an outer join holds t1.
+bool split_target(const TableSource& s, const TableRef* target,
+                  std::vector<const TableSource*>& others, std::vector<const Expr*>& conditions) {
+    if (s.type == NodeType::Join) {
+        const auto& j = s.as<Join>();
+        if (j.kind == JoinKind::Inner || j.kind == JoinKind::Cross) {
+            if (!split_target(*j.left, target, others, conditions) ||
+                !split_target(*j.right, target, others, conditions))
+                return false;
+            if (j.on) conditions.push_back(j.on);
+            return true;
+        }
+        if (holds(s, target)) return false;
+    }
+    if (&s != target) others.push_back(&s);
+    return true;
+}
+
+bool split_target(const List<TableSource*>& from, const TableRef* target,
+                  std::vector<const TableSource*>& others, std::vector<const Expr*>& conditions) {
+    for (const TableSource* s : from)
+        if (!split_target(*s, target, others, conditions)) return false;
+    return true;
+}
+
 // ---- the hooks -----------------------------------------------------------------------------
 
 class PostgresHooks final : public EngineHooks {
@@ -892,9 +927,23 @@ class PostgresHooks final : public EngineHooks {
             }
             return;
         }
-        // `update t1 set … from T t1 join …`: the rows of T that the FROM item t1 reads, matched
-        // by their row identity (the engine's joins cannot name the target itself). The set
-        // expressions read t1, whose values are those before the update, as on the server.
+        // `update t1 set … from T t1 join …` with inner joins: T itself under the name t1, the
+        // other items its FROM and the join conditions part of its WHERE. The set expressions
+        // then read the target row, whose values are those before the update; and when another
+        // writer changes the row meanwhile, the server waits for it and updates the row as that
+        // writer left it (a second copy of T in the FROM would keep the old row, and the update
+        // would overwrite the other writer's change or miss the row).
+        std::vector<const TableSource*> others;
+        std::vector<const Expr*> conditions;
+        if (split_target(u.from, u.target_source, others, conditions)) {
+            target_as(em, *u.target_source);
+            em.text(" SET ");
+            set_list(em, u);
+            from_and_where(em, " FROM ", others, conditions, u.where);
+            return;
+        }
+        // Outer joins around t1: the rows of T that t1 reads, matched by their row identity
+        // (the server's joins cannot name the target itself).
         em.name(u.target_source->name);
         em.text(" AS bd_target SET ");
         set_list(em, u);
@@ -936,7 +985,14 @@ class PostgresHooks final : public EngineHooks {
             return;
         }
         // `delete t1 from T t1 join …`: the rows of T that t1 reads where the join and the WHERE
-        // keep them.
+        // keep them; with inner joins, T itself under the name t1, for the reason an update is.
+        std::vector<const TableSource*> others;
+        std::vector<const Expr*> conditions;
+        if (split_target(d.from, d.target_source, others, conditions)) {
+            target_as(em, *d.target_source);
+            from_and_where(em, " USING ", others, conditions, d.where);
+            return;
+        }
         em.name(d.target_source->name);
         em.text(" AS bd_target USING ");
         em.sources(d.from);
@@ -962,6 +1018,34 @@ class PostgresHooks final : public EngineHooks {
     }
 
   private:
+    static void target_as(Emitter& em, const TableRef& target) {
+        em.name(target.name);
+        if (!target.alias.empty()) {
+            em.text(" AS ");
+            em.name(target.alias);
+        }
+    }
+
+    static void from_and_where(Emitter& em, const char* from_word,
+                               const std::vector<const TableSource*>& others,
+                               const std::vector<const Expr*>& conditions, const Expr* where) {
+        for (std::size_t i = 0; i < others.size(); ++i) {
+            em.text(i ? ", " : from_word);
+            em.source(*others[i]);
+        }
+        std::size_t n = 0;
+        for (const Expr* condition : conditions) {
+            em.text(n++ ? " AND (" : " WHERE (");
+            em.expr(*condition);
+            em.ch(')');
+        }
+        if (where) {
+            em.text(n++ ? " AND (" : " WHERE (");
+            em.expr(*where);
+            em.ch(')');
+        }
+    }
+
     const Catalog& catalog_;
 };
 

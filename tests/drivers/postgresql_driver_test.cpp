@@ -100,6 +100,34 @@ TEST_F(PostgresDriver, CounterReadsInsideATransactionTakeTurns) {
     }
 }
 
+// Two tills change a member at once, the second through a join: it waits for the first and then
+// works on the row as the first left it (the points the first added are kept; the row the first
+// changed is still deleted).
+TEST_F(PostgresDriver, AnUpdateOrDeleteThroughAJoinBuildsOnAnotherTillsChange) {
+    open(cs())->Execute("insert into Vip (FVipID, FSumJf) values (1, 100)");
+    open(cs())->Execute(
+        "insert into ICStockBill (FInterID, FTranType, FVipID, FSumJf) "
+        "values (5, 99, 1, 10)");
+    auto race = [&](const std::string& statement) {
+        auto a = open(cs());
+        auto b = open(cs());
+        a->BeginTrans();
+        a->Execute("update Vip set FSumJf=FSumJf+7 where FVipID=1");
+        auto other = std::async(std::launch::async, [&] { b->Execute(statement); });
+        EXPECT_EQ(other.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+        a->CommitTrans();
+        other.get();
+    };
+    race(
+        "Update t1 set t1.FSumJf=isnull(t1.FSumJf,0)-t2.FSumJf from Vip t1 inner join "
+        "icstockbill t2 on t1.fvipid=t2.fvipid where t2.fInterID=5");
+    EXPECT_EQ(scalar(*open(cs()), "select FSumJf from Vip"), "97");
+    race(
+        "delete t1 from Vip t1 inner join icstockbill t2 on t1.fvipid=t2.fvipid where "
+        "t2.fInterID=5");
+    EXPECT_EQ(scalar(*open(cs()), "select count(*) from Vip"), "0");
+}
+
 // A deadlock victim's transaction is gone: the error says so, its work is undone and it cannot
 // be committed as if nothing happened.
 TEST_F(PostgresDriver, DeadlockVictimLosesItsTransaction) {

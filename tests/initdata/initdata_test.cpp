@@ -1,5 +1,8 @@
 #include "billdata/initdata/initdata.h"
 
+#include <chrono>
+#include <future>
+
 #include "common/fixture.h"
 #include "support/caller_rows.h"
 
@@ -135,6 +138,25 @@ TEST_F(InitDataTest, ClosingReceivablesTwiceGivesTheSameRows) {
     exec("delete from WLInitData");
     expect_com_error([&] { init_.CloseWLInit(connection_string()); }, ado::err::kComponent,
                      "帐套当前月份与启用月份不一致,不能关闭初始化!");
+    EXPECT_EQ(count("WLBal"), 3);
+}
+
+// A close while another connection's close is under way waits for it, then replaces the opening
+// bills it wrote instead of clashing on their ids.
+TEST_F(InitDataTest, ClosingReceivablesWaitsForACloseUnderWay) {
+    auto other = open();
+    other->BeginTrans();
+    other->Execute("update t_SystemProfile set FValue='1' where FKey='WLClosed'");
+    other->Execute(
+        "insert into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) select -FOrgaID,FOrgaID,"
+        "case FItemClassID when 1 then -22 else -12 end,FAmount from WLInitData");
+    auto close =
+        std::async(std::launch::async, [&] { return init_.CloseWLInit(connection_string()); });
+    EXPECT_EQ(close.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    other->CommitTrans();
+    EXPECT_TRUE(close.get());
+    EXPECT_EQ(rows("select FInterID,FTranType from ICStockBill order by FInterID"),
+              "-201|-22;-102|-12;-101|-12;");
     EXPECT_EQ(count("WLBal"), 3);
 }
 

@@ -1,6 +1,7 @@
 #include "reliability/harness.h"
 
 #include <fcntl.h>
+#include <libpq-fe.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -17,6 +18,8 @@
 #include <thread>
 
 #include "billdata/drivers/sqlite/tsql_runtime.h"
+#include "billdata/schema/schema.h"
+#include "support/postgres.h"
 
 extern char** environ;
 
@@ -530,24 +533,35 @@ std::optional<Saved> FrontEnd::answered(const Call& call, const std::string& ans
 
 namespace {
 
-// The database file opened read-only on the engine itself, with the collations its tables
-// declare.
+// The books read past the component: the embedded file opened read-only on the engine itself,
+// with the collations its tables declare; or the server's database on a connection of its own,
+// once the sessions of the tills (a killed one's included) have ended, in one snapshot.
 class ReadOnly {
   public:
-    explicit ReadOnly(const std::string& path) {
-        if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
+    explicit ReadOnly(const std::string& db) {
+        if (schema::is_server_database(db)) {
+            open_server(db);
+            return;
+        }
+        if (sqlite3_open_v2(db.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
             drivers::sqlite::register_tsql_runtime(db_) != SQLITE_OK) {
             const std::string message = sqlite3_errmsg(db_);
             sqlite3_close(db_);
-            throw std::runtime_error("cannot open " + path + ": " + message);
+            throw std::runtime_error("cannot open " + db + ": " + message);
         }
     }
-    ~ReadOnly() { sqlite3_close(db_); }
+    ~ReadOnly() {
+        sqlite3_close(db_);
+        if (pg_) PQfinish(pg_);
+    }
     ReadOnly(const ReadOnly&) = delete;
     ReadOnly& operator=(const ReadOnly&) = delete;
 
+    bool server() const { return pg_ != nullptr; }
+
     // Every row as text (NULL as "NULL").
     std::vector<std::vector<std::string>> rows(const std::string& sql) const {
+        if (pg_) return server_rows(sql);
         sqlite3_stmt* stmt = nullptr;
         if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK)
             throw std::runtime_error(std::string(sqlite3_errmsg(db_)) + " in: " + sql);
@@ -567,7 +581,44 @@ class ReadOnly {
     }
 
   private:
+    void open_server(const std::string& connection_string) {
+        pg_ = PQconnectdb(testing::postgres_conninfo(connection_string).c_str());
+        if (PQstatus(pg_) != CONNECTION_OK) {
+            const std::string message = PQerrorMessage(pg_);
+            PQfinish(pg_);
+            pg_ = nullptr;
+            throw std::runtime_error("cannot open " + connection_string + ": " + message);
+        }
+        // A killed till's server session rolls back once the server sees the connection gone:
+        // the check reads what is left after that, not what may still be undone.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (server_rows("select count(*) from pg_stat_activity where datname="
+                           "current_database() and pid<>pg_backend_pid()")[0][0] != "0" &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        server_rows("begin isolation level repeatable read read only");
+    }
+
+    std::vector<std::vector<std::string>> server_rows(const std::string& sql) const {
+        PGresult* r = PQexec(pg_, sql.c_str());
+        const ExecStatusType status = PQresultStatus(r);
+        if (status != PGRES_TUPLES_OK && status != PGRES_COMMAND_OK) {
+            const std::string message = PQresultErrorMessage(r);
+            PQclear(r);
+            throw std::runtime_error(message + " in: " + sql);
+        }
+        std::vector<std::vector<std::string>> out;
+        for (int i = 0; i < PQntuples(r); ++i) {
+            auto& row = out.emplace_back();
+            for (int j = 0; j < PQnfields(r); ++j)
+                row.push_back(PQgetisnull(r, i, j) ? "NULL" : PQgetvalue(r, i, j));
+        }
+        PQclear(r);
+        return out;
+    }
+
     sqlite3* db_ = nullptr;
+    PGconn* pg_ = nullptr;
 };
 
 std::string joined(const std::vector<std::string>& row) {
@@ -593,11 +644,13 @@ std::string describe(const Saved& s) {
 const char* const kCategories[] = {"integrity", "duplicate", "counter",
                                    "lost",      "half bill", "kept total"};
 
-// A check over the whole file: every row the statement finds is a problem.
+// A check over the whole database: every row the statement finds is a problem. The statements
+// run on both engines, but for `server` when given.
 struct Rule {
     const char* category;
     const char* what;  // with the columns the statement gives
     const char* sql;
+    const char* server = nullptr;
 };
 
 // Lines that carry goods: adjustment rows (negative entry ids) do not, goods handed over with a
@@ -618,7 +671,7 @@ const Rule kRules[] = {
     {"counter", "interior-id series below an id in use (series | counter | highest id)", R"(
         select u.FSeries,s.FMaxNum,u.FUsed from (
             select 0 as FSeries,max(FInterID) as FUsed from (select FInterID from ICStockBill
-                union all select FInterID from ICOrder where FTranType=21)
+                union all select FInterID from ICOrder where FTranType=21) a
             union all select 4,max(FInterID) from WLBill
             union all select 11,max(FInterID) from ICOrder where FTranType=11) u
         left join ICMaxNum s on s.FTranType=u.FSeries
@@ -635,26 +688,38 @@ const Rule kRules[] = {
                   union all select FTranType,FBillNo from WLBill)
             where FBillNo like '%-%') b
         left join ICBillNo c on c.FTranType=b.FTranType and c.FDate=b.FDay
-        group by b.FTranType,b.FDay having c.FMaxNum is null or max(b.FSeq)>c.FMaxNum)"},
+        group by b.FTranType,b.FDay having c.FMaxNum is null or max(b.FSeq)>c.FMaxNum)",
+     // The server's text columns compare case-insensitively, which its substring search refuses.
+     R"(
+        select b.FTranType,b.FDay,max(b.FSeq),c.FMaxNum from (
+            select FTranType,to_date(substr(n,strpos(n,'-')-6,6),'YYMMDD')::timestamp as FDay,
+                cast(substr(n,strpos(n,'-')+1) as integer) as FSeq
+            from (select FTranType,FBillNo::text collate "C" as n from ICStockBill
+                  union all select FTranType,FBillNo::text collate "C" from ICOrder
+                  union all select FTranType,FBillNo::text collate "C" from WLBill) a
+            where strpos(n,'-')>0) b
+        left join ICBillNo c on c.FTranType=b.FTranType and c.FDate=b.FDay
+        group by b.FTranType,b.FDay,c.FMaxNum having c.FMaxNum is null or max(b.FSeq)>c.FMaxNum)"},
 
     {"half bill", "stock bill whose lines are missing (id | kind | no | remark | sum | lines)", R"(
-        select h.FInterID,h.FTranType,h.FBillNo,h.FRemark,h.FSumQty,total(e.FQty)
+        select h.FInterID,h.FTranType,h.FBillNo,h.FRemark,h.FSumQty,coalesce(sum(e.FQty),0)
         from ICStockBill h left join ICStockBillEntry e
             on e.FInterID=h.FInterID and (e.FEntryID is null or e.FEntryID>=0)
         where h.FTranType>0 group by h.FInterID
-        having count(e.FInterID)=0 or abs(h.FSumQty-total(e.FQty))>1e-6)"},
+        having count(e.FInterID)=0 or abs(h.FSumQty-coalesce(sum(e.FQty),0))>1e-6)"},
     {"half bill", "order whose lines are missing (id | kind | no | remark | sum | lines)", R"(
-        select h.FInterID,h.FTranType,h.FBillNo,h.FRemark,h.FSumQty,total(e.FQty)
+        select h.FInterID,h.FTranType,h.FBillNo,h.FRemark,h.FSumQty,coalesce(sum(e.FQty),0)
         from ICOrder h left join ICOrderEntry e on e.FInterID=h.FInterID and e.FEntryID>=0
-        group by h.FInterID having count(e.FInterID)=0 or abs(h.FSumQty-total(e.FQty))>1e-6)"},
+        group by h.FInterID
+        having count(e.FInterID)=0 or abs(h.FSumQty-coalesce(sum(e.FQty),0))>1e-6)"},
     {"half bill", "line not spread over its size/colour rows (id | key | qty | in cells)", R"(
-        select * from (select e.FInterID,e.FRowKey,e.FQty,(select total(c.FQty)
+        select * from (select e.FInterID,e.FRowKey,e.FQty,(select coalesce(sum(c.FQty),0)
             from ICStockBillEntry_1 c where c.FInterID=e.FInterID and c.FRowKey=e.FRowKey) as FCells
-            from ICStockBillEntry e where e.FEntryID is null or e.FEntryID>=0)
+            from ICStockBillEntry e where e.FEntryID is null or e.FEntryID>=0) s
         where abs(FQty-FCells)>1e-6
-        union all select * from (select e.FInterID,e.FRowKey,e.FQty,(select total(c.FQty)
+        union all select * from (select e.FInterID,e.FRowKey,e.FQty,(select coalesce(sum(c.FQty),0)
             from ICOrderEntry_1 c where c.FInterID=e.FInterID and c.FRowKey=e.FRowKey) as FCells
-            from ICOrderEntry e where e.FEntryID>=0)
+            from ICOrderEntry e where e.FEntryID>=0) o
         where abs(FQty-FCells)>1e-6)"},
     {"half bill", "size/colour row without its line (id | key)", R"(
         select c.FInterID,c.FRowKey from ICStockBillEntry_1 c where c.FRowKey is not null
@@ -691,17 +756,17 @@ const Rule kRules[] = {
      "returns)",
      R"(
         select * from (select e.FInterID,e.FEntryID,coalesce(e.FRtnQty,0) as FRtn,
-            (select total(r.FQty) from ICStockBillEntry r join ICStockBill rh
+            (select coalesce(sum(r.FQty),0) from ICStockBillEntry r join ICStockBill rh
                 on rh.FInterID=r.FInterID
              where r.FRefInterID=e.FInterID and r.FRefEntryID=e.FEntryID and r.FRefTranType=27
                 and rh.FTranType=17 and coalesce(rh.FDeleted,0)=0) as FReturns
             from ICStockBillEntry e join ICStockBill h on h.FInterID=e.FInterID
-            where h.FTranType=27 and e.FEntryID>=0)
+            where h.FTranType=27 and e.FEntryID>=0) l
         where abs(FRtn-FReturns)>1e-6)"},
     {"half bill", "receivables closed halfway (flag | balances | staged | opening bills)", R"(
         select * from (select (select FValue from t_SystemProfile where FKey='WLClosed') as FFlag,
             (select count(*) from WLBal) as FBal,(select count(*) from WLInitData) as FStaged,
-            (select count(*) from ICStockBill where FTranType in (-12,-22)) as FOpening)
+            (select count(*) from ICStockBill where FTranType in (-12,-22)) as FOpening) w
         where not ((FFlag='1' and FBal=FStaged and FOpening=FStaged) or (FFlag='0' and FBal=0)))"},
 
     {"kept total", "stock on hand (stock | item | kept less recomputed)", R"(
@@ -717,12 +782,13 @@ const Rule kRules[] = {
             from ICStockBill h join ICStockBillEntry e on e.FInterID=h.FInterID
             where coalesce(h.FDeleted,0)=0 and h.FTranType in (99,125,27,31)
                 and (e.FEntryID is null or e.FEntryID>=0)
-                and not (h.FTranType=99 and coalesce(e.FRefTranType,0)=27))
+                and not (h.FTranType=99 and coalesce(e.FRefTranType,0)=27)) q
         where FStockID is not null and FItemID is not null
         group by FStockID,FItemID having abs(sum(FQty))>1e-6)"},
     {"kept total", "line's kind is not its header's (id | entry | kept | header)", R"(
         select e.FInterID,e.FEntryID,e.FHeadTranType,h.FTranType from ICStockBillEntry e
-        left join ICStockBill h on h.FInterID=e.FInterID where e.FHeadTranType is not h.FTranType)"},
+        left join ICStockBill h on h.FInterID=e.FInterID
+        where e.FHeadTranType is distinct from h.FTranType)"},
 };
 
 }  // namespace
@@ -766,10 +832,12 @@ Books::Books(const std::string& db) : db_(db) {
 Findings Books::check(const std::vector<Saved>& answered) const {
     Findings f;
     const ReadOnly db(db_);
-    for (const auto& row : db.rows("pragma integrity_check"))
-        if (row[0] != "ok") f.add("integrity", row[0]);
+    // The file's own structure; a server keeps its files to itself.
+    if (!db.server())
+        for (const auto& row : db.rows("pragma integrity_check"))
+            if (row[0] != "ok") f.add("integrity", row[0]);
     for (const Rule& rule : kRules)
-        for (const auto& row : db.rows(rule.sql))
+        for (const auto& row : db.rows(db.server() && rule.server ? rule.server : rule.sql))
             f.add(rule.category, std::string(rule.what) + ": " + joined(row));
 
     // No two answers hand out the same interior id or bill number.
@@ -820,11 +888,12 @@ Findings Books::check(const std::vector<Saved>& answered) const {
     }
 
     // Members' points and purchases are their opening values plus their live sales.
-    for (const auto& row : db.rows(
-             "select v.FVipID,v.FSumJf,v.FSumBuyAmount,(select total(Fjf) from vipjf_History j "
-             "where j.FVipID=v.FVipID and coalesce(j.FDeleted,0)=0),(select total(FSumAmount) from "
-             "ICStockBill h where h.FTranType=99 and h.FVipID=v.FVipID and "
-             "coalesce(h.FDeleted,0)=0) from Vip v")) {
+    for (const auto& row :
+         db.rows("select v.FVipID,v.FSumJf,v.FSumBuyAmount,(select coalesce(sum(Fjf),0) from "
+                 "vipjf_History j where j.FVipID=v.FVipID and coalesce(j.FDeleted,0)=0),(select "
+                 "coalesce(sum(FSumAmount),0) from "
+                 "ICStockBill h where h.FTranType=99 and h.FVipID=v.FVipID and "
+                 "coalesce(h.FDeleted,0)=0) from Vip v")) {
         const auto& [points, bought] = members_.at(row[0]);
         if (std::abs(std::stod(row[1]) - points - std::stod(row[3])) > 1e-6 ||
             std::abs(std::stod(row[2]) - bought - std::stod(row[4])) > 1e-6)

@@ -1,7 +1,8 @@
 #pragma once
 // Reliability harness shared by the concurrent-tills and the crash runs: the `billdata batch`
 // program driven line by line as a front end drives it, random but valid calls of every class,
-// and the checks of a shop's books, read straight from the file once the writers have stopped.
+// and the checks of a shop's books, read straight from the file or the server's database once the
+// writers have stopped.
 
 #include <sys/types.h>
 
@@ -144,12 +145,14 @@ struct Findings {
     std::string details() const;
 };
 
-// The books of a shop database made by `billdata init --demo`.
+// The books of a shop database made by `billdata init --demo`: a file, or an empty database on a
+// server (its connection string).
 class Books {
   public:
-    // Creates the database and remembers the members' opening points and purchase totals.
+    // Creates the schema and remembers the members' opening points and purchase totals.
     explicit Books(const std::string& db);
-    // Every check, on the file opened read-only; `answered` are the saves whose answers came.
+    // Every check, past the component (the file opened read-only, or the server's database in
+    // one snapshot); `answered` are the saves whose answers came.
     Findings check(const std::vector<Saved>& answered) const;
 
   private:

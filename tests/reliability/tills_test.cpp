@@ -1,4 +1,5 @@
-// Several tills saving at once on one embedded database, each a `billdata batch` process of its
+// Several tills saving at once on one database (a file, or a server's where the writers really
+// run at the same time), each a `billdata batch` process of its
 // own, then the books checked: nothing lost, nothing handed out twice, nothing half written.
 // RELIABILITY_TILLS and RELIABILITY_CALLS (calls per till) set the size; RELIABILITY_SEED the
 // calls drawn.
@@ -11,7 +12,7 @@
 #include <vector>
 
 #include "reliability/harness.h"
-#include "support/test_support.h"
+#include "support/postgres.h"
 
 namespace billdata::reliability {
 namespace {
@@ -69,8 +70,11 @@ TillsRun run_tills(const std::string& db, const std::vector<Op>& mix, int tills,
 void tills_at_once(const std::vector<Op>& mix, const std::string& what) {
     const int tills = env_or("RELIABILITY_TILLS", 4);
     const int calls = env_or("RELIABILITY_CALLS", 30);
-    testing::TempDir dir;
-    const std::string db = dir.file("shop.db");
+    if (testing::on_test_server() && testing::postgres_server().empty())
+        GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
+    const testing::EngineDatabase shop;
+    const std::string& db = shop.target();
+    const char* engine = shop.server() ? "postgresql" : "sqlite";
     Books books(db);
     const auto start = std::chrono::steady_clock::now();
     const TillsRun run =
@@ -79,8 +83,8 @@ void tills_at_once(const std::vector<Op>& mix, const std::string& what) {
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     const Findings findings = books.check(run.saved);
 
-    std::cout << "[ reliability ] " << tills << " tills x " << calls << " calls (" << what
-              << ") in " << seconds << " s: " << run.answered << " answered, "
+    std::cout << "[ reliability ] " << engine << ": " << tills << " tills x " << calls << " calls ("
+              << what << ") in " << seconds << " s: " << run.answered << " answered, "
               << run.failures.size() << " failed; " << findings.summary() << std::endl;
     std::string failures;
     for (std::size_t i = 0; i < run.failures.size() && i < 10; ++i)

@@ -87,6 +87,24 @@ std::string postgres_conninfo(const std::string& connection_string) {
     return out;
 }
 
+bool on_test_server() {
+    const char* engine = std::getenv("BILLDATA_TEST_ENGINE");
+    return engine && std::string(engine) == "postgresql";
+}
+
+EngineDatabase::EngineDatabase() {
+    if (on_test_server()) {
+        server_ = std::make_unique<PostgresDatabase>();
+        target_ = server_->connection_string();
+    } else {
+        target_ = dir_.file("shop.db");
+    }
+}
+
+std::string EngineDatabase::connection_string() const {
+    return server_ ? target_ : "Provider=SQLite;Data Source=" + target_;
+}
+
 PostgresDatabase::PostgresDatabase() {
     const std::string server = postgres_server();
     if (server.empty())

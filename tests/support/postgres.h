@@ -5,8 +5,11 @@
 
 #include <libpq-fe.h>
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "support/test_support.h"
 
 namespace billdata::testing {
 
@@ -39,6 +42,30 @@ class PostgresDatabase {
     std::string name_;
     std::string connection_string_;
     std::string conninfo_;
+};
+
+// Whether this run's cases go to the tests' PostgreSQL server: BILLDATA_TEST_ENGINE=postgresql,
+// as ctest sets it for the second run of the folders that run on every engine.
+bool on_test_server();
+
+// A new empty database of the run's engine for a test that reaches it through the program: a
+// file in a folder of its own, or (on_test_server()) a new database on the test server.
+// std::runtime_error as PostgresDatabase when that server is not configured.
+class EngineDatabase {
+  public:
+    EngineDatabase();
+    // What `billdata init` and --db take: the file's path or the server's connection string.
+    const std::string& target() const { return target_; }
+    // The same for ado::Connection::Open.
+    std::string connection_string() const;
+    // The server database, or nullptr for a file.
+    const PostgresDatabase* server() const { return server_.get(); }
+    const TempDir& dir() const { return dir_; }
+
+  private:
+    TempDir dir_;
+    std::unique_ptr<PostgresDatabase> server_;
+    std::string target_;
 };
 
 // A PostgreSQL cluster of the test's own, for the cases that stop, restart or reconfigure the

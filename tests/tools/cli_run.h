@@ -1,11 +1,14 @@
 #pragma once
 // Runs the billdata program as a person or a script runs it, and collects what it printed.
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <array>
 #include <cstdio>
 #include <string>
+
+#include "support/postgres.h"
 
 namespace billdata::testing {
 
@@ -28,5 +31,16 @@ inline CliRun run_cli(const std::string& args) {
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return r;
 }
+
+// The cases that run on the run's engine (a file, or with BILLDATA_TEST_ENGINE=postgresql a
+// database on the tests' server, see EngineDatabase): skipped with the reason when the run is the
+// server's and no server is configured.
+class EngineCase : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (on_test_server() && postgres_server().empty())
+            GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
+    }
+};
 
 }  // namespace billdata::testing

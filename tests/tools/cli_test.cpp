@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "billdata/ado/driver.h"
 #include "support/test_support.h"
 #include "tools/cli_run.h"
 
@@ -13,15 +14,25 @@ CliRun run(const std::string& args) {
     return run_cli(args);
 }
 
-TEST(Cli, InitSqlAndTranslate) {
-    TempDir dir;
-    std::string db = dir.file("shop.db");
+// A server database as a URI (what --db and init take besides a connection string).
+std::string uri_of(const std::string& connection_string) {
+    const auto cs = ado::ConnectionString::parse(connection_string);
+    return "postgresql:///" + cs.get("database") + "?host=" + cs.get("host") +
+           "&port=" + cs.get("port") + "&user=" + cs.get("user id");
+}
+
+using Cli = EngineCase;
+
+TEST_F(Cli, InitSqlAndTranslate) {
+    const EngineDatabase shop;
+    const std::string& db = shop.target();
     CliRun init = run("init '" + db + "' --demo --year 2025 --period 3");
     ASSERT_EQ(init.status, 0) << init.out;
 
-    // Refuses to overwrite a database that holds tables.
-    CliRun again = run("init '" + db + "'");
+    // Refuses to overwrite a database that holds tables, whichever way it is named.
+    CliRun again = run("init '" + (shop.server() ? uri_of(db) : db) + "'");
     EXPECT_EQ(again.status, 1) << again.out;
+    EXPECT_NE(again.out.find("already holds tables"), std::string::npos) << again.out;
 
     CliRun settings = run("sql --db '" + db +
                           "' --format csv \"select FKey,FValue from t_SystemProfile where FKey in "
@@ -55,7 +66,8 @@ TEST(Cli, InitSqlAndTranslate) {
               "SELECT FBillNo AS \"FBillNo\" FROM ICStockBill WHERE FTranType = 99 LIMIT 2\n");
 
     // Whatever file name init takes, --db takes too.
-    std::string other = dir.file("shop.sqlite");
+    if (shop.server()) return;
+    std::string other = shop.dir().file("shop.sqlite");
     ASSERT_EQ(run("init '" + other + "'").status, 0);
     CliRun by_path =
         run("sql --db '" + other + "' --format csv \"select count(*) as n from t_Stock\"");
@@ -63,9 +75,13 @@ TEST(Cli, InitSqlAndTranslate) {
     EXPECT_EQ(by_path.out, "n\n0\n");
 }
 
-TEST(Cli, BadInputIsAClearError) {
+TEST_F(Cli, BadInputIsAClearError) {
     TempDir dir;
-    CliRun missing = run("sql --db '" + dir.file("none.db") + "' \"select 1\"");
+    // A database that is not there: a file, or one the server does not hold (the last Database
+    // of a connection string is the one it names).
+    const std::string none = on_test_server() ? postgres_server() + ";Database=bd_no_such_database"
+                                              : dir.file("none.db");
+    CliRun missing = run("sql --db '" + none + "' \"select 1\"");
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.out.find("billdata: error"), std::string::npos) << missing.out;
 

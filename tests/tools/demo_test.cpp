@@ -53,8 +53,24 @@ std::string reported_database(const std::string& out) {
     return out.substr(at + tag.size(), out.find('\n', at) - at - tag.size());
 }
 
-TEST(Demo, TellsTheDayOnATemporaryDatabase) {
-    CliRun day = run_cli("demo");
+// The narration without the lines that name the database.
+std::string without_database(const std::string& out) {
+    std::string kept;
+    std::size_t start = 0;
+    for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1) {
+        const std::string line = out.substr(start, end - start);
+        if (line.rfind("Database: ", 0) != 0 && line.rfind("The day is done.", 0) != 0)
+            kept += line + "\n";
+    }
+    return kept + out.substr(start);
+}
+
+using Demo = EngineCase;
+
+// The day on a temporary file, or on a server database: there the same story as on the file.
+TEST_F(Demo, TellsTheDayOnATemporaryDatabase) {
+    const EngineDatabase shop;
+    CliRun day = run_cli(shop.server() ? "demo --db '" + shop.target() + "'" : "demo");
     ASSERT_EQ(day.status, 0) << day.out;
 
     // The audited receipt's delete is refused with the component's error and message.
@@ -73,6 +89,12 @@ TEST(Demo, TellsTheDayOnATemporaryDatabase) {
     EXPECT_NE(day.out.find("积分兑换金额：5.00,单号:pos250309-002"), std::string::npos);
     EXPECT_NE(day.out.find("the purchase price stays 45"), std::string::npos);
 
+    if (shop.server()) {
+        EXPECT_EQ(reported_database(day.out), shop.target());
+        EXPECT_EQ(without_database(day.out), without_database(run_cli("demo").out));
+        return;
+    }
+
     // The temporary database is gone afterwards; with --keep it stays.
     const std::string temporary = reported_database(day.out);
     ASSERT_FALSE(temporary.empty()) << day.out;
@@ -86,9 +108,9 @@ TEST(Demo, TellsTheDayOnATemporaryDatabase) {
     std::filesystem::remove_all(std::filesystem::path(path).parent_path());
 }
 
-TEST(Demo, DatabaseHoldsWhatTheDayDid) {
-    TempDir dir;
-    const std::string db = dir.file("day.db");
+TEST_F(Demo, DatabaseHoldsWhatTheDayDid) {
+    const EngineDatabase shop;
+    const std::string& db = shop.target();
     CliRun day = run_cli("demo --db '" + db + "'");
     ASSERT_EQ(day.status, 0) << day.out;
     EXPECT_EQ(reported_database(day.out), db);
@@ -140,9 +162,9 @@ TEST(Demo, DatabaseHoldsWhatTheDayDid) {
               "1001|457|337|2617;1002|366|366|1029");
 }
 
-TEST(Demo, RefusesADatabaseThatAlreadyHoldsTables) {
-    TempDir dir;
-    const std::string db = dir.file("shop.db");
+TEST_F(Demo, RefusesADatabaseThatAlreadyHoldsTables) {
+    const EngineDatabase shop;
+    const std::string& db = shop.target();
     ASSERT_EQ(run_cli("init '" + db + "' --demo").status, 0);
     CliRun day = run_cli("demo --db '" + db + "'");
     EXPECT_EQ(day.status, 1) << day.out;

@@ -43,15 +43,17 @@ std::string without_values(const std::string& tsql) {
     return std::regex_replace(out, number_list, mark + "i");
 }
 
-TEST(StatementLog, EveryLoggedShapeIsInTheCorpus) {
+using StatementLog = EngineCase;
+
+TEST_F(StatementLog, EveryLoggedShapeIsInTheCorpus) {
     std::set<std::string> corpus;
     for (const std::string& tsql : load_statement_corpus())
         corpus.insert(without_values(tsql));
 
-    TempDir dir;
-    const std::string log = dir.file("sql.log");
+    const EngineDatabase shop;
+    const std::string log = shop.dir().file("sql.log");
     setenv("BILLDATA_SQL_LOG", log.c_str(), 1);
-    const std::string db = "'" + dir.file("day.db") + "'";
+    const std::string db = "'" + shop.target() + "'";
     const CliRun day = run_cli("demo --db " + db);
     const CliRun list = run_cli("call --db " + db + " --format json PosData.GetBillList_Simple " +
                                 R"('{"TranType":99,"strFilter":""}')");

@@ -112,10 +112,9 @@ TEST_F(VipOrderTest, ModifyingAndClashingIds) {
     exec("insert into ICOrderEntry(FInterID,FEntryID,FRowKey,FItemID,FQty) values(1,0,'a',7,5)");
     no.clear();
     save(21, no, 20, 0, three_rows());
-    EXPECT_EQ(
-        table(
-            "select FInterID,count(*) from icorderEntry where FInterID<3 group by FInterID order by 1"),
-        (std::vector<std::string>{"1|1", "2|3"}));
+    EXPECT_EQ(table("select FInterID,count(*) from icorderEntry where FInterID<3 group by FInterID "
+                    "order by FInterID"),
+              (std::vector<std::string>{"1|1", "2|3"}));
     EXPECT_EQ(scalar("select FBillNo from icorder where FInterID=1").to_string(), "CD-OTHER");
     EXPECT_EQ(num("select FOrderBillID from WLBill where FSumAmount=20"), 2);
 }
