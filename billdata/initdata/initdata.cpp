@@ -122,11 +122,6 @@ bool InitData::CloseWLInit(const std::string& PromptString) {
         const std::string y = std::to_string(periods.start_year);
         const std::string p = std::to_string(periods.start_period);
         op.transaction([&] {
-            // The flag first: its row lock makes a close or reopen on another connection wait
-            // for this one and then find the rows this one wrote. (A server whose readers do not
-            // wait for writers would otherwise let two closes each miss the other's opening
-            // bills and clash on their ids.)
-            ex.execute("Update t_SystemProfile set FValue='1' where FKey='WLClosed'");
             ex.execute("truncate table WLBal");
             ex.execute("truncate table WLSettleBal");
             ex.execute("delete from ICStockBill where FTranType in (-12,-22)");
@@ -136,6 +131,7 @@ bool InitData::CloseWLInit(const std::string& PromptString) {
                 "Insert Into ICStockBill(FInterID,FOrgaID,FTranType,FSumAmount) Select "
                 "-FOrgaID,FOrgaID,Case FItemClassID when 1 then -22 else -12 end,FAmount From "
                 "WLInitData");
+            ex.execute("Update t_SystemProfile set FValue='1' where FKey='WLClosed'");
         });
         return true;
     });
@@ -150,13 +146,12 @@ bool InitData::UnCloseWLInit(const std::string& New_CnStr) {
         if (periods.start != periods.current)
             throw ado::ComError::component("帐套当前月份与启用月份不一致,不能返回初始化!");
         op.transaction([&] {
-            // The flag first, for the reason the close takes it first.
-            ex.execute("Update t_SystemProfile set FValue='0' where FKey='WLClosed'");
             ex.execute("Delete from WLBal");
             ex.execute("delete from WLSettleBal");
             // Matches partners by negated id, so the pseudo bills (whose FOrgaID is the partner id
             // itself) stay until the next close removes them by kind. Kept as the books expect it.
             ex.execute("delete from ICStockBill where FOrgaID in (select FItemID*-1 from t_Item)");
+            ex.execute("Update t_SystemProfile set FValue='0' where FKey='WLClosed'");
         });
         return true;
     });
