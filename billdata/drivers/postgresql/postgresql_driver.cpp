@@ -163,6 +163,9 @@ PGconn* connect(const Options& o) {
             message.pop_back();
         throw bad_option("cannot connect to the database server at " + o.where + ": " + message);
     }
+    // The server's notices ("… already exists, skipping") are not the caller's output: libpq
+    // would print them on the process's standard error.
+    PQsetNoticeProcessor(conn, [](void*, const char*) {}, nullptr);
     return conn;
 }
 
