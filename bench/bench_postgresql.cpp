@@ -3,7 +3,10 @@
 // durability), each measurement on a fresh database of its own:
 // - till sales saved per second on one connection through PosData::SaveData, side by side with a
 //   plain libpq program that sends the very same translated statements, each prepared once and
-//   then run with PQexecPrepared, one round trip each, between BEGIN and COMMIT;
+//   then run with PQexecPrepared, one round trip each, between BEGIN and COMMIT; and with the
+//   same program sending each statement inside a savepoint as the driver does, which tells the
+//   savepoints' cost from the rest of the component's. With the server's default
+//   synchronous_commit and with it off (the commit's wait for the disk left out);
 // - 1, 4 and 8 tills at once, each a `billdata batch` process fed sales as a front end feeds it:
 //   the sales per second of all of them, then the books: interior ids and bill numbers handed
 //   out twice, answered sales that are not there, and the duplicate keys the server refused (its
