@@ -27,16 +27,18 @@
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/posdata/posdata.h"
 #include "billdata/schema/schema.h"
+#include "pos_sale.h"
 
 namespace {
 
 using namespace billdata;
 
-// The interior id that the captured sale is given, so that it can be told from other numbers.
-constexpr std::int64_t kSentinel = 987654321;
+using bench::Captured;
+using bench::kSentinel;
+using bench::SaleInput;
 // The captured sale's date and number, replaced when the large shop is generated.
-constexpr const char* kDate = "2025-03-09";
-constexpr const char* kBillNo = "pos250309-002";
+constexpr const char* kDate = bench::kSaleDate;
+constexpr const char* kBillNo = bench::kSaleBillNo;
 
 std::string connection_string(const std::string& path, const std::string& sync) {
     return "Provider=SQLite;Data Source=" + path + ";Synchronous=" + sync;
@@ -46,108 +48,10 @@ void new_shop(const std::string& path) {
     schema::create_database(path, true, 2025, 3);
 }
 
-// The sale every iteration saves: five lines with colours and sizes, one pre-sent item.
-struct SaleInput {
-    std::shared_ptr<ado::Recordset> lines = ado::Recordset::create();
-    std::shared_ptr<ado::Recordset> presend = ado::Recordset::create();
-
-    SaleInput() {
-        using namespace ado;
-        for (const char* f : {"FItemID", "FSalerID", "FPreSend", "FRefInterId", "FRefEntryID",
-                              "FRefTranType", "FSizeID"})
-            lines->GetFields().Append(f, adInteger);
-        for (const char* f :
-             {"FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice", "FRetailAmount", "FUnitCost"})
-            lines->GetFields().Append(f, adDouble);
-        lines->GetFields().Append("FColor", adVarWChar, 20);
-        lines->Open();
-        const int items[5] = {1, 2, 3, 4, 1};
-        const int sizes[5] = {2, 3, 6, 7, 3};
-        for (int i = 0; i < 5; ++i) {
-            lines->AddNew();
-            lines->Fields("FItemID").SetValue(items[i]);
-            lines->Fields("FSalerID").SetValue(1 + i % 3);
-            lines->Fields("FPreSend").SetValue(0);
-            lines->Fields("FRefInterId").SetValue(0);
-            lines->Fields("FRefEntryID").SetValue(0);
-            lines->Fields("FRefTranType").SetValue(0);
-            lines->Fields("FSizeID").SetValue(sizes[i]);
-            lines->Fields("FQty").SetValue(1.0 + i % 2);
-            lines->Fields("FPrice").SetValue(80.0);
-            lines->Fields("FAmount").SetValue(80.0 * (1 + i % 2));
-            lines->Fields("FZkRate").SetValue(0.8);
-            lines->Fields("FRetailPrice").SetValue(100.0);
-            lines->Fields("FRetailAmount").SetValue(100.0 * (1 + i % 2));
-            lines->Fields("FUnitCost").SetValue(45.5);
-            lines->Fields("FColor").SetValue(i % 2 ? "白色" : "黑色");
-            lines->Update();
-        }
-        presend->GetFields().Append("FItemID", adInteger);
-        presend->GetFields().Append("FQty", adDouble);
-        presend->GetFields().Append("FRetailPrice", adDouble);
-        presend->GetFields().Append("FUnitCost", adDouble);
-        presend->GetFields().Append("Fmemo", adVarWChar, 50);
-        presend->GetFields().Append("FColor", adVarWChar, 20);
-        presend->GetFields().Append("FSizeID", adInteger);
-        presend->Open();
-        presend->AddNew();
-        presend->Fields("FItemID").SetValue(7);
-        presend->Fields("FQty").SetValue(1.0);
-        presend->Fields("FRetailPrice").SetValue(39.0);
-        presend->Fields("FUnitCost").SetValue(12.0);
-        presend->Fields("Fmemo").SetValue("赠品");
-        presend->Fields("FColor").SetValue("");
-        presend->Fields("FSizeID").SetValue(0);
-        presend->Update();
-    }
-
-    std::int32_t save() {
-        lines->MoveFirst();
-        presend->MoveFirst();
-        auto bill_data = lines;  // SaveData releases the caller's reference
-        return PosData().SaveData(2, ado::DateTime(2025, 3, 9), bill_data, 640, 700, 0, 0, 0,
-                                  "bench", "早班", 0, 1002, 1, 700, 60, 0, presend, 640, false,
-                                  1000, 0, 0, "POS1", 0, "");
-    }
-};
-
-// One T-SQL statement of the captured sale.
-struct Captured {
-    std::string tsql;
-    bool after_commit = false;
-};
-
-// Saves two sales through the component on a scratch shop and keeps the statement texts of the
-// second (a later sale of the day: the bill-number counter row exists), as the SQL log has them.
 std::vector<Captured> capture(const bench::Scratch& scratch) {
     const std::string path = scratch.path("capture.db");
     new_shop(path);
-    {
-        auto cn = ado::Connection::create();
-        cn->Open(connection_string(path, "Normal"));
-        cn->Execute("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(0," +
-                    std::to_string(kSentinel - 2) + ",'')");
-    }
-    common::session() = common::SessionContext{};
-    PosData().Init(connection_string(path, "Normal"), 2025, 3);
-    SaleInput sale;
-    sale.save();
-    const std::string log = scratch.path("capture.log");
-    setenv("BILLDATA_SQL_LOG", log.c_str(), 1);
-    const std::int32_t id = sale.save();
-    unsetenv("BILLDATA_SQL_LOG");
-    if (id != kSentinel) throw std::runtime_error("unexpected interior id of the captured sale");
-
-    std::vector<Captured> out;
-    std::ifstream in(log);
-    bool committed = false;
-    for (std::string line; std::getline(in, line);) {
-        // The sold-quantity updates are the first statements after the commit.
-        if (line.rfind("Update t1 set t1.FSaleQty", 0) == 0) committed = true;
-        out.push_back({line, committed});
-    }
-    if (out.size() < 15) throw std::runtime_error("unexpected statement log of a sale");
-    return out;
+    return bench::capture_sale(connection_string(path, "Normal"), scratch.path("capture.log"));
 }
 
 // A parameter of a prepared statement: the captured literal's value, and whether it is the
@@ -400,22 +304,6 @@ std::string copy_of(const std::string& from, const std::string& to) {
     return to;
 }
 
-// Sales per second of `runs` runs of `per_run` sales each, two contenders taking turns run by
-// run, so that both see the same state of the machine. Returns the two medians.
-std::pair<double, double> side_by_side(int runs, long per_run, const std::function<void()>& a,
-                                       const std::function<void()>& b) {
-    std::vector<double> ra, rb;
-    for (int r = 0; r < runs; ++r) {
-        auto t0 = bench::Clock::now();
-        a();
-        ra.push_back(static_cast<double>(per_run) / bench::seconds_since(t0));
-        t0 = bench::Clock::now();
-        b();
-        rb.push_back(static_cast<double>(per_run) / bench::seconds_since(t0));
-    }
-    return {bench::median(ra), bench::median(rb)};
-}
-
 // A shop the component saves into under `sync`, its session set as a till's Init sets it.
 struct ComponentShop {
     std::string cs;
@@ -451,7 +339,7 @@ int main() {
             PlainProgram plain(sale, theirs, sync);
             std::int64_t next_id = 1;
             shop.save(10);  // the day's counter row, the pool and the caches
-            const auto [component, reference] = side_by_side(
+            const auto [component, reference] = bench::side_by_side(
                 runs, per_run, [&] { shop.save(per_run); },
                 [&] {
                     for (long i = 0; i < per_run; ++i)
@@ -476,7 +364,7 @@ int main() {
             ComponentShop big(grown, sync), small(fresh, sync);
             big.save(10);
             small.save(10);
-            const auto [on_large, on_fresh] = side_by_side(
+            const auto [on_large, on_fresh] = bench::side_by_side(
                 runs, per_run, [&] { big.save(per_run); }, [&] { small.save(per_run); });
             char what[200];
             std::snprintf(what, sizeof what,

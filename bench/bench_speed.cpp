@@ -25,6 +25,7 @@
 #include "billdata/drivers/sqlite/procedures.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
+#include "pos_list.h"
 
 namespace {
 
@@ -148,29 +149,6 @@ void report(const std::string& what, double ours, double theirs, const char* uni
                      min_ratio > 0 ? bench::verdict(r >= min_ratio, target) : target});
     std::fprintf(stderr, "  %s: %s vs %s\n", what.c_str(), table.back().ours.c_str(),
                  table.back().reference.c_str());
-}
-
-std::string list_statement(const std::string& filter) {
-    // The POS sale list with lines, as the component builds it.
-    return "select t1.FInterID,t1.FDate,t1.FBillNo,t11.FVipNo + t11.FOwner as FVipCard,case "
-           "t1.FDeleted when 0 then '' else '※' end as "
-           "FDeleted,t1.FSysTime,FSumAmount,t9.FUserName as FBiller,FSumRetailAmount,FSumQty,t5."
-           "FName as FSaler,t10.FUserName as "
-           "FChecker,t1.FRemark,t1.FGetCash,FGetDyq,FGetBlank,FQkAmount,FSumCost as "
-           "FCost,FSumProfit as FProfit ,t4.FName as "
-           "FStockName,t1.FMachine,a4.FNumber,a4.FProductNo,a4.FName,a4.FUnit,a3.FColor,a5.FName "
-           "as FSize,a3.FQty,a2.FPrice,a3.FQty*a2.FPrice as "
-           "FAmount,a2.FRetailPrice,a2.FRetailPrice*a3.FQty as "
-           "FRetailAmount,a2.FZkRate,a2.FMemo,case isnull(FCheckerID,0) when 0 then '' else '※' "
-           "end as FChecked from ICStockBill t1 inner join icStockBillEntry a2 on "
-           "t1.FInterID=a2.FInterID inner join ICStockBillEntry_1 a3 on a2.finterid=a3.finterid "
-           "and a2.FRowKey=a3.FRowKey inner join t_icitem a4 on a3.FItemID=a4.FItemID left join "
-           "t_Size a5 on a3.FSizeID=a5.FItemID left Join t_Stock t4 ON "
-           "t1.FoutStockID=t4.FItemID Left Join t_Emp t5 on a2.FSalerID=t5.FItemID Left Join "
-           "t_User t9 on t1.FBillerID=t9.FUserID Left Join t_User t10 ON "
-           "t1.FCheckerID=t10.FUserID Left Join Vip t11 on t1.FVipID=t11.FVipID where "
-           "FTranType=99 " +
-           filter + " order by t1.FDate desc,t1.FBillNo desc";
 }
 
 }  // namespace
@@ -299,9 +277,9 @@ int main() {
         };
         day(last_day - 6, from);
         day(last_day, to);
-        const std::string week =
-            list_statement(std::string("and t1.FDate between '") + from + "' and '" + to + "'");
-        const std::string all = list_statement("");
+        const std::string week = bench::pos_list_statement(std::string("and t1.FDate between '") +
+                                                           from + "' and '" + to + "'");
+        const std::string all = bench::pos_list_statement("");
         auto read_all = [&](const std::string& sql, long* peak_kb) {
             auto rs = cn->Execute(sql);
             auto& fields = rs->GetFields();

@@ -14,6 +14,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace billdata::bench {
@@ -101,6 +102,23 @@ inline void report_rates(const std::string& what, double ours, double reference,
     const double r = ours / reference;
     print_row({what, quantity(ours, unit), quantity(reference, unit), ratio_text(r),
                min_ratio > 0 ? verdict(r >= min_ratio, "≥ " + ratio_text(min_ratio)) : ""});
+}
+
+// Sales per second of `runs` runs of `per_run` sales each, two contenders taking turns run by
+// run, so that both see the same state of the machine. Returns the two medians.
+inline std::pair<double, double> side_by_side(int runs, long per_run,
+                                              const std::function<void()>& a,
+                                              const std::function<void()>& b) {
+    std::vector<double> ra, rb;
+    for (int r = 0; r < runs; ++r) {
+        auto t0 = Clock::now();
+        a();
+        ra.push_back(static_cast<double>(per_run) / seconds_since(t0));
+        t0 = Clock::now();
+        b();
+        rb.push_back(static_cast<double>(per_run) / seconds_since(t0));
+    }
+    return {median(ra), median(rb)};
 }
 
 // A scratch folder for one run's databases, removed at exit.

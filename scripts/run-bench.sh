@@ -13,11 +13,17 @@ for b in bench_translate bench_speed bench_pos_save bench_cacusptjd; do
   echo "== $b" >&2
   "build-bench/bench/$b" | tee -a "$rows" >&2
 done
+# The server engine on a throw-away server of its own, with the server's default durability.
+echo "== bench_postgresql" >&2
+BILLDATA_PG_DURABLE=1 bash scripts/with-postgres.sh build-bench/bench/bench_postgresql |
+  tee -a "$rows" >&2
 cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1)
 echo
 sqlite=$(grep -m1 '#define SQLITE_VERSION ' /usr/include/sqlite3.h | cut -d'"' -f2)
 mem=$(awk '/MemTotal/ {printf "%.0f GB", $2/1048576}' /proc/meminfo)
-echo "Machine: $(nproc) cores, ${cpu:-unknown CPU}, $mem memory, Debian $(cat /etc/debian_version), SQLite $sqlite"
+pg=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n1)
+pg=$("$pg/postgres" --version 2>/dev/null | awk '{print $3}')
+echo "Machine: $(nproc) cores, ${cpu:-unknown CPU}, $mem memory, Debian $(cat /etc/debian_version), SQLite $sqlite, PostgreSQL ${pg:-?}"
 echo
 echo "| measurement | billdata | reference | ratio | target |"
 echo "|---|---|---|---|---|"

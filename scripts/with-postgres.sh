@@ -4,6 +4,7 @@
 # outcome. The command finds the server in BILLDATA_TEST_POSTGRES (a connection string to its
 # maintenance database; tests create their own databases beside it).
 #   with-postgres.sh <command> [args…]
+# BILLDATA_PG_DURABLE=1: the server's default durability instead of fsync off (see below).
 # As root the cluster runs as the unprivileged user `nobody` (the server refuses to run as root).
 set -euo pipefail
 bin=${BILLDATA_PG_BIN:-$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n1)}
@@ -28,9 +29,15 @@ trap 'exit 130' INT TERM
 "${as_server[@]}" "$bin/initdb" -D "$dir/data" -A trust -U postgres -E UTF8 --locale=C.UTF-8 \
   >"$dir/initdb.log" 2>&1 || { cat "$dir/initdb.log" >&2; exit 2; }
 # Many test programs run at once, each with its own databases: room for their connections; no
-# durability needed for a throw-away cluster.
+# durability needed for a throw-away cluster. BILLDATA_PG_DURABLE=1 keeps the server's default
+# durability (fsync, synchronous commit, full page writes), for measurements that a shop's
+# server would see.
+durability="-c fsync=off -c synchronous_commit=off -c full_page_writes=off"
+if [ "${BILLDATA_PG_DURABLE:-0}" = 1 ]; then
+  durability=""
+fi
 "${as_server[@]}" "$bin/pg_ctl" -D "$dir/data" -l "$dir/server.log" -w -t 60 \
-  -o "-k $dir -p $port -c listen_addresses='' -c max_connections=300 -c fsync=off -c synchronous_commit=off -c full_page_writes=off" \
+  -o "-k $dir -p $port -c listen_addresses='' -c max_connections=300 $durability" \
   start >/dev/null || { cat "$dir/server.log" >&2; exit 2; }
 export BILLDATA_TEST_POSTGRES="Provider=PostgreSQL;Host=$dir;Port=$port;Database=postgres;User ID=postgres"
 export BILLDATA_PG_DIR="$dir" BILLDATA_PG_BIN="$bin"
