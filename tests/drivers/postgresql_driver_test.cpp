@@ -10,7 +10,9 @@
 #include <thread>
 
 #include "billdata/ado/ado.h"
+#include "billdata/common/session.h"
 #include "billdata/schema/schema.h"
+#include "billdata/sfkdata/sfkdata.h"
 #include "support/postgres.h"
 #include "support/test_support.h"
 
@@ -265,21 +267,36 @@ TEST(PostgresServerFaults, EachFailsClearlyAndTheNextOperationRecovers) {
     EXPECT_NE(e.number(), 0);
     EXPECT_TRUE(mentions(e, "ICStockBill") || mentions(e, "icstockbill")) << e.description();
 
-    billdata::schema::create_database(base, false, 2025, 3);
-    open(base)->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");
+    billdata::schema::create_database(base, true, 2025, 3);
+    open(base)->Execute("insert into t_Stock (FItemID, FNumber, FName) values (11, '11', 'a')");
     server->restart();
-    EXPECT_EQ(scalar(*open(base), "select FName from t_Stock"), "a");
+    EXPECT_EQ(scalar(*open(base), "select FName from t_Stock where FItemID=11"), "a");
 
-    auto cn = open(base);
-    cn->BeginTrans();
-    cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
+    // The server stops while a save is inside its transaction: the save fails whole, and after
+    // the restart neither its bill nor its numbers are there.
+    PostgresDatabase::exec_on(billdata::testing::postgres_conninfo(base),
+                              "CREATE FUNCTION bd_test_pause() RETURNS trigger LANGUAGE plpgsql AS "
+                              "$$BEGIN PERFORM pg_sleep(5); RETURN NEW; END$$;"
+                              "CREATE TRIGGER tr_test_pause BEFORE INSERT ON WLBill FOR EACH ROW "
+                              "EXECUTE FUNCTION bd_test_pause()");
+    const std::string counters = "select count(*) + sum(FMaxNum) from ICMaxNum";
+    const std::string before = scalar(*open(base), counters);
+    billdata::common::init_session(base, 2025, 3);
+    auto save = std::async(std::launch::async, [] {
+        return error_of([] {
+            std::string no;
+            billdata::SFKData().SaveData(13, DateTime(2025, 3, 10), no, 2, 102, 0, 60, 0, "cut", 1,
+                                         0, 0, 0);
+        });
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     server->stop();
-    e = error_of(
-        [&] { cn->Execute("insert into t_Stock (FItemID, FNumber, FName) values (3, '3', 'c')"); });
-    EXPECT_NE(e.number(), 0);
-    EXPECT_FALSE(e.transaction_open());
+    e = save.get();
+    EXPECT_TRUE(mentions(e, "connection")) << e.description();
     server->start();
-    EXPECT_EQ(scalar(*open(base), "select count(*) from t_Stock"), "1");
+    EXPECT_EQ(scalar(*open(base), "select count(*) from WLBill"), "0");
+    EXPECT_EQ(scalar(*open(base), counters), before);
+    billdata::common::session() = billdata::common::SessionContext{};
 }
 
 }  // namespace
