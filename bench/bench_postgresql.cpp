@@ -134,21 +134,6 @@ class Plain {
     std::size_t read_ = 0;  // bytes of the values read, so that reading them is not left out
 };
 
-std::string literal_text(const dialect::LiteralValue& v) {
-    switch (v.type) {
-        case dialect::LiteralValue::Type::Integer:
-            return std::to_string(v.integer);
-        case dialect::LiteralValue::Type::Real: {
-            char buf[32];
-            auto r = std::to_chars(buf, buf + sizeof buf, v.real);
-            return std::string(buf, r.ptr);
-        }
-        case dialect::LiteralValue::Type::Text:
-            return v.text;
-    }
-    return {};
-}
-
 // The plain program: the captured sale's statements translated for the server, each prepared
 // once on its own connection; a sale binds the captured values with its own interior id. A
 // counter read inside the transaction locks its row (FOR UPDATE), as any program with several
@@ -189,7 +174,7 @@ class PlainSale {
                 if (value.type == dialect::LiteralValue::Type::Integer &&
                     value.integer == kSentinel)
                     s.id_params.push_back(s.values.size());
-                s.values.push_back(literal_text(value));
+                s.values.push_back(dialect::literal_text(value));
             }
             pg_.prepare(s.name, sql, static_cast<int>(s.values.size()));
             statements_.push_back(std::move(s));

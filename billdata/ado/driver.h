@@ -77,6 +77,10 @@ struct ExecOptions {
 // the transaction on the connection is still open.
 ComError timeout_error(int native_code, bool transaction_open);
 
+// The refusal of a statement that would write, run where only reading is allowed (the list
+// operations' record sets): err::kDatabase, the same text on every engine.
+ComError read_only_refusal();
+
 // One argument of a stored-procedure call. `direction` uses the ADO values (1 in, 2 out,
 // 3 in/out, 4 return value); output values are written back into `value`.
 struct ProcArg {

@@ -63,4 +63,9 @@ ComError timeout_error(int native_code, bool transaction_open) {
         .classify(ErrorClass::Timeout, native_code, {}, transaction_open);
 }
 
+ComError read_only_refusal() {
+    return ComError(err::kDatabase,
+                    "this record set is read-only: a statement that writes is not run here");
+}
+
 }  // namespace billdata::ado::driver

@@ -68,6 +68,9 @@ struct LiteralValue {
     std::string text;
 };
 bool literal_value(std::string_view token, LiteralValue& out);
+// The value as text, for an engine that takes parameters as text: integers in decimal, reals in
+// the shortest form that reads back exactly, texts as they are.
+std::string literal_text(const LiteralValue& value);
 
 // A statement the translator cannot take: a syntax error, a second statement, or a construct it
 // does not support. `position` is the byte offset in the source text; what() names the construct

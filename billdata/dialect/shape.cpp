@@ -55,6 +55,21 @@ inline std::uint8_t shape_class(char c) {
 
 }  // namespace
 
+std::string literal_text(const LiteralValue& value) {
+    switch (value.type) {
+        case LiteralValue::Type::Integer:
+            return std::to_string(value.integer);
+        case LiteralValue::Type::Real: {
+            char buf[32];
+            auto r = std::to_chars(buf, buf + sizeof buf, value.real);
+            return std::string(buf, r.ptr);
+        }
+        case LiteralValue::Type::Text:
+            return value.text;
+    }
+    return {};
+}
+
 bool literal_value(std::string_view token, LiteralValue& out) {
     if (token.empty()) return false;
     if (token.front() == '\'' || token.front() == 'N' || token.front() == 'n') {

@@ -165,7 +165,8 @@ PGconn* connect(const Options& o) {
     }
     // The server's notices ("… already exists, skipping") are not the caller's output: libpq
     // would print them on the process's standard error.
-    PQsetNoticeProcessor(conn, [](void*, const char*) {}, nullptr);
+    PQsetNoticeProcessor(
+        conn, [](void*, const char*) {}, nullptr);
     return conn;
 }
 
@@ -805,26 +806,6 @@ PreparedPtr PgSession::lookup(std::string_view tsql, const dialect::Shape& shape
     return nullptr;
 }
 
-ComError read_only_refusal() {
-    return ComError(err::kDatabase,
-                    "a list statement may only read; this statement would change the database");
-}
-
-std::string literal_text(const dialect::LiteralValue& v) {
-    switch (v.type) {
-        case dialect::LiteralValue::Type::Integer:
-            return std::to_string(v.integer);
-        case dialect::LiteralValue::Type::Real: {
-            char buf[32];
-            auto r = std::to_chars(buf, buf + sizeof buf, v.real);
-            return std::string(buf, r.ptr);
-        }
-        case dialect::LiteralValue::Type::Text:
-            return v.text;
-    }
-    return {};
-}
-
 std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
                                                         const ado::driver::ExecOptions& options,
                                                         long* affected) {
@@ -840,7 +821,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
         PreparedPtr entry = lookup(tsql, shape, in_tx);
         if (!entry) {
             dialect::Translation tr = translate(tsql, true);
-            if (options.read_only && tr.writes) throw read_only_refusal();
+            if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
             entry = std::make_shared<Prepared>();
             entry->name = "bd" + std::to_string(++h_->next_name);
             entry->sql = std::move(tr.sql);
@@ -859,7 +840,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
             if (variants.size() >= kMaxVariantsPerShape) variants.erase(variants.begin());
             variants.push_back(entry);
         }
-        if (options.read_only && entry->writes) throw read_only_refusal();
+        if (options.read_only && entry->writes) throw ado::driver::read_only_refusal();
         Request req;
         req.prepared = entry.get();
         req.values.reserve(entry->binding.bound.size());
@@ -871,7 +852,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
                 bindable = false;
                 break;
             }
-            req.values.push_back(literal_text(v));
+            req.values.push_back(dialect::literal_text(v));
         }
         if (bindable) {
             if (entry->locks) req.lock_key = std::string(tsql);
@@ -880,7 +861,7 @@ std::unique_ptr<ado::driver::Cursor> PgSession::execute(std::string_view tsql,
         // A literal the server reads its own way: the statement with its literals inline.
     }
     dialect::Translation tr = translate(tsql, false);
-    if (options.read_only && tr.writes) throw read_only_refusal();
+    if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
     if (in_tx && is_counter_table(tr.lockable_table)) tr.sql += " FOR UPDATE";
     Request req;
     req.sql = &tr.sql;

@@ -122,11 +122,6 @@ std::string excerpt(std::string_view text) {
     return std::string(text);
 }
 
-ComError read_only_refusal() {
-    return ComError(err::kDatabase,
-                    "this record set is read-only: a statement that writes is not run here");
-}
-
 // ---- physical handles and their statement cache ------------------------------------------
 
 // One prepared statement of the cache: the translation of a statement shape with its literals
@@ -748,7 +743,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
         CachedPtr entry = lookup(tsql, shape);
         if (!entry) {
             dialect::Translation tr = translate(tsql, true);
-            if (options.read_only && tr.writes) throw read_only_refusal();
+            if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
             entry = prepare(tr);
             entry->binding = ShapeBinding::of(tsql, shape, tr.parameters);
             auto& cache = handle_->cache;
@@ -757,7 +752,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
             if (variants.size() >= kMaxVariantsPerShape) variants.erase(variants.begin());
             variants.push_back(entry);
         }
-        if (options.read_only && entry->translation_writes) throw read_only_refusal();
+        if (options.read_only && entry->translation_writes) throw ado::driver::read_only_refusal();
         CachedPtr use = entry;
         if (entry->busy) {
             // A cursor of the same shape is still open (a loop inside a loop): a statement of
@@ -777,7 +772,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
     }
 
     dialect::Translation tr = translate(tsql, false);
-    if (options.read_only && tr.writes) throw read_only_refusal();
+    if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
     CachedPtr entry = prepare(tr);
     sqlite3_stmt* stmt = entry->stmt;
     entry->stmt = nullptr;  // owned by the run from here on
@@ -799,7 +794,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
     };
     if (options.read_only && entry.writes) {
         release();
-        throw read_only_refusal();
+        throw ado::driver::read_only_refusal();
     }
     if (entry.writes) drain_cursors();
 
