@@ -748,6 +748,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::DatePart:
                 case Func::Len:
                 case Func::CharIndex:
+                case Func::DataLength:
                 case Func::Count:
                     e.vtype = ColumnType::Integer;
                     break;
@@ -759,12 +760,17 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::Upper:
                 case Func::Lower:
                 case Func::Replace:
+                case Func::Replicate:
+                case Func::Space:
+                case Func::Reverse:
+                case Func::Stuff:
                     e.vtype = ColumnType::Text;
                     break;
                 case Func::Round:
                 case Func::Abs:
                 case Func::Floor:
                 case Func::Ceiling:
+                case Func::Power:  // of the type of its base: a whole number stays whole
                     e.vtype = is_numeric(arg(0)) ? arg(0) : ColumnType::Real;
                     break;
                 case Func::Sum:

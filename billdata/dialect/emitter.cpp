@@ -39,6 +39,18 @@ std::string_view date_part_name(DatePart part) {
     return {};
 }
 
+const char* stored_size(ColumnType type) {
+    switch (type) {
+        case ColumnType::Integer:
+            return "4";
+        case ColumnType::Real:
+        case ColumnType::Date:
+            return "8";
+        default:
+            return nullptr;
+    }
+}
+
 int Emitter::precedence(const Expr& e) {
     switch (e.type) {
         case NodeType::Unary:

@@ -177,6 +177,9 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
 void test_copies_too(Node& stmt, const Catalog& catalog, Arena& arena);
 // The name of a date part as the runtime's date functions take it.
 std::string_view date_part_name(DatePart part);
+// DATALENGTH of a value of this type that is not a text, as the server stores it: 4 for a whole
+// number, 8 for a date or a float (a decimal column's 9 is not told apart); null for a text.
+const char* stored_size(ColumnType type);
 // Translation::lockable_table of a bound statement.
 std::string lockable_table(const Node& stmt);
 

@@ -625,6 +625,63 @@ class PostgresHooks final : public EngineHooks {
                         return;
                 }
             }
+            case Func::Replicate:
+                texts_call(em, names::kReplicate, f.args, 1);
+                return;
+            case Func::Space:
+                em.text(names::kReplicate);
+                em.text("(' ', ");
+                number_arg(em, *f.args[0]);
+                em.ch(')');
+                return;
+            case Func::Reverse:
+                texts_call(em, "reverse", f.args, 1);
+                return;
+            case Func::Stuff:
+                em.text(names::kStuff);
+                em.ch('(');
+                text_arg(em, *f.args[0]);
+                em.text(", ");
+                number_arg(em, *f.args[1]);
+                em.text(", ");
+                number_arg(em, *f.args[2]);
+                em.text(", ");
+                text_arg(em, *f.args[3]);
+                em.ch(')');
+                return;
+            case Func::DataLength: {
+                const Expr& a = *f.args[0];
+                if (const char* size = stored_size(a.vtype)) {
+                    em.text("CASE WHEN ");
+                    em.operand(a, kOutEquality);
+                    em.text(" IS NULL THEN NULL ELSE ");
+                    em.text(size);
+                    em.text(" END");
+                    return;
+                }
+                // A text's bytes: its UTF-8 length (the server counts its own code page). A text
+                // column keeps its trailing blanks, which a cast to text would drop.
+                em.text("octet_length(");
+                if (a.is<ColumnRef>() && a.vtype == ColumnType::Text) {
+                    em.expr(a);
+                } else {
+                    text_arg(em, a);
+                }
+                em.ch(')');
+                return;
+            }
+            case Func::Power: {
+                // A whole base gives a whole power, cut towards zero (2 ^ -1 is 0).
+                const bool whole = f.vtype == ColumnType::Integer;
+                em.text(whole ? "CAST(trunc(" : "CAST(");
+                em.text("power(CAST(");
+                number_arg(em, *f.args[0]);
+                em.text(" AS float8), CAST(");
+                number_arg(em, *f.args[1]);
+                em.text(" AS float8))");
+                em.text(whole ? ") AS bigint)" : " AS numeric)");
+                return;
+            }
             case Func::Count:
             case Func::Sum:
             case Func::Max:

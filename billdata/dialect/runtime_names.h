@@ -39,6 +39,10 @@ inline constexpr std::string_view kSubstring = "bd_substring";  // (text, start,
 inline constexpr std::string_view kCharIndex = "bd_charindex";  // (find, text[, start])
 inline constexpr std::string_view kReplace = "bd_replace";      // (text, find, with)
 inline constexpr std::string_view kLike = "bd_like";            // (value, pattern[, escape])
+inline constexpr std::string_view kReplicate = "bd_replicate";  // (text, n): NULL when n < 0
+inline constexpr std::string_view kReverse = "bd_reverse";      // (text)
+inline constexpr std::string_view kStuff = "bd_stuff";          // (text, start, length, new)
+inline constexpr std::string_view kPower = "bd_power";          // (x, y): a float
 
 inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollation};
 
@@ -47,12 +51,13 @@ inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollatio
 inline constexpr std::string_view kDateFromDays = "bd_dt_days";  // (days since 1900-01-01)
 inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it holds ('' is 0)
 inline constexpr std::string_view kServerFunctions[] = {
-    kDateTime, kDateFromDays, kDatePart, kDateAdd, kDateDiff,  kDateText,  kInt,     kBit, kFloat,
-    kNumber,   kRound,        kLeft,     kRight,   kSubstring, kCharIndex, kReplace, kLike};
+    kDateTime,  kDateFromDays, kDatePart, kDateAdd,   kDateDiff, kDateText, kInt,
+    kBit,       kFloat,        kNumber,   kRound,     kLeft,     kRight,    kSubstring,
+    kCharIndex, kReplace,      kLike,     kReplicate, kStuff};
 inline constexpr std::string_view kFunctions[] = {
-    kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
-    kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,
-    kAdd,      kLeft,  kRight,    kSubstring, kCharIndex, kReplace,  kLike};
+    kDateTime, kDate,      kDatePart,  kDateAdd, kDateDiff, kDateText,  kVarchar, kInt,   kBit,
+    kFloat,    kDecimal,   kRound,     kFloor,   kCeiling,  kNonZero,   kMod,     kAdd,   kLeft,
+    kRight,    kSubstring, kCharIndex, kReplace, kLike,     kReplicate, kReverse, kStuff, kPower};
 
 // The date parts of kDatePart, kDateAdd and kDateDiff. kDays is kDateAdd's own: date ± n days,
 // which keeps n's fraction as a time of day.

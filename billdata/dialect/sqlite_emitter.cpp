@@ -303,6 +303,43 @@ class SqliteHooks final : public EngineHooks {
             case Func::Ceiling:
                 call(em, runtime::kCeiling, f.args);
                 return;
+            case Func::Replicate:
+                call(em, runtime::kReplicate, f.args);
+                return;
+            case Func::Space:
+                em.text(runtime::kReplicate);
+                em.text("(' ', ");
+                em.expr(*f.args[0]);
+                em.ch(')');
+                return;
+            case Func::Reverse:
+                call(em, runtime::kReverse, f.args);
+                return;
+            case Func::Stuff:
+                call(em, runtime::kStuff, f.args);
+                return;
+            case Func::DataLength:
+                if (const char* size = stored_size(f.args[0]->vtype)) {
+                    em.text("CASE WHEN ");
+                    em.operand(*f.args[0], kOutEquality);
+                    em.text(" IS NULL THEN NULL ELSE ");
+                    em.text(size);
+                    em.text(" END");
+                    return;
+                }
+                // A text's bytes: its UTF-8 length (the server counts its own code page).
+                em.text("length(CAST(");
+                em.expr(*f.args[0]);
+                em.text(" AS BLOB))");
+                return;
+            case Func::Power: {
+                // A whole base gives a whole power, cut towards zero (2 ^ -1 is 0).
+                const bool whole = f.vtype == ColumnType::Integer;
+                if (whole) em.text("CAST(");
+                call(em, runtime::kPower, f.args);
+                if (whole) em.text(" AS INTEGER)");
+                return;
+            }
             case Func::Count:
             case Func::Sum:
             case Func::Max:

@@ -164,6 +164,44 @@ TEST_P(Semantics, TextFunctions) {
     });
 }
 
+TEST_P(Semantics, ReplicateSpaceReverseAndStuffBuildTexts) {
+    expect_values({
+        {"select replicate('ab',3)", "ababab"},
+        {"select '[' + replicate('x',0) + ']'", "[]"},
+        {"select replicate('x',-1)", "NULL"},
+        {"select replicate(NULL,2)", "NULL"},
+        {"select replicate(FItemID,2) + 1 from t_Stock where FItemID=2", "23"},
+        {"select '[' + space(2) + ']'", "[  ]"},
+        {"select space(-1)", "NULL"},
+        {"select reverse('abc') + reverse(N'中文a')", "cbaa文中"},
+        {"select reverse(FVipNo) from Vip where FVipID=3", "300V"},
+        {"select stuff('abcdef',2,3,'ijklmn')", "aijklmnef"},
+        {"select stuff('abc',2,0,'x') + stuff('abc',2,10,'x') + stuff('abc',3,1,NULL)", "axbcaxab"},
+        {"select stuff(N'中文字',2,1,'-')", "中-字"},
+        {"select stuff('abc',0,1,'x')", "NULL"},
+        {"select stuff('abc',4,1,'x')", "NULL"},
+        {"select stuff('abc',2,-1,'x')", "NULL"},
+        {"select count(*) from ICStockBill where stuff(FBillNo,1,2,'') = '250309-001'", "1"},
+    });
+}
+
+TEST_P(Semantics, DataLengthAndPower) {
+    expect_values({
+        {"select datalength('abc ')", "4"},
+        {"select datalength(FRemark) from ICStockBill where FInterID=5", "6"},  // 'first '
+        {"select datalength(FRemark) from ICStockBill where FInterID=6", "NULL"},
+        {"select datalength(FInStockID) + datalength(FDate) from ICStockBill where FInterID=5",
+         "12"},
+        {"select count(*) from ICStockBill where datalength(FBillNo) = 12", "2"},
+        {"select power(2,10) + 1", "1025"},
+        {"select power(2,-1)", "0"},  // a whole base gives a whole power
+        {"select power(2.0,-1)", "0.5"},
+        {"select power(FSumQty,2) from ICStockBill where FInterID=5", "100"},
+        {"select power(NULL,2)", "NULL"},
+    });
+    expect_error("select power(-8.0,0.5)", "出现无效的浮点操作。");
+}
+
 TEST_P(Semantics, NumbersDivisionAndRounding) {
     expect_values({
         {"select 7/2", "3"},

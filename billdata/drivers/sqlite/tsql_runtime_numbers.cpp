@@ -321,11 +321,28 @@ void fn_add(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     sqlite3_result_double(ctx, a + b);
 }
 
+// POWER as a float; a power that is no real number (a negative base to a fraction) or too
+// large is the server's floating point error.
+void fn_power(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (any_null(argc, argv)) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    double x = 0, y = 0;
+    if (!number_of(ctx, argv[0], x, kBadFloat) || !number_of(ctx, argv[1], y, kBadFloat)) return;
+    const double r = std::pow(x, y);
+    if (!std::isfinite(r)) {
+        sqlite3_result_error(ctx, "出现无效的浮点操作。", -1);
+        return;
+    }
+    sqlite3_result_double(ctx, r);
+}
+
 constexpr FunctionDef kNumberFunctions[] = {
     {names::kInt, 1, fn_int},     {names::kBit, 1, fn_bit},         {names::kFloat, 1, fn_float},
     {names::kDecimal, 2, fn_dec}, {names::kRound, 2, fn_round},     {names::kRound, 3, fn_round},
     {names::kFloor, 1, fn_floor}, {names::kCeiling, 1, fn_ceiling}, {names::kNonZero, 1, fn_nz},
-    {names::kMod, 2, fn_mod},     {names::kAdd, 2, fn_add},
+    {names::kMod, 2, fn_mod},     {names::kAdd, 2, fn_add},         {names::kPower, 2, fn_power},
 };
 
 }  // namespace

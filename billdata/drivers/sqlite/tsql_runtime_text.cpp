@@ -1,9 +1,10 @@
 // The text functions of the T-SQL runtime: conversion to varchar, LEFT, RIGHT, SUBSTRING,
-// CHARINDEX, REPLACE and LIKE, on UTF-8 texts counted in characters.
+// CHARINDEX, REPLACE, REPLICATE, REVERSE, STUFF and LIKE, on UTF-8 texts counted in characters.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "billdata/dialect/runtime_names.h"
 #include "billdata/drivers/sqlite/tsql_runtime_internal.h"
@@ -186,6 +187,76 @@ void fn_replace(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     result_text(ctx, out);
 }
 
+// REPLICATE: NULL for a negative count; the result stops at the server's 8000 characters of a
+// text that is not of unlimited length.
+void fn_replicate(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (any_null(argc, argv)) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    long long n = sqlite3_value_int64(argv[1]);
+    if (n < 0) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    constexpr std::size_t kMaxChars = 8000;
+    std::string s = text_of(argv[0]);
+    std::string out;
+    std::size_t chars = 0;
+    const std::size_t each = char_count(s);
+    for (long long i = 0; i < n && chars < kMaxChars && each > 0; ++i, chars += each)
+        out.append(s);
+    out.resize(byte_offset(out, kMaxChars));
+    result_text(ctx, out);
+}
+
+// REVERSE, character by character.
+void fn_reverse(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    std::string s = text_of(argv[0]);
+    std::string out;
+    out.reserve(s.size());
+    std::vector<std::size_t> starts;
+    for (std::size_t i = 0; i < s.size(); i += utf8_len(static_cast<unsigned char>(s[i])))
+        starts.push_back(i);
+    std::size_t end = s.size();
+    for (auto it = starts.rbegin(); it != starts.rend(); ++it) {
+        out.append(s, *it, end - *it);
+        end = *it;
+    }
+    result_text(ctx, out);
+}
+
+// STUFF(text, start, length, new): `length` characters from `start` replaced by `new` (a NULL
+// `new` only deletes). NULL when start is not a position of the text or the length is negative.
+void fn_stuff(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    for (int i = 0; i < 3; ++i) {
+        if (sqlite3_value_type(argv[i]) == SQLITE_NULL) {
+            sqlite3_result_null(ctx);
+            return;
+        }
+    }
+    std::string s = text_of(argv[0]);
+    const long long start = sqlite3_value_int64(argv[1]);
+    const long long length = sqlite3_value_int64(argv[2]);
+    const std::size_t total = char_count(s);
+    if (start < 1 || static_cast<unsigned long long>(start) > total || length < 0) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    const std::size_t from = static_cast<std::size_t>(start - 1);
+    const std::size_t cut = static_cast<unsigned long long>(length) >= total - from
+                                ? total
+                                : from + static_cast<std::size_t>(length);
+    std::string out = s.substr(0, byte_offset(s, from));
+    if (sqlite3_value_type(argv[3]) != SQLITE_NULL) out.append(text_of(argv[3]));
+    out.append(s, byte_offset(s, cut), std::string::npos);
+    result_text(ctx, out);
+}
+
 // LIKE with the server's patterns: % and _, [abc], [a-z] and [^…] classes, an optional escape
 // character; letters compare without regard to case and trailing blanks do not count.
 class LikeMatcher {
@@ -306,6 +377,8 @@ constexpr FunctionDef kTextFunctions[] = {
     {names::kSubstring, 3, fn_substring}, {names::kCharIndex, 2, fn_charindex},
     {names::kCharIndex, 3, fn_charindex}, {names::kReplace, 3, fn_replace},
     {names::kLike, 2, fn_like},           {names::kLike, 3, fn_like},
+    {names::kReplicate, 2, fn_replicate}, {names::kReverse, 1, fn_reverse},
+    {names::kStuff, 4, fn_stuff},
 };
 
 }  // namespace

@@ -285,6 +285,24 @@ LANGUAGE sql IMMUTABLE AS $$
                lower(find) COLLATE "default"), 0) + greatest(start, 1)::int - 1, 0) END
 $$;
 
+-- REPLICATE: NULL for a negative count; the result stops at 8000 characters, as a text that is
+-- not of unlimited length does on the server.
+CREATE FUNCTION bd_replicate(value text, n bigint) RETURNS text
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN n < 0 THEN NULL
+                ELSE left(repeat(value, least(n, 8000 / greatest(length(value), 1) + 1)::int), 8000)
+           END
+$$;
+
+-- STUFF: `n` characters from `start` replaced by `replacement` (NULL only deletes); NULL when
+-- start is not a position of the text or n is negative.
+CREATE FUNCTION bd_stuff(value text, start bigint, n bigint, replacement text) RETURNS text
+LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN start < 1 OR start > length(value) OR n < 0 THEN NULL
+                ELSE left(value, (start - 1)::int) || coalesce(replacement, '')
+                     || substr(value, least(start + least(n, 2147483647), 2147483647)::int) END
+$$;
+
 -- REPLACE without regard to case.
 CREATE FUNCTION bd_replace(value text, find text, replacement text) RETURNS text
 LANGUAGE sql IMMUTABLE AS $$
