@@ -304,6 +304,8 @@ enum class Func : std::uint8_t {
     Stuff,
     DataLength,
     Power,
+    PatIndex,
+    IsDate,
     Count,
     Sum,
     Max,

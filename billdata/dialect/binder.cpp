@@ -749,6 +749,8 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::Len:
                 case Func::CharIndex:
                 case Func::DataLength:
+                case Func::PatIndex:
+                case Func::IsDate:
                 case Func::Count:
                     e.vtype = ColumnType::Integer;
                     break;

@@ -98,6 +98,8 @@ constexpr FuncEntry kFunctions[] = {
     {"stuff", Func::Stuff, 4, 4},
     {"datalength", Func::DataLength, 1, 1},
     {"power", Func::Power, 2, 2},
+    {"patindex", Func::PatIndex, 2, 2},
+    {"isdate", Func::IsDate, 1, 1},
     {"count", Func::Count, 1, 1},
     {"sum", Func::Sum, 1, 1},
     {"max", Func::Max, 1, 1},

@@ -670,6 +670,12 @@ class PostgresHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             }
+            case Func::PatIndex:
+                texts_call(em, names::kPatIndex, f.args, 2);
+                return;
+            case Func::IsDate:
+                texts_call(em, names::kIsDate, f.args, 1);
+                return;
             case Func::Power: {
                 // A whole base gives a whole power, cut towards zero (2 ^ -1 is 0).
                 const bool whole = f.vtype == ColumnType::Integer;

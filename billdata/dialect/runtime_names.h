@@ -43,6 +43,8 @@ inline constexpr std::string_view kReplicate = "bd_replicate";  // (text, n): NU
 inline constexpr std::string_view kReverse = "bd_reverse";      // (text)
 inline constexpr std::string_view kStuff = "bd_stuff";          // (text, start, length, new)
 inline constexpr std::string_view kPower = "bd_power";          // (x, y): a float
+inline constexpr std::string_view kPatIndex = "bd_patindex";    // (pattern, text)
+inline constexpr std::string_view kIsDate = "bd_isdate";        // (value): 1 or 0, never NULL
 
 inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollation};
 
@@ -53,11 +55,12 @@ inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it
 inline constexpr std::string_view kServerFunctions[] = {
     kDateTime,  kDateFromDays, kDatePart, kDateAdd,   kDateDiff, kDateText, kInt,
     kBit,       kFloat,        kNumber,   kRound,     kLeft,     kRight,    kSubstring,
-    kCharIndex, kReplace,      kLike,     kReplicate, kStuff};
+    kCharIndex, kReplace,      kLike,     kReplicate, kStuff,    kPatIndex, kIsDate};
 inline constexpr std::string_view kFunctions[] = {
-    kDateTime, kDate,      kDatePart,  kDateAdd, kDateDiff, kDateText,  kVarchar, kInt,   kBit,
-    kFloat,    kDecimal,   kRound,     kFloor,   kCeiling,  kNonZero,   kMod,     kAdd,   kLeft,
-    kRight,    kSubstring, kCharIndex, kReplace, kLike,     kReplicate, kReverse, kStuff, kPower};
+    kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
+    kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,
+    kAdd,      kLeft,  kRight,    kSubstring, kCharIndex, kReplace,  kLike,    kReplicate,
+    kReverse,  kStuff, kPower,    kPatIndex,  kIsDate};
 
 // The date parts of kDatePart, kDateAdd and kDateDiff. kDays is kDateAdd's own: date ± n days,
 // which keeps n's fraction as a time of day.

@@ -332,6 +332,12 @@ class SqliteHooks final : public EngineHooks {
                 em.expr(*f.args[0]);
                 em.text(" AS BLOB))");
                 return;
+            case Func::PatIndex:
+                call(em, runtime::kPatIndex, f.args);
+                return;
+            case Func::IsDate:
+                call(em, runtime::kIsDate, f.args);
+                return;
             case Func::Power: {
                 // A whole base gives a whole power, cut towards zero (2 ^ -1 is 0).
                 const bool whole = f.vtype == ColumnType::Integer;

@@ -202,6 +202,22 @@ TEST_P(Semantics, DataLengthAndPower) {
     expect_error("select power(-8.0,0.5)", "出现无效的浮点操作。");
 }
 
+TEST_P(Semantics, PatIndexFindsLikePatternsAndIsDateTellsDates) {
+    expect_values({
+        {"select patindex('%ter%','interesting data')", "3"},
+        {"select patindex('%en_ure%','Please ensure the door is locked!')", "8"},
+        {"select patindex('%[^ 0-9A-Za-z]%','Please ensure the door is locked!')", "33"},
+        {"select patindex('%TER%','interesting') + patindex('ab%','abc') + patindex('b%','abc')",
+         "4"},
+        {"select patindex('%z%','abc')", "0"},
+        {"select patindex(NULL,'abc')", "NULL"},
+        {"select patindex('%[0-9]%',FBillNo) from ICStockBill where FInterID=6", "4"},
+        {"select isdate('2025-03-09') + isdate('20250309 08:30')", "2"},
+        {"select isdate('20250230') + isdate('not a date') + isdate('') + isdate(NULL)", "0"},
+        {"select isdate(FDate) + isdate(FBillNo) from ICStockBill where FInterID=5", "1"},
+    });
+}
+
 TEST_P(Semantics, NumbersDivisionAndRounding) {
     expect_values({
         {"select 7/2", "3"},

@@ -367,6 +367,15 @@ void fn_dt(sqlite3_context* ctx, int, sqlite3_value** argv) {
     if (date_argument(ctx, argv[0], dt)) result_text(ctx, canonical(dt));
 }
 
+// ISDATE: 1 for a text the date reader takes, else 0 (NULL and a blank text included).
+void fn_isdate(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    DateTime dt;
+    const std::string text =
+        sqlite3_value_type(argv[0]) == SQLITE_NULL ? std::string() : text_of(argv[0]);
+    const bool date = !trim_blanks(text).empty() && parse_date(text, dt);
+    sqlite3_result_int(ctx, date ? 1 : 0);
+}
+
 void fn_date(sqlite3_context* ctx, int, sqlite3_value** argv) {
     DateTime dt;
     if (date_argument(ctx, argv[0], dt)) result_text(ctx, format_date(dt, 23));
@@ -612,7 +621,7 @@ constexpr FunctionDef kDateFunctions[] = {
     {names::kDateTime, 1, fn_dt},        {names::kDate, 1, fn_date},
     {names::kDatePart, 2, fn_datepart},  {names::kDateAdd, 3, fn_dateadd},
     {names::kDateDiff, 3, fn_datediff},  {names::kDateText, 3, fn_date_text},
-    {names::kDateText, 4, fn_date_text},
+    {names::kDateText, 4, fn_date_text}, {names::kIsDate, 1, fn_isdate},
 };
 
 }  // namespace

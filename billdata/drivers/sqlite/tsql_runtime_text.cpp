@@ -1,6 +1,8 @@
 // The text functions of the T-SQL runtime: conversion to varchar, LEFT, RIGHT, SUBSTRING,
-// CHARINDEX, REPLACE, REPLICATE, REVERSE, STUFF and LIKE, on UTF-8 texts counted in characters.
+// CHARINDEX, REPLACE, REPLICATE, REVERSE, STUFF, LIKE and PATINDEX, on UTF-8 texts counted in
+// characters.
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -371,6 +373,34 @@ void fn_like(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     sqlite3_result_int(ctx, m.match(trim_trailing_blanks(value)) ? 1 : 0);
 }
 
+// PATINDEX: the position where the pattern's match starts, 0 for none. A pattern that starts
+// with % finds its remainder at the first position from which the rest of the text matches it;
+// any other pattern matches the whole text or nothing.
+void fn_patindex(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (any_null(argc, argv)) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    std::string pattern = text_of(argv[0]);
+    std::string value = text_of(argv[1]);
+    std::string_view p = trim_trailing_blanks(pattern);
+    std::string_view s = trim_trailing_blanks(value);
+    if (p.empty() || p.front() != '%') {
+        sqlite3_result_int(ctx, LikeMatcher(p, 0, false).match(s) ? 1 : 0);
+        return;
+    }
+    LikeMatcher rest(p.substr(1), 0, false);
+    long long position = 1;
+    for (std::size_t i = 0;; i += utf8_len(static_cast<unsigned char>(s[i])), ++position) {
+        if (rest.match(s.substr(std::min(i, s.size())))) {
+            sqlite3_result_int64(ctx, position);
+            return;
+        }
+        if (i >= s.size()) break;
+    }
+    sqlite3_result_int(ctx, 0);
+}
+
 constexpr FunctionDef kTextFunctions[] = {
     {names::kVarchar, 2, fn_varchar},     {names::kVarchar, 3, fn_varchar},
     {names::kLeft, 2, fn_left},           {names::kRight, 2, fn_right},
@@ -378,7 +408,7 @@ constexpr FunctionDef kTextFunctions[] = {
     {names::kCharIndex, 3, fn_charindex}, {names::kReplace, 3, fn_replace},
     {names::kLike, 2, fn_like},           {names::kLike, 3, fn_like},
     {names::kReplicate, 2, fn_replicate}, {names::kReverse, 1, fn_reverse},
-    {names::kStuff, 4, fn_stuff},
+    {names::kStuff, 4, fn_stuff},         {names::kPatIndex, 2, fn_patindex},
 };
 
 }  // namespace

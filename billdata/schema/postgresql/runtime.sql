@@ -414,3 +414,30 @@ CREATE FUNCTION bd_like(value text, pattern text, escape text) RETURNS boolean
 LANGUAGE sql IMMUTABLE AS $$
     SELECT rtrim(value, ' ') COLLATE "default" ~* bd_like_regex(pattern COLLATE "default", escape COLLATE "default")
 $$;
+
+-- PATINDEX: the position where the pattern's match starts, 0 for none. A pattern that starts with
+-- % finds its remainder at the first position from which the rest of the text matches it; any
+-- other pattern matches the whole text or nothing. Patterns as LIKE reads them.
+CREATE FUNCTION bd_patindex(pattern text, value text) RETURNS int
+LANGUAGE sql IMMUTABLE STRICT AS $$
+    SELECT CASE WHEN left(pattern, 1) COLLATE "default" = '%'
+                THEN regexp_instr(rtrim(value, ' ') COLLATE "default",
+                                  substr(bd_like_regex(substr(pattern, 2) COLLATE "default", NULL), 2),
+                                  1, 1, 0, 'i')
+                WHEN rtrim(value, ' ') COLLATE "default" ~* bd_like_regex(pattern COLLATE "default", NULL)
+                THEN 1 ELSE 0 END
+$$;
+
+-- ISDATE: 1 for a text the date reader (bd_dt) takes, else 0 (NULL and a blank text included).
+CREATE FUNCTION bd_isdate(value text) RETURNS int
+LANGUAGE plpgsql IMMUTABLE AS $$
+BEGIN
+    IF value IS NULL OR btrim(value, E' \t') = '' THEN
+        RETURN 0;
+    END IF;
+    PERFORM bd_dt(value);
+    RETURN 1;
+EXCEPTION WHEN others THEN
+    RETURN 0;
+END
+$$;
