@@ -306,6 +306,7 @@ enum class Func : std::uint8_t {
     Power,
     PatIndex,
     IsDate,
+    DateName,
     Count,
     Sum,
     Max,

@@ -766,6 +766,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::Space:
                 case Func::Reverse:
                 case Func::Stuff:
+                case Func::DateName:
                     e.vtype = ColumnType::Text;
                     break;
                 case Func::Round:

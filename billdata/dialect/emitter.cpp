@@ -39,6 +39,17 @@ std::string_view date_part_name(DatePart part) {
     return {};
 }
 
+std::span<const std::string_view> date_part_value_names(DatePart part) {
+    static constexpr std::string_view kMonths[] = {"January",   "February", "March",    "April",
+                                                   "May",       "June",     "July",     "August",
+                                                   "September", "October",  "November", "December"};
+    static constexpr std::string_view kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                                     "Thursday", "Friday", "Saturday"};
+    if (part == DatePart::Month) return kMonths;
+    if (part == DatePart::Weekday) return kWeekdays;
+    return {};
+}
+
 const char* stored_size(ColumnType type) {
     switch (type) {
         case ColumnType::Integer:

@@ -3,6 +3,7 @@
 // engines share (select structure, joins, predicates, CASE); every place where engines differ
 // goes through EngineHooks, so a new engine is one hooks class, not a second printer.
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -180,6 +181,9 @@ std::string_view date_part_name(DatePart part);
 // DATALENGTH of a value of this type that is not a text, as the server stores it: 4 for a whole
 // number, 8 for a date or a float (a decimal column's 9 is not told apart); null for a text.
 const char* stored_size(ColumnType type);
+// The names DATENAME gives the values 1, 2, … of a date part, in English as the server's default
+// language has them (months, days of the week from Sunday); empty for a part it writes as digits.
+std::span<const std::string_view> date_part_value_names(DatePart part);
 // Translation::lockable_table of a bound statement.
 std::string lockable_table(const Node& stmt);
 

@@ -100,6 +100,7 @@ constexpr FuncEntry kFunctions[] = {
     {"power", Func::Power, 2, 2},
     {"patindex", Func::PatIndex, 2, 2},
     {"isdate", Func::IsDate, 1, 1},
+    {"datename", Func::DateName, 1, 1},
     {"count", Func::Count, 1, 1},
     {"sum", Func::Sum, 1, 1},
     {"max", Func::Max, 1, 1},
@@ -920,7 +921,8 @@ Expr* Parser::parse_function(const Token& name) {
     expect(Tok::LParen);
     auto* fn =
         arena_.make<Function>(name.pos, entry->func, name.text, List<Expr*>(arena_.resource()));
-    if (fn->func == Func::DateAdd || fn->func == Func::DateDiff || fn->func == Func::DatePart) {
+    if (fn->func == Func::DateAdd || fn->func == Func::DateDiff || fn->func == Func::DatePart ||
+        fn->func == Func::DateName) {
         const Token& p = peek();
         if (p.kind != Tok::Identifier && p.kind != Tok::QuotedIdentifier) syntax_error(p);
         for (const auto& e : kDateParts) {

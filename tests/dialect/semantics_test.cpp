@@ -218,6 +218,16 @@ TEST_P(Semantics, PatIndexFindsLikePatternsAndIsDateTellsDates) {
     });
 }
 
+TEST_P(Semantics, DateNameNamesMonthsAndWeekdaysInEnglish) {
+    expect_values({
+        {"select datename(month,FDate) + ' ' + datename(dw,FDate) from ICStockBill where FInterID=8",
+         "December Tuesday"},
+        {"select datename(mm,'2025-03-09') + datename(weekday,'2025-03-09')", "MarchSunday"},
+        {"select datename(yyyy,'2025-03-09') + datename(dd,'2025-03-09')", "20259"},
+        {"select datename(month,NULL)", "NULL"},
+    });
+}
+
 TEST_P(Semantics, NumbersDivisionAndRounding) {
     expect_values({
         {"select 7/2", "3"},
