@@ -737,6 +737,15 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::NullIf:
                     e.vtype = arg(0);
                     break;
+                case Func::DataLength:
+                    // A number's stored size depends on its exact type (smallint 2, int 4,
+                    // decimal(18,4) 9, a literal 1.5 5 …), which is not known here: refused
+                    // rather than answered differently.
+                    if (is_numeric(arg(0)))
+                        fail("unsupported construct 'datalength of a number'", f.pos,
+                             "datalength of a number");
+                    e.vtype = ColumnType::Integer;
+                    break;
                 case Func::GetDate:
                 case Func::DateAdd:
                     e.vtype = ColumnType::Date;
@@ -748,7 +757,6 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::DatePart:
                 case Func::Len:
                 case Func::CharIndex:
-                case Func::DataLength:
                 case Func::PatIndex:
                 case Func::IsDate:
                 case Func::Count:

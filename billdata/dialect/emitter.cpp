@@ -51,15 +51,8 @@ std::span<const std::string_view> date_part_value_names(DatePart part) {
 }
 
 const char* stored_size(ColumnType type) {
-    switch (type) {
-        case ColumnType::Integer:
-            return "4";
-        case ColumnType::Real:
-        case ColumnType::Date:
-            return "8";
-        default:
-            return nullptr;
-    }
+    // Numbers are refused by the binder: their size depends on their exact type.
+    return type == ColumnType::Date ? "8" : nullptr;
 }
 
 int Emitter::precedence(const Expr& e) {

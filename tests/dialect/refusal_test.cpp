@@ -89,6 +89,7 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
         {"with x as (select 1 as a) select * from x", "with", "with"},
         {"update ICStockBill set FSumQty+=1", "+=", "+="},
         {"select soundex(FBillNo) from ICStockBill", "function soundex", "soundex"},
+        {"select datalength(FSumQty) from ICStockBill", "datalength of a number", "datalength"},
         {"select dateadd(foo,1,getdate())", "date part foo", "foo"},
         {"select cast(1 as xml)", "type xml", "xml"},
         {"select FInterID from ICStockBill where FInterID > all (select 1)", "all (subquery)",
