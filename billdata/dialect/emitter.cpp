@@ -761,4 +761,17 @@ void Emitter::aggregate(const Function& f) {
     ch(')');
 }
 
+void Emitter::plain_delete(const Delete& d) {
+    out_.append("DELETE FROM ");
+    name(d.target->name);
+    if (!d.target->alias.empty()) {
+        out_.append(" AS ");
+        name(d.target->alias);
+    }
+    if (d.where) {
+        out_.append(" WHERE ");
+        expr(*d.where);
+    }
+}
+
 }  // namespace billdata::dialect

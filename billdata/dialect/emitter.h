@@ -143,6 +143,9 @@ class Emitter {
     void call(std::string_view fn, const List<Expr*>& args);
     // An aggregate as written: count(*), sum(DISTINCT x), …
     void aggregate(const Function& f);
+    // `DELETE FROM T [AS a] [WHERE …]` of a delete without a FROM of its own: the same on every
+    // engine.
+    void plain_delete(const Delete& d);
 
   private:
     void body(const Node& body, bool top_level, bool in_compound);

@@ -1050,19 +1050,11 @@ class PostgresHooks final : public EngineHooks {
     }
 
     void remove(Emitter& em, const Delete& d) const override {
-        em.text("DELETE FROM ");
         if (d.from.empty()) {
-            em.name(d.target->name);
-            if (!d.target->alias.empty()) {
-                em.text(" AS ");
-                em.name(d.target->alias);
-            }
-            if (d.where) {
-                em.text(" WHERE ");
-                em.expr(*d.where);
-            }
+            em.plain_delete(d);
             return;
         }
+        em.text("DELETE FROM ");
         if (d.target_source == nullptr) {
             // The target is a table of its own, joined to the FROM by the WHERE.
             em.name(d.target->name);

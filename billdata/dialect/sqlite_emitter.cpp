@@ -618,19 +618,11 @@ class SqliteHooks final : public EngineHooks {
     }
 
     void remove(Emitter& em, const Delete& d) const override {
-        em.text("DELETE FROM ");
         if (d.from.empty()) {
-            em.name(d.target->name);
-            if (!d.target->alias.empty()) {
-                em.text(" AS ");
-                em.name(d.target->alias);
-            }
-            if (d.where) {
-                em.text(" WHERE ");
-                em.expr(*d.where);
-            }
+            em.plain_delete(d);
             return;
         }
+        em.text("DELETE FROM ");
         // `delete t1 from T t1 join …`: the rows of t1 that the join and the WHERE keep.
         const TableRef& target = d.target_source ? *d.target_source : *d.target;
         em.name(target.name);
