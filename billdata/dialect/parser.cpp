@@ -521,7 +521,7 @@ void Parser::parse_select_item(QuerySpec& spec) {
         spec.items.push_back(SelectItem{parse_expr(), alias});
         return;
     }
-    if (t.kind == Tok::Variable && peek(1).kind == Tok::Eq) {
+    if (t.kind == Tok::Variable && peek(1).kind == Tok::Eq && !script_) {
         unsupported("variable assignment", t.pos);
     }
     Expr* e = parse_expr();
@@ -822,6 +822,9 @@ Select* Parser::parse_subquery_in_parens() {
 }
 
 Expr* Parser::parse_primary() {
+    if (script_) {
+        if (Expr* e = parse_script_term()) return e;
+    }
     const Token& t = peek();
     switch (t.kind) {
         case Tok::Number: {

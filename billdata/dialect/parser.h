@@ -24,6 +24,9 @@ class Parser {
     std::vector<dialect::Literal>& literals() { return literals_; }
 
   private:
+    // Reads whole scripts (script.h) with this parser's statement and expression rules.
+    friend class ScriptParser;
+
     const Token& peek(std::size_t ahead = 0) const {
         std::size_t i = at_ + ahead;
         return i < tokens_.size() ? tokens_[i] : tokens_.back();
@@ -69,6 +72,9 @@ class Parser {
     TypeSpec parse_type();
     long long parse_plain_integer();
     Select* parse_subquery_in_parens();
+    // Script bodies only: a variable, UPDATE(column) or a system function without arguments
+    // (script_parser.cpp); nullptr when the next token starts none of them.
+    Expr* parse_script_term();
 
     Arena& arena_;
     std::string_view src_;
@@ -79,6 +85,7 @@ class Parser {
     int reach_ = 0;  // the deepest level of the tree parsed so far (see ChainHeight)
     StatementKind kind_ = StatementKind::Select;
     std::vector<dialect::Literal> literals_;
+    bool script_ = false;  // reading a script's bodies: variables are names, not refused
 };
 
 }  // namespace billdata::dialect
