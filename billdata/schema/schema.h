@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace billdata::schema {
 
@@ -18,6 +19,21 @@ std::string_view sqlite_schema();
 // batches separated by GO lines. Byte for byte the file billdata/schema/sqlserver/billdata.sql.
 // Static text; thread-safe.
 std::string_view sqlserver_schema();
+
+// A column as the SQL Server script declares it.
+struct DeclaredColumn {
+    std::string table;
+    std::string column;
+    std::string type;   // the type's name as written, lower case: int, nvarchar, decimal, datetime
+    int length = 0;     // a text's declared length, -1 for max; 0 for the other types
+    int precision = 0;  // a decimal's precision and scale; 0 for the other types
+    int scale = 0;
+    bool nullable = true;
+};
+
+// Every column of every table of sqlserver_schema(), tables and columns in declared order, read
+// from the script by the dialect's script parser once per process. Thread-safe.
+const std::vector<DeclaredColumn>& sqlserver_declared_columns();
 
 // Whether `target` names a database on a server (a PostgreSQL connection string or URI) rather
 // than an embedded database file.
