@@ -1,4 +1,4 @@
-// The SQL Server script's procedures and cost triggers against the embedded engine's own: their
+// The SQL Server script's procedures and triggers against the embedded engine's own: their
 // bodies are run statement by statement on a database file, each query and write translated by
 // translate_sqlite with the variables put in as literals, and the results compared with what
 // the embedded procedures and triggers leave on the same rows. Only the transaction control
@@ -404,4 +404,145 @@ TEST(ScriptProcedures, GiveWhatTheEmbeddedProceduresGiveOnTheSameRows) {
     // An earlier current period makes every item dirty and more bills writable.
     both("UPDATE t_SystemProfile SET FValue = '2' WHERE FKey = 'CurrentPeriod'");
     recalculate_and_compare("after the period moved back");
+}
+
+namespace {
+
+// One change and the script's triggers it fires, run on a database whose own cost and delete
+// triggers are dropped: the changed rows before and after the change become the tables deleted
+// and inserted, and each trigger of the table for that kind of change runs its body over them.
+class ScriptTriggers {
+  public:
+    explicit ScriptTriggers(RawDb& db) : db_(db) {
+        for (const auto& s : script().statements) {
+            if (s.kind != ScriptKind::CreateTrigger) continue;
+            triggers_.push_back(&s);
+            for (const char* suffix : {"", "Ins", "Upd", "Del"})
+                db_.exec("DROP TRIGGER IF EXISTS " + s.name + suffix);
+        }
+    }
+
+    // `kind` INSERT, UPDATE or DELETE; `where` picks the rows an update or delete changes.
+    void change(const std::string& table, const std::string& kind, const std::string& sql,
+                const std::string& where = "0", std::set<std::string> set_columns = {}) {
+        db_.exec("CREATE TEMP TABLE bd_rows AS SELECT rowid AS r FROM " + table + " WHERE " +
+                 (kind == "INSERT" ? "0" : where));
+        db_.exec("CREATE TEMP TABLE deleted AS SELECT * FROM " + table +
+                 " WHERE rowid IN (SELECT r FROM bd_rows)");
+        const long long last = db_.integer("SELECT coalesce(max(rowid), 0) FROM " + table);
+        db_.exec(sql);
+        db_.exec("CREATE TEMP TABLE inserted AS SELECT * FROM " + table + " WHERE " +
+                 (kind == "INSERT"   ? "rowid > " + std::to_string(last)
+                  : kind == "UPDATE" ? "rowid IN (SELECT r FROM bd_rows)"
+                                     : "0"));
+        if (kind == "INSERT")
+            for (const auto& c : billdata::schema::builtin_catalog().columns(table))
+                set_columns.insert(lower(c));
+        fire(table, kind, set_columns);
+        db_.exec("DROP TABLE temp.bd_rows; DROP TABLE temp.deleted; DROP TABLE temp.inserted");
+    }
+
+  private:
+    void fire(const std::string& table, const std::string& kind,
+              const std::set<std::string>& set_columns) {
+        dialect::Catalog catalog = billdata::schema::builtin_catalog();
+        for (const auto& c : catalog.columns(table))
+            for (const char* t : {"inserted", "deleted"})
+                catalog.add_column(t, c, catalog.column_type(table, c));
+        for (const ScriptStatement* t : triggers_) {
+            if (lower(t->table) != lower(table)) continue;
+            if (std::find(t->events.begin(), t->events.end(), kind) == t->events.end()) continue;
+            // The delete triggers' own deletes fire the lines' triggers, as nested triggers do
+            // on the server: the lines of the deleted bills, taken before they go.
+            const bool cascades = table == "ICStockBill" && kind == "DELETE";
+            if (cascades)
+                db_.exec(
+                    "CREATE TEMP TABLE bd_lines AS SELECT * FROM ICStockBillEntry "
+                    "WHERE FInterID IN (SELECT FInterID FROM temp.deleted)");
+            BodyRunner run(db_.handle(), billdata::schema::sqlserver_schema(), catalog);
+            run.updated_columns = set_columns;
+            run.run(t->body);
+            if (cascades) {
+                db_.exec(
+                    "ALTER TABLE temp.deleted RENAME TO bd_outer; "
+                    "ALTER TABLE temp.inserted RENAME TO bd_outer_inserted; "
+                    "ALTER TABLE temp.bd_lines RENAME TO deleted; "
+                    "CREATE TEMP TABLE inserted AS SELECT * FROM deleted WHERE 0");
+                fire("ICStockBillEntry", "DELETE", {});
+                db_.exec(
+                    "DROP TABLE temp.deleted; DROP TABLE temp.inserted; "
+                    "ALTER TABLE temp.bd_outer RENAME TO deleted; "
+                    "ALTER TABLE temp.bd_outer_inserted RENAME TO inserted");
+            }
+        }
+    }
+
+    RawDb& db_;
+    std::vector<const ScriptStatement*> triggers_;
+};
+
+}  // namespace
+
+TEST(ScriptTriggers, MarkTheItemsAndDeleteTheLinesTheEmbeddedTriggersDo) {
+    billdata::testing::TempDir dir;
+    const std::string embedded_path = dir.file("embedded.db"), script_path = dir.file("script.db");
+    billdata::schema::create_database(embedded_path, false, 2025, 3);
+    billdata::schema::create_database(script_path, false, 2025, 3);
+    RawDb embedded(embedded_path), scripted(script_path);
+    embedded.exec(kRows);
+    scripted.exec(kRows);
+    const std::string orders =
+        "INSERT INTO ICOrder (FInterID, FTranType) VALUES (20, 11), (21, 11);"
+        "INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID, FRowKey) VALUES "
+        "(20, 1, 1, 'a'), (21, 1, 2, 'b');"
+        "INSERT INTO ICOrderEntry_1 (FInterID, FItemID, FRowKey) VALUES (20, 1, 'a'), (21, 2, 'b');"
+        "INSERT INTO ICStockBillEntry_1 (FInterID, FItemID, FRowKey) VALUES (3, 1, 'r'), (4, 2, 'r');"
+        "DELETE FROM ICCostDirty";
+    embedded.exec(orders);
+    ScriptTriggers triggers(scripted);
+    scripted.exec(orders);
+
+    const std::string state =
+        "SELECT 'dirty', FItemID FROM ICCostDirty UNION ALL "
+        "SELECT 'line', FInterID || '.' || coalesce(FEntryID, '') FROM ICStockBillEntry UNION ALL "
+        "SELECT 'size', FInterID FROM ICStockBillEntry_1 UNION ALL "
+        "SELECT 'order line', FInterID FROM ICOrderEntry UNION ALL "
+        "SELECT 'order size', FInterID FROM ICOrderEntry_1";
+    auto step = [&](const std::string& what, const std::string& table, const std::string& kind,
+                    const std::string& sql, const std::string& where = "0",
+                    const std::set<std::string>& set_columns = {}) {
+        SCOPED_TRACE(what);
+        embedded.exec(sql);
+        triggers.change(table, kind, sql, where, set_columns);
+        EXPECT_EQ(scripted.rows(state), embedded.rows(state));
+        embedded.exec("DELETE FROM ICCostDirty");
+        scripted.exec("DELETE FROM ICCostDirty");
+    };
+    step("lines before their header", "ICStockBillEntry", "INSERT",
+         "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty) VALUES "
+         "(30, 1, 2, 1), (30, 2, 3, 1)");
+    step("their header", "ICStockBill", "INSERT",
+         "INSERT INTO ICStockBill (FInterID, FTranType, FInStockID) VALUES (30, 112, 1)");
+    step("costs only", "ICStockBillEntry", "UPDATE",
+         "UPDATE ICStockBillEntry SET FUnitCost = 1, FCost = 2 WHERE FInterID = 1", "FInterID = 1",
+         {"funitcost", "fcost"});
+    step("a quantity", "ICStockBillEntry", "UPDATE",
+         "UPDATE ICStockBillEntry SET FQty = 9 WHERE FInterID = 1 AND FEntryID = 2",
+         "FInterID = 1 AND FEntryID = 2", {"fqty"});
+    step("a remark", "ICStockBill", "UPDATE",
+         "UPDATE ICStockBill SET FRemark = 'x' WHERE FInterID = 3", "FInterID = 3", {"fremark"});
+    step("a void mark", "ICStockBill", "UPDATE",
+         "UPDATE ICStockBill SET FDeleted = 1 WHERE FInterID = 3", "FInterID = 3", {"fdeleted"});
+    step("opening data", "ICInitData", "DELETE", "DELETE FROM ICInitData WHERE FStockID = 2",
+         "FStockID = 2");
+    step("the same period", "t_SystemProfile", "UPDATE",
+         "UPDATE t_SystemProfile SET FValue = '3' WHERE FKey = 'CurrentPeriod'",
+         "FKey = 'CurrentPeriod'", {"fvalue"});
+    step("another period", "t_SystemProfile", "UPDATE",
+         "UPDATE t_SystemProfile SET FValue = '4' WHERE FKey = 'CurrentPeriod'",
+         "FKey = 'CurrentPeriod'", {"fvalue"});
+    step("a stock bill", "ICStockBill", "DELETE", "DELETE FROM ICStockBill WHERE FInterID = 3",
+         "FInterID = 3");
+    step("an order", "ICOrder", "DELETE", "DELETE FROM ICOrder WHERE FInterID = 20",
+         "FInterID = 20");
 }
