@@ -234,13 +234,13 @@ class ScriptParser {
                 case Kw::kROLLBACK:
                     ++p_.at_;
                     s.kind = t.kw == Kw::kCOMMIT ? ScriptKind::Commit : ScriptKind::Rollback;
-                    transaction_name(s, false);
+                    transaction_name(s);
                     break;
                 case Kw::None:
                     if (is_word(t, "save")) {
                         ++p_.at_;
                         s.kind = ScriptKind::Save;
-                        transaction_name(s, true);
+                        transaction_name(s);
                     } else if (is_word(t, "throw")) {
                         ++p_.at_;
                         s.kind = ScriptKind::Throw;
@@ -349,9 +349,9 @@ class ScriptParser {
 
     void begin(ScriptStatement& s) {
         ++p_.at_;  // BEGIN
-        if (p_.accept_kw(Kw::kTRAN) || p_.accept_kw(Kw::kTRANSACTION)) {
+        if (is_kw(Kw::kTRAN) || is_kw(Kw::kTRANSACTION)) {
             s.kind = ScriptKind::Begin;
-            transaction_name(s, false);
+            transaction_name(s);
             return;
         }
         if (accept_word("try")) {
@@ -401,14 +401,12 @@ class ScriptParser {
         }
     }
 
-    void transaction_name(ScriptStatement& s, bool required) {
-        if (s.kind != ScriptKind::Begin && s.kind != ScriptKind::Save) {
-            if (!p_.accept_kw(Kw::kTRAN)) p_.accept_kw(Kw::kTRANSACTION);
-        } else if (s.kind == ScriptKind::Save) {
-            if (!p_.accept_kw(Kw::kTRAN) && !p_.accept_kw(Kw::kTRANSACTION))
-                p_.syntax_error(peek());
-        }
-        if (required || (p_.is_name_token(peek()) && !is_go(peek()))) s.name = p_.expect_name();
+    // COMMIT and ROLLBACK [TRAN] [name], BEGIN TRAN [name], SAVE TRAN name.
+    void transaction_name(ScriptStatement& s) {
+        const bool tran = p_.accept_kw(Kw::kTRAN) || p_.accept_kw(Kw::kTRANSACTION);
+        const bool named = s.kind == ScriptKind::Save;
+        if (named && !tran) p_.syntax_error(peek());
+        if (named || (p_.is_name_token(peek()) && !is_go(peek()))) s.name = p_.expect_name();
     }
 
     void fetch(ScriptStatement& s) {
