@@ -694,12 +694,27 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
     std::uint32_t pos = t.pos;
     // database.schema.table and schema.table name the table by their last part.
     int parts = 1;
+    std::string_view schema_part;
     while (peek().kind == Tok::Dot) {
         ++at_;
         if (peek().kind == Tok::Dot) continue;  // database..table
         pos = peek().pos;
+        schema_part = name;
         name = expect_name();
         if (++parts > 4) syntax_error(peek());
+    }
+    // The schema views that tools read are views of the database itself, under the name the
+    // statement wrote.
+    std::string_view written;
+    if (parts > 1 && iequals(schema_part, "information_schema")) {
+        written = name;
+        if (iequals(name, "tables")) {
+            name = "t_SchemaTables";
+        } else if (iequals(name, "columns")) {
+            name = "t_SchemaColumns";
+        } else {
+            unsupported("information_schema." + lower_copy(name), pos);
+        }
     }
     if (peek().kind == Tok::LParen && !allow_alias) {
         // `insert into t(...)` takes a column list here; the caller handles it.
@@ -723,6 +738,7 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
         alias = parse_alias();
     }
     skip_table_hints();
+    if (alias.empty()) alias = written;
     return arena_.make<TableRef>(pos, name, alias);
 }
 

@@ -88,6 +88,7 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
         {"select {t '10:00:00'}", "{t} escape", "{t"},
         {"select {fn curtime()}", "{fn curtime}", "curtime"},
         {"set datefirst 1", "set datefirst", "set"},
+        {"select * from information_schema.views", "information_schema.views", "views"},
         {"with x as (select 1 as a) select * from x", "with", "with"},
         {"update ICStockBill set FSumQty+=1", "+=", "+="},
         {"select soundex(FBillNo) from ICStockBill", "function soundex", "soundex"},

@@ -438,6 +438,31 @@ TEST_P(Semantics, OdbcEscapesMeanWhatTheirFunctionsMean) {
     expect_error("select {d '2025-02-30'}", "从字符串转换日期和/或时间时，转换失败。");
 }
 
+// Tools read the schema as the server describes it: the script's tables (not the engines' own
+// helper tables) and its declared types, names compared without case.
+TEST_P(Semantics, InformationSchemaDescribesTheServersTablesAndTypes) {
+    std::size_t tables = 0;
+    const std::string_view script = schema::sqlserver_schema();
+    for (std::size_t at = script.find("CREATE TABLE "); at != std::string_view::npos;
+         at = script.find("CREATE TABLE ", at + 1))
+        ++tables;
+    expect_values({
+        {"select count(*) from information_schema.tables where TABLE_TYPE='base table' and TABLE_SCHEMA='DBO' and TABLE_CATALOG is not null",
+         std::to_string(tables)},
+        {"select count(*) from INFORMATION_SCHEMA.TABLES t where t.TABLE_NAME in ('ICStockQty', 't_TableRows', 't_DeclaredColumns')",
+         "0"},
+    });
+    EXPECT_EQ(
+        run("select COLUMN_NAME, ORDINAL_POSITION, DATA_TYPE, IS_NULLABLE, CHARACTER_MAXIMUM_LENGTH, NUMERIC_PRECISION, NUMERIC_SCALE from information_schema.columns where TABLE_NAME='icstockbill' and COLUMN_NAME in ('FInterID','FDate','FBillNo','FSumQty') order by ORDINAL_POSITION"),
+        (Rows{{"FInterID", "1", "int", "NO", "NULL", "10", "0"},
+              {"FDate", "3", "datetime", "YES", "NULL", "NULL", "NULL"},
+              {"FBillNo", "4", "nvarchar", "YES", "50", "NULL", "NULL"},
+              {"FSumQty", "16", "decimal", "YES", "NULL", "18", "4"}}));
+    EXPECT_EQ(
+        run("select columns.COLUMN_NAME from information_schema.columns where columns.TABLE_NAME='T_STOCK' order by 1"),
+        (Rows{{"FItemID"}, {"FName"}, {"FNumber"}}));
+}
+
 TEST_P(Semantics, ResultColumnsKeepTheNamesAsWritten) {
     EXPECT_EQ(
         column_names(
