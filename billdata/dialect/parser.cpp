@@ -1365,16 +1365,22 @@ Expr* Parser::parse_odbc_function() {
         return arena_.make<Binary>(name.pos, BinaryOp::Mod, args[0], args[1]);
     }
     if (lower == "concat") {
-        // Both arguments as texts joined: a null gives null, as `+` does.
+        // Both arguments as texts joined, a null taken as an empty text (unlike `+`).
         arity(2, 2);
         TypeSpec text;
         text.base = TypeSpec::Base::Text;
         text.length = -2;
-        return arena_.make<Binary>(name.pos, BinaryOp::Add,
-                                   arena_.make<Cast>(args[0]->pos, args[0], text, -1, false),
-                                   arena_.make<Cast>(args[1]->pos, args[1], text, -1, false));
+        auto as_text = [&](Expr* e) {
+            auto* empty = arena_.make<LiteralExpr>(e->pos, LiteralExpr::Kind::String, "''");
+            empty->inline_only = true;
+            List<Expr*> pair(arena_.resource());
+            pair.push_back(arena_.make<Cast>(e->pos, e, text, -1, false));
+            pair.push_back(empty);
+            return arena_.make<Function>(e->pos, Func::IsNull, "isnull", std::move(pair));
+        };
+        return arena_.make<Binary>(name.pos, BinaryOp::Add, as_text(args[0]), as_text(args[1]));
     }
-    if (lower == "curdate") {
+    if (lower == "curdate" || lower == "current_date") {
         arity(0, 0);
         TypeSpec date;
         date.base = TypeSpec::Base::Date;

@@ -1,10 +1,10 @@
 // The tables and columns of the database as the server's INFORMATION_SCHEMA describes them, for
 // tools that discover the schema. The SQL Server script is the truth: its declared types (an
 // nvarchar's length, a decimal's precision and scale) are what the other engines cannot tell,
-// so every engine's database holds them, read from that script, in t_DeclaredColumns; the views
-// t_SchemaTables and t_SchemaColumns give them the server's column names, and the translator
-// reads INFORMATION_SCHEMA.TABLES and .COLUMNS from those views. The engines' own helper tables
-// (kept stock totals and row counts, spelled names) are not listed: the server's database does
+// so every engine's database holds them, read from that script, in the tables t_SchemaTables
+// and t_SchemaColumns under the server's column names, and the translator reads
+// INFORMATION_SCHEMA.TABLES and .COLUMNS from those. The engines' own helper tables (kept stock
+// totals and row counts, spelled names, these two) are not listed: the server's database does
 // not have them.
 
 #include <stdexcept>
@@ -135,39 +135,36 @@ std::string quoted(std::string_view text) {
 }  // namespace
 
 std::string information_schema_sql(bool server) {
-    const std::string text = server ? "bpchar COLLATE bd_ci" : "TEXT COLLATE BDTEXT";
-    const std::string integer = server ? "int" : "INTEGER";
-    std::string s = "\nCREATE TABLE t_DeclaredColumns (\n    FTable " + text +
-                    " NOT NULL,\n    FColumn " + text + " NOT NULL,\n    FOrdinal " + integer +
-                    " NOT NULL,\n    FNullable " + text + " NOT NULL,\n    FDataType " + text +
-                    " NOT NULL,\n    FMaxLength " + integer + ",\n    FPrecision " + integer +
-                    ",\n    FScale " + integer + ",\n    FSchema " + text +
-                    " NOT NULL DEFAULT 'dbo',\n    FTableType " + text +
-                    " NOT NULL DEFAULT 'BASE TABLE',\n    PRIMARY KEY (FTable, FColumn)\n);\n"
-                    "INSERT INTO t_DeclaredColumns (FTable, FColumn, FOrdinal, FNullable, "
-                    "FDataType, FMaxLength, FPrecision, FScale) VALUES";
-    bool first = true;
+    const std::string text = server ? " bpchar COLLATE bd_ci" : " TEXT COLLATE BDTEXT";
+    const std::string integer = server ? " int" : " INTEGER";
+    // The catalogue is the database's name: the server's own (as the database was created), or
+    // the name the embedded engine gives its database file.
+    const std::string catalog = server ? "current_database()" : "'main'";
+    const std::string common = "    TABLE_CATALOG" + text + " NOT NULL DEFAULT " + catalog +
+                               ",\n    TABLE_SCHEMA" + text + " NOT NULL DEFAULT 'dbo',\n" +
+                               "    TABLE_NAME" + text + " NOT NULL,\n";
+    std::string s = "\nCREATE TABLE t_SchemaTables (\n" + common + "    TABLE_TYPE" + text +
+                    " NOT NULL DEFAULT 'BASE TABLE',\n    PRIMARY KEY (TABLE_NAME)\n);\n";
+    s += "CREATE TABLE t_SchemaColumns (\n" + common + "    COLUMN_NAME" + text +
+         " NOT NULL,\n    ORDINAL_POSITION" + integer + " NOT NULL,\n    IS_NULLABLE" + text +
+         " NOT NULL,\n    DATA_TYPE" + text + " NOT NULL,\n    CHARACTER_MAXIMUM_LENGTH" + integer +
+         ",\n    NUMERIC_PRECISION" + integer + ",\n    NUMERIC_SCALE" + integer +
+         ",\n    PRIMARY KEY (TABLE_NAME, COLUMN_NAME)\n);\n";
+    std::string tables = "INSERT INTO t_SchemaTables (TABLE_NAME) VALUES";
+    std::string columns =
+        "INSERT INTO t_SchemaColumns (TABLE_NAME, COLUMN_NAME, ORDINAL_POSITION, IS_NULLABLE, "
+        "DATA_TYPE, CHARACTER_MAXIMUM_LENGTH, NUMERIC_PRECISION, NUMERIC_SCALE) VALUES";
     for (const DeclaredColumn& c : declared_columns()) {
-        s += first ? "\n    (" : ",\n    (";
-        first = false;
-        s += quoted(c.table) + ", " + quoted(c.column) + ", " + std::to_string(c.ordinal) + ", " +
-             (c.nullable ? "'YES'" : "'NO'") + ", " + quoted(c.data_type) + ", " + c.max_length +
-             ", " + c.precision + ", " + c.scale + ")";
+        if (c.ordinal == 1) {
+            tables += tables.back() == 'S' ? "\n    (" : ",\n    (";
+            tables += quoted(c.table) + ")";
+        }
+        columns += columns.back() == 'S' ? "\n    (" : ",\n    (";
+        columns += quoted(c.table) + ", " + quoted(c.column) + ", " + std::to_string(c.ordinal) +
+                   ", " + (c.nullable ? "'YES'" : "'NO'") + ", " + quoted(c.data_type) + ", " +
+                   c.max_length + ", " + c.precision + ", " + c.scale + ")";
     }
-    s += ";\n";
-    // The catalogue is the database's name: the server's own, or the embedded file's name
-    // without its folder and extension.
-    const std::string catalog =
-        server ? "CAST(current_database() AS bpchar) COLLATE bd_ci" : "bd_database_name()";
-    s += "CREATE VIEW t_SchemaTables AS SELECT " + catalog +
-         " AS TABLE_CATALOG, FSchema AS TABLE_SCHEMA, FTable AS TABLE_NAME, FTableType AS "
-         "TABLE_TYPE FROM t_DeclaredColumns WHERE FOrdinal = 1;\n";
-    s += "CREATE VIEW t_SchemaColumns AS SELECT " + catalog +
-         " AS TABLE_CATALOG, FSchema AS TABLE_SCHEMA, FTable AS TABLE_NAME, FColumn AS "
-         "COLUMN_NAME, FOrdinal AS ORDINAL_POSITION, FNullable AS IS_NULLABLE, FDataType AS "
-         "DATA_TYPE, FMaxLength AS CHARACTER_MAXIMUM_LENGTH, FPrecision AS NUMERIC_PRECISION, "
-         "FScale AS NUMERIC_SCALE FROM t_DeclaredColumns;\n";
-    return s;
+    return s + tables + ";\n" + columns + ";\n";
 }
 
 }  // namespace billdata::schema

@@ -32,10 +32,10 @@ bool is_server_database(const std::string& target);
 std::string_view postgresql_runtime();
 std::string_view postgresql_schema();
 
-// The table t_DeclaredColumns (every column of the SQL Server script with its declared type as
-// the server describes it) and the views t_SchemaTables and t_SchemaColumns over it, which the
-// translator reads for INFORMATION_SCHEMA.TABLES and .COLUMNS. For the embedded engine
-// (`server` false; part of sqlite_schema()) or for PostgreSQL (run after postgresql_schema()).
+// The tables t_SchemaTables and t_SchemaColumns: every table and column of the SQL Server script,
+// with its declared type, as the server's INFORMATION_SCHEMA.TABLES and .COLUMNS describe them
+// (the translator reads them for those two views). For the embedded engine (`server` false;
+// part of sqlite_schema()) or for PostgreSQL (run after postgresql_schema()).
 std::string information_schema_sql(bool server);
 
 // Creates a new embedded database at `path`: the schema in one transaction, WAL journal, the

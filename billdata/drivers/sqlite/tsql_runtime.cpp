@@ -25,19 +25,6 @@ int collate_date(void*, int na, const void* a, int nb, const void* b) {
         std::string_view(static_cast<const char*>(b), static_cast<std::size_t>(nb)));
 }
 
-// The database's name, as INFORMATION_SCHEMA's TABLE_CATALOG gives it: the main file's name
-// without its folder and extension ("main" for a database in memory).
-void database_name(sqlite3_context* ctx, int, sqlite3_value**) {
-    const char* file = sqlite3_db_filename(sqlite3_context_db_handle(ctx), "main");
-    std::string_view name = file ? file : "";
-    const std::size_t slash = name.find_last_of("/\\");
-    if (slash != std::string_view::npos) name.remove_prefix(slash + 1);
-    const std::size_t dot = name.rfind('.');
-    if (dot != std::string_view::npos && dot > 0) name = name.substr(0, dot);
-    if (name.empty()) name = "main";
-    sqlite3_result_text(ctx, name.data(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
-}
-
 }  // namespace
 
 int register_tsql_runtime(sqlite3* db) {
@@ -56,9 +43,7 @@ int register_tsql_runtime(sqlite3* db) {
             if (rc != SQLITE_OK) return rc;
         }
     }
-    // The same on every call of a connection, but not a function of its arguments alone.
-    return sqlite3_create_function_v2(db, "bd_database_name", 0, SQLITE_UTF8 | SQLITE_INNOCUOUS,
-                                      nullptr, database_name, nullptr, nullptr, nullptr);
+    return SQLITE_OK;
 }
 
 }  // namespace billdata::drivers::sqlite
