@@ -501,7 +501,8 @@ long long Parser::parse_top(QuerySpec& spec) {
                 after_point = true;
                 continue;
             }
-            if (++length > 12) unsupported("top percent with more than 12 digits", count.pos);
+            // Few digits, so that rows * digits stays far inside 64 bits.
+            if (++length > 6) unsupported("top percent with more than 6 digits", count.pos);
             digits = digits * 10 + (c - '0');
             if (after_point) den *= 10;
         }
@@ -1321,6 +1322,11 @@ Expr* Parser::parse_odbc_escape() {
             server_error("从字符串转换日期和/或时间时，转换失败。", lit.pos,
                          "{" + lower_copy(kind.text) + "} escape");
         }
+        // Dates are kept to the second here; a fraction would be dropped where the server keeps it.
+        const std::string value_text = text->string_value();
+        if (value_text.size() > 20 && value_text.find_first_not_of('0', 20) != std::string::npos) {
+            unsupported("{ts} with a fraction of a second", lit.pos);
+        }
         ++at_;
         literals_.push_back(dialect::Literal{lit.pos, lit.len, dialect::Literal::Kind::String});
         // Checked here, so never bound: another value of the same shape must be checked too.
@@ -1332,8 +1338,8 @@ Expr* Parser::parse_odbc_escape() {
         ++at_;
         value = parse_odbc_function();
     } else {
-        // {t '…'} would take the date of the day it runs on, which a prepared statement
-        // cannot keep; {call …} is a procedure call.
+        // {t '…'}: which date a time escape is given depends on how the server is reached, so
+        // it is refused rather than guessed; {call …} is a procedure call.
         unsupported("{" + lower_copy(kind.text) + "} escape", open.pos);
     }
     expect(Tok::RBrace);

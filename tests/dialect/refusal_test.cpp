@@ -87,6 +87,7 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
          "window frame", "rows"},
         {"select {t '10:00:00'}", "{t} escape", "{t"},
         {"select {fn curtime()}", "{fn curtime}", "curtime"},
+        {"select {ts '2025-03-09 08:30:00.5'}", "{ts} with a fraction of a second", "'2025"},
         {"set datefirst 1", "set datefirst", "set"},
         {"select * from information_schema.views", "information_schema.views", "views"},
         {"with x as (select 1 as a) select * from x", "with", "with"},
