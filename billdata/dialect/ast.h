@@ -108,6 +108,9 @@ struct LiteralExpr : Expr {
     enum class Kind : std::uint8_t { Integer, Decimal, String, NString, Null };
     Kind kind;
     std::string_view text;  // as written, quotes and N prefix included
+    // Written inline, never as a parameter: a value the statement does not spell as a literal
+    // (@@datefirst), or one whose form the translator checked (an ODBC date escape).
+    bool inline_only = false;
     LiteralExpr(std::uint32_t p, Kind k, std::string_view t) : Expr(kType, p), kind(k), text(t) {}
     bool is_string() const { return kind == Kind::String || kind == Kind::NString; }
     // The text between the quotes with doubled quotes made single (strings only).
@@ -307,6 +310,10 @@ enum class Func : std::uint8_t {
     PatIndex,
     IsDate,
     DateName,
+    // ranking window functions (always with OVER)
+    RowNumber,
+    Rank,
+    DenseRank,
     Count,
     Sum,
     Max,
@@ -330,6 +337,8 @@ enum class DatePart : std::uint8_t {
     Millisecond,
 };
 
+struct Window;
+
 struct Function : Expr {
     static constexpr NodeType kType = NodeType::Function;
     Func func;
@@ -337,10 +346,12 @@ struct Function : Expr {
     List<Expr*> args;       // for the date functions without the date part
     DatePart part = DatePart::None;
     bool distinct = false;
-    bool star = false;  // count(*)
+    bool star = false;       // count(*)
+    Window* over = nullptr;  // the OVER clause of a ranking function
     Function(std::uint32_t p, Func f, std::string_view n, List<Expr*> a)
         : Expr(kType, p), func(f), name(n), args(std::move(a)) {}
     bool is_aggregate() const { return func >= Func::Count; }
+    bool is_ranking() const { return func >= Func::RowNumber && func <= Func::DenseRank; }
 };
 
 struct Subquery : Expr {
@@ -406,6 +417,9 @@ struct QuerySpec : Node {
     static constexpr NodeType kType = NodeType::QuerySpec;
     bool distinct = false;
     long long top = -1;  // -1 when no TOP
+    // TOP n PERCENT: the first ceiling(rows * percent_num / percent_den) rows (top stays -1).
+    long long percent_num = -1;
+    long long percent_den = 1;
     List<SelectItem> items;
     List<TableSource*> from;  // comma-separated items; joins nest inside
     Expr* where = nullptr;
@@ -431,11 +445,20 @@ struct OrderItem {
     bool desc;
 };
 
+// OVER (PARTITION BY … ORDER BY …) of a ranking function.
+struct Window {
+    List<Expr*> partition_by;
+    List<OrderItem> order_by;
+    explicit Window(std::pmr::memory_resource* r) : partition_by(r), order_by(r) {}
+};
+
 // A query expression with its ORDER BY: a whole select statement, or a subquery.
 struct Select : Node {
     static constexpr NodeType kType = NodeType::Select;
     Node* body;  // QuerySpec or SetOperation
     List<OrderItem> order_by;
+    long long offset = -1;  // OFFSET n ROWS; -1 when none
+    long long fetch = -1;   // FETCH NEXT n ROWS ONLY; -1 when none
     Select(std::uint32_t p, Node* b, std::pmr::memory_resource* r)
         : Node(kType, p), body(b), order_by(r) {}
     // The first query of the body (whose select list names the columns).

@@ -722,6 +722,12 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             auto& f = e.as<Function>();
             for (Expr* a : f.args)
                 bind_expr(*a, scope);
+            if (f.over) {
+                for (Expr* p : f.over->partition_by)
+                    bind_expr(*p, scope);
+                for (OrderItem& o : f.over->order_by)
+                    bind_expr(*o.expr, scope);
+            }
             auto arg = [&](std::size_t i) { return f.args[i]->vtype; };
             switch (f.func) {
                 case Func::IsNull:
@@ -759,6 +765,9 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::CharIndex:
                 case Func::PatIndex:
                 case Func::IsDate:
+                case Func::RowNumber:
+                case Func::Rank:
+                case Func::DenseRank:
                 case Func::Count:
                     e.vtype = ColumnType::Integer;
                     break;

@@ -197,10 +197,27 @@ void Emitter::select(const Select& s, bool top_level) {
         }
         grouping_ = outer_grouping;
     }
-    if (simple && s.body->as<QuerySpec>().top >= 0) {
-        hooks_.limit(*this, s.body->as<QuerySpec>().top);
-    }
+    if (simple) top(s.body->as<QuerySpec>());
+    if (s.offset >= 0) hooks_.offset(*this, s.offset, s.fetch);
     top_level_ = outer_top_level;
+}
+
+void Emitter::top(const QuerySpec& q) {
+    if (q.top >= 0) {
+        hooks_.limit(*this, q.top);
+        return;
+    }
+    if (q.percent_num < 0) return;
+    // TOP n PERCENT: the ceiling of n% of the rows the query gives, counted by the same query.
+    out_.append(" LIMIT (SELECT (count(*) * ");
+    out_.append(std::to_string(q.percent_num));
+    out_.append(" + ");
+    out_.append(std::to_string(q.percent_den - 1));
+    out_.append(") / ");
+    out_.append(std::to_string(q.percent_den));
+    out_.append(" FROM (");
+    spec(q, false);
+    out_.append(") AS bd_percent)");
 }
 
 std::string Emitter::alone(const Expr& e) const {
@@ -270,11 +287,11 @@ void Emitter::body(const Node& b, bool top_level, bool in_compound) {
         return;
     }
     const auto& q = b.as<QuerySpec>();
-    if (in_compound && q.top >= 0) {
+    if (in_compound && (q.top >= 0 || q.percent_num >= 0)) {
         // A member of a union cannot carry its own limit; a subquery can.
         out_.append("SELECT * FROM (");
         spec(q, top_level);
-        hooks_.limit(*this, q.top);
+        top(q);
         hooks_.limited_member_end(*this);
         return;
     }
@@ -480,7 +497,7 @@ void Emitter::expr(const Expr& e) {
     switch (e.type) {
         case NodeType::Literal: {
             const auto& l = e.as<LiteralExpr>();
-            if (parameters_ && inline_literals_ == 0 && parameter(l)) return;
+            if (parameters_ && inline_literals_ == 0 && !l.inline_only && parameter(l)) return;
             switch (l.kind) {
                 case LiteralExpr::Kind::Integer:
                 case LiteralExpr::Kind::Decimal:
@@ -759,6 +776,28 @@ void Emitter::aggregate(const Function& f) {
         expr(*f.args[0]);
     }
     ch(')');
+}
+
+void Emitter::ranking(const Function& f) {
+    static const char* kNames[] = {"row_number() OVER (", "rank() OVER (", "dense_rank() OVER ("};
+    out_.append(kNames[static_cast<int>(f.func) - static_cast<int>(Func::RowNumber)]);
+    // Partitions and ties are decided as the server compares (texts without case and trailing
+    // blanks, as ORDER BY orders them); nulls come first, as the server sorts them.
+    if (!f.over->partition_by.empty()) {
+        out_.append("PARTITION BY ");
+        for (std::size_t i = 0; i < f.over->partition_by.size(); ++i) {
+            if (i) out_.append(", ");
+            order_term(*f.over->partition_by[i]);
+        }
+        out_.push_back(' ');
+    }
+    out_.append("ORDER BY ");
+    for (std::size_t i = 0; i < f.over->order_by.size(); ++i) {
+        if (i) out_.append(", ");
+        order_term(*f.over->order_by[i].expr);
+        out_.append(f.over->order_by[i].desc ? " DESC NULLS LAST" : " NULLS FIRST");
+    }
+    out_.push_back(')');
 }
 
 void Emitter::plain_delete(const Delete& d) {

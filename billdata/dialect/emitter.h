@@ -48,6 +48,8 @@ class EngineHooks {
     // blanks ignored) or as a date.
     virtual void collation(Emitter& em, CompareKind kind) const = 0;
     virtual void limit(Emitter& em, long long count) const = 0;
+    // OFFSET n ROWS [FETCH NEXT m ROWS ONLY] after the ORDER BY; `fetch` is -1 when not given.
+    virtual void offset(Emitter& em, long long offset, long long fetch) const = 0;
     // A value written into a date column, so that dates are stored in one form.
     virtual void date_value(Emitter& em, const Expr& value) const = 0;
     virtual void update(Emitter& em, const Update& update) const = 0;
@@ -143,6 +145,8 @@ class Emitter {
     void call(std::string_view fn, const List<Expr*>& args);
     // An aggregate as written: count(*), sum(DISTINCT x), …
     void aggregate(const Function& f);
+    // A ranking function with its OVER clause: row_number() OVER (PARTITION BY … ORDER BY …).
+    void ranking(const Function& f);
     // `DELETE FROM T [AS a] [WHERE …]` of a delete without a FROM of its own: the same on every
     // engine.
     void plain_delete(const Delete& d);
@@ -151,6 +155,8 @@ class Emitter {
     void body(const Node& body, bool top_level, bool in_compound);
     void spec(const QuerySpec& spec, bool top_level);
     void order_term(const Expr& e);
+    // TOP n or TOP n PERCENT of a query, after its ORDER BY.
+    void top(const QuerySpec& q);
     bool parameter(const LiteralExpr& l);
     // The expression written alone with its literals inline (for comparing terms).
     std::string alone(const Expr& e) const;

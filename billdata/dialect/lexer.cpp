@@ -50,7 +50,8 @@ constexpr std::array<std::uint8_t, 256> make_classes() {
     t['-'] = kMinus;
     t['/'] = kSlash;
     t['.'] = kDot;
-    for (int c : {',', '(', ')', ';', '+', '*', '%', '&', '|', '^', '~', '=', '<', '>', '!'})
+    for (int c :
+         {',', '(', ')', ';', '+', '*', '%', '&', '|', '^', '~', '=', '<', '>', '!', '{', '}'})
         t[c] = kOp;
     return t;
 }
@@ -271,6 +272,12 @@ void Lexer::run(std::vector<Token>& out) {
                         break;
                     case ';':
                         kind = Tok::Semicolon;
+                        break;
+                    case '{':
+                        kind = Tok::LBrace;
+                        break;
+                    case '}':
+                        kind = Tok::RBrace;
                         break;
                     case '+':
                         kind = Tok::Plus;

@@ -38,9 +38,11 @@ enum class Tok : std::uint8_t {
     Le,
     Gt,
     Ge,
-    NotLt,  // !<
-    NotGt,  // !>
-    Other,  // a character the dialect has no use for (reported by the parser)
+    NotLt,   // !<
+    NotGt,   // !>
+    LBrace,  // {  (ODBC escapes)
+    RBrace,  // }
+    Other,   // a character the dialect has no use for (reported by the parser)
 };
 
 // Keywords of T-SQL that the parser reads or that may never be taken as a name. Kept in

@@ -101,6 +101,9 @@ constexpr FuncEntry kFunctions[] = {
     {"patindex", Func::PatIndex, 2, 2},
     {"isdate", Func::IsDate, 1, 1},
     {"datename", Func::DateName, 1, 1},
+    {"row_number", Func::RowNumber, 0, 0},
+    {"rank", Func::Rank, 0, 0},
+    {"dense_rank", Func::DenseRank, 0, 0},
     {"count", Func::Count, 1, 1},
     {"sum", Func::Sum, 1, 1},
     {"max", Func::Max, 1, 1},
@@ -175,6 +178,11 @@ bool starts_statement(const Token& t) {
 // The engine itself refuses expressions deeper than 1000 levels.
 constexpr int kMaxDepth = 256;
 constexpr int kMaxHeight = 1000;
+
+// An error the server raises for the statement as written, in its words.
+[[noreturn]] void server_error(const std::string& message, std::size_t pos, std::string construct) {
+    throw DialectError(message + " at position " + std::to_string(pos), pos, std::move(construct));
+}
 
 [[noreturn]] void too_deep(std::size_t pos) {
     throw DialectError("statement nested too deeply at position " + std::to_string(pos), pos,
@@ -293,6 +301,10 @@ Node* Parser::parse_statement() {
         stmt = parse_truncate();
     } else if (first.kind == Tok::End) {
         throw DialectError("empty statement at position 0", 0, "empty statement");
+    } else if (first.kind == Tok::Identifier && first.kw == Kw::kSET &&
+               peek(1).kind == Tok::Identifier) {
+        // SET DATEFIRST and the other session options would change how later statements answer.
+        unsupported("set " + lower_copy(peek(1).text), first.pos);
     } else if (first.kind == Tok::Identifier && first.kw != Kw::None) {
         unsupported(lower_copy(first.text), first.pos);
     } else {
@@ -405,6 +417,11 @@ Select* Parser::parse_select() {
     Node* body = parse_query_expr();
     auto* select = arena_.make<Select>(pos, body, arena_.resource());
     if (is_kw(Kw::kORDER)) parse_order_by(*select);
+    if (select->offset >= 0 && body->is<QuerySpec>() &&
+        (body->as<QuerySpec>().top >= 0 || body->as<QuerySpec>().percent_num >= 0)) {
+        server_error("A TOP can not be used in the same query or sub-query as a OFFSET.", body->pos,
+                     "top with offset");
+    }
     if (is_kw(Kw::kOPTION)) unsupported("option", peek().pos);
     if (is_kw(Kw::kFOR)) unsupported("for xml/browse", peek().pos);
     if (is_kw(Kw::kCOMPUTE)) unsupported("compute", peek().pos);
@@ -455,17 +472,52 @@ long long Parser::parse_plain_integer() {
     return value;
 }
 
-long long Parser::parse_top() {
+long long Parser::parse_top(QuerySpec& spec) {
     const Token& start = next();  // TOP
-    long long n;
-    if (accept(Tok::LParen)) {
-        if (peek().kind == Tok::Variable) unsupported("top with a variable", peek().pos);
+    const bool parens = accept(Tok::LParen);
+    if (parens && peek().kind == Tok::Variable) unsupported("top with a variable", peek().pos);
+    const Token& count = peek();
+    const bool whole =
+        count.kind == Tok::Number && count.text.find_first_of(".eE") == std::string_view::npos;
+    long long n = -1;
+    if (whole) {
         n = parse_plain_integer();
-        expect(Tok::RParen);
+    } else if (count.kind == Tok::Number &&
+               count.text.find_first_of("eE") == std::string_view::npos) {
+        ++at_;  // a fraction: only a percentage may have one
     } else {
-        n = parse_plain_integer();
+        syntax_error(count);
     }
-    if (is_kw(Kw::kPERCENT)) unsupported("top percent", start.pos);
+    if (parens) expect(Tok::RParen);
+    if (accept_kw(Kw::kPERCENT)) {
+        // n percent as the fraction digits / (100 * 10^decimals), so that the row count is
+        // computed in whole numbers: ceiling(rows * digits / denominator).
+        long long digits = 0;
+        long long den = 100;
+        bool after_point = false;
+        int length = 0;
+        for (char c : count.text) {
+            if (c == '.') {
+                after_point = true;
+                continue;
+            }
+            // Few digits, so that rows * digits stays far inside 64 bits.
+            if (++length > 6) unsupported("top percent with more than 6 digits", count.pos);
+            digits = digits * 10 + (c - '0');
+            if (after_point) den *= 10;
+        }
+        if (digits > den) {
+            server_error("Percent values must be between 0 and 100.", count.pos, "top percent");
+        }
+        spec.percent_num = digits;
+        spec.percent_den = den;
+        n = -1;
+    } else if (!whole) {
+        server_error(
+            "The number of rows provided for a TOP or FETCH clauses row count parameter must be "
+            "an integer.",
+            count.pos, "top");
+    }
     if (is_kw(Kw::kWITH) && peek(1).kind == Tok::Identifier && iequals(peek(1).text, "ties")) {
         unsupported("top with ties", start.pos);
     }
@@ -480,7 +532,7 @@ QuerySpec* Parser::parse_query_spec() {
     } else {
         accept_kw(Kw::kALL);
     }
-    if (is_kw(Kw::kTOP)) spec->top = parse_top();
+    if (is_kw(Kw::kTOP)) spec->top = parse_top(*spec);
     do {
         parse_select_item(*spec);
     } while (accept(Tok::Comma));
@@ -599,6 +651,17 @@ TableSource* Parser::parse_table_source() {
 
 TableSource* Parser::parse_table_primary() {
     const Token& t = peek();
+    if (t.kind == Tok::LBrace) {
+        // {oj …}: ODBC's outer join escape holds an ordinary join.
+        ++at_;
+        const Token& oj = peek();
+        if (!(oj.kind == Tok::Identifier && iequals(oj.text, "oj"))) syntax_error(oj);
+        ++at_;
+        DepthGuard guard(depth_, reach_, oj.pos);
+        TableSource* inner = parse_table_source();
+        expect(Tok::RBrace);
+        return inner;
+    }
     if (t.kind == Tok::LParen) {
         if (is_kw(Kw::kSELECT, 1) || peek(1).kind == Tok::LParen) {
             // A derived table, or a parenthesised join.
@@ -632,12 +695,27 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
     std::uint32_t pos = t.pos;
     // database.schema.table and schema.table name the table by their last part.
     int parts = 1;
+    std::string_view schema_part;
     while (peek().kind == Tok::Dot) {
         ++at_;
         if (peek().kind == Tok::Dot) continue;  // database..table
         pos = peek().pos;
+        schema_part = name;
         name = expect_name();
         if (++parts > 4) syntax_error(peek());
+    }
+    // The schema views that tools read are views of the database itself, under the name the
+    // statement wrote.
+    std::string_view written;
+    if (parts > 1 && iequals(schema_part, "information_schema")) {
+        written = name;
+        if (iequals(name, "tables")) {
+            name = "t_SchemaTables";
+        } else if (iequals(name, "columns")) {
+            name = "t_SchemaColumns";
+        } else {
+            unsupported("information_schema." + lower_copy(name), pos);
+        }
     }
     if (peek().kind == Tok::LParen && !allow_alias) {
         // `insert into t(...)` takes a column list here; the caller handles it.
@@ -661,6 +739,7 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
         alias = parse_alias();
     }
     skip_table_hints();
+    if (alias.empty()) alias = written;
     return arena_.make<TableRef>(pos, name, alias);
 }
 
@@ -700,8 +779,49 @@ void Parser::parse_order_by(Select& select) {
         select.order_by.push_back(OrderItem{e, desc});
     } while (accept(Tok::Comma));
     if (peek().kind == Tok::Identifier && iequals(peek().text, "offset")) {
-        unsupported("offset/fetch", peek().pos);
+        ++at_;
+        select.offset = parse_row_count(false);
+        if (is_kw(Kw::kFETCH)) {
+            ++at_;
+            const Token& which = peek();
+            if (!(which.kind == Tok::Identifier &&
+                  (iequals(which.text, "next") || iequals(which.text, "first")))) {
+                syntax_error(which);
+            }
+            ++at_;
+            select.fetch = parse_row_count(true);
+            const Token& only = peek();
+            if (!(only.kind == Tok::Identifier && iequals(only.text, "only"))) syntax_error(only);
+            ++at_;
+        }
     }
+}
+
+// The row count of OFFSET n ROWS or FETCH NEXT n ROWS, ROW or ROWS included: a whole number,
+// in parentheses or not. It shapes the statement, as a TOP count does.
+long long Parser::parse_row_count(bool fetch) {
+    const bool parens = accept(Tok::LParen);
+    const Token& t = peek();
+    if (t.kind == Tok::Variable) unsupported("offset/fetch with a variable", t.pos);
+    const bool negative = accept(Tok::Minus);
+    const Token& number = peek();
+    if (number.kind != Tok::Number) unsupported("offset/fetch with an expression", number.pos);
+    long long n = parse_plain_integer();
+    if (parens) expect(Tok::RParen);
+    if (negative && n != 0 && !fetch) {
+        server_error("The offset specified in a OFFSET clause may not be negative.", t.pos,
+                     "offset");
+    }
+    if (fetch && (negative || n == 0)) {
+        server_error("The number of rows provided for a FETCH clause must be greater then zero.",
+                     t.pos, "fetch");
+    }
+    const Token& rows = peek();
+    if (!(rows.kind == Tok::Identifier &&
+          (iequals(rows.text, "row") || iequals(rows.text, "rows"))))
+        syntax_error(rows);
+    ++at_;
+    return n;
 }
 
 // ---- expressions ------------------------------------------------------------------------
@@ -759,7 +879,13 @@ Expr* Parser::parse_expr(int min_prec) {
             if (accept_kw(Kw::kLIKE)) {
                 Expr* pattern = parse_expr(kPrecAdd);
                 Expr* escape = nullptr;
-                if (accept_kw(Kw::kESCAPE)) escape = parse_expr(kPrecAdd);
+                if (accept_kw(Kw::kESCAPE)) {
+                    escape = parse_expr(kPrecAdd);
+                } else if (peek().kind == Tok::LBrace && is_kw(Kw::kESCAPE, 1)) {
+                    at_ += 2;  // {escape '\'}, as ODBC writes it
+                    escape = parse_expr(kPrecAdd);
+                    expect(Tok::RBrace);
+                }
                 chain.link(t.pos);
                 left = arena_.make<Like>(t.pos, left, pattern, escape, negated);
                 continue;
@@ -853,7 +979,16 @@ Expr* Parser::parse_primary() {
             return e;
         }
         case Tok::Variable:
+            if (iequals(t.text, "@@datefirst")) {
+                // The first day of the week is always Sunday here (SET DATEFIRST is refused).
+                ++at_;
+                auto* seven = arena_.make<LiteralExpr>(t.pos, LiteralExpr::Kind::Integer, "7");
+                seven->inline_only = true;
+                return seven;
+            }
             unsupported("variable " + std::string(t.text), t.pos);
+        case Tok::LBrace:
+            return parse_odbc_escape();
         case Tok::QuotedIdentifier:
             break;
         case Tok::Identifier:
@@ -958,8 +1093,57 @@ Expr* Parser::parse_function(const Token& name) {
                                "' at position " + std::to_string(name.pos),
                            name.pos, lower_copy(name.text));
     }
+    if (fn->is_ranking()) {
+        if (!is_kw(Kw::kOVER)) {
+            server_error("The function '" + lower_copy(name.text) + "' must have an OVER clause.",
+                         name.pos, lower_copy(name.text));
+        }
+        parse_over(*fn);
+    }
     if (is_kw(Kw::kOVER)) unsupported("window function", peek().pos);
     return fn;
+}
+
+void Parser::parse_over(Function& fn) {
+    ++at_;  // OVER
+    expect(Tok::LParen);
+    fn.over = arena_.make<Window>(arena_.resource());
+    if (peek().kind == Tok::Identifier && iequals(peek().text, "partition")) {
+        ++at_;
+        expect_kw(Kw::kBY);
+        do {
+            fn.over->partition_by.push_back(parse_expr());
+        } while (accept(Tok::Comma));
+    }
+    if (!is_kw(Kw::kORDER)) {
+        server_error(
+            "The function '" + lower_copy(fn.name) + "' must have an OVER clause with ORDER BY.",
+            fn.pos, lower_copy(fn.name));
+    }
+    ++at_;
+    expect_kw(Kw::kBY);
+    do {
+        const Token& t = peek();
+        Expr* e = parse_expr();
+        if (e->is<LiteralExpr>()) {
+            server_error(
+                "Windowed functions, aggregates and NEXT VALUE FOR functions do not support "
+                "constants as ORDER BY clause expressions.",
+                t.pos, "constant in a window order");
+        }
+        bool desc = false;
+        if (accept_kw(Kw::kDESC)) {
+            desc = true;
+        } else {
+            accept_kw(Kw::kASC);
+        }
+        fn.over->order_by.push_back(OrderItem{e, desc});
+    } while (accept(Tok::Comma));
+    if (peek().kind == Tok::Identifier &&
+        (iequals(peek().text, "rows") || iequals(peek().text, "range"))) {
+        unsupported("window frame", peek().pos);
+    }
+    expect(Tok::RParen);
 }
 
 Expr* Parser::parse_case(const Token& start) {
@@ -1059,6 +1243,167 @@ Expr* Parser::parse_cast(const Token& start, bool is_convert) {
     TypeSpec type = parse_type();
     expect(Tok::RParen);
     return arena_.make<Cast>(start.pos, e, type, -1, false);
+}
+
+// ---- ODBC escapes ------------------------------------------------------------------------
+
+namespace {
+
+// Whether `text` (between the quotes) is ODBC's date form yyyy-mm-dd, followed for a timestamp
+// by hh:mm:ss and up to three digits of a second's fraction. The value itself is checked by
+// the engine's conversion, as for any date text.
+bool odbc_date_form(std::string_view text, bool timestamp) {
+    auto digits = [&](std::size_t at, std::size_t count) {
+        if (at + count > text.size()) return false;
+        for (std::size_t i = at; i < at + count; ++i)
+            if (text[i] < '0' || text[i] > '9') return false;
+        return true;
+    };
+    auto at = [&](std::size_t i, char c) { return i < text.size() && text[i] == c; };
+    if (!(digits(0, 4) && at(4, '-') && digits(5, 2) && at(7, '-') && digits(8, 2))) return false;
+    if (!timestamp) return text.size() == 10;
+    if (!(at(10, ' ') && digits(11, 2) && at(13, ':') && digits(14, 2) && at(16, ':') &&
+          digits(17, 2)))
+        return false;
+    if (text.size() == 19) return true;
+    return at(19, '.') && text.size() <= 23 && text.size() > 20 && digits(20, text.size() - 20);
+}
+
+// The scalar functions of {fn …} that mean what a T-SQL function means, argument for argument.
+struct OdbcFunction {
+    std::string_view name;
+    Func func;
+    int min_args;
+    int max_args;
+    DatePart part = DatePart::None;
+};
+
+constexpr OdbcFunction kOdbcFunctions[] = {
+    {"ucase", Func::Upper, 1, 1},
+    {"lcase", Func::Lower, 1, 1},
+    {"length", Func::Len, 1, 1},  // without trailing blanks, as len
+    {"ltrim", Func::LTrim, 1, 1},
+    {"rtrim", Func::RTrim, 1, 1},
+    {"substring", Func::Substring, 3, 3},
+    {"left", Func::Left, 2, 2},
+    {"right", Func::Right, 2, 2},
+    {"locate", Func::CharIndex, 2, 3},
+    {"ifnull", Func::IsNull, 2, 2},
+    {"abs", Func::Abs, 1, 1},
+    {"round", Func::Round, 2, 2},
+    {"floor", Func::Floor, 1, 1},
+    {"ceiling", Func::Ceiling, 1, 1},
+    {"now", Func::GetDate, 0, 0},
+    {"year", Func::Year, 1, 1},
+    {"month", Func::Month, 1, 1},
+    {"dayofmonth", Func::Day, 1, 1},
+    {"hour", Func::DatePart, 1, 1, DatePart::Hour},
+    {"minute", Func::DatePart, 1, 1, DatePart::Minute},
+    {"second", Func::DatePart, 1, 1, DatePart::Second},
+    {"quarter", Func::DatePart, 1, 1, DatePart::Quarter},
+    {"week", Func::DatePart, 1, 1, DatePart::Week},
+    {"dayofweek", Func::DatePart, 1, 1, DatePart::Weekday},  // 1 = Sunday
+    {"dayofyear", Func::DatePart, 1, 1, DatePart::DayOfYear},
+    {"dayname", Func::DateName, 1, 1, DatePart::Weekday},
+    {"monthname", Func::DateName, 1, 1, DatePart::Month},
+};
+
+}  // namespace
+
+Expr* Parser::parse_odbc_escape() {
+    DepthGuard guard(depth_, reach_, peek().pos);
+    const Token& open = next();  // {
+    const Token& kind = peek();
+    if (kind.kind != Tok::Identifier) syntax_error(kind);
+    Expr* value = nullptr;
+    if (iequals(kind.text, "d") || iequals(kind.text, "ts")) {
+        ++at_;
+        const Token& lit = peek();
+        if (lit.kind != Tok::String) syntax_error(lit);
+        auto* text = arena_.make<LiteralExpr>(lit.pos, LiteralExpr::Kind::String, lit.text);
+        if (!odbc_date_form(text->string_value(), iequals(kind.text, "ts"))) {
+            server_error("从字符串转换日期和/或时间时，转换失败。", lit.pos,
+                         "{" + lower_copy(kind.text) + "} escape");
+        }
+        // Dates are kept to the second here; a fraction would be dropped where the server keeps it.
+        const std::string value_text = text->string_value();
+        if (value_text.size() > 20 && value_text.find_first_not_of('0', 20) != std::string::npos) {
+            unsupported("{ts} with a fraction of a second", lit.pos);
+        }
+        ++at_;
+        literals_.push_back(dialect::Literal{lit.pos, lit.len, dialect::Literal::Kind::String});
+        // Checked here, so never bound: another value of the same shape must be checked too.
+        text->inline_only = true;
+        TypeSpec type;
+        type.base = TypeSpec::Base::DateTime;
+        value = arena_.make<Cast>(open.pos, text, type, -1, false);
+    } else if (iequals(kind.text, "fn")) {
+        ++at_;
+        value = parse_odbc_function();
+    } else {
+        // {t '…'}: which date a time escape is given depends on how the server is reached, so
+        // it is refused rather than guessed; {call …} is a procedure call.
+        unsupported("{" + lower_copy(kind.text) + "} escape", open.pos);
+    }
+    expect(Tok::RBrace);
+    return value;
+}
+
+Expr* Parser::parse_odbc_function() {
+    const Token& name = peek();
+    if (name.kind != Tok::Identifier) syntax_error(name);
+    ++at_;
+    const std::string lower = lower_copy(name.text);
+    expect(Tok::LParen);
+    List<Expr*> args(arena_.resource());
+    if (peek().kind != Tok::RParen) {
+        do {
+            args.push_back(parse_expr());
+        } while (accept(Tok::Comma));
+    }
+    expect(Tok::RParen);
+    auto arity = [&](std::size_t min, std::size_t max) {
+        if (args.size() < min || args.size() > max) {
+            throw DialectError("wrong number of arguments for function '" + lower +
+                                   "' at position " + std::to_string(name.pos),
+                               name.pos, lower);
+        }
+    };
+    if (lower == "mod") {
+        arity(2, 2);
+        return arena_.make<Binary>(name.pos, BinaryOp::Mod, args[0], args[1]);
+    }
+    if (lower == "concat") {
+        // Both arguments as texts joined, a null taken as an empty text (unlike `+`).
+        arity(2, 2);
+        TypeSpec text;
+        text.base = TypeSpec::Base::Text;
+        text.length = -2;
+        auto as_text = [&](Expr* e) {
+            auto* empty = arena_.make<LiteralExpr>(e->pos, LiteralExpr::Kind::String, "''");
+            empty->inline_only = true;
+            List<Expr*> pair(arena_.resource());
+            pair.push_back(arena_.make<Cast>(e->pos, e, text, -1, false));
+            pair.push_back(empty);
+            return arena_.make<Function>(e->pos, Func::IsNull, "isnull", std::move(pair));
+        };
+        return arena_.make<Binary>(name.pos, BinaryOp::Add, as_text(args[0]), as_text(args[1]));
+    }
+    if (lower == "curdate" || lower == "current_date") {
+        arity(0, 0);
+        TypeSpec date;
+        date.base = TypeSpec::Base::Date;
+        auto* now = arena_.make<Function>(name.pos, Func::GetDate, name.text, std::move(args));
+        return arena_.make<Cast>(name.pos, now, date, -1, false);
+    }
+    for (const auto& f : kOdbcFunctions) {
+        if (f.name != lower) continue;
+        arity(static_cast<std::size_t>(f.min_args), static_cast<std::size_t>(f.max_args));
+        auto* fn = arena_.make<Function>(name.pos, f.func, name.text, std::move(args));
+        fn->part = f.part;
+        return fn;
+    }
+    unsupported("{fn " + lower + "}", name.pos);
 }
 
 }  // namespace billdata::dialect

@@ -53,7 +53,8 @@ class Parser {
     Node* parse_query_expr();
     Node* parse_query_term();
     QuerySpec* parse_query_spec();
-    long long parse_top();
+    long long parse_top(QuerySpec& spec);
+    long long parse_row_count(bool fetch);
     void parse_select_item(QuerySpec& spec);
     void parse_from_list(List<TableSource*>& from);
     TableSource* parse_table_source();
@@ -67,6 +68,9 @@ class Parser {
     Expr* parse_unary();
     Expr* parse_primary();
     Expr* parse_function(const Token& name);
+    void parse_over(Function& fn);
+    Expr* parse_odbc_escape();
+    Expr* parse_odbc_function();
     Expr* parse_case(const Token& start);
     Expr* parse_cast(const Token& start, bool is_convert);
     TypeSpec parse_type();

@@ -715,6 +715,11 @@ class PostgresHooks final : public EngineHooks {
                 em.text(whole ? ") AS bigint)" : " AS numeric)");
                 return;
             }
+            case Func::RowNumber:
+            case Func::Rank:
+            case Func::DenseRank:
+                em.ranking(f);
+                return;
             case Func::Count:
             case Func::Sum:
             case Func::Max:
@@ -986,6 +991,15 @@ class PostgresHooks final : public EngineHooks {
     void limit(Emitter& em, long long count) const override {
         em.text(" LIMIT ");
         em.text(std::to_string(count));
+    }
+
+    void offset(Emitter& em, long long offset, long long fetch) const override {
+        if (fetch >= 0) {
+            em.text(" LIMIT ");
+            em.text(std::to_string(fetch));
+        }
+        em.text(" OFFSET ");
+        em.text(std::to_string(offset));
     }
 
     void date_value(Emitter& em, const Expr& value) const override { date_arg(em, value); }

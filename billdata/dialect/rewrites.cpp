@@ -74,7 +74,8 @@ bool has_aggregate(const Expr* e) {
     switch (e->type) {
         case NodeType::Function: {
             const auto& f = e->as<Function>();
-            return f.is_aggregate() || any_aggregate(f.args);
+            // A ranking function reads the other rows too: the rows cannot be locked one by one.
+            return f.is_aggregate() || f.is_ranking() || any_aggregate(f.args);
         }
         case NodeType::Unary:
             return has_aggregate(e->as<Unary>().operand);
@@ -118,7 +119,9 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     const auto& sel = stmt.as<Select>();
     if (!sel.order_by.empty() || !sel.body->is<QuerySpec>()) return false;
     const auto& q = sel.body->as<QuerySpec>();
-    if (q.distinct || q.top >= 0 || q.where || q.having || !q.group_by.empty()) return false;
+    if (q.distinct || q.top >= 0 || q.percent_num >= 0 || q.where || q.having ||
+        !q.group_by.empty())
+        return false;
     if (q.from.size() != 1 || !q.from[0]->is<TableRef>() || q.items.empty()) return false;
     const auto& table = q.from[0]->as<TableRef>();
     const std::string_view counts = catalog.kept_row_count(table.name);

@@ -373,6 +373,11 @@ class SqliteHooks final : public EngineHooks {
                 if (whole) em.text(" AS INTEGER)");
                 return;
             }
+            case Func::RowNumber:
+            case Func::Rank:
+            case Func::DenseRank:
+                em.ranking(f);
+                return;
             case Func::Count:
             case Func::Sum:
             case Func::Max:
@@ -556,6 +561,13 @@ class SqliteHooks final : public EngineHooks {
     void limit(Emitter& em, long long count) const override {
         em.text(" LIMIT ");
         em.text(std::to_string(count));
+    }
+
+    void offset(Emitter& em, long long offset, long long fetch) const override {
+        em.text(" LIMIT ");
+        em.text(std::to_string(fetch));  // -1: no limit
+        em.text(" OFFSET ");
+        em.text(std::to_string(offset));
     }
 
     void date_value(Emitter& em, const Expr& value) const override {

@@ -177,6 +177,7 @@ void create_server_database(const ado::ConnectionString& cs, bool demo, int year
     try {
         server.exec(postgresql_runtime());
         server.exec(postgresql_schema());
+        server.exec(information_schema_sql(true));
         server.exec(spelled_names());
         for (const std::string& row : starting_rows(year, period))
             server.exec(row);

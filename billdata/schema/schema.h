@@ -48,6 +48,12 @@ bool is_server_database(const std::string& target);
 std::string_view postgresql_runtime();
 std::string_view postgresql_schema();
 
+// The tables t_SchemaTables and t_SchemaColumns: every table and column of the SQL Server script,
+// with its declared type, as the server's INFORMATION_SCHEMA.TABLES and .COLUMNS describe them
+// (the translator reads them for those two views). For the embedded engine (`server` false;
+// part of sqlite_schema()) or for PostgreSQL (run after postgresql_schema()).
+std::string information_schema_sql(bool server);
+
 // Creates a new embedded database at `path`: the schema in one transaction, WAL journal, the
 // settings rows of t_SystemProfile (StartYear, StartPeriod, CurrentYear, CurrentPeriod = `year`
 // and `period`, or this month when either is 0; ICClosed, WLClosed, CashClosed = "0"), the

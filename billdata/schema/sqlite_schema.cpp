@@ -753,7 +753,8 @@ CREATE TABLE ICStockQty (
 }  // namespace
 
 std::string_view sqlite_schema() {
-    static const std::string schema = std::string(kSqliteSchema) + speed_schema();
+    static const std::string schema =
+        std::string(kSqliteSchema) + speed_schema() + information_schema_sql(false);
     return schema;
 }
 

@@ -202,6 +202,7 @@ class DialectDb : public ::testing::Test {
             std::string(zone));
         raw(std::string(schema::postgresql_runtime()));
         raw(std::string(schema::postgresql_schema()));
+        raw(schema::information_schema_sql(true));
         reload_catalog();
     }
 

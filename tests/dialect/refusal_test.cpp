@@ -82,10 +82,14 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
         {"select FInterID from ICStockBill where FInterID=@id", "variable @id", "@id"},
         {"exec sp_GetStockQty 1,2,3", "exec", "exec"},
         {"select * from ICStockBill a, t_Stock b where a.FInStockID*=b.FItemID", "*=", "*="},
-        {"select top 10 percent * from ICStockBill", "top percent", "top"},
-        {"select row_number() over (order by FInterID) from ICStockBill", "function row_number",
-         "row_number"},
         {"select count(*) over () from ICStockBill", "window function", "over"},
+        {"select row_number() over (order by FInterID rows unbounded preceding) from ICStockBill",
+         "window frame", "rows"},
+        {"select {t '10:00:00'}", "{t} escape", "{t"},
+        {"select {fn curtime()}", "{fn curtime}", "curtime"},
+        {"select {ts '2025-03-09 08:30:00.5'}", "{ts} with a fraction of a second", "'2025"},
+        {"set datefirst 1", "set datefirst", "set"},
+        {"select * from information_schema.views", "information_schema.views", "views"},
         {"with x as (select 1 as a) select * from x", "with", "with"},
         {"update ICStockBill set FSumQty+=1", "+=", "+="},
         {"select soundex(FBillNo) from ICStockBill", "function soundex", "soundex"},
@@ -106,6 +110,36 @@ TEST_F(Refusals, UnsupportedConstructsAreNamedWithTheirPosition) {
                   std::string::npos)
             << e.what();
     }
+}
+
+// Paging, TOP PERCENT, ranking and ODBC escapes written as the server refuses them fail with the
+// server's own message, before anything runs.
+TEST_F(Refusals, PagingRankingAndEscapeErrorsUseTheServersWords) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"select FInterID from ICStockBill order by FDate offset -1 rows",
+         "The offset specified in a OFFSET clause may not be negative. at position 55"},
+        {"select FInterID from ICStockBill order by FDate offset 0 rows fetch next 0 rows only",
+         "The number of rows provided for a FETCH clause must be greater then zero. at position 73"},
+        {"select top 1 FInterID from ICStockBill order by FDate offset 1 rows",
+         "A TOP can not be used in the same query or sub-query as a OFFSET. at position 0"},
+        {"select top 101 percent FInterID from ICStockBill",
+         "Percent values must be between 0 and 100. at position 11"},
+        {"select top 1.5 FInterID from ICStockBill",
+         "The number of rows provided for a TOP or FETCH clauses row count parameter must be an "
+         "integer. at position 11"},
+        {"select rank() from ICStockBill",
+         "The function 'rank' must have an OVER clause. at position 7"},
+        {"select row_number() over (partition by FTranType) from ICStockBill",
+         "The function 'row_number' must have an OVER clause with ORDER BY. at position 7"},
+        {"select dense_rank() over (order by 1) from ICStockBill",
+         "Windowed functions, aggregates and NEXT VALUE FOR functions do not support constants as "
+         "ORDER BY clause expressions. at position 35"},
+        {"select {d '2025-03-09 10:00:00'}",
+         "从字符串转换日期和/或时间时，转换失败。 at position 10"},
+        {"select {ts '2025-03-09'}", "从字符串转换日期和/或时间时，转换失败。 at position 11"},
+    };
+    for (const auto& [text, message] : cases)
+        EXPECT_EQ(std::string(refusal(text).what()), message) << text;
 }
 
 TEST_F(Refusals, SyntaxErrorsCarryThePosition) {

@@ -352,6 +352,119 @@ TEST_P(Semantics, QueriesTopUnionSubqueriesAndGrouping) {
         (Rows{{"big"}, {"mid"}, {"small"}, {"small"}}));
 }
 
+// Bills by date: 8 (2024-12-31), 5 (03-09 00:00), 6 (03-09 08:30), 7 (03-10).
+TEST_P(Semantics, PagingWithOffsetFetchTopPercentAndRowNumber) {
+    // OFFSET skips, FETCH NEXT/FIRST takes; ROW and ROWS alike; past the end gives no rows.
+    EXPECT_EQ(
+        run("select FInterID from ICStockBill order by FDate offset 1 rows fetch next 2 rows only"),
+        (Rows{{"5"}, {"6"}}));
+    EXPECT_EQ(run("select FInterID from ICStockBill order by FDate desc offset (3) row"),
+              (Rows{{"8"}}));
+    EXPECT_EQ(
+        run("select FInterID from ICStockBill order by FDate offset 0 rows fetch first 1 row only"),
+        (Rows{{"8"}}));
+    EXPECT_EQ(run("select FInterID from ICStockBill order by FDate offset 9 rows"), Rows{});
+    EXPECT_EQ(
+        run("select FInterID from ICStockBill where FTranType=99 union all select FInterID from ICStockBill where FTranType=27 order by FInterID offset 1 rows fetch next 1 rows only"),
+        (Rows{{"7"}}));
+    // TOP n PERCENT takes the ceiling of n% of the rows: 4 rows × 30% = 1.2 → 2, × 12.5% → 1.
+    EXPECT_EQ(run("select top 30 percent FInterID from ICStockBill order by FDate"),
+              (Rows{{"8"}, {"5"}}));
+    EXPECT_EQ(run("select top (12.5) percent FInterID from ICStockBill order by FDate desc"),
+              (Rows{{"7"}}));
+    EXPECT_EQ(value("select count(*) from (select top 100 percent FInterID from ICStockBill) t"),
+              "4");
+    // No rows, even where the count is read from the kept row count.
+    EXPECT_EQ(run("select top 0 percent count(*) from ICStockBill"), Rows{});
+    EXPECT_EQ(run("select top 50 percent FInterID from ICStockBill where FInterID>100"), Rows{});
+    // The classic page through a derived table numbered by row_number.
+    EXPECT_EQ(
+        run("select FInterID from (select row_number() over (order by FDate) as rn, FInterID from ICStockBill) t where rn between 2 and 3 order by rn"),
+        (Rows{{"5"}, {"6"}}));
+}
+
+TEST_P(Semantics, RankingFunctionsNumberAsTheServerComparesAndSortsNulls) {
+    // Ties: rank leaves gaps, dense_rank does not; numbering restarts in each partition.
+    EXPECT_EQ(
+        run("select FInterID, rank() over (order by FTranType), dense_rank() over (order by FTranType), row_number() over (partition by FTranType order by FInterID desc) from ICStockBill order by FInterID"),
+        (Rows{{"5", "4", "3", "1"},
+              {"6", "2", "2", "2"},
+              {"7", "1", "1", "1"},
+              {"8", "2", "2", "1"}}));
+    // Texts order without regard to case: 'pos…' comes before 'ZP…'.
+    EXPECT_EQ(
+        run("select FBillNo, row_number() over (order by FBillNo) from ICStockBill where FTranType in (99,112) order by FBillNo"),
+        (Rows{{"pos241231-001", "1"}, {"pos250309-001", "2"}, {"ZP250309-001", "3"}}));
+    // A null sorts first ascending and last descending.
+    EXPECT_EQ(
+        run("select FInterID from (select FInterID, row_number() over (order by FRemark) a, row_number() over (order by FRemark desc) d from ICStockBill) t where a=1 or d=4"),
+        (Rows{{"6"}}));
+}
+
+TEST_P(Semantics, OdbcEscapesMeanWhatTheirFunctionsMean) {
+    expect_values({
+        {"select FInterID from ICStockBill where FDate={d '2025-03-09'}", "5"},
+        {"select count(*) from ICStockBill where FDate>={ts '2025-03-09 08:30:00'}", "2"},
+        {"select {ts '2025-03-09 08:30:00'}", "2025-03-09 08:30:00"},
+        {"select {fn ucase('ab')} + {fn lcase('CD')}", "ABcd"},
+        {"select {fn length('ab  ')}", "2"},  // trailing blanks do not count
+        {"select {fn locate('b', 'abcb')}", "2"},
+        {"select {fn locate('b', 'abcb', 3)}", "4"},
+        {"select {fn locate('z', 'abc')}", "0"},
+        {"select {fn substring('abcdef', 2, 3)} + {fn left('abc', 5)} + {fn right('abc', 1)}",
+         "bcdabcc"},
+        {"select {fn ltrim('  a ')} + '|' + {fn rtrim(' a  ')} + '|'", "a | a|"},
+        // concat takes a null as an empty text.
+        {"select {fn concat('a', 1)} + {fn concat(null, 'b')}", "a1b"},
+        {"select {fn concat(FRemark, null)} from ICStockBill where FInterID=6", ""},
+        {"select {fn ifnull(FRemark, 'none')} from ICStockBill where FInterID=6", "none"},
+        {"select {fn mod(-7, 3)}", "-1"},  // the sign of the dividend
+        {"select {fn abs(-2)} + {fn floor(2.7)} + {fn ceiling(2.1)} + {fn round(1.45, 1)}", "8.5"},
+        {"select {fn dayofweek('2025-03-09')}", "1"},  // a Sunday
+        {"select {fn dayname('2025-03-09')} + ' ' + {fn monthname('2025-03-09')}", "Sunday March"},
+        {"select {fn quarter('2025-03-09')} * 100 + {fn week('2025-01-04')}", "101"},
+        {"select {fn hour(FDate)} * 100 + {fn minute(FDate)} from ICStockBill where FInterID=6",
+         "830"},
+        {"select {fn year(FDate)} + {fn month(FDate)} + {fn dayofmonth(FDate)} from ICStockBill where FInterID=7",
+         "2038"},
+        {"select case when {fn curdate()} = convert(date, getdate()) then 1 end", "1"},
+        {"select case when abs(datediff(ss, {fn now()}, getdate())) < 5 then 1 end", "1"},
+        {"select case when 'a_b' like 'a\\_b' {escape '\\'} then 1 else 0 end", "1"},
+        {"select case when 'axb' like 'a\\_b' {escape '\\'} then 1 else 0 end", "0"},
+        {"select count(*) from {oj ICStockBill a left outer join ICStockBillEntry b on a.FInterID=b.FInterID}",
+         "5"},
+        // The week starts on Sunday: the ISO weekday of a Sunday is 7.
+        {"select @@datefirst", "7"},
+        {"select (datepart(dw, '2025-03-09') + @@datefirst - 2) % 7 + 1", "7"},
+    });
+    expect_error("select {d '2025-02-30'}", "从字符串转换日期和/或时间时，转换失败。");
+}
+
+// Tools read the schema as the server describes it: the script's tables (not the engines' own
+// helper tables) and its declared types, names compared without case.
+TEST_P(Semantics, InformationSchemaDescribesTheServersTablesAndTypes) {
+    std::size_t tables = 0;
+    const std::string_view script = schema::sqlserver_schema();
+    for (std::size_t at = script.find("CREATE TABLE "); at != std::string_view::npos;
+         at = script.find("CREATE TABLE ", at + 1))
+        ++tables;
+    expect_values({
+        {"select count(*) from information_schema.tables where TABLE_TYPE='base table' and TABLE_SCHEMA='DBO' and TABLE_CATALOG is not null",
+         std::to_string(tables)},
+        {"select count(*) from INFORMATION_SCHEMA.TABLES t where t.TABLE_NAME in ('ICStockQty', 't_TableRows', 't_SchemaTables')",
+         "0"},
+    });
+    EXPECT_EQ(
+        run("select COLUMN_NAME, ORDINAL_POSITION, DATA_TYPE, IS_NULLABLE, CHARACTER_MAXIMUM_LENGTH, NUMERIC_PRECISION, NUMERIC_SCALE from information_schema.columns where TABLE_NAME='icstockbill' and COLUMN_NAME in ('FInterID','FDate','FBillNo','FSumQty') order by ORDINAL_POSITION"),
+        (Rows{{"FInterID", "1", "int", "NO", "NULL", "10", "0"},
+              {"FDate", "3", "datetime", "YES", "NULL", "NULL", "NULL"},
+              {"FBillNo", "4", "nvarchar", "YES", "50", "NULL", "NULL"},
+              {"FSumQty", "16", "decimal", "YES", "NULL", "18", "4"}}));
+    EXPECT_EQ(
+        run("select columns.COLUMN_NAME from information_schema.columns where columns.TABLE_NAME='T_STOCK' order by 1"),
+        (Rows{{"FItemID"}, {"FName"}, {"FNumber"}}));
+}
+
 TEST_P(Semantics, ResultColumnsKeepTheNamesAsWritten) {
     EXPECT_EQ(
         column_names(

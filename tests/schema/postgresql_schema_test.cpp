@@ -55,7 +55,8 @@ class PostgresSchema : public ::testing::Test {
             GTEST_SKIP() << "no PostgreSQL server configured (BILLDATA_TEST_POSTGRES is not set)";
         pg_ = std::make_unique<PostgresDatabase>();
         pg_->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
-                  std::string(billdata::schema::postgresql_schema()));
+                  std::string(billdata::schema::postgresql_schema()) + "\n" +
+                  billdata::schema::information_schema_sql(true));
     }
 
     std::vector<std::string> pg_rows(const std::string& sql) const {

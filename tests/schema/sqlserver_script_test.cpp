@@ -43,6 +43,8 @@ const std::map<std::string, std::string> kEmbeddedOnly = {
     {"ix_icstockbillentry_itemkind", "the index on that copy"},
     {"t_keptrowcounts", "the view that declares the kept row counts to the translator"},
     {"t_keptcopies", "the view that declares the kept copies to the translator"},
+    {"t_schematables", "the script's tables, behind information_schema.tables"},
+    {"t_schemacolumns", "the script's declared columns, behind information_schema.columns"},
 };
 
 // The triggers that keep those totals and copies.

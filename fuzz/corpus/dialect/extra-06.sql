@@ -1,0 +1,1 @@
+select {fn ucase(FBillNo)}, {fn locate('a', FRemark, 2)}, {d '2025-03-09'}, {ts '2025-03-09 08:30:00.000'}, @@datefirst from {oj ICStockBill a left outer join ICStockBillEntry b on a.FInterID=b.FInterID} where FBillNo like 'a\_%' {escape '\'}

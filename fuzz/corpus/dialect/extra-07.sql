@@ -1,0 +1,1 @@
+select * from (select row_number() over (partition by FTranType order by FDate desc) as rn, rank() over (order by FBillNo) r, FInterID from ICStockBill) t where rn between 11 and 20 order by rn offset 2 rows fetch next 5 rows only

@@ -1,0 +1,1 @@
+select top (12.5) percent COLUMN_NAME, DATA_TYPE from information_schema.columns where TABLE_NAME='ICStockBill' order by ORDINAL_POSITION
