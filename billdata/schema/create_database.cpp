@@ -8,6 +8,7 @@
 
 #include "billdata/ado/com_error.h"
 #include "billdata/ado/driver.h"
+#include "billdata/drivers/odbc/odbc_driver.h"
 #include "billdata/drivers/postgresql/postgresql_driver.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
@@ -169,8 +170,11 @@ std::string spelled_names() {
     return sql;
 }
 
+// The PostgreSQL schema through either of the connections that reach such a server (libpq's,
+// or an ODBC driver's).
+template <class Connection>
 void create_server_database(const ado::ConnectionString& cs, bool demo, int year, int period) {
-    drivers::postgresql::ServerConnection server(cs);
+    Connection server(cs);
     if (server.scalar("SELECT count(*) FROM pg_tables WHERE schemaname = current_schema()") != "0")
         fail("the database already holds tables; a new database is created only in an empty one");
     server.exec("BEGIN");
@@ -199,7 +203,9 @@ bool is_server_database(const std::string& target) {
     if (t.find("://") == std::string_view::npos && t.find('=') == std::string_view::npos)
         return false;
     try {
-        return drivers::postgresql::accepts(ado::ConnectionString::parse(t));
+        const auto cs = ado::ConnectionString::parse(t);
+        return drivers::postgresql::accepts(cs) || drivers::odbc::postgresql_dialect(cs) ||
+               ado::driver::find_driver(cs)->name() == "odbc";
     } catch (const ado::ComError&) {
         return false;
     }
@@ -208,7 +214,17 @@ bool is_server_database(const std::string& target) {
 void create_database(const std::string& path, bool demo, int year, int period) {
     check_period(year, period);
     if (is_server_database(path)) {
-        create_server_database(ado::ConnectionString::parse(path), demo, year, period);
+        const auto cs = ado::ConnectionString::parse(path);
+        if (drivers::postgresql::accepts(cs)) {
+            create_server_database<drivers::postgresql::ServerConnection>(cs, demo, year, period);
+        } else if (drivers::odbc::postgresql_dialect(cs)) {
+            create_server_database<drivers::odbc::ScriptConnection>(cs, demo, year, period);
+        } else {
+            fail(
+                "a SQL Server database gets its schema from the script "
+                "billdata/schema/sqlserver/billdata.sql, run by its administrator; billdata "
+                "init creates embedded and PostgreSQL databases");
+        }
         return;
     }
 

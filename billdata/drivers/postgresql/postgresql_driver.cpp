@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -52,16 +51,6 @@ bool switched_off(const char* variable) {
 
 ComError bad_option(const std::string& why) {
     return ComError(err::kConnection, why);
-}
-
-// The machine's time zone by name, so that getdate() on the server is this machine's local
-// time as it is on the embedded engine. Empty when it cannot be told (the server's own then).
-std::string local_time_zone() {
-    if (const char* tz = std::getenv("TZ"); tz && *tz) return tz[0] == ':' ? tz + 1 : tz;
-    std::error_code ec;
-    const auto target = std::filesystem::read_symlink("/etc/localtime", ec).string();
-    const auto at = target.find("zoneinfo/");
-    return ec || at == std::string::npos ? std::string() : target.substr(at + 9);
 }
 
 // ---- options ------------------------------------------------------------------------------
@@ -873,39 +862,29 @@ std::string PgSession::violated_key(const std::string& index) {
     if (index.empty()) return {};
     auto known = h_->key_columns.find(index);
     if (known != h_->key_columns.end()) return known->second;
-    // The unique index's table and columns from the server's catalogue, spelled as the schema
-    // catalogue spells them ("ICStockBillEntry.FInterID,FEntryID"), once per index.
-    static const char* kSql =
-        "SELECT t.relname, a.attname FROM pg_class i JOIN pg_index x ON x.indexrelid = i.oid "
-        "JOIN pg_class t ON t.oid = x.indrelid "
-        "JOIN pg_attribute a ON a.attrelid = x.indrelid AND a.attnum = ANY(x.indkey) "
-        "WHERE i.relname = $1 ORDER BY array_position(x.indkey::int2[], a.attnum)";
-    std::string table;
-    std::vector<std::string> columns;
+    // The unique index's table and columns from the server's catalogue, once per index.
     PQexitPipelineMode(conn_);
-    const char* value = index.c_str();
-    {
-        Result q(PQexecParams(conn_, kSql, 1, nullptr, &value, nullptr, nullptr, 0));
-        if (q.status() == PGRES_TUPLES_OK)
-            for (int i = 0; i < PQntuples(q.r); ++i) {
-                table = PQgetvalue(q.r, i, 0);
-                columns.emplace_back(PQgetvalue(q.r, i, 1));
-            }
+    std::string key;
+    try {
+        key = index_key(
+            [this](const char* sql, const std::vector<std::string>& params) {
+                std::vector<const char*> values;
+                for (const std::string& p : params)
+                    values.push_back(p.c_str());
+                Result q(PQexecParams(conn_, sql, static_cast<int>(values.size()), nullptr,
+                                      values.data(), nullptr, nullptr, 0));
+                Rows rows;
+                if (q.status() == PGRES_TUPLES_OK)
+                    for (int i = 0; i < PQntuples(q.r); ++i)
+                        rows.push_back({PQgetvalue(q.r, i, 0), PQgetvalue(q.r, i, 1)});
+                return rows;
+            },
+            index, *h_->catalog);
+    } catch (...) {
+        PQenterPipelineMode(conn_);
+        throw;
     }
     PQenterPipelineMode(conn_);
-    if (columns.empty()) return index;
-    const dialect::Catalog& catalog = *h_->catalog;
-    std::string key(catalog.table_name(table).empty() ? std::string_view(table)
-                                                      : catalog.table_name(table));
-    key += '.';
-    const std::vector<std::string> declared = catalog.columns(table);
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        std::string name = columns[i];
-        for (const std::string& d : declared)
-            if (util::iequals(d, name)) name = d;
-        if (i) key += ',';
-        key += name;
-    }
     h_->key_columns[index] = key;
     return key;
 }
