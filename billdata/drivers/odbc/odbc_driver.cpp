@@ -744,7 +744,13 @@ ComError OdbcSession::error_of(const Diag& d, bool transaction_open) {
 }
 
 void OdbcSession::fail(SQLHSTMT stmt) {
-    const Diag d = diagnostic(SQL_HANDLE_STMT, stmt);
+    Diag d = diagnostic(SQL_HANDLE_STMT, stmt);
+    // Drivers tell a connection that died under a statement by its state, or only by this.
+    SQLUINTEGER dead = SQL_CD_FALSE;
+    if (!connection_lost(d) &&
+        SQL_SUCCEEDED(SQLGetConnectAttrW(h_->dbc, SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr)) &&
+        dead == SQL_CD_TRUE)
+        d.state = "08S01";
     SQLFreeStmt(stmt, SQL_CLOSE);
     bool open = tx_;
     if (tx_ && !connection_lost(d)) {

@@ -66,15 +66,15 @@ std::string unbraced(const std::string& v) {
 }
 
 std::string from_oledb(const ado::ConnectionString& cs, std::string& where) {
-    cs.require_known({"provider", "data source", "server", "initial catalog", "database", "user id",
-                      "uid", "password", "pwd", "driver", "persist security info",
-                      "application name", "dialect", "connect timeout", "busy timeout",
-                      "lock timeout", "pooling", "statement cache"});
     for (const char* integrated : {"integrated security", "trusted_connection"})
         if (cs.has(integrated))
             throw ComError(err::kConnection,
                            "Windows authentication is not available here: give User ID and "
                            "Password");
+    cs.require_known({"provider", "data source", "server", "initial catalog", "database", "user id",
+                      "uid", "password", "pwd", "driver", "persist security info",
+                      "application name", "dialect", "connect timeout", "busy timeout",
+                      "lock timeout", "pooling", "statement cache"});
     std::string source = cs.has("data source") ? cs.get("data source") : cs.get("server");
     if (util::trim(source).empty())
         throw ComError(err::kConnection, "the connection string names no Data Source (server)");
