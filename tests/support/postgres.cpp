@@ -73,11 +73,11 @@ std::string postgres_server() {
 
 std::string postgres_conninfo(const std::string& connection_string) {
     const auto cs = ado::ConnectionString::parse(connection_string);
-    static const std::pair<const char*, const char*> kKeys[] = {{"host", "host"},
-                                                                {"port", "port"},
-                                                                {"database", "dbname"},
-                                                                {"user id", "user"},
-                                                                {"password", "password"}};
+    // The native driver's keywords, and the ODBC driver's for the same.
+    static const std::pair<const char*, const char*> kKeys[] = {
+        {"host", "host"},         {"servername", "host"}, {"port", "port"},
+        {"database", "dbname"},   {"user id", "user"},    {"uid", "user"},
+        {"password", "password"}, {"pwd", "password"}};
     std::string out;
     for (const auto& [ours, theirs] : kKeys) {
         if (!cs.has(ours)) continue;

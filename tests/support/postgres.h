@@ -104,7 +104,7 @@ class PrivateServer {
 };
 
 // libpq's conninfo for a `Provider=PostgreSQL;Host=…;Port=…;Database=…;User ID=…;Password=…`
-// string (the keys the test server uses).
+// string (the keys the test server uses), or its ODBC form (Servername, UID, PWD).
 std::string postgres_conninfo(const std::string& connection_string);
 
 }  // namespace billdata::testing
