@@ -164,6 +164,10 @@ OdbcTarget odbc_target(const ado::ConnectionString& cs) {
     t.cache = parse_switch(cs, "statement cache");
     cs.command_timeout();  // a bad value is refused here, before anything connects
     t.odbc = cs.has("provider") ? from_oledb(cs, t.where) : from_odbc(cs, t.where);
+    // PostgreSQL's ODBC driver reads a whole result into memory unless it reads through a
+    // cursor, a block of rows at a time: a list must stream.
+    if (t.dialect == Dialect::PostgreSql && !cs.has("usedeclarefetch"))
+        t.odbc += ";UseDeclareFetch=1;Fetch=" + std::to_string(kFetchBlock);
     return t;
 }
 

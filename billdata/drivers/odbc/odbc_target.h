@@ -15,6 +15,7 @@ enum class Dialect { SqlServer, PostgreSql };
 
 inline constexpr int kDefaultConnectTimeoutSeconds = 10;
 inline constexpr int kDefaultBusyTimeoutMs = 5000;
+inline constexpr int kFetchBlock = 500;  // rows a PostgreSQL cursor sends at a time
 
 struct OdbcTarget {
     std::string odbc;  // for SQLDriverConnect
@@ -36,7 +37,9 @@ bool accepts(const ado::ConnectionString& cs);
 //   prefix), Initial Catalog, User ID and Password onto the FreeTDS driver's keywords (Server,
 //   Port, Database, UID, PWD, TDS_Version=7.4, ClientCharset=UTF-8), or onto the driver that a
 //   Driver keyword names; any other keyword is refused, naming it;
-// - an ODBC string goes to the driver manager as it is, without this library's keywords.
+// - an ODBC string goes to the driver manager as it is, without this library's keywords (with
+//   Dialect=PostgreSQL and no UseDeclareFetch of its own, rows read through a server cursor
+//   kFetchBlock at a time).
 // This library's keywords on both: Dialect (SQL Server | PostgreSQL), Connect Timeout, Busy
 // Timeout (ms), Lock Timeout, Pooling, Statement Cache, Command Timeout. Raises ComError
 // (err::kConnection) naming a bad value.
