@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "billdata/dialect/dialect.h"
+#include "billdata/drivers/connection_options.h"
+#include "billdata/drivers/idle_pool.h"
 #include "billdata/drivers/odbc/odbc_target.h"
 #include "billdata/drivers/odbc/sqlserver_error.h"
 #include "billdata/drivers/postgresql/catalog.h"
@@ -38,15 +40,6 @@ constexpr std::size_t kMaxCachedShapes = 512;
 constexpr std::size_t kMaxVariantsPerShape = 8;
 constexpr std::size_t kMaxIdlePerDatabase = 16;
 constexpr int kVictimRetries = 5;
-
-bool is_counter_table(std::string_view table) {
-    return util::iequals(table, "ICMaxNum") || util::iequals(table, "ICBillNo");
-}
-
-bool switched_off(const char* variable) {
-    const char* v = std::getenv(variable);
-    return v && (util::iequals(v, "off") || util::iequals(v, "0") || util::iequals(v, "false"));
-}
 
 // ---- text: the ODBC calls take UTF-16, the library speaks UTF-8 ---------------------------
 
@@ -370,43 +363,11 @@ struct Handle {
     }
 };
 
-class Pool {
-  public:
-    static Pool& instance() {
-        static Pool p;
-        return p;
-    }
-    std::unique_ptr<Handle> take(const std::string& key) {
-        std::lock_guard lock(mutex_);
-        auto it = idle_.find(key);
-        if (it == idle_.end() || it->second.empty()) return nullptr;
-        std::unique_ptr<Handle> h = std::move(it->second.back());
-        it->second.pop_back();
-        return h;
-    }
-    void give_back(std::unique_ptr<Handle> h) {
-        if (h->broken) return;
-        std::lock_guard lock(mutex_);
-        auto& list = idle_[h->key];
-        if (list.size() < kMaxIdlePerDatabase) list.push_back(std::move(h));
-    }
-    std::size_t idle_count() {
-        std::lock_guard lock(mutex_);
-        std::size_t n = 0;
-        for (const auto& [key, list] : idle_)
-            n += list.size();
-        return n;
-    }
+IdlePool<Handle>& pool() {
+    static IdlePool<Handle> p(kMaxIdlePerDatabase);
+    return p;
+}
 
-  private:
-    std::mutex mutex_;
-    std::map<std::string, std::vector<std::unique_ptr<Handle>>> idle_;
-};
-
-struct CatalogCache {
-    std::mutex mutex;
-    std::map<std::string, std::shared_ptr<const dialect::Catalog>> by_key;
-};
 CatalogCache& catalog_cache() {
     static CatalogCache c;
     return c;
@@ -563,7 +524,7 @@ class OdbcSession final : public ado::driver::Session {
                 h_->broken = true;
             autocommit(true);
         }
-        if (pooled_) Pool::instance().give_back(std::move(h_));
+        if (pooled_ && !h_->broken) pool().give_back(std::move(h_));
     }
 
     std::string_view engine() const override {
@@ -1197,7 +1158,8 @@ class OdbcDriver final : public ado::driver::Driver {
         const bool pooling = t.pooling && !switched_off("BILLDATA_POOLING");
         const bool cache = t.cache && !switched_off("BILLDATA_STATEMENT_CACHE");
         const std::string key = t.odbc + '\x1e' + connection_settings(t);
-        std::unique_ptr<Handle> handle = pooling ? Pool::instance().take(key) : nullptr;
+        std::unique_ptr<Handle> handle =
+            pooling ? pool().take(key, [](const Handle&) { return true; }) : nullptr;
         if (handle && (t.dialect == Dialect::SqlServer || !handle->catalog->tables().empty()))
             return std::make_shared<OdbcSession>(std::move(handle), std::move(t), cache, true,
                                                  true);
@@ -1210,12 +1172,7 @@ class OdbcDriver final : public ado::driver::Driver {
         }
         handle->catalog.reset();
         if (t.dialect == Dialect::PostgreSql) {
-            {
-                CatalogCache& cc = catalog_cache();
-                std::lock_guard lock(cc.mutex);
-                auto it = cc.by_key.find(key);
-                if (it != cc.by_key.end()) handle->catalog = it->second;
-            }
+            handle->catalog = catalog_cache().find(key);
             if (!handle->catalog) {
                 SQLHDBC dbc = handle->dbc;
                 try {
@@ -1227,12 +1184,7 @@ class OdbcDriver final : public ado::driver::Driver {
                     throw ComError(err::kConnection,
                                    "cannot read the schema at " + t.where + ": " + e.description());
                 }
-                // A database without the schema yet is read again by the next connection.
-                if (!handle->catalog->tables().empty()) {
-                    CatalogCache& cc = catalog_cache();
-                    std::lock_guard lock(cc.mutex);
-                    cc.by_key[key] = handle->catalog;
-                }
+                catalog_cache().keep(key, handle->catalog);
             }
         }
         return std::make_shared<OdbcSession>(std::move(handle), std::move(t), cache, pooling,
@@ -1251,7 +1203,7 @@ std::shared_ptr<ado::driver::Driver> make_driver() {
 }
 
 std::size_t idle_connections() {
-    return Pool::instance().idle_count();
+    return pool().idle_count();
 }
 
 struct ScriptConnection::Impl {

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <string_view>
 
+#include "billdata/drivers/connection_options.h"
 #include "billdata/util/text.h"
 
 namespace billdata::drivers::odbc {
@@ -27,27 +28,6 @@ bool sqlserver_provider(const std::string& provider) {
     const std::string p = util::lower_copy(provider);
     return p == "sqloledb" || p.rfind("sqloledb.", 0) == 0 || p.rfind("sqlncli", 0) == 0 ||
            p.rfind("msoledbsql", 0) == 0;
-}
-
-bool parse_switch(const ado::ConnectionString& cs, std::string_view keyword) {
-    if (!cs.has(keyword)) return true;
-    const std::string v = util::lower_copy(cs.get(keyword));
-    if (v == "true" || v == "yes" || v == "1") return true;
-    if (v == "false" || v == "no" || v == "0") return false;
-    throw ComError(err::kConnection, std::string(keyword) + " must be True or False, not '" +
-                                         util::excerpt(cs.get(keyword)) + "'");
-}
-
-int parse_whole(const ado::ConnectionString& cs, std::string_view keyword, int fallback,
-                const char* unit) {
-    if (!cs.has(keyword)) return fallback;
-    const std::string v = cs.get(keyword);
-    int n = 0;
-    auto r = std::from_chars(v.data(), v.data() + v.size(), n);
-    if (v.empty() || r.ec != std::errc() || r.ptr != v.data() + v.size() || n < 0)
-        throw ComError(err::kConnection, std::string(keyword) + " must be a whole number of " +
-                                             unit + ", not '" + util::excerpt(v) + "'");
-    return n;
 }
 
 // A value as the ODBC syntax needs it: in braces when it holds what would end or open one.
@@ -152,16 +132,11 @@ OdbcTarget odbc_target(const ado::ConnectionString& cs) {
                                                  util::excerpt(cs.get("dialect")) + "'");
     }
     t.connect_timeout_s =
-        parse_whole(cs, "connect timeout", kDefaultConnectTimeoutSeconds, "seconds");
-    t.busy_ms = parse_whole(cs, "busy timeout", kDefaultBusyTimeoutMs, "milliseconds");
-    if (cs.has("lock timeout")) {
-        double seconds = 0;
-        if (!ado::Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
-            throw ComError(err::kConnection, "Lock Timeout must be a number of seconds, not '" +
-                                                 util::excerpt(cs.get("lock timeout")) + "'");
-    }
-    t.pooling = parse_switch(cs, "pooling");
-    t.cache = parse_switch(cs, "statement cache");
+        whole_option(cs, "connect timeout", kDefaultConnectTimeoutSeconds, "seconds");
+    t.busy_ms = whole_option(cs, "busy timeout", kDefaultBusyTimeoutMs, "milliseconds");
+    check_lock_timeout(cs);
+    t.pooling = switch_option(cs, "pooling");
+    t.cache = switch_option(cs, "statement cache");
     cs.command_timeout();  // a bad value is refused here, before anything connects
     t.odbc = cs.has("provider") ? from_oledb(cs, t.where) : from_odbc(cs, t.where);
     // PostgreSQL's ODBC driver reads a whole result into memory unless it reads through a
