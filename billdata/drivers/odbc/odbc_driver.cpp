@@ -1125,7 +1125,11 @@ std::unique_ptr<ado::driver::Cursor> OdbcSession::call(std::string_view procedur
 // What every new connection runs first.
 std::string connection_settings(const OdbcTarget& t) {
     if (t.dialect == Dialect::SqlServer)
-        return "SET DATEFORMAT ymd; SET LOCK_TIMEOUT " + std::to_string(t.busy_ms);
+        // Dates written year first; a lock wait ends as error 1222, which the service layer
+        // retries; a failed statement is undone alone and the transaction goes on, whatever
+        // the server's own default for new sessions.
+        return "SET DATEFORMAT ymd; SET LOCK_TIMEOUT " + std::to_string(t.busy_ms) +
+               "; SET XACT_ABORT OFF";
     std::string sql = "SET DateStyle TO 'ISO, YMD'; SET lock_timeout TO " +
                       std::to_string(t.busy_ms) + "; SET standard_conforming_strings TO on";
     const std::string zone = pg::local_time_zone();

@@ -11,11 +11,11 @@
 // SQL Server (the default dialect): each statement goes out as written, after the check that
 // it is exactly one statement; its literals are bound as parameters, so that one prepared
 // statement per statement shape and connection serves them all. Every connection runs
-// SET DATEFORMAT ymd and SET LOCK_TIMEOUT <Busy Timeout>. A counter read inside a transaction
-// (ICMaxNum, ICBillNo) gets WITH (UPDLOCK, ROWLOCK, HOLDLOCK) after its table: the row read is
-// held until the transaction ends, and so is the gap where a key that has no row yet would go,
-// so that two tills never draw the same number. Errors are classified by the native number
-// (sqlserver_error.h); after an error inside a transaction SELECT XACT_STATE() tells whether
+// SET DATEFORMAT ymd, SET LOCK_TIMEOUT <Busy Timeout> and SET XACT_ABORT OFF. A counter read inside
+// a transaction (ICMaxNum, ICBillNo) gets WITH (UPDLOCK, ROWLOCK, HOLDLOCK) after its table: the
+// row read is held until the transaction ends, and so is the gap where a key that has no row yet
+// would go, so that two tills never draw the same number. Errors are classified by the native
+// number (sqlserver_error.h); after an error inside a transaction SELECT XACT_STATE() tells whether
 // the server has ended it.
 //
 // Dialect=PostgreSQL: the statements are translated as for the native PostgreSQL driver, and
