@@ -294,4 +294,43 @@ TEST_F(OdbcPostgres, ListsStreamAndCanBeLeftHalfRead) {
     EXPECT_LT(peak - before, 16L * 1024 * 1024) << "resident memory grew by " << peak - before;
 }
 
+// A deadlock victim's transaction is gone even though the ODBC driver would only undo the
+// statement; a statement past its command timeout is stopped and the connection goes on.
+TEST_F(OdbcPostgres, DeadlockEndsTheTransactionAndATimeoutStopsAWait) {
+    open(cs_)->Execute("insert into t_Stock (FItemID, FNumber, FName) values (1, '1', 'a')");
+    open(cs_)->Execute("insert into t_Stock (FItemID, FNumber, FName) values (2, '2', 'b')");
+    auto a = open(cs_ + ";Busy Timeout=20000");
+    auto b = open(cs_ + ";Busy Timeout=20000");
+    a->BeginTrans();
+    b->BeginTrans();
+    a->Execute("update t_Stock set FName='a1' where FItemID=1");
+    b->Execute("update t_Stock set FName='b2' where FItemID=2");
+    auto first = std::async(std::launch::async, [&] {
+        return error_of([&] { a->Execute("update t_Stock set FName='a2' where FItemID=2"); });
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    ComError eb = error_of([&] { b->Execute("update t_Stock set FName='b1' where FItemID=1"); });
+    ComError ea = first.get();
+    ComError& victim = ea.number() != 0 ? ea : eb;
+    Connection& loser = ea.number() != 0 ? *a : *b;
+    Connection& winner = ea.number() != 0 ? *b : *a;
+    EXPECT_NE(ea.number() != 0, eb.number() != 0) << "exactly one victim";
+    EXPECT_EQ(victim.error_class(), ErrorClass::Lock) << victim.description();
+    EXPECT_FALSE(victim.transaction_open());
+    EXPECT_NE(error_of([&] { loser.CommitTrans(); }).number(), 0);
+    winner.CommitTrans();
+    const std::string names = scalar(*open(cs_), "select min(FName) + max(FName) from t_Stock");
+    EXPECT_TRUE(names == "a1a2" || names == "b1b2") << names;
+
+    auto c = open(cs_ + ";Busy Timeout=60000;Command Timeout=1");
+    a->BeginTrans();
+    a->Execute("update t_Stock set FName='x' where FItemID=1");
+    const auto start = std::chrono::steady_clock::now();
+    ComError e = error_of([&] { c->Execute("update t_Stock set FName='y' where FItemID=1"); });
+    EXPECT_EQ(e.error_class(), ErrorClass::Timeout) << e.description();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    a->RollbackTrans();
+    EXPECT_EQ(scalar(*c, "select FName from t_Stock where FItemID=2"), names.substr(2));
+}
+
 }  // namespace
