@@ -196,6 +196,48 @@ void create_server_database(const ado::ConnectionString& cs, bool demo, int year
     }
 }
 
+// The batches of a SQL Server script: the text between lines that hold only GO.
+std::vector<std::string> go_batches(std::string_view script) {
+    std::vector<std::string> batches(1);
+    while (!script.empty()) {
+        const auto end = script.find('\n');
+        const std::string_view line = script.substr(0, end);
+        script.remove_prefix(end == std::string_view::npos ? script.size() : end + 1);
+        if (util::iequals(util::trim(line), "GO")) {
+            batches.emplace_back();
+            continue;
+        }
+        batches.back().append(line);
+        batches.back() += '\n';
+    }
+    std::erase_if(batches, [](const std::string& b) { return util::trim(b).empty(); });
+    return batches;
+}
+
+// An existing empty SQL Server database: the script's batches, the starting rows and the demo
+// data, all in one transaction.
+void create_sqlserver_database(const ado::ConnectionString& cs, bool demo, int year, int period) {
+    drivers::odbc::ScriptConnection server(cs);
+    if (server.scalar("SELECT count(*) FROM sys.tables") != "0")
+        fail("the database already holds tables; a new database is created only in an empty one");
+    server.exec("BEGIN TRANSACTION");
+    try {
+        for (const std::string& batch : go_batches(sqlserver_schema()))
+            server.exec(batch);
+        for (const std::string& row : starting_rows(year, period))
+            server.exec(row);
+        if (demo) server.exec(demo_data_sql());
+        server.exec("COMMIT TRANSACTION");
+    } catch (...) {
+        try {
+            server.exec("IF @@TRANCOUNT > 0 ROLLBACK TRANSACTION");
+        } catch (const ado::ComError&) {
+            // The connection is gone, and the transaction with it.
+        }
+        throw;
+    }
+}
+
 }  // namespace
 
 bool is_server_database(const std::string& target) {
@@ -220,10 +262,7 @@ void create_database(const std::string& path, bool demo, int year, int period) {
         } else if (drivers::odbc::postgresql_dialect(cs)) {
             create_server_database<drivers::odbc::ScriptConnection>(cs, demo, year, period);
         } else {
-            fail(
-                "a SQL Server database gets its schema from the script "
-                "billdata/schema/sqlserver/billdata.sql, run by its administrator; billdata "
-                "init creates embedded and PostgreSQL databases");
+            create_sqlserver_database(cs, demo, year, period);
         }
         return;
     }

@@ -174,8 +174,9 @@ SQLHDBC connect(const OdbcTarget& t) {
     if (!SQL_SUCCEEDED(rc)) {
         const Diag d = diagnostic(SQL_HANDLE_DBC, dbc);
         SQLFreeHandle(SQL_HANDLE_DBC, dbc);
-        throw ComError(err::kConnection, "cannot connect through " + t.where + ": " +
-                                             (d.message.empty() ? d.state : d.message));
+        throw ComError(err::kConnection,
+                       "cannot connect through " + t.where + ": " +
+                           (d.message.empty() ? d.state : server_words(d.message)));
     }
     return dbc;
 }
