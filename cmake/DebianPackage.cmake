@@ -16,6 +16,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The shared library's soname in the package's shlibs file, and the ldconfig trigger.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 # Building against the headers needs SQLite's: find_package(billdata) looks for it.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "libsqlite3-dev, libpq-dev, pkg-config")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "libsqlite3-dev, libpq-dev, unixodbc-dev, pkg-config")
 set(CPACK_STRIP_FILES ON)
 include(CPack)

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libgtest-dev libgmock-dev
           libbenchmark-dev nlohmann-json3-dev libcli11-dev libfmt-dev clang-format
-          dpkg-dev file libpq-dev postgresql)
+          dpkg-dev file libpq-dev postgresql unixodbc-dev odbc-postgresql tdsodbc)
 if [ "${1:-}" = "--fuzz" ]; then packages+=(clang libclang-rt-14-dev); fi
 missing=()
 for p in "${packages[@]}"; do

@@ -372,6 +372,8 @@ struct TableRef : TableSource {
     static constexpr NodeType kType = NodeType::TableRef;
     std::string_view name;
     std::string_view alias;  // empty when none
+    std::uint32_t end = 0;   // source offset just past the name and its alias
+    bool hinted = false;     // written with table hints of its own
     TableRef(std::uint32_t p, std::string_view n, std::string_view a)
         : TableSource(kType, p), name(n), alias(a) {
         exposed = a.empty() ? n : a;

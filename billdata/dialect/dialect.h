@@ -104,4 +104,22 @@ Translation translate_postgresql(std::string_view tsql, const Catalog& catalog,
 // (the check that engines without translation still get). Returns the statement's kind.
 StatementKind check_single_statement(std::string_view tsql);
 
+// A statement for an engine that runs T-SQL as it is written (SQL Server), checked to be exactly
+// one statement the parser reads (DialectError otherwise, as check_single_statement).
+struct Passthrough {
+    StatementKind kind = StatementKind::Select;
+    bool writes = false;
+    // The source offsets of the literals that can be bound as parameters without changing what
+    // the statement means: not TOP counts, type lengths or convert styles, and not the literals
+    // of ORDER BY and GROUP BY terms or of the select list of a grouped or distinct query (the
+    // engine matches those terms by their text).
+    std::vector<std::size_t> parameters;
+    // As Translation::lockable_table.
+    std::string lockable_table;
+    // Where a table hint for the lockable table goes: the source offset just past its name and
+    // alias. npos when nothing is lockable or the statement gives that table hints of its own.
+    std::size_t lock_hint_at = std::string::npos;
+};
+Passthrough inspect_statement(std::string_view tsql);
+
 }  // namespace billdata::dialect

@@ -722,6 +722,7 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
         return arena_.make<TableRef>(pos, name, std::string_view());
     }
     std::string_view alias;
+    bool hinted = false;
     if (allow_alias) {
         if (peek().kind == Tok::LParen) {
             // `t (nolock)`: the old form of a table hint; anything else would be a function.
@@ -732,15 +733,22 @@ TableRef* Parser::parse_table_name(bool allow_alias) {
                  iequals(inside.text, "holdlock") || iequals(inside.text, "tablock") ||
                  iequals(inside.text, "readpast") || iequals(inside.text, "paglock"))) {
                 skip_table_hints();
+                hinted = true;
             } else {
                 unsupported("table-valued function", pos);
             }
         }
         alias = parse_alias();
     }
+    // Where a table hint of our own would go: just past the name and its alias.
+    const std::uint32_t end = tokens_[at_ - 1].pos + tokens_[at_ - 1].len;
+    const std::size_t before_hints = at_;
     skip_table_hints();
     if (alias.empty()) alias = written;
-    return arena_.make<TableRef>(pos, name, alias);
+    auto* ref = arena_.make<TableRef>(pos, name, alias);
+    ref->end = end;
+    ref->hinted = hinted || at_ != before_hints;
+    return ref;
 }
 
 void Parser::skip_table_hints() {

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "billdata/ado/driver.h"
+#include "billdata/drivers/odbc/odbc_driver.h"
 #include "billdata/drivers/postgresql/postgresql_driver.h"
 #include "billdata/drivers/sqlite/sqlite_driver.h"
 
@@ -13,6 +14,7 @@ void register_builtin_drivers() {
     std::call_once(once, [] {
         register_driver(drivers::sqlite::make_driver());
         register_driver(drivers::postgresql::make_driver());
+        register_driver(drivers::odbc::make_driver());
     });
 }
 

@@ -8,6 +8,7 @@
 
 #include "billdata/ado/com_error.h"
 #include "billdata/ado/driver.h"
+#include "billdata/drivers/odbc/odbc_driver.h"
 #include "billdata/drivers/postgresql/postgresql_driver.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
@@ -169,8 +170,11 @@ std::string spelled_names() {
     return sql;
 }
 
+// The PostgreSQL schema through either of the connections that reach such a server (libpq's,
+// or an ODBC driver's).
+template <class Connection>
 void create_server_database(const ado::ConnectionString& cs, bool demo, int year, int period) {
-    drivers::postgresql::ServerConnection server(cs);
+    Connection server(cs);
     if (server.scalar("SELECT count(*) FROM pg_tables WHERE schemaname = current_schema()") != "0")
         fail("the database already holds tables; a new database is created only in an empty one");
     server.exec("BEGIN");
@@ -193,6 +197,48 @@ void create_server_database(const ado::ConnectionString& cs, bool demo, int year
     }
 }
 
+// The batches of a SQL Server script: the text between lines that hold only GO.
+std::vector<std::string> go_batches(std::string_view script) {
+    std::vector<std::string> batches(1);
+    while (!script.empty()) {
+        const auto end = script.find('\n');
+        const std::string_view line = script.substr(0, end);
+        script.remove_prefix(end == std::string_view::npos ? script.size() : end + 1);
+        if (util::iequals(util::trim(line), "GO")) {
+            batches.emplace_back();
+            continue;
+        }
+        batches.back().append(line);
+        batches.back() += '\n';
+    }
+    std::erase_if(batches, [](const std::string& b) { return util::trim(b).empty(); });
+    return batches;
+}
+
+// An existing empty SQL Server database: the script's batches, the starting rows and the demo
+// data, all in one transaction.
+void create_sqlserver_database(const ado::ConnectionString& cs, bool demo, int year, int period) {
+    drivers::odbc::ScriptConnection server(cs);
+    if (server.scalar("SELECT count(*) FROM sys.tables") != "0")
+        fail("the database already holds tables; a new database is created only in an empty one");
+    server.exec("BEGIN TRANSACTION");
+    try {
+        for (const std::string& batch : go_batches(sqlserver_schema()))
+            server.exec(batch);
+        for (const std::string& row : starting_rows(year, period))
+            server.exec(row);
+        if (demo) server.exec(demo_data_sql());
+        server.exec("COMMIT TRANSACTION");
+    } catch (...) {
+        try {
+            server.exec("IF @@TRANCOUNT > 0 ROLLBACK TRANSACTION");
+        } catch (const ado::ComError&) {
+            // The connection is gone, and the transaction with it.
+        }
+        throw;
+    }
+}
+
 }  // namespace
 
 bool is_server_database(const std::string& target) {
@@ -200,7 +246,9 @@ bool is_server_database(const std::string& target) {
     if (t.find("://") == std::string_view::npos && t.find('=') == std::string_view::npos)
         return false;
     try {
-        return drivers::postgresql::accepts(ado::ConnectionString::parse(t));
+        const auto cs = ado::ConnectionString::parse(t);
+        return drivers::postgresql::accepts(cs) || drivers::odbc::postgresql_dialect(cs) ||
+               ado::driver::find_driver(cs)->name() == "odbc";
     } catch (const ado::ComError&) {
         return false;
     }
@@ -209,7 +257,14 @@ bool is_server_database(const std::string& target) {
 void create_database(const std::string& path, bool demo, int year, int period) {
     check_period(year, period);
     if (is_server_database(path)) {
-        create_server_database(ado::ConnectionString::parse(path), demo, year, period);
+        const auto cs = ado::ConnectionString::parse(path);
+        if (drivers::postgresql::accepts(cs)) {
+            create_server_database<drivers::postgresql::ServerConnection>(cs, demo, year, period);
+        } else if (drivers::odbc::postgresql_dialect(cs)) {
+            create_server_database<drivers::odbc::ScriptConnection>(cs, demo, year, period);
+        } else {
+            create_sqlserver_database(cs, demo, year, period);
+        }
         return;
     }
 

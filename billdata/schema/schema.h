@@ -35,8 +35,8 @@ struct DeclaredColumn {
 // from the script by the dialect's script parser once per process. Thread-safe.
 const std::vector<DeclaredColumn>& sqlserver_declared_columns();
 
-// Whether `target` names a database on a server (a PostgreSQL connection string or URI) rather
-// than an embedded database file.
+// Whether `target` names a database on a server (a PostgreSQL connection string or URI, an OLE DB
+// or ODBC string) rather than an embedded database file.
 bool is_server_database(const std::string& target);
 
 // The PostgreSQL scripts, run in this order on an empty database: the server functions that
@@ -63,7 +63,9 @@ std::string information_schema_sql(bool server);
 // did not exist before is removed again). Not thread-safe for the same path.
 // When `path` is a server's connection string (is_server_database), the same schema, settings
 // and data are created in that existing database, which must hold no tables yet, in one
-// transaction: a failure leaves it empty.
+// transaction: a failure leaves it empty. A SQL Server database (an OLE DB or ODBC string of the
+// ODBC driver) gets billdata/schema/sqlserver/billdata.sql batch by batch; a PostgreSQL one,
+// natively or through ODBC, the PostgreSQL scripts.
 void create_database(const std::string& path, bool demo, int year = 0, int period = 0);
 
 // Inserts the demo master data (stocks, items with and without size groups, sizes, colours,

@@ -1,7 +1,7 @@
 #pragma once
 // A fresh database per test, with the session pointed at it: an embedded file, or with
-// BILLDATA_TEST_ENGINE=postgresql a new database on the tests' PostgreSQL server, so that every
-// case runs on every engine (cases skip with a reason when that server is not configured).
+// BILLDATA_TEST_ENGINE=postgresql (or odbc) a new database on the tests' PostgreSQL server, so that
+// every case runs on every engine (cases skip with a reason when that server is not configured).
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -36,10 +36,7 @@ class DatabaseTest : public ::testing::Test {
     void TearDown() override { common::session() = common::SessionContext{}; }
 
     // Whether this run's cases go to the tests' PostgreSQL server.
-    static bool on_server() {
-        const char* engine = std::getenv("BILLDATA_TEST_ENGINE");
-        return engine && std::string(engine) == "postgresql";
-    }
+    static bool on_server() { return on_test_server(); }
 
     virtual bool demo() const { return false; }
     std::string connection_string() const {

@@ -28,7 +28,7 @@ void kill_while_saving(const std::vector<Op>& mix, const std::string& what) {
         GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
     const testing::EngineDatabase shop;
     const std::string& db = shop.target();
-    const char* engine = shop.server() ? "postgresql" : "sqlite";
+    const std::string engine = testing::test_engine();
     Books books(db);
     FrontEnd front(db, mix, seed, "crash");
     std::mt19937 moments(seed);

@@ -74,7 +74,7 @@ void tills_at_once(const std::vector<Op>& mix, const std::string& what) {
         GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
     const testing::EngineDatabase shop;
     const std::string& db = shop.target();
-    const char* engine = shop.server() ? "postgresql" : "sqlite";
+    const std::string engine = testing::test_engine();
     Books books(db);
     const auto start = std::chrono::steady_clock::now();
     const TillsRun run =

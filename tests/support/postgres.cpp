@@ -73,11 +73,11 @@ std::string postgres_server() {
 
 std::string postgres_conninfo(const std::string& connection_string) {
     const auto cs = ado::ConnectionString::parse(connection_string);
-    static const std::pair<const char*, const char*> kKeys[] = {{"host", "host"},
-                                                                {"port", "port"},
-                                                                {"database", "dbname"},
-                                                                {"user id", "user"},
-                                                                {"password", "password"}};
+    // The native driver's keywords, and the ODBC driver's for the same.
+    static const std::pair<const char*, const char*> kKeys[] = {
+        {"host", "host"},         {"servername", "host"}, {"port", "port"},
+        {"database", "dbname"},   {"user id", "user"},    {"uid", "user"},
+        {"password", "password"}, {"pwd", "password"}};
     std::string out;
     for (const auto& [ours, theirs] : kKeys) {
         if (!cs.has(ours)) continue;
@@ -87,9 +87,14 @@ std::string postgres_conninfo(const std::string& connection_string) {
     return out;
 }
 
-bool on_test_server() {
+std::string test_engine() {
     const char* engine = std::getenv("BILLDATA_TEST_ENGINE");
-    return engine && std::string(engine) == "postgresql";
+    return engine && *engine ? engine : "sqlite";
+}
+
+bool on_test_server() {
+    const std::string engine = test_engine();
+    return engine == "postgresql" || engine == "odbc";
 }
 
 EngineDatabase::EngineDatabase() {
@@ -122,6 +127,13 @@ PostgresDatabase::PostgresDatabase() {
     }
     connection_string_ += "Database=" + name_;
     conninfo_ = postgres_conninfo(connection_string_);
+    if (test_engine() == "odbc") {
+        const auto own = ado::ConnectionString::parse(connection_string_);
+        connection_string_ = "Driver={PostgreSQL Unicode};Servername=" + own.get("host") +
+                             ";Port=" + own.get("port", "5432") + ";Database=" + name_ +
+                             ";UID=" + own.get("user id") + ";Dialect=PostgreSQL";
+        if (own.has("password")) connection_string_ += ";PWD=" + own.get("password");
+    }
 }
 
 PostgresDatabase::~PostgresDatabase() {

@@ -26,7 +26,8 @@ class PostgresDatabase {
     PostgresDatabase& operator=(const PostgresDatabase&) = delete;
 
     const std::string& name() const { return name_; }
-    // `Provider=PostgreSQL;…;Database=<name>` for the component.
+    // `Provider=PostgreSQL;…;Database=<name>` for the component; on the odbc engine the ODBC
+    // string of the same database (`Driver={PostgreSQL Unicode};…;Dialect=PostgreSQL`).
     const std::string& connection_string() const { return connection_string_; }
     // The same database in libpq's `key=value` form.
     const std::string& conninfo() const { return conninfo_; }
@@ -44,8 +45,12 @@ class PostgresDatabase {
     std::string conninfo_;
 };
 
-// Whether this run's cases go to the tests' PostgreSQL server: BILLDATA_TEST_ENGINE=postgresql,
-// as ctest sets it for the second run of the folders that run on every engine.
+// The engine this run's cases go to, from BILLDATA_TEST_ENGINE as ctest sets it for the runs of
+// the folders that run on every engine: "sqlite" (unset), "postgresql" (the tests' PostgreSQL
+// server through its native driver) or "odbc" (the same server through its ODBC driver).
+std::string test_engine();
+
+// Whether this run's cases go to the tests' PostgreSQL server (natively or through ODBC).
 bool on_test_server();
 
 // A new empty database of the run's engine for a test that reaches it through the program: a
@@ -99,7 +104,7 @@ class PrivateServer {
 };
 
 // libpq's conninfo for a `Provider=PostgreSQL;Host=…;Port=…;Database=…;User ID=…;Password=…`
-// string (the keys the test server uses).
+// string (the keys the test server uses), or its ODBC form (Servername, UID, PWD).
 std::string postgres_conninfo(const std::string& connection_string);
 
 }  // namespace billdata::testing

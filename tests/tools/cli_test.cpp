@@ -17,8 +17,9 @@ CliRun run(const std::string& args) {
 // A server database as a URI (what --db and init take besides a connection string).
 std::string uri_of(const std::string& connection_string) {
     const auto cs = ado::ConnectionString::parse(connection_string);
-    return "postgresql:///" + cs.get("database") + "?host=" + cs.get("host") +
-           "&port=" + cs.get("port") + "&user=" + cs.get("user id");
+    // The native driver's keywords, or an ODBC driver's.
+    return "postgresql:///" + cs.get("database") + "?host=" + cs.get("host", cs.get("servername")) +
+           "&port=" + cs.get("port") + "&user=" + cs.get("user id", cs.get("uid"));
 }
 
 using Cli = EngineCase;

@@ -3,6 +3,10 @@
 
 #include <libpq-fe.h>
 
+#include <functional>
+#include <string>
+#include <vector>
+
 #include "billdata/dialect/dialect.h"
 
 namespace billdata::drivers::postgresql {
@@ -17,5 +21,22 @@ namespace billdata::drivers::postgresql {
 // embedded engine. Raises ado::ComError (err::kDatabase, the server's message) when the
 // schema cannot be read. The connection must not be in pipeline mode; it stays the caller's.
 dialect::Catalog read_catalog(PGconn* conn, const dialect::Catalog* spelling = nullptr);
+
+// The rows of a query of the server's own SQL, as texts, with its parameters ($1, $2, …) bound
+// as text; raises ado::ComError (err::kDatabase, the server's message) when it fails. The same
+// reading over any connection that reaches the server (libpq, ODBC).
+using Rows = std::vector<std::vector<std::string>>;
+using Query = std::function<Rows(const char* sql, const std::vector<std::string>& params)>;
+dialect::Catalog read_catalog(const Query& query, const dialect::Catalog* spelling = nullptr);
+
+// The key a unique index (or the constraint that made it) covers, as the schema catalogue
+// spells it: "ICStockBillEntry.FInterID,FEntryID"; the index's own name when the server does not
+// know it.
+std::string index_key(const Query& query, const std::string& index,
+                      const dialect::Catalog& catalog);
+
+// The machine's time zone by name, so that getdate() on the server is this machine's local
+// time as it is on the embedded engine. Empty when it cannot be told (the server's own then).
+std::string local_time_zone();
 
 }  // namespace billdata::drivers::postgresql

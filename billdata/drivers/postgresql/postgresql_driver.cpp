@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -20,6 +19,8 @@
 #include <vector>
 
 #include "billdata/dialect/dialect.h"
+#include "billdata/drivers/connection_options.h"
+#include "billdata/drivers/idle_pool.h"
 #include "billdata/drivers/postgresql/catalog.h"
 #include "billdata/drivers/postgresql/server_error.h"
 #include "billdata/drivers/shape_binding.h"
@@ -40,28 +41,8 @@ using Clock = std::chrono::steady_clock;
 constexpr Oid kBool = 16, kInt8 = 20, kInt2 = 21, kInt4 = 23, kOid = 26, kFloat4 = 700,
               kFloat8 = 701, kNumeric = 1700, kDate = 1082, kTimestamp = 1114, kTimestampTz = 1184;
 
-// The counters that a transaction reads and then raises: the read locks what it reads.
-bool is_counter_table(std::string_view table) {
-    return util::iequals(table, "ICMaxNum") || util::iequals(table, "ICBillNo");
-}
-
-bool switched_off(const char* variable) {
-    const char* v = std::getenv(variable);
-    return v && (util::iequals(v, "off") || util::iequals(v, "0") || util::iequals(v, "false"));
-}
-
 ComError bad_option(const std::string& why) {
     return ComError(err::kConnection, why);
-}
-
-// The machine's time zone by name, so that getdate() on the server is this machine's local
-// time as it is on the embedded engine. Empty when it cannot be told (the server's own then).
-std::string local_time_zone() {
-    if (const char* tz = std::getenv("TZ"); tz && *tz) return tz[0] == ':' ? tz + 1 : tz;
-    std::error_code ec;
-    const auto target = std::filesystem::read_symlink("/etc/localtime", ec).string();
-    const auto at = target.find("zoneinfo/");
-    return ec || at == std::string::npos ? std::string() : target.substr(at + 9);
 }
 
 // ---- options ------------------------------------------------------------------------------
@@ -74,27 +55,6 @@ struct Options {
     bool pooling = true, cache = true;
 };
 
-bool parse_switch(const ado::ConnectionString& cs, std::string_view keyword) {
-    if (!cs.has(keyword)) return true;
-    const std::string v = util::lower_copy(cs.get(keyword));
-    if (v == "true" || v == "yes" || v == "1") return true;
-    if (v == "false" || v == "no" || v == "0") return false;
-    throw bad_option(std::string(keyword) + " must be True or False, not '" +
-                     util::excerpt(cs.get(keyword)) + "'");
-}
-
-int parse_whole(const ado::ConnectionString& cs, std::string_view keyword, int fallback,
-                const char* unit) {
-    if (!cs.has(keyword)) return fallback;
-    const std::string v = cs.get(keyword);
-    int n = 0;
-    auto r = std::from_chars(v.data(), v.data() + v.size(), n);
-    if (v.empty() || r.ec != std::errc() || r.ptr != v.data() + v.size() || n < 0)
-        throw bad_option(std::string(keyword) + " must be a whole number of " + unit + ", not '" +
-                         util::excerpt(v) + "'");
-    return n;
-}
-
 Options parse_options(const ado::ConnectionString& cs) {
     Options o;
     const bool uri = cs.has("uri");
@@ -103,16 +63,11 @@ Options parse_options(const ado::ConnectionString& cs) {
                           "connect timeout", "busy timeout", "lock timeout", "pooling",
                           "statement cache"});
     const int connect_s =
-        parse_whole(cs, "connect timeout", kDefaultConnectTimeoutSeconds, "seconds");
-    o.busy_ms = parse_whole(cs, "busy timeout", kDefaultBusyTimeoutMs, "milliseconds");
-    if (cs.has("lock timeout")) {
-        double seconds = 0;
-        if (!Variant::parse_number(cs.get("lock timeout"), seconds) || seconds < 0)
-            throw bad_option("Lock Timeout must be a number of seconds, not '" +
-                             util::excerpt(cs.get("lock timeout")) + "'");
-    }
-    o.pooling = parse_switch(cs, "pooling");
-    o.cache = parse_switch(cs, "statement cache");
+        whole_option(cs, "connect timeout", kDefaultConnectTimeoutSeconds, "seconds");
+    o.busy_ms = whole_option(cs, "busy timeout", kDefaultBusyTimeoutMs, "milliseconds");
+    check_lock_timeout(cs);
+    o.pooling = switch_option(cs, "pooling");
+    o.cache = switch_option(cs, "statement cache");
 
     o.params.emplace_back("connect_timeout", std::to_string(connect_s));
     o.params.emplace_back("client_encoding", "UTF8");
@@ -170,12 +125,6 @@ PGconn* connect(const Options& o) {
     return conn;
 }
 
-// Catalogues per database, read once by the first connection of a process: every operation
-// opens a connection of its own, and reading the catalogue is a round trip over every column.
-struct CatalogCache {
-    std::mutex mutex;
-    std::map<std::string, std::shared_ptr<const dialect::Catalog>> by_key;
-};
 CatalogCache& catalog_cache() {
     static CatalogCache c;
     return c;
@@ -221,42 +170,18 @@ bool still_connected(PGconn* conn) {
     return poll(&p, 1, 0) == 0;
 }
 
-class Pool {
-  public:
-    static Pool& instance() {
-        static Pool p;
-        return p;
-    }
-    std::unique_ptr<Handle> take(const std::string& key) {
-        std::lock_guard lock(mutex_);
-        auto it = idle_.find(key);
-        while (it != idle_.end() && !it->second.empty()) {
-            std::unique_ptr<Handle> h = std::move(it->second.back());
-            it->second.pop_back();
-            if (still_connected(h->conn)) return h;
-        }
-        return nullptr;
-    }
-    void give_back(std::unique_ptr<Handle> h) {
-        if (h->broken || PQstatus(h->conn) != CONNECTION_OK ||
-            PQtransactionStatus(h->conn) != PQTRANS_IDLE)
-            return;
-        std::lock_guard lock(mutex_);
-        auto& list = idle_[h->key];
-        if (list.size() < kMaxIdlePerDatabase) list.push_back(std::move(h));
-    }
-    std::size_t idle_count() {
-        std::lock_guard lock(mutex_);
-        std::size_t n = 0;
-        for (const auto& [key, list] : idle_)
-            n += list.size();
-        return n;
-    }
+IdlePool<Handle>& pool() {
+    static IdlePool<Handle> p(kMaxIdlePerDatabase);
+    return p;
+}
 
-  private:
-    std::mutex mutex_;
-    std::map<std::string, std::vector<std::unique_ptr<Handle>>> idle_;
-};
+// Back in the pool only a handle that is whole, connected and outside any transaction.
+void give_back(std::unique_ptr<Handle> h) {
+    if (h->broken || PQstatus(h->conn) != CONNECTION_OK ||
+        PQtransactionStatus(h->conn) != PQTRANS_IDLE)
+        return;
+    pool().give_back(std::move(h));
+}
 
 // ---- results ------------------------------------------------------------------------------
 
@@ -408,7 +333,7 @@ class PgSession final : public ado::driver::Session {
             h_->broken = true;
         }
         if (cursor_) h_->broken = true;  // a round trip left unfinished
-        if (pooled_) Pool::instance().give_back(std::move(h_));
+        if (pooled_) give_back(std::move(h_));
     }
 
     std::string_view engine() const override { return "postgresql"; }
@@ -873,39 +798,29 @@ std::string PgSession::violated_key(const std::string& index) {
     if (index.empty()) return {};
     auto known = h_->key_columns.find(index);
     if (known != h_->key_columns.end()) return known->second;
-    // The unique index's table and columns from the server's catalogue, spelled as the schema
-    // catalogue spells them ("ICStockBillEntry.FInterID,FEntryID"), once per index.
-    static const char* kSql =
-        "SELECT t.relname, a.attname FROM pg_class i JOIN pg_index x ON x.indexrelid = i.oid "
-        "JOIN pg_class t ON t.oid = x.indrelid "
-        "JOIN pg_attribute a ON a.attrelid = x.indrelid AND a.attnum = ANY(x.indkey) "
-        "WHERE i.relname = $1 ORDER BY array_position(x.indkey::int2[], a.attnum)";
-    std::string table;
-    std::vector<std::string> columns;
+    // The unique index's table and columns from the server's catalogue, once per index.
     PQexitPipelineMode(conn_);
-    const char* value = index.c_str();
-    {
-        Result q(PQexecParams(conn_, kSql, 1, nullptr, &value, nullptr, nullptr, 0));
-        if (q.status() == PGRES_TUPLES_OK)
-            for (int i = 0; i < PQntuples(q.r); ++i) {
-                table = PQgetvalue(q.r, i, 0);
-                columns.emplace_back(PQgetvalue(q.r, i, 1));
-            }
+    std::string key;
+    try {
+        key = index_key(
+            [this](const char* sql, const std::vector<std::string>& params) {
+                std::vector<const char*> values;
+                for (const std::string& p : params)
+                    values.push_back(p.c_str());
+                Result q(PQexecParams(conn_, sql, static_cast<int>(values.size()), nullptr,
+                                      values.data(), nullptr, nullptr, 0));
+                Rows rows;
+                if (q.status() == PGRES_TUPLES_OK)
+                    for (int i = 0; i < PQntuples(q.r); ++i)
+                        rows.push_back({PQgetvalue(q.r, i, 0), PQgetvalue(q.r, i, 1)});
+                return rows;
+            },
+            index, *h_->catalog);
+    } catch (...) {
+        PQenterPipelineMode(conn_);
+        throw;
     }
     PQenterPipelineMode(conn_);
-    if (columns.empty()) return index;
-    const dialect::Catalog& catalog = *h_->catalog;
-    std::string key(catalog.table_name(table).empty() ? std::string_view(table)
-                                                      : catalog.table_name(table));
-    key += '.';
-    const std::vector<std::string> declared = catalog.columns(table);
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        std::string name = columns[i];
-        for (const std::string& d : declared)
-            if (util::iequals(d, name)) name = d;
-        if (i) key += ',';
-        key += name;
-    }
     h_->key_columns[index] = key;
     return key;
 }
@@ -960,7 +875,9 @@ class PgDriver final : public ado::driver::Driver {
         const Options o = options_of(cs);
         const bool pooling = o.pooling && !switched_off("BILLDATA_POOLING");
         const bool cache = o.cache && !switched_off("BILLDATA_STATEMENT_CACHE");
-        std::unique_ptr<Handle> handle = pooling ? Pool::instance().take(o.key) : nullptr;
+        std::unique_ptr<Handle> handle =
+            pooling ? pool().take(o.key, [](const Handle& h) { return still_connected(h.conn); })
+                    : nullptr;
         if (handle && !handle->catalog->tables().empty())
             return std::make_shared<PgSession>(std::move(handle), cache, true);
         if (handle) {
@@ -972,12 +889,7 @@ class PgDriver final : public ado::driver::Driver {
             handle->conn = connect(o);
             handle->key = o.key;
         }
-        {
-            CatalogCache& cc = catalog_cache();
-            std::lock_guard lock(cc.mutex);
-            auto it = cc.by_key.find(o.key);
-            if (it != cc.by_key.end()) handle->catalog = it->second;
-        }
+        handle->catalog = catalog_cache().find(o.key);
         if (!handle->catalog) {
             try {
                 handle->catalog =
@@ -985,12 +897,7 @@ class PgDriver final : public ado::driver::Driver {
             } catch (const ComError& e) {
                 throw bad_option("cannot read the schema at " + o.where + ": " + e.description());
             }
-            // A database without the schema yet is read again by the next connection.
-            if (!handle->catalog->tables().empty()) {
-                CatalogCache& cc = catalog_cache();
-                std::lock_guard lock(cc.mutex);
-                cc.by_key[o.key] = handle->catalog;
-            }
+            catalog_cache().keep(o.key, handle->catalog);
         }
         if (!PQenterPipelineMode(handle->conn))
             throw bad_option("cannot use the connection to " + o.where + ": " +
@@ -1023,7 +930,7 @@ std::shared_ptr<ado::driver::Driver> make_driver() {
 }
 
 std::size_t idle_connections() {
-    return Pool::instance().idle_count();
+    return pool().idle_count();
 }
 
 ServerConnection::ServerConnection(const ado::ConnectionString& cs) {
