@@ -256,6 +256,12 @@ void EngineHooks::converted(Emitter& em, const Expr& e, ColumnType) const {
     em.expr(e);
 }
 
+void EngineHooks::many_row_subquery(Emitter& em, const Subquery& sub) const {
+    em.ch('(');
+    em.select(*sub.query, false);
+    em.ch(')');
+}
+
 void EngineHooks::limited_member_end(Emitter& em) const {
     em.ch(')');
 }
@@ -580,19 +586,30 @@ void Emitter::expr(const Expr& e) {
                 }
                 case BinaryOp::Add:
                 case BinaryOp::Sub:
-                    if (b.arith != ArithKind::Numeric) {
+                case BinaryOp::Mul: {
+                    if (b.op != BinaryOp::Mul && b.arith != ArithKind::Numeric) {
                         hooks_.arithmetic(*this, b);
                         return;
                     }
-                    operand(*b.lhs, kOutAdd);
-                    out_.append(b.op == BinaryOp::Add ? " + " : " - ");
-                    operand(*b.rhs, kOutAdd + 1);
+                    const bool checked =
+                        b.range_check != SqlBase::Unknown && !hooks_.range_check().empty();
+                    if (checked) {
+                        out_.append(hooks_.range_check());
+                        out_.push_back('(');
+                    }
+                    const int level = b.op == BinaryOp::Mul ? kOutMul : kOutAdd;
+                    operand(*b.lhs, level);
+                    out_.append(b.op == BinaryOp::Add   ? " + "
+                                : b.op == BinaryOp::Sub ? " - "
+                                                        : " * ");
+                    operand(*b.rhs, level + 1);
+                    if (checked) {
+                        out_.append(", '");
+                        out_.append(type_name(SqlType::of(b.range_check)));
+                        out_.append("')");
+                    }
                     return;
-                case BinaryOp::Mul:
-                    operand(*b.lhs, kOutMul);
-                    out_.append(" * ");
-                    operand(*b.rhs, kOutMul + 1);
-                    return;
+                }
                 case BinaryOp::BitAnd:
                 case BinaryOp::BitOr:
                     operand(*b.lhs, kOutBitwise);
@@ -700,6 +717,10 @@ void Emitter::expr(const Expr& e) {
             hooks_.function(*this, e.as<Function>());
             return;
         case NodeType::Subquery:
+            if (e.as<Subquery>().check_single_row) {
+                hooks_.many_row_subquery(*this, e.as<Subquery>());
+                return;
+            }
             out_.push_back('(');
             select(*e.as<Subquery>().query, false);
             out_.push_back(')');
