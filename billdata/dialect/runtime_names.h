@@ -57,7 +57,8 @@ inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it
 inline constexpr std::string_view kServerFunctions[] = {
     kDateTime,  kDateFromDays, kDatePart, kDateAdd,   kDateDiff, kDateText, kInt,
     kBit,       kFloat,        kNumber,   kRound,     kLeft,     kRight,    kSubstring,
-    kCharIndex, kReplace,      kLike,     kReplicate, kStuff,    kPatIndex, kIsDate};
+    kCharIndex, kReplace,      kLike,     kReplicate, kStuff,    kPatIndex, kIsDate,
+    kRange};
 inline constexpr std::string_view kFunctions[] = {
     kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
     kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,
