@@ -978,10 +978,11 @@ void Binder::check_grouping(const QuerySpec& spec, const Scope& scope) const {
         grouped = grouped || has_aggregate(*item.expr);
     if (!grouped) return;
     auto refuse = [](const ColumnRef& c, bool having) {
-        const std::string name = std::string(c.source ? c.source->exposed : c.qualifier) + "." +
-                                 std::string(c.name);
+        const std::string name =
+            std::string(c.source ? c.source->exposed : c.qualifier) + "." + std::string(c.name);
         const std::string message =
-            having ? "列 '" + name + "' 在 HAVING 子句中无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。"
+            having ? "列 '" + name +
+                         "' 在 HAVING 子句中无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。"
                    : "选择列表中的列 '" + name +
                          "' 无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。";
         throw DialectError(message, c.pos, excerpt(name), having ? 8121 : 8120);

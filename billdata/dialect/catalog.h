@@ -76,7 +76,7 @@ class Catalog {
         std::string name;
         std::vector<std::pair<std::string, ColumnType>> columns;  // declared order
         std::map<std::string, std::size_t, std::less<>> index;    // lower-case name → position
-        std::string kept_row_count;  // the table that keeps this one's row count, if any
+        std::string kept_row_count;     // the table that keeps this one's row count, if any
         std::vector<SqlType> declared;  // by position; shorter than columns when not all are
     };
     const Table* find_table(std::string_view table) const;

@@ -1039,7 +1039,10 @@ TypeSpec Parser::parse_type() {
         unsupported("type " + name, t.pos);
     }
     // A text type without a length is 30 characters long in a conversion.
-    spec.sql = type_from_declaration(name, spec.length == -2 ? -1 : spec.length < 0 ? 30 : spec.length,
+    spec.sql = type_from_declaration(name,
+                                     spec.length == -2 ? -1
+                                     : spec.length < 0 ? 30
+                                                       : spec.length,
                                      precision, spec.scale);
     return spec;
 }

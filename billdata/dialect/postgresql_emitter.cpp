@@ -483,9 +483,10 @@ class PostgresHooks final : public EngineHooks {
                     // ISNULL's value has the first argument's type: a text cut to its length.
                     const SqlType& to = f.args[0]->sql;
                     const SqlType& from = f.args[i]->sql;
-                    const bool cut = f.func == Func::IsNull && i > 0 && to.is_text() &&
-                                     to.length > 0 && f.args[i]->vtype != ColumnType::Date &&
-                                     !(from.is_text() && from.length > 0 && from.length <= to.length);
+                    const bool cut =
+                        f.func == Func::IsNull && i > 0 && to.is_text() && to.length > 0 &&
+                        f.args[i]->vtype != ColumnType::Date &&
+                        !(from.is_text() && from.length > 0 && from.length <= to.length);
                     if (cut) em.text("left((");
                     converted(em, *f.args[i], f.vtype);
                     if (cut) em.text(")::text, " + std::to_string(to.length) + ")");

@@ -243,8 +243,8 @@ SqlType higher(const SqlType& a, const SqlType& b) {
 
 SqlType literal_type(std::string_view token) {
     if (token.empty()) return {};
-    if (token.front() == '\'' || ((token.front() == 'N' || token.front() == 'n') &&
-                                  token.size() > 1 && token[1] == '\'')) {
+    if (token.front() == '\'' ||
+        ((token.front() == 'N' || token.front() == 'n') && token.size() > 1 && token[1] == '\'')) {
         const bool national = token.front() != '\'';
         std::string_view body = token.substr(national ? 2 : 1);
         if (!body.empty()) body.remove_suffix(1);

@@ -7,7 +7,8 @@ namespace billdata::testing {
 namespace {
 
 TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
-    exec("insert into t_Stock(FItemID, FNumber, FName) values (1, '01', 'Main'), (2, 'B2', 'Side')");
+    exec(
+        "insert into t_Stock(FItemID, FNumber, FName) values (1, '01', 'Main'), (2, 'B2', 'Side')");
     const struct {
         const char* sql;
         int number;

@@ -413,6 +413,10 @@ TEST_P(Semantics, IsNullTakesItsFirstArgumentsType) {
     });
     expect_error("select isnull(cast(FSaleQty as int),'x') from ICStockBillEntry where FInterID=5",
                  "在将 varchar 值 'x' 转换成数据类型 int 时失败。");
+    // A column's declared length counts as a cast's does.
+    catalog_.set_declared_type("t_ICItem", "FQuarter",
+                               dialect::type_from_declaration("varchar", 2, 0, 0));
+    EXPECT_EQ(value("select isnull(FQuarter,'Q4x') from t_ICItem where FItemID=102"), "Q4");
 }
 
 // int has a higher precedence than varchar: the text column is read as a number (so '2024' is

@@ -796,7 +796,8 @@ dialect::Translation PgSession::translate(std::string_view tsql, bool parameteri
     } catch (const dialect::DialectError& e) {
         ComError error(err::kDatabase, e.what());
         // A statement the server refuses too carries the server's number as its native code.
-        if (e.server_number()) error.classify(ado::ErrorClass::Other, e.server_number(), {}, in_transaction());
+        if (e.server_number())
+            error.classify(ado::ErrorClass::Other, e.server_number(), {}, in_transaction());
         throw error;
     }
 }

@@ -172,8 +172,7 @@ DateRead read_date(sqlite3_value* v, DateTime& dt) {
             dt.millis = static_cast<int>(ms % 1000);
             return DateRead::Ok;
         }
-        default:
-        {
+        default: {
             bool out_of_range = false;
             if (parse_date(value_text(v), dt, &out_of_range)) return DateRead::Ok;
             return out_of_range ? DateRead::OutOfRange : DateRead::Bad;

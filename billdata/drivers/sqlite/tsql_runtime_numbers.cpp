@@ -115,9 +115,9 @@ void fn_range(sqlite3_context* ctx, int, sqlite3_value** argv) {
     }
     const long long v = sqlite3_value_int64(argv[0]);
     if (type != SQLITE_INTEGER || v < min || v > max) {
-        result_server_error(ctx, 8115,
-                            "将 expression 转换为数据类型 " + std::string(name) +
-                                " 时出现算术溢出错误。");
+        result_server_error(
+            ctx, 8115,
+            "将 expression 转换为数据类型 " + std::string(name) + " 时出现算术溢出错误。");
         return;
     }
     sqlite3_result_value(ctx, argv[0]);
