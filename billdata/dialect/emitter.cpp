@@ -598,7 +598,12 @@ void Emitter::expr(const Expr& e) {
                         out_.push_back('(');
                     }
                     const int level = b.op == BinaryOp::Mul ? kOutMul : kOutAdd;
-                    operand(*b.lhs, level);
+                    if (checked && !hooks_.range_check_operand().empty()) {
+                        operand(*b.lhs, kOutPrimary);
+                        out_.append(hooks_.range_check_operand());
+                    } else {
+                        operand(*b.lhs, level);
+                    }
                     out_.append(b.op == BinaryOp::Add   ? " + "
                                 : b.op == BinaryOp::Sub ? " - "
                                                         : " * ");

@@ -86,6 +86,9 @@ class EngineHooks {
     // second argument ('int', …), for engines that would widen where the server overflows;
     // empty when the engine raises the overflow by itself.
     virtual std::string_view range_check() const { return {}; }
+    // Written after the left operand of such arithmetic (in parentheses) so that the engine
+    // computes it wide enough for the check to see the overflow; empty when not needed.
+    virtual std::string_view range_check_operand() const { return {}; }
     // A subquery used as a value that may yield more than one row (Subquery::check_single_row),
     // for engines that would take the first row where the server refuses; by default as it is.
     virtual void many_row_subquery(Emitter& em, const Subquery& sub) const;

@@ -391,8 +391,10 @@ class PostgresHooks final : public EngineHooks {
 
     bool groups_by_text() const override { return true; }
 
-    // Whole numbers in parameters are bigint, so arithmetic on them would widen.
+    // Whole numbers in parameters are bigint, so arithmetic on them would widen; int columns
+    // are int4, which would overflow before the check: the left operand is widened.
     std::string_view range_check() const override { return names::kRange; }
+    std::string_view range_check_operand() const override { return "::bigint"; }
 
     // A function's text is of type text, whose comparison keeps trailing blanks and cannot use a
     // text column's index: it compares as bd_text.
