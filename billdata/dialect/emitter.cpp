@@ -718,9 +718,19 @@ void Emitter::expr(const Expr& e) {
         case NodeType::Cast:
             hooks_.cast(*this, e.as<Cast>());
             return;
-        case NodeType::Function:
-            hooks_.function(*this, e.as<Function>());
+        case NodeType::Function: {
+            // The sum of ints is an int on the server: past its range it overflows.
+            const auto& f = e.as<Function>();
+            const bool checked =
+                f.func == Func::Sum && f.sql.base == SqlBase::Int && !hooks_.range_check().empty();
+            if (checked) {
+                out_.append(hooks_.range_check());
+                out_.push_back('(');
+            }
+            hooks_.function(*this, f);
+            if (checked) out_.append(", 'int')");
             return;
+        }
         case NodeType::Subquery:
             if (e.as<Subquery>().check_single_row) {
                 hooks_.many_row_subquery(*this, e.as<Subquery>());

@@ -436,6 +436,8 @@ TEST_P(Semantics, WholeNumberArithmeticOverflowsItsType) {
     expect_error("select 2147483647 + 1", overflow);
     expect_error("select FInterID * 1000000000 from ICStockBill where FInterID=5", overflow);
     expect_error("select 2147483647 + FInStockID from ICStockBill where FInterID=5", overflow);
+    // The sum of ints is an int as well.
+    expect_error("select sum(FInterID + 2000000000) from ICStockBill", overflow);
     expect_values({
         {"select 2147483646 + FInStockID from ICStockBill where FInterID=5", "2147483647"},
         {"select cast(2147483647 as bigint) + 1", "2147483648"},
