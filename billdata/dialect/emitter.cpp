@@ -612,6 +612,7 @@ void Emitter::expr(const Expr& e) {
                         out_.append(", '");
                         out_.append(type_name(SqlType::of(b.range_check)));
                         out_.append("')");
+                        out_.append(hooks_.range_check_result(b.range_check));
                     }
                     return;
                 }
@@ -728,7 +729,10 @@ void Emitter::expr(const Expr& e) {
                 out_.push_back('(');
             }
             hooks_.function(*this, f);
-            if (checked) out_.append(", 'int')");
+            if (checked) {
+                out_.append(", 'int')");
+                out_.append(hooks_.range_check_result(SqlBase::Int));
+            }
             return;
         }
         case NodeType::Subquery:

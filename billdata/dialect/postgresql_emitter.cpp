@@ -395,6 +395,11 @@ class PostgresHooks final : public EngineHooks {
     // are int4, which would overflow before the check: the left operand is widened.
     std::string_view range_check() const override { return names::kRange; }
     std::string_view range_check_operand() const override { return "::bigint"; }
+    // int, smallint and tinyint arithmetic gives an int4 again, which divides as a whole number
+    // and sums to a bigint, as before the check.
+    std::string_view range_check_result(SqlBase type) const override {
+        return type == SqlBase::BigInt ? std::string_view() : std::string_view("::int");
+    }
 
     // A function's text is of type text, whose comparison keeps trailing blanks and cannot use a
     // text column's index: it compares as bd_text.

@@ -441,6 +441,8 @@ TEST_P(Semantics, WholeNumberArithmeticOverflowsItsType) {
     expect_values({
         {"select 2147483646 + FInStockID from ICStockBill where FInterID=5", "2147483647"},
         {"select cast(2147483647 as bigint) + 1", "2147483648"},
+        // The checked sum is still an int, which divides as a whole number.
+        {"select sum(FInterID + 1) / 2 from ICStockBill where FInterID < 7", "6"},
     });
 }
 

@@ -113,8 +113,15 @@ void fn_range(sqlite3_context* ctx, int, sqlite3_value** argv) {
         min = 0;
         max = 255;
     }
-    const long long v = sqlite3_value_int64(argv[0]);
-    if (type != SQLITE_INTEGER || v < min || v > max) {
+    // A value the engine computed as a float (past 64 bits, or from a function that gives
+    // floats) is checked by its size alone.
+    const bool out = type == SQLITE_INTEGER
+                         ? sqlite3_value_int64(argv[0]) < min || sqlite3_value_int64(argv[0]) > max
+                     : type == SQLITE_FLOAT
+                         ? sqlite3_value_double(argv[0]) < static_cast<double>(min) ||
+                               sqlite3_value_double(argv[0]) > static_cast<double>(max)
+                         : false;
+    if (out) {
         result_server_error(
             ctx, 8115,
             "将 expression 转换为数据类型 " + std::string(name) + " 时出现算术溢出错误。");

@@ -45,6 +45,19 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
+-- The same for a whole number the server computed as numeric (a bigint's sum, a rounded int).
+CREATE FUNCTION bd_range(value numeric, type text) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN type = 'int' AND value NOT BETWEEN -2147483648 AND 2147483647
+          OR type = 'smallint' AND value NOT BETWEEN -32768 AND 32767
+          OR type = 'tinyint' AND value NOT BETWEEN 0 AND 255
+          OR type = 'bigint' AND value NOT BETWEEN -9223372036854775808 AND 9223372036854775807
+            THEN bd_fail(8115, '将 expression 转换为数据类型 ' || type || ' 时出现算术溢出错误。', value)
+        ELSE value
+    END
+$$;
+
 -- ---- dates -------------------------------------------------------------------------------
 
 -- A text in the date forms the server dialect reads with DATEFORMAT ymd: 'YYYY-MM-DD',
