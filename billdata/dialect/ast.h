@@ -101,6 +101,7 @@ struct Node {
 struct Expr : Node {
     using Node::Node;
     ColumnType vtype = ColumnType::Unknown;  // the value's type, set by the binder
+    SqlType sql;                             // the same as the server dialect types it
 };
 
 struct LiteralExpr : Expr {
@@ -179,6 +180,9 @@ struct Binary : Expr {
     ArithKind arith = ArithKind::Numeric;
     CompareKind compare = CompareKind::Plain;
     bool date_on_right = false;  // DateDays: the date is the right operand (n + date)
+    // Whole-number arithmetic whose result the engine must check against the range of this
+    // type (the server raises an overflow where the engines would widen); Unknown when none.
+    SqlBase range_check = SqlBase::Unknown;
     Binary(std::uint32_t p, BinaryOp o, Expr* l, Expr* r) : Expr(kType, p), op(o), lhs(l), rhs(r) {}
 };
 
@@ -263,6 +267,7 @@ struct TypeSpec {
     Base base = Base::Integer;
     int length = -1;  // text length; -1 when not given, -2 for max
     int scale = 0;    // decimal places of decimal/numeric/money
+    SqlType sql;      // the type as the server dialect has it
 };
 
 struct Cast : Expr {
@@ -357,6 +362,9 @@ struct Function : Expr {
 struct Subquery : Expr {
     static constexpr NodeType kType = NodeType::Subquery;
     Select* query;
+    // The query may yield more than one row, which the server refuses for a value: the engine
+    // must check (set by the binder; false where one row at most is certain).
+    bool check_single_row = false;
     Subquery(std::uint32_t p, Select* q) : Expr(kType, p), query(q) {}
 };
 
@@ -383,6 +391,7 @@ struct TableRef : TableSource {
 struct OutputColumn {
     std::string_view name;
     ColumnType type;
+    SqlType sql = {};
 };
 
 struct DerivedTable : TableSource {

@@ -1,5 +1,6 @@
 #include "billdata/dialect/binder.h"
 
+#include <algorithm>
 #include <functional>
 
 #include "billdata/dialect/text_util.h"
@@ -297,6 +298,7 @@ void Binder::bind_select(Select& select, Scope* parent) {
             if (iequals(name, c.name)) {
                 found = true;
                 c.vtype = si.expr->vtype;
+                c.sql = si.expr->sql;
                 c.result_name = name;
                 break;
             }
@@ -346,6 +348,7 @@ void Binder::bind_spec(QuerySpec& spec, Scope* parent, Select* owner) {
     for (Expr* g : spec.group_by)
         bind_expr(*g, scope);
     if (spec.having) bind_expr(*spec.having, scope);
+    check_grouping(spec, scope);
     if (owner) bind_order_by(*owner, &scope);
 }
 
@@ -367,6 +370,7 @@ void Binder::bind_order_by(Select& select, Scope* spec_scope) {
                 c.name = match->alias;
                 c.result_name = match->alias;
                 c.vtype = match->expr->vtype;
+                c.sql = match->expr->sql;
                 continue;
             }
         }
@@ -420,8 +424,9 @@ void Binder::output_columns(Select& select, List<OutputColumn>& out) {
                 if (s->is<TableRef>()) {
                     const auto& t = s->as<TableRef>();
                     for (const auto& name : catalog_.columns(t.name)) {
-                        out.push_back(
-                            OutputColumn{arena_.copy(name), catalog_.column_type(t.name, name)});
+                        OutputColumn oc{arena_.copy(name), ColumnType::Unknown};
+                        catalog_.find_column(t.name, name, &oc.type, &oc.sql);
+                        out.push_back(oc);
                     }
                 } else if (s->is<DerivedTable>()) {
                     for (const auto& c : s->as<DerivedTable>().columns)
@@ -443,7 +448,7 @@ void Binder::output_columns(Select& select, List<OutputColumn>& out) {
         }
         std::string_view name = item.alias;
         if (name.empty() && e.is<ColumnRef>()) name = e.as<ColumnRef>().name;
-        out.push_back(OutputColumn{name, e.vtype});
+        out.push_back(OutputColumn{name, e.vtype, e.sql});
     }
 }
 
@@ -455,7 +460,7 @@ void Binder::bind_column(ColumnRef& c, Scope& scope) {
                 if (!iequals(s->exposed, c.qualifier)) continue;
                 c.source = s;
                 if (s->is<TableRef>()) {
-                    if (!catalog_.find_column(s->as<TableRef>().name, c.name, &c.vtype)) {
+                    if (!catalog_.find_column(s->as<TableRef>().name, c.name, &c.vtype, &c.sql)) {
                         invalid_column(c.name, c.pos);
                     }
                 } else {
@@ -464,6 +469,7 @@ void Binder::bind_column(ColumnRef& c, Scope& scope) {
                         if (iequals(oc.name, c.name)) {
                             found = true;
                             c.vtype = oc.type;
+                            c.sql = oc.sql;
                             break;
                         }
                     }
@@ -479,16 +485,19 @@ void Binder::bind_column(ColumnRef& c, Scope& scope) {
     for (Scope* sc = &scope; sc; sc = sc->parent) {
         const TableSource* found = nullptr;
         ColumnType found_type = ColumnType::Unknown;
+        SqlType found_sql;
         for (TableSource* s : sc->sources) {
             ColumnType type = ColumnType::Unknown;
+            SqlType sql;
             bool has = false;
             if (s->is<TableRef>()) {
-                has = catalog_.find_column(s->as<TableRef>().name, c.name, &type);
+                has = catalog_.find_column(s->as<TableRef>().name, c.name, &type, &sql);
             } else {
                 for (const auto& oc : s->as<DerivedTable>().columns) {
                     if (iequals(oc.name, c.name)) {
                         has = true;
                         type = oc.type;
+                        sql = oc.sql;
                         break;
                     }
                 }
@@ -497,10 +506,12 @@ void Binder::bind_column(ColumnRef& c, Scope& scope) {
             if (found) fail("列名 '" + shown(c.name) + "' 不明确。", c.pos, std::string(c.name));
             found = s;
             found_type = type;
+            found_sql = sql;
         }
         if (found) {
             c.source = found;
             c.vtype = found_type;
+            c.sql = found_sql;
             return;
         }
     }
@@ -815,6 +826,333 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
         }
         default:
             throw std::logic_error("not an expression node");
+    }
+    type_expr(e);
+}
+
+namespace {
+
+SqlType concatenated(const SqlType& a, const SqlType& b) {
+    const bool national = a.base == SqlBase::NVarChar || a.base == SqlBase::NChar ||
+                          b.base == SqlBase::NVarChar || b.base == SqlBase::NChar;
+    std::int32_t length = 0;
+    if (a.length == SqlType::kMax || b.length == SqlType::kMax) {
+        length = SqlType::kMax;
+    } else if (a.length > 0 && b.length > 0) {
+        length = std::min(a.length + b.length, national ? 4000 : 8000);
+    }
+    return SqlType::text(national ? SqlBase::NVarChar : SqlBase::VarChar, length);
+}
+
+// A query that yields one row at most whatever the data: TOP 1 (or 0), or aggregates alone
+// without GROUP BY.
+bool at_most_one_row(const Select& select) {
+    if (!select.body->is<QuerySpec>()) return false;
+    const QuerySpec& q = select.body->as<QuerySpec>();
+    if (q.top == 0 || q.top == 1) return true;
+    if (!q.group_by.empty() || q.items.empty()) return false;
+    for (const auto& item : q.items) {
+        const Expr& e = *item.expr;
+        if (!e.is<Function>() || !e.as<Function>().is_aggregate()) return false;
+    }
+    return true;
+}
+
+// Whether two bound expressions are the same term (a select item that is a GROUP BY term).
+bool same_term(const Expr& a, const Expr& b) {
+    if (a.type != b.type) return false;
+    switch (a.type) {
+        case NodeType::ColumnRef: {
+            const auto& x = a.as<ColumnRef>();
+            const auto& y = b.as<ColumnRef>();
+            return x.source == y.source && iequals(x.name, y.name);
+        }
+        case NodeType::Literal:
+            return a.as<LiteralExpr>().text == b.as<LiteralExpr>().text;
+        case NodeType::Unary:
+            return a.as<Unary>().op == b.as<Unary>().op &&
+                   same_term(*a.as<Unary>().operand, *b.as<Unary>().operand);
+        case NodeType::Binary: {
+            const auto& x = a.as<Binary>();
+            const auto& y = b.as<Binary>();
+            return x.op == y.op && same_term(*x.lhs, *y.lhs) && same_term(*x.rhs, *y.rhs);
+        }
+        case NodeType::Cast: {
+            const auto& x = a.as<Cast>();
+            const auto& y = b.as<Cast>();
+            return x.target.base == y.target.base && x.target.length == y.target.length &&
+                   x.target.scale == y.target.scale && x.style == y.style &&
+                   same_term(*x.expr, *y.expr);
+        }
+        case NodeType::Function: {
+            const auto& x = a.as<Function>();
+            const auto& y = b.as<Function>();
+            if (x.func != y.func || x.part != y.part || x.args.size() != y.args.size() ||
+                x.distinct != y.distinct || x.star != y.star)
+                return false;
+            for (std::size_t i = 0; i < x.args.size(); ++i)
+                if (!same_term(*x.args[i], *y.args[i])) return false;
+            return true;
+        }
+        default:
+            return false;
+    }
+}
+
+// Calls f on each direct operand of an expression (not into subqueries).
+template <class F>
+void for_each_operand(const Expr& e, F&& f) {
+    switch (e.type) {
+        case NodeType::Unary:
+            f(*e.as<Unary>().operand);
+            break;
+        case NodeType::Binary:
+            f(*e.as<Binary>().lhs);
+            f(*e.as<Binary>().rhs);
+            break;
+        case NodeType::Between:
+            f(*e.as<Between>().expr);
+            f(*e.as<Between>().low);
+            f(*e.as<Between>().high);
+            break;
+        case NodeType::InList:
+            f(*e.as<InList>().expr);
+            for (const Expr* i : e.as<InList>().items)
+                f(*i);
+            break;
+        case NodeType::InQuery:
+            f(*e.as<InQuery>().expr);
+            break;
+        case NodeType::Like:
+            f(*e.as<Like>().expr);
+            f(*e.as<Like>().pattern);
+            if (e.as<Like>().escape) f(*e.as<Like>().escape);
+            break;
+        case NodeType::IsNull:
+            f(*e.as<IsNull>().expr);
+            break;
+        case NodeType::Case: {
+            const auto& c = e.as<Case>();
+            if (c.operand) f(*c.operand);
+            for (const auto& [w, t] : c.whens) {
+                f(*w);
+                f(*t);
+            }
+            if (c.otherwise) f(*c.otherwise);
+            break;
+        }
+        case NodeType::Cast:
+            f(*e.as<Cast>().expr);
+            break;
+        case NodeType::Function:
+            for (const Expr* a : e.as<Function>().args)
+                f(*a);
+            break;
+        default:
+            break;
+    }
+}
+
+bool has_aggregate(const Expr& e) {
+    if (e.is<Function>() && e.as<Function>().is_aggregate()) return true;
+    bool found = false;
+    for_each_operand(e, [&](const Expr& x) { found = found || has_aggregate(x); });
+    return found;
+}
+
+// The first column of the query's own sources that `e` uses outside an aggregate and outside
+// the GROUP BY terms; null when there is none.
+const ColumnRef* ungrouped_column(const Expr& e, const QuerySpec& spec, const Scope& scope) {
+    for (const Expr* g : spec.group_by)
+        if (same_term(e, *g)) return nullptr;
+    if (e.is<Function>() && e.as<Function>().is_aggregate()) return nullptr;
+    if (e.is<ColumnRef>()) {
+        const auto& c = e.as<ColumnRef>();
+        for (const TableSource* s : scope.sources)
+            if (s == c.source) return &c;
+        return nullptr;  // a column of an outer query is a constant here
+    }
+    const ColumnRef* found = nullptr;
+    for_each_operand(e, [&](const Expr& x) {
+        if (!found) found = ungrouped_column(x, spec, scope);
+    });
+    return found;
+}
+
+}  // namespace
+
+void Binder::check_grouping(const QuerySpec& spec, const Scope& scope) const {
+    bool grouped = !spec.group_by.empty();
+    for (const auto& item : spec.items)
+        grouped = grouped || has_aggregate(*item.expr);
+    if (!grouped) return;
+    auto refuse = [](const ColumnRef& c, bool having) {
+        const std::string name =
+            std::string(c.source ? c.source->exposed : c.qualifier) + "." + std::string(c.name);
+        const std::string message =
+            having ? "列 '" + name +
+                         "' 在 HAVING 子句中无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。"
+                   : "选择列表中的列 '" + name +
+                         "' 无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。";
+        throw DialectError(message, c.pos, excerpt(name), having ? 8121 : 8120);
+    };
+    for (const auto& item : spec.items) {
+        if (item.expr->is<Star>()) continue;
+        if (const ColumnRef* c = ungrouped_column(*item.expr, spec, scope)) refuse(*c, false);
+    }
+    if (spec.having) {
+        if (const ColumnRef* c = ungrouped_column(*spec.having, spec, scope)) refuse(*c, true);
+    }
+}
+
+void Binder::type_expr(Expr& e) {
+    switch (e.type) {
+        case NodeType::Literal: {
+            const auto& l = e.as<LiteralExpr>();
+            e.sql = l.kind == LiteralExpr::Kind::Null ? SqlType{} : literal_type(l.text);
+            break;
+        }
+        case NodeType::Unary: {
+            const auto& u = e.as<Unary>();
+            if (u.op != UnaryOp::Not) e.sql = u.operand->sql;
+            break;
+        }
+        case NodeType::Binary: {
+            auto& b = e.as<Binary>();
+            const SqlType& l = b.lhs->sql;
+            const SqlType& r = b.rhs->sql;
+            switch (b.op) {
+                case BinaryOp::Add:
+                case BinaryOp::Sub:
+                case BinaryOp::Mul:
+                    if (b.arith == ArithKind::Concat) {
+                        e.sql = concatenated(l, r);
+                    } else if (b.arith == ArithKind::DateDays) {
+                        e.sql = SqlType::of(SqlBase::DateTime);
+                    } else if (b.arith == ArithKind::Numeric) {
+                        e.sql = arithmetic_type(b.op == BinaryOp::Add   ? ArithOp::Add
+                                                : b.op == BinaryOp::Sub ? ArithOp::Sub
+                                                                        : ArithOp::Mul,
+                                                l, r);
+                        // The engines compute whole numbers in 64 bits (and beyond that in
+                        // floating point); the server raises an overflow past the type's range.
+                        if (e.sql.is_integer() && e.sql.base != SqlBase::Bit)
+                            b.range_check = e.sql.base;
+                    }
+                    break;
+                case BinaryOp::Div:
+                    e.sql = arithmetic_type(ArithOp::Div, l, r);
+                    break;
+                case BinaryOp::Mod:
+                    e.sql = arithmetic_type(ArithOp::Mod, l, r);
+                    break;
+                case BinaryOp::BitAnd:
+                case BinaryOp::BitOr:
+                case BinaryOp::BitXor:
+                    e.sql = l.is_integer() && r.is_integer() ? higher(l, r) : SqlType{};
+                    break;
+                default:
+                    break;  // a predicate has no value type
+            }
+            break;
+        }
+        case NodeType::Case: {
+            const auto& c = e.as<Case>();
+            SqlType t;
+            for (const auto& [w, then] : c.whens)
+                t = common_type(t, then->sql);
+            if (c.otherwise) t = common_type(t, c.otherwise->sql);
+            e.sql = t;
+            break;
+        }
+        case NodeType::Cast:
+            e.sql = e.as<Cast>().target.sql;
+            break;
+        case NodeType::Function: {
+            const auto& f = e.as<Function>();
+            const SqlType first = f.args.empty() ? SqlType{} : f.args[0]->sql;
+            switch (f.func) {
+                case Func::IsNull:
+                    e.sql = isnull_type(first, f.args[1]->sql);
+                    break;
+                case Func::Coalesce: {
+                    SqlType t;
+                    for (const Expr* a : f.args)
+                        t = common_type(t, a->sql);
+                    e.sql = t;
+                    break;
+                }
+                case Func::NullIf:
+                case Func::Max:
+                case Func::Min:
+                case Func::Abs:
+                case Func::Round:
+                case Func::Upper:
+                case Func::Lower:
+                case Func::LTrim:
+                case Func::RTrim:
+                    e.sql = first;
+                    break;
+                case Func::Sum:
+                    // Whole numbers add up in their own type (tinyint and smallint in int),
+                    // decimals with 38 digits.
+                    if (first.base == SqlBase::Decimal) {
+                        e.sql = SqlType::decimal(38, first.scale);
+                    } else if (first.is_integer()) {
+                        e.sql = SqlType::of(first.base == SqlBase::BigInt ? SqlBase::BigInt
+                                                                          : SqlBase::Int);
+                    } else {
+                        e.sql = first.is_numeric() ? first : SqlType{};
+                    }
+                    break;
+                case Func::Avg:
+                    if (first.base == SqlBase::Decimal) {
+                        e.sql = SqlType::decimal(38, std::max<int>(first.scale, 6));
+                    } else if (first.is_integer()) {
+                        e.sql = SqlType::of(first.base == SqlBase::BigInt ? SqlBase::BigInt
+                                                                          : SqlBase::Int);
+                    } else {
+                        e.sql = first.is_numeric() ? first : SqlType{};
+                    }
+                    break;
+                case Func::Floor:
+                case Func::Ceiling:
+                    e.sql = first.base == SqlBase::Decimal ? SqlType::decimal(first.precision, 0)
+                                                           : first;
+                    break;
+                case Func::Power:
+                    e.sql = first.is_numeric() ? first : SqlType::of(SqlBase::Float);
+                    break;
+                case Func::GetDate:
+                case Func::DateAdd:
+                    e.sql = SqlType::of(SqlBase::DateTime);
+                    break;
+                default:
+                    // Counts, positions, lengths and date parts are int; texts of a length
+                    // the translator does not work out.
+                    e.sql = e.vtype == ColumnType::Integer ? SqlType::of(SqlBase::Int)
+                            : e.vtype == ColumnType::Text  ? SqlType::text(SqlBase::VarChar, 0)
+                                                           : SqlType{};
+                    break;
+            }
+            break;
+        }
+        case NodeType::Subquery: {
+            auto& s = e.as<Subquery>();
+            e.sql = s.query->first_spec().items[0].expr->sql;
+            s.check_single_row = !at_most_one_row(*s.query);
+            if (s.check_single_row) {
+                // An engine that checks the rows reads the value by a name.
+                Node* body = s.query->body;
+                while (body->is<SetOperation>())
+                    body = body->as<SetOperation>().left;
+                SelectItem& item = body->as<QuerySpec>().items[0];
+                if (item.alias.empty()) item.alias = "bd_v";
+            }
+            break;
+        }
+        default:
+            break;  // column references are typed when bound; predicates have no value type
     }
 }
 

@@ -28,6 +28,11 @@ class Binder {
     void check_table(const TableRef& t) const;
     void output_columns(Select& select, List<OutputColumn>& out);
     CompareKind compare_kind(ColumnType a, ColumnType b) const;
+    // The server type of a bound expression from those of its operands, and the run-time
+    // checks the type calls for.
+    void type_expr(Expr& e);
+    // Refuses a select list or HAVING that uses a column neither grouped nor aggregated.
+    void check_grouping(const QuerySpec& spec, const Scope& scope) const;
 
     const Catalog& catalog_;
     Arena& arena_;

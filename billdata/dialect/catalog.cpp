@@ -85,6 +85,42 @@ bool Catalog::find_column(std::string_view table, std::string_view column, Colum
     return true;
 }
 
+bool Catalog::find_column(std::string_view table, std::string_view column, ColumnType* type,
+                          SqlType* sql) const {
+    const Table* t = find_table(table);
+    if (t == nullptr) return false;
+    auto c = t->index.find(FoldedName(column).view());
+    if (c == t->index.end()) return false;
+    const ColumnType engine_type = t->columns[c->second].second;
+    if (type != nullptr) *type = engine_type;
+    if (sql != nullptr) {
+        *sql = c->second < t->declared.size() && t->declared[c->second].known()
+                   ? t->declared[c->second]
+                   : type_from_column(engine_type);
+    }
+    return true;
+}
+
+bool Catalog::set_declared_type(std::string_view table, std::string_view column,
+                                const SqlType& type) {
+    auto t = tables_.find(FoldedName(table).view());
+    if (t == tables_.end()) return false;
+    auto c = t->second.index.find(FoldedName(column).view());
+    if (c == t->second.index.end()) return false;
+    auto& declared = t->second.declared;
+    if (declared.size() <= c->second) declared.resize(c->second + 1);
+    declared[c->second] = type;
+    return true;
+}
+
+SqlType Catalog::declared_type(std::string_view table, std::string_view column) const {
+    const Table* t = find_table(table);
+    if (t == nullptr) return {};
+    auto c = t->index.find(FoldedName(column).view());
+    if (c == t->index.end() || c->second >= t->declared.size()) return {};
+    return t->declared[c->second];
+}
+
 ColumnType Catalog::column_type(std::string_view table, std::string_view column) const {
     ColumnType type = ColumnType::Unknown;
     find_column(table, column, &type);

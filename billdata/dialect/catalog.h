@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "billdata/dialect/types.h"
+
 namespace billdata::dialect {
 
 enum class ColumnType { Unknown, Integer, Real, Text, Date };
@@ -42,6 +44,15 @@ class Catalog {
     // *type when it has and type is not null.
     bool find_column(std::string_view table, std::string_view column,
                      ColumnType* type = nullptr) const;
+    // The same, with the column's server type to *sql: the declared one, or what its ColumnType
+    // tells when none is declared (type_from_column).
+    bool find_column(std::string_view table, std::string_view column, ColumnType* type,
+                     SqlType* sql) const;
+    // Declares the column's server type (the schema script's declaration), kept next to the
+    // ColumnType the engines need. Ignored, returning false, unless the table has the column.
+    bool set_declared_type(std::string_view table, std::string_view column, const SqlType& type);
+    // The declared server type; Unknown when none is declared or there is no such column.
+    SqlType declared_type(std::string_view table, std::string_view column) const;
     // Every table's name as the catalogue spells it, in no particular order.
     std::vector<std::string> tables() const;
     // Column names of a table in the order they were added (empty when there is no such table).
@@ -65,7 +76,8 @@ class Catalog {
         std::string name;
         std::vector<std::pair<std::string, ColumnType>> columns;  // declared order
         std::map<std::string, std::size_t, std::less<>> index;    // lower-case name → position
-        std::string kept_row_count;  // the table that keeps this one's row count, if any
+        std::string kept_row_count;     // the table that keeps this one's row count, if any
+        std::vector<SqlType> declared;  // by position; shorter than columns when not all are
     };
     const Table* find_table(std::string_view table) const;
     // The column's name as declared, or nullptr when the table has no such column.

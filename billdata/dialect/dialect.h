@@ -77,14 +77,23 @@ std::string literal_text(const LiteralValue& value);
 // and the position ("unsupported construct 'pivot' at position 31").
 class DialectError : public std::runtime_error {
   public:
-    DialectError(const std::string& message, std::size_t position, std::string construct = {})
-        : std::runtime_error(message), position_(position), construct_(std::move(construct)) {}
+    DialectError(const std::string& message, std::size_t position, std::string construct = {},
+                 int server_number = 0)
+        : std::runtime_error(message),
+          position_(position),
+          construct_(std::move(construct)),
+          server_number_(server_number) {}
     std::size_t position() const { return position_; }
     const std::string& construct() const { return construct_; }
+    // The server's own error number when the server refuses the statement too (8120: a column
+    // neither grouped nor aggregated; 8115: a constant overflows); what() is then the server's
+    // message. 0 for a construct only the translator refuses.
+    int server_number() const { return server_number_; }
 
   private:
     std::size_t position_;
     std::string construct_;
+    int server_number_ = 0;
 };
 
 // Translates exactly one T-SQL statement to SQLite. Raises DialectError as described above.

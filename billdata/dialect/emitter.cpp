@@ -273,6 +273,12 @@ void EngineHooks::converted(Emitter& em, const Expr& e, ColumnType) const {
     em.expr(e);
 }
 
+void EngineHooks::many_row_subquery(Emitter& em, const Subquery& sub) const {
+    em.ch('(');
+    em.select(*sub.query, false);
+    em.ch(')');
+}
+
 void EngineHooks::limited_member_end(Emitter& em) const {
     em.ch(')');
 }
@@ -597,19 +603,36 @@ void Emitter::expr(const Expr& e) {
                 }
                 case BinaryOp::Add:
                 case BinaryOp::Sub:
-                    if (b.arith != ArithKind::Numeric) {
+                case BinaryOp::Mul: {
+                    if (b.op != BinaryOp::Mul && b.arith != ArithKind::Numeric) {
                         hooks_.arithmetic(*this, b);
                         return;
                     }
-                    operand(*b.lhs, kOutAdd);
-                    out_.append(b.op == BinaryOp::Add ? " + " : " - ");
-                    operand(*b.rhs, kOutAdd + 1);
+                    const bool checked =
+                        b.range_check != SqlBase::Unknown && !hooks_.range_check().empty();
+                    if (checked) {
+                        out_.append(hooks_.range_check());
+                        out_.push_back('(');
+                    }
+                    const int level = b.op == BinaryOp::Mul ? kOutMul : kOutAdd;
+                    if (checked && !hooks_.range_check_operand().empty()) {
+                        operand(*b.lhs, kOutPrimary);
+                        out_.append(hooks_.range_check_operand());
+                    } else {
+                        operand(*b.lhs, level);
+                    }
+                    out_.append(b.op == BinaryOp::Add   ? " + "
+                                : b.op == BinaryOp::Sub ? " - "
+                                                        : " * ");
+                    operand(*b.rhs, level + 1);
+                    if (checked) {
+                        out_.append(", '");
+                        out_.append(type_name(SqlType::of(b.range_check)));
+                        out_.append("')");
+                        out_.append(hooks_.range_check_result(b.range_check));
+                    }
                     return;
-                case BinaryOp::Mul:
-                    operand(*b.lhs, kOutMul);
-                    out_.append(" * ");
-                    operand(*b.rhs, kOutMul + 1);
-                    return;
+                }
                 case BinaryOp::BitAnd:
                 case BinaryOp::BitOr:
                     operand(*b.lhs, kOutBitwise);
@@ -713,10 +736,27 @@ void Emitter::expr(const Expr& e) {
         case NodeType::Cast:
             hooks_.cast(*this, e.as<Cast>());
             return;
-        case NodeType::Function:
-            hooks_.function(*this, e.as<Function>());
+        case NodeType::Function: {
+            // The sum of ints is an int on the server: past its range it overflows.
+            const auto& f = e.as<Function>();
+            const bool checked =
+                f.func == Func::Sum && f.sql.base == SqlBase::Int && !hooks_.range_check().empty();
+            if (checked) {
+                out_.append(hooks_.range_check());
+                out_.push_back('(');
+            }
+            hooks_.function(*this, f);
+            if (checked) {
+                out_.append(", 'int')");
+                out_.append(hooks_.range_check_result(SqlBase::Int));
+            }
             return;
+        }
         case NodeType::Subquery:
+            if (e.as<Subquery>().check_single_row) {
+                hooks_.many_row_subquery(*this, e.as<Subquery>());
+                return;
+            }
             out_.push_back('(');
             select(*e.as<Subquery>().query, false);
             out_.push_back(')');

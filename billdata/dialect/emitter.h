@@ -84,6 +84,18 @@ class EngineHooks {
     // same grouping (the engine matches them by their text, parameters included): then literals
     // in grouping terms stay inline, and text terms compare under the text collation.
     virtual bool groups_by_text() const { return false; }
+    // The runtime function that checks a whole number against the range of a type named by its
+    // second argument ('int', …), for engines that would widen where the server overflows;
+    // empty when the engine raises the overflow by itself.
+    virtual std::string_view range_check() const { return {}; }
+    // Written after the left operand of such arithmetic (in parentheses) so that the engine
+    // computes it wide enough for the check to see the overflow; empty when not needed.
+    virtual std::string_view range_check_operand() const { return {}; }
+    // Written after the check, so that the value has the engine's type for the type checked.
+    virtual std::string_view range_check_result(SqlBase /*type*/) const { return {}; }
+    // A subquery used as a value that may yield more than one row (Subquery::check_single_row),
+    // for engines that would take the first row where the server refuses; by default as it is.
+    virtual void many_row_subquery(Emitter& em, const Subquery& sub) const;
 };
 
 class Emitter {

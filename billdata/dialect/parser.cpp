@@ -1177,6 +1177,7 @@ TypeSpec Parser::parse_type() {
     ++at_;
     std::string name = lower_copy(t.text);
     TypeSpec spec;
+    int precision = 0;
     auto length = [&](bool allow_max) {
         if (!accept(Tok::LParen)) return;
         if (allow_max && peek().kind == Tok::Identifier && iequals(peek().text, "max")) {
@@ -1196,7 +1197,7 @@ TypeSpec Parser::parse_type() {
         spec.base = TypeSpec::Base::Decimal;
         spec.scale = 0;
         if (accept(Tok::LParen)) {
-            parse_plain_integer();
+            precision = static_cast<int>(parse_plain_integer());
             if (accept(Tok::Comma)) spec.scale = static_cast<int>(parse_plain_integer());
             expect(Tok::RParen);
         }
@@ -1232,6 +1233,12 @@ TypeSpec Parser::parse_type() {
     } else {
         unsupported("type " + name, t.pos);
     }
+    // A text type without a length is 30 characters long in a conversion.
+    spec.sql = type_from_declaration(name,
+                                     spec.length == -2 ? -1
+                                     : spec.length < 0 ? 30
+                                                       : spec.length,
+                                     precision, spec.scale);
     return spec;
 }
 

@@ -390,6 +390,17 @@ class PostgresHooks final : public EngineHooks {
     void limited_member_end(Emitter& em) const override { em.text(") AS bd_top"); }
 
     bool groups_by_text() const override { return true; }
+
+    // Whole numbers in parameters are bigint, so arithmetic on them would widen; int columns
+    // are int4, which would overflow before the check: the left operand is widened.
+    std::string_view range_check() const override { return names::kRange; }
+    std::string_view range_check_operand() const override { return "::bigint"; }
+    // int, smallint and tinyint arithmetic gives an int4 again, which divides as a whole number
+    // and sums to a bigint, as before the check.
+    std::string_view range_check_result(SqlBase type) const override {
+        return type == SqlBase::BigInt ? std::string_view() : std::string_view("::int");
+    }
+
     // A function's text is of type text, whose comparison keeps trailing blanks and cannot use a
     // text column's index: it compares as bd_text.
     bool collates_computed_text() const override { return true; }
@@ -476,7 +487,16 @@ class PostgresHooks final : public EngineHooks {
                 em.text("coalesce(");
                 for (std::size_t i = 0; i < f.args.size(); ++i) {
                     if (i) em.text(", ");
+                    // ISNULL's value has the first argument's type: a text cut to its length.
+                    const SqlType& to = f.args[0]->sql;
+                    const SqlType& from = f.args[i]->sql;
+                    const bool cut =
+                        f.func == Func::IsNull && i > 0 && to.is_text() && to.length > 0 &&
+                        f.args[i]->vtype != ColumnType::Date &&
+                        !(from.is_text() && from.length > 0 && from.length <= to.length);
+                    if (cut) em.text("left((");
                     converted(em, *f.args[i], f.vtype);
+                    if (cut) em.text(")::text, " + std::to_string(to.length) + ")");
                 }
                 em.ch(')');
                 return;
@@ -744,14 +764,14 @@ class PostgresHooks final : public EngineHooks {
                     // Cut towards zero, not rounded.
                     em.text("CAST(trunc(");
                     em.expr(e);
-                    em.text(") AS int)");
+                    em.text(c.target.sql.base == SqlBase::BigInt ? ") AS bigint)" : ") AS int)");
                 } else if (e.vtype == ColumnType::Text || e.vtype == ColumnType::Date) {
                     em.text(names::kInt);
                     em.ch('(');
                     text_arg(em, e);
                     em.ch(')');
                 } else {
-                    cast(em, e, "int");
+                    cast(em, e, c.target.sql.base == SqlBase::BigInt ? "bigint" : "int");
                 }
                 return;
             case TypeSpec::Base::Bit:

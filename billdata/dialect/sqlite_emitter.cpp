@@ -209,7 +209,11 @@ class SqliteHooks final : public EngineHooks {
     void function(Emitter& em, const Function& f) const override {
         switch (f.func) {
             case Func::IsNull:
-                call(em, "ifnull", f.args);
+                em.text("ifnull(");
+                em.expr(*f.args[0]);
+                em.text(", ");
+                as_first_argument(em, *f.args[1], f.args[0]->sql);
+                em.ch(')');
                 return;
             case Func::Coalesce:
                 call(em, "coalesce", f.args);
@@ -661,6 +665,52 @@ class SqliteHooks final : public EngineHooks {
     void parameter(Emitter& em, std::size_t number, const LiteralExpr&) const override {
         em.ch('?');
         em.text(std::to_string(number));
+    }
+
+    // The engine widens whole numbers to 64 bits and then to floating point.
+    std::string_view range_check() const override { return runtime::kRange; }
+
+    // The engine would take the first row: the rows go through an aggregate that refuses a
+    // second one.
+    void many_row_subquery(Emitter& em, const Subquery& sub) const override {
+        em.text("(SELECT ");
+        em.text(runtime::kSingle);
+        em.ch('(');
+        name(em, sub.query->first_spec().items[0].alias);
+        em.text(") FROM (");
+        em.select(*sub.query, false);
+        em.text("))");
+    }
+
+    // A text compared with a number is read as a number, as the server converts by type
+    // precedence; a text that is no number is the server's conversion error, not a mismatch.
+    bool plain_compared(Emitter& em, const Expr& e, const Expr& other) const override {
+        const bool number = other.vtype == ColumnType::Integer || other.vtype == ColumnType::Real;
+        if (e.vtype != ColumnType::Text || !number) return false;
+        single(em, other.vtype == ColumnType::Integer ? runtime::kInt : runtime::kFloat, e);
+        return true;
+    }
+
+  private:
+    // ISNULL's second argument as a value of the first one's type: cut to its length, or read
+    // as its number.
+    void as_first_argument(Emitter& em, const Expr& e, const SqlType& to) const {
+        if (to.is_text() && to.length > 0 && e.vtype != ColumnType::Date &&
+            !(e.sql.is_text() && e.sql.length > 0 && e.sql.length <= to.length)) {
+            em.text(runtime::kVarchar);
+            em.ch('(');
+            em.expr(e);
+            em.text(", ");
+            em.text(std::to_string(to.length));
+            if (to.base == SqlBase::Char || to.base == SqlBase::NChar) em.text(", 1");
+            em.ch(')');
+        } else if (to.is_integer() && e.vtype == ColumnType::Text) {
+            single(em, runtime::kInt, e);
+        } else if (to.is_numeric() && e.vtype == ColumnType::Text) {
+            single(em, runtime::kFloat, e);
+        } else {
+            em.expr(e);
+        }
     }
 };
 

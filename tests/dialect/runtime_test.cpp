@@ -48,7 +48,10 @@ TEST_F(Runtime, ConversionErrorsUseTheServersWords) {
     };
     EXPECT_EQ(message("select cast('x1' as int)"),
               "在将 varchar 值 'x1' 转换成数据类型 int 时失败。");
+    // A day that does not exist is out of range (242); a text of no date form fails (241).
     EXPECT_EQ(message("select cast('2025-02-30' as datetime)"),
+              "从 varchar 数据类型到 datetime 数据类型的转换产生一个超出范围的值。");
+    EXPECT_EQ(message("select cast('2025-02-3x' as datetime)"),
               "从字符串转换日期和/或时间时，转换失败。");
     EXPECT_EQ(message("select left('abc',-1)"), "传递给 LEFT 或 SUBSTRING 函数的长度参数无效。");
     EXPECT_EQ(value("select cast('' as datetime)"), "1900-01-01 00:00:00");

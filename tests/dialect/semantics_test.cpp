@@ -515,6 +515,84 @@ TEST_P(Semantics, LockableTableIsTheOneTableARowReadComesFrom) {
     }
 }
 
+// ISNULL's value has the type of its first argument: a text is cut to its length, a text that
+// is no number where the first is a number fails.
+TEST_P(Semantics, IsNullTakesItsFirstArgumentsType) {
+    expect_values({
+        {"select isnull(cast(null as varchar(3)),'abcdef')", "abc"},
+        // COALESCE takes the type of highest precedence, as long as the longest text.
+        {"select coalesce(cast(null as varchar(3)),'abcdef')", "abcdef"},
+        {"select isnull(cast(FSaleQty as int),'7') from ICStockBillEntry where FInterID=5", "7"},
+    });
+    expect_error("select isnull(cast(FSaleQty as int),'x') from ICStockBillEntry where FInterID=5",
+                 "在将 varchar 值 'x' 转换成数据类型 int 时失败。");
+    // A column's declared length counts as a cast's does.
+    catalog_.set_declared_type("t_ICItem", "FQuarter",
+                               dialect::type_from_declaration("varchar", 2, 0, 0));
+    EXPECT_EQ(value("select isnull(FQuarter,'Q4x') from t_ICItem where FItemID=102"), "Q4");
+}
+
+// int has a higher precedence than varchar: the text column is read as a number (so '2024' is
+// not below 300 as a text would be), and a row whose text is no number fails with error 245.
+TEST_P(Semantics, TextComparedWithANumberIsReadAsTheNumber) {
+    expect_values({
+        {"select count(*) from t_ICItem where FPurYear = 2024", "1"},
+        {"select count(*) from t_ICItem where FPurYear < 300", "0"},
+    });
+    expect_error("select count(*) from t_ICItem where FNumber = 100",
+                 "在将 varchar 值 'A100' 转换成数据类型 int 时失败。");
+}
+
+// int plus int is int: past its range the server raises error 8115 instead of widening.
+TEST_P(Semantics, WholeNumberArithmeticOverflowsItsType) {
+    const std::string overflow = "将 expression 转换为数据类型 int 时出现算术溢出错误。";
+    expect_error("select 2147483647 + 1", overflow);
+    expect_error("select FInterID * 1000000000 from ICStockBill where FInterID=5", overflow);
+    expect_error("select 2147483647 + FInStockID from ICStockBill where FInterID=5", overflow);
+    // The sum of ints is an int as well.
+    expect_error("select sum(FInterID + 2000000000) from ICStockBill", overflow);
+    expect_values({
+        {"select 2147483646 + FInStockID from ICStockBill where FInterID=5", "2147483647"},
+        {"select cast(2147483647 as bigint) + 1", "2147483648"},
+        // The checked sum is still an int, which divides as a whole number.
+        {"select sum(FInterID + 1) / 2 from ICStockBill where FInterID < 7", "6"},
+    });
+}
+
+// A subquery used as a value must yield one row at most (error 512); none gives NULL.
+TEST_P(Semantics, ASubqueryUsedAsAValueYieldsOneRowAtMost) {
+    expect_error("select (select FInterID from ICStockBill where FTranType=99)",
+                 "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
+                 "之后，或子查询用作表达式时，这种情况是不允许的。");
+    expect_values({
+        {"select (select FInterID from ICStockBill where FTranType=112)", "5"},
+        {"select (select FInterID from ICStockBill where FTranType=1)", "NULL"},
+        {"select (select e.FQty from ICStockBillEntry e where e.FInterID=b.FInterID) from ICStockBill b where FInterID=7",
+         "2"},
+    });
+}
+
+// Every column of a grouped select list is grouped or inside an aggregate (error 8120), found
+// before anything runs.
+TEST_P(Semantics, AColumnNeitherGroupedNorAggregatedIsRefused) {
+    const std::string tail = "' 无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。";
+    expect_error("select FTranType, FBillNo, count(*) from ICStockBill group by FTranType",
+                 "选择列表中的列 'ICStockBill.FBillNo" + tail);
+    expect_error("select t.FBillNo, max(t.FInterID) from ICStockBill t",
+                 "选择列表中的列 't.FBillNo" + tail);
+    EXPECT_EQ(
+        run("select FTranType+1, count(*), (select max(FItemID) from t_Stock where FItemID<b.FTranType) from ICStockBill b group by FTranType order by 1"),
+        (Rows{{"28", "1", "2"}, {"100", "2", "2"}, {"113", "1", "2"}}));
+}
+
+// A day that does not exist is out of range (242, not 241); datetime keeps three-hundredths of
+// a second, so .999 is the next day.
+TEST_P(Semantics, DatetimeConversionsKeepTheTypesRangeAndPrecision) {
+    expect_error("select cast('2025-02-30' as datetime)",
+                 "从 varchar 数据类型到 datetime 数据类型的转换产生一个超出范围的值。");
+    EXPECT_EQ(value("select convert(datetime,'2024-01-01 23:59:59.999')"), "2024-01-02 00:00:00");
+}
+
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
 // or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
 class ServerSemantics : public WithBills<OnEveryEngine> {};

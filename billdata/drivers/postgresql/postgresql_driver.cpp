@@ -719,7 +719,11 @@ dialect::Translation PgSession::translate(std::string_view tsql, bool parameteri
         options.parameterise = parameterise;
         return dialect::translate_postgresql(tsql, *h_->catalog, options);
     } catch (const dialect::DialectError& e) {
-        throw ComError(err::kDatabase, e.what());
+        ComError error(err::kDatabase, e.what());
+        // A statement the server refuses too carries the server's number as its native code.
+        if (e.server_number())
+            error.classify(ado::ErrorClass::Other, e.server_number(), {}, in_transaction());
+        throw error;
     }
 }
 

@@ -22,6 +22,22 @@ int native_number(const char* state) {
     return n;
 }
 
+// The server dialect's error number of a state: the runtime raises its errors as 'B' and the
+// number in four digits; two of the engine's own states are errors the dialect numbers too.
+int dialect_number(std::string_view state) {
+    if (state.size() == 5 && state[0] == 'B') {
+        int n = 0;
+        for (char c : state.substr(1)) {
+            if (c < '0' || c > '9') return 0;
+            n = n * 10 + (c - '0');
+        }
+        return n;
+    }
+    if (state == "21000") return 512;   // a subquery used as a value yielded more rows
+    if (state == "22003") return 8115;  // a number out of its type's range
+    return 0;
+}
+
 }  // namespace
 
 bool transaction_lost(std::string_view state) {
@@ -53,6 +69,15 @@ ComError server_error(std::string_view state, std::string message, bool transact
     if (transaction_lost(state) || state == "55P03")
         return ComError(err::kLockTimeout, std::move(message))
             .classify(ErrorClass::Lock, native, {}, transaction_open);
+    if (const int number = dialect_number(state)) {
+        if (number == 512) {
+            message =
+                "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
+                "之后，或子查询用作表达式时，这种情况是不允许的。";
+        }
+        return ComError(err::kDatabase, std::move(message))
+            .classify(ErrorClass::Other, number, {}, transaction_open);
+    }
     return ComError(err::kDatabase, std::move(message))
         .classify(ErrorClass::Other, native, {}, transaction_open);
 }

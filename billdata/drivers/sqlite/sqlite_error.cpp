@@ -1,6 +1,7 @@
 #include <string>
 
 #include "billdata/drivers/sqlite/sqlite_driver.h"
+#include "billdata/drivers/sqlite/tsql_runtime.h"
 
 namespace billdata::drivers::sqlite {
 
@@ -54,9 +55,13 @@ ado::ComError database_error(sqlite3* db, int rc) {
                     .classify(ErrorClass::DuplicateKey, code, violated_key(message), txn_open);
             return ado::ComError(err::kIntegrity, message)
                 .classify(ErrorClass::Other, code, {}, txn_open);
-        default:
+        default: {
+            // A runtime function's failure carries the server's own error number: that is the
+            // native code the caller sees, as on the server.
+            const int number = server_error_number(code);
             return ado::ComError(err::kDatabase, message)
-                .classify(ErrorClass::Other, code, {}, txn_open);
+                .classify(ErrorClass::Other, number ? number : code, {}, txn_open);
+        }
     }
 }
 

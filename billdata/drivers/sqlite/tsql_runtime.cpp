@@ -43,7 +43,7 @@ int register_tsql_runtime(sqlite3* db) {
             if (rc != SQLITE_OK) return rc;
         }
     }
-    return SQLITE_OK;
+    return runtime::register_aggregates(db);
 }
 
 }  // namespace billdata::drivers::sqlite

@@ -12,4 +12,18 @@ namespace billdata::drivers::sqlite {
 // error code.
 int register_tsql_runtime(sqlite3* db);
 
+// A runtime function that fails as the server would (a conversion, an overflow, a subquery with
+// more than one row) carries the server's error number in the extended result code: the primary
+// code SQLITE_ERROR with the number above it. The driver's error classification reads it back.
+constexpr int server_error_code(int number) {
+    return SQLITE_ERROR | (number << 8);
+}
+// The server's error number an extended result code carries; 0 when it carries none (the
+// engine's own extended codes of SQLITE_ERROR stay far below the server's numbers).
+constexpr int server_error_number(int extended_code) {
+    return (extended_code & 0xff) == SQLITE_ERROR && (extended_code >> 8) >= 100
+               ? extended_code >> 8
+               : 0;
+}
+
 }  // namespace billdata::drivers::sqlite

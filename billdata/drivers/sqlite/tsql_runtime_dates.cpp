@@ -19,6 +19,8 @@ namespace names = dialect::runtime;
 namespace calendar = ado::calendar;
 
 constexpr const char* kBadDate = "从字符串转换日期和/或时间时，转换失败。";
+constexpr const char* kDateOutOfRange =
+    "从 varchar 数据类型到 datetime 数据类型的转换产生一个超出范围的值。";
 
 struct DateTime {
     int year = 1900, month = 1, day = 1, hour = 0, minute = 0, second = 0, millis = 0;
@@ -91,9 +93,22 @@ bool parse_time(std::string_view s, std::size_t& i, DateTime& dt) {
     return dt.hour < 24 && dt.minute < 60 && dt.second < 60;
 }
 
+long long to_millis(const DateTime& dt);
+DateTime from_millis(long long ms);
+
+// A datetime keeps time in three-hundredths of a second: .999 is the next second.
+void round_to_ticks(DateTime& dt) {
+    const int ticks = (dt.millis * 3 + 5) / 10;
+    const int millis = (ticks * 1000 + 150) / 300;
+    if (millis == dt.millis) return;
+    dt.millis = 0;
+    dt = from_millis(to_millis(dt) + millis);
+}
+
 // Reads the date forms the server reads with DATEFORMAT ymd: 'YYYY-MM-DD', 'YYYY/MM/DD',
 // 'YYYY.MM.DD', 'YYYYMMDD', each with an optional time after a blank or 'T', or a time alone.
-bool parse_date(std::string_view s, DateTime& dt) {
+// A text of those forms whose year, month or day does not exist sets *out_of_range.
+bool parse_date(std::string_view s, DateTime& dt, bool* out_of_range = nullptr) {
     s = trim_blanks(s);
     dt = DateTime{};
     if (s.empty()) return true;  // '' is 1900-01-01
@@ -103,6 +118,7 @@ bool parse_date(std::string_view s, DateTime& dt) {
         ++digits;
     if (digits < s.size() && s[digits] == ':') {
         if (!parse_time(s, i, dt)) return false;
+        round_to_ticks(dt);
         return i == s.size();
     }
     if (digits == 8) {
@@ -122,6 +138,7 @@ bool parse_date(std::string_view s, DateTime& dt) {
     }
     if (dt.year < 1753 || dt.year > 9999 || dt.month < 1 || dt.month > 12 || dt.day < 1 ||
         dt.day > calendar::days_in_month(dt.year, dt.month)) {
+        if (out_of_range) *out_of_range = true;
         return false;
     }
     if (i == s.size()) return true;
@@ -131,11 +148,13 @@ bool parse_date(std::string_view s, DateTime& dt) {
     if (!parse_time(s, i, dt)) return false;
     while (i < s.size() && s[i] == ' ')
         ++i;
-    return i == s.size();
+    if (i != s.size()) return false;
+    round_to_ticks(dt);
+    return true;
 }
 
 // Any value as a date: text in the forms above, or a number of days since 1900-01-01.
-enum class DateRead { Ok, Null, Bad };
+enum class DateRead { Ok, Null, Bad, OutOfRange };
 
 DateRead read_date(sqlite3_value* v, DateTime& dt) {
     switch (sqlite3_value_type(v)) {
@@ -153,8 +172,11 @@ DateRead read_date(sqlite3_value* v, DateTime& dt) {
             dt.millis = static_cast<int>(ms % 1000);
             return DateRead::Ok;
         }
-        default:
-            return parse_date(value_text(v), dt) ? DateRead::Ok : DateRead::Bad;
+        default: {
+            bool out_of_range = false;
+            if (parse_date(value_text(v), dt, &out_of_range)) return DateRead::Ok;
+            return out_of_range ? DateRead::OutOfRange : DateRead::Bad;
+        }
     }
 }
 
@@ -166,7 +188,10 @@ bool date_argument(sqlite3_context* ctx, sqlite3_value* v, DateTime& dt) {
             sqlite3_result_null(ctx);
             return false;
         case DateRead::Bad:
-            sqlite3_result_error(ctx, kBadDate, -1);
+            result_server_error(ctx, 241, kBadDate);
+            return false;
+        case DateRead::OutOfRange:
+            result_server_error(ctx, 242, kDateOutOfRange);
             return false;
         case DateRead::Ok:
             break;
@@ -555,9 +580,12 @@ void fn_datediff(sqlite3_context* ctx, int, sqlite3_value** argv) {
         sqlite3_result_null(ctx);
         return;
     }
-    if (ra == DateRead::Bad || rb == DateRead::Bad) {
-        sqlite3_result_error(ctx, kBadDate, -1);
-        return;
+    for (const DateRead r : {ra, rb}) {
+        if (r == DateRead::Bad || r == DateRead::OutOfRange) {
+            if (r == DateRead::Bad) result_server_error(ctx, 241, kBadDate);
+            if (r == DateRead::OutOfRange) result_server_error(ctx, 242, kDateOutOfRange);
+            return;
+        }
     }
     // Counts the boundaries of the part crossed between the two dates, as the server does.
     const long long da = day_number(a);

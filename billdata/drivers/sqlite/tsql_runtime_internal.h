@@ -29,6 +29,9 @@ std::span<const FunctionDef> text_functions();
 std::span<const FunctionDef> number_functions();
 std::span<const FunctionDef> date_functions();
 
+// Aggregates: the single value of a subquery used as a value (error 512 on a second row).
+int register_aggregates(sqlite3* db);
+
 // ---- values and results ------------------------------------------------------------------
 
 inline std::string_view value_text(sqlite3_value* v) {
@@ -62,6 +65,9 @@ inline bool any_null(int argc, sqlite3_value** argv) {
 inline void result_error(sqlite3_context* ctx, const std::string& message) {
     sqlite3_result_error(ctx, message.data(), static_cast<int>(message.size()));
 }
+
+// The server's error `number` with its message (see server_error_code).
+void result_server_error(sqlite3_context* ctx, int number, const std::string& message);
 
 inline void result_text(sqlite3_context* ctx, const std::string& s) {
     sqlite3_result_text(ctx, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);

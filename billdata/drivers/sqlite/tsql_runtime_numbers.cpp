@@ -3,10 +3,12 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "billdata/dialect/runtime_names.h"
+#include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/drivers/sqlite/tsql_runtime_internal.h"
 
 namespace billdata::drivers::sqlite::runtime {
@@ -91,6 +93,43 @@ double round_decimal(double x, int digits, bool truncate) {
     return negative ? -out : out;
 }
 
+// The whole number if it is in the range of the type named by the second argument; the server's
+// overflow otherwise. A sum beyond 64 bits has become a float already: an overflow too.
+void fn_range(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    const int type = sqlite3_value_type(argv[0]);
+    if (type == SQLITE_NULL) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    const std::string_view name = value_text(argv[1]);
+    long long min = INT64_MIN, max = INT64_MAX;
+    if (name == "int") {
+        min = -2147483648LL;
+        max = 2147483647LL;
+    } else if (name == "smallint") {
+        min = -32768;
+        max = 32767;
+    } else if (name == "tinyint") {
+        min = 0;
+        max = 255;
+    }
+    // A value the engine computed as a float (past 64 bits, or from a function that gives
+    // floats) is checked by its size alone.
+    const bool out = type == SQLITE_INTEGER
+                         ? sqlite3_value_int64(argv[0]) < min || sqlite3_value_int64(argv[0]) > max
+                     : type == SQLITE_FLOAT
+                         ? sqlite3_value_double(argv[0]) < static_cast<double>(min) ||
+                               sqlite3_value_double(argv[0]) > static_cast<double>(max)
+                         : false;
+    if (out) {
+        result_server_error(
+            ctx, 8115,
+            "将 expression 转换为数据类型 " + std::string(name) + " 时出现算术溢出错误。");
+        return;
+    }
+    sqlite3_result_value(ctx, argv[0]);
+}
+
 void fn_int(sqlite3_context* ctx, int, sqlite3_value** argv) {
     switch (sqlite3_value_type(argv[0])) {
         case SQLITE_NULL:
@@ -107,7 +146,7 @@ void fn_int(sqlite3_context* ctx, int, sqlite3_value** argv) {
             long long v = 0;
             std::string_view t = value_text(argv[0]);
             if (!parse_int(t, v)) {
-                result_error(ctx, bad_int_message(t));
+                result_server_error(ctx, 245, bad_int_message(t));
                 return;
             }
             sqlite3_result_int64(ctx, v);
@@ -343,7 +382,40 @@ constexpr FunctionDef kNumberFunctions[] = {
     {names::kDecimal, 2, fn_dec}, {names::kRound, 2, fn_round},     {names::kRound, 3, fn_round},
     {names::kFloor, 1, fn_floor}, {names::kCeiling, 1, fn_ceiling}, {names::kNonZero, 1, fn_nz},
     {names::kMod, 2, fn_mod},     {names::kAdd, 2, fn_add},         {names::kPower, 2, fn_power},
+    {names::kRange, 2, fn_range},
 };
+
+// bd_single: the value of the only row; a second row is the server's error 512.
+struct SingleState {
+    sqlite3_value* value;
+    bool seen;
+};
+
+void single_step(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    auto* state = static_cast<SingleState*>(sqlite3_aggregate_context(ctx, sizeof(SingleState)));
+    if (state == nullptr) {
+        sqlite3_result_error_nomem(ctx);
+        return;
+    }
+    if (state->seen) {
+        result_server_error(ctx, 512,
+                            "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
+                            "之后，或子查询用作表达式时，这种情况是不允许的。");
+        return;
+    }
+    state->seen = true;
+    state->value = sqlite3_value_dup(argv[0]);
+}
+
+void single_final(sqlite3_context* ctx) {
+    auto* state = static_cast<SingleState*>(sqlite3_aggregate_context(ctx, 0));
+    if (state == nullptr || !state->seen) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    if (state->value) sqlite3_result_value(ctx, state->value);
+    sqlite3_value_free(state->value);
+}
 
 }  // namespace
 
@@ -368,6 +440,17 @@ std::string number_text(sqlite3_value* v) {
 
 std::span<const FunctionDef> number_functions() {
     return kNumberFunctions;
+}
+
+void result_server_error(sqlite3_context* ctx, int number, const std::string& message) {
+    result_error(ctx, message);
+    sqlite3_result_error_code(ctx, server_error_code(number));
+}
+
+int register_aggregates(sqlite3* db) {
+    return sqlite3_create_function_v2(db, names::kSingle.data(), 1,
+                                      SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS,
+                                      nullptr, nullptr, single_step, single_final, nullptr);
 }
 
 }  // namespace billdata::drivers::sqlite::runtime

@@ -23,6 +23,41 @@ BEGIN
 END
 $$;
 
+-- Raises the server dialect's error `number` with its message: the state is 'B' and the number
+-- in four digits, which the driver gives the caller as the error's native number.
+CREATE FUNCTION bd_fail(number int, message text, sample anyelement) RETURNS anyelement
+LANGUAGE plpgsql STABLE AS $$
+BEGIN
+    RAISE EXCEPTION USING MESSAGE = message, ERRCODE = 'B' || lpad(number::text, 4, '0');
+END
+$$;
+
+-- A whole number within the range of the type named ('int', 'smallint', 'tinyint'): parameters
+-- are bigint, so arithmetic would widen where the server dialect overflows.
+CREATE FUNCTION bd_range(value bigint, type text) RETURNS bigint
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN type = 'int' AND value NOT BETWEEN -2147483648 AND 2147483647
+          OR type = 'smallint' AND value NOT BETWEEN -32768 AND 32767
+          OR type = 'tinyint' AND value NOT BETWEEN 0 AND 255
+            THEN bd_fail(8115, '将 expression 转换为数据类型 ' || type || ' 时出现算术溢出错误。', value)
+        ELSE value
+    END
+$$;
+
+-- The same for a whole number the server computed as numeric (a bigint's sum, a rounded int).
+CREATE FUNCTION bd_range(value numeric, type text) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN type = 'int' AND value NOT BETWEEN -2147483648 AND 2147483647
+          OR type = 'smallint' AND value NOT BETWEEN -32768 AND 32767
+          OR type = 'tinyint' AND value NOT BETWEEN 0 AND 255
+          OR type = 'bigint' AND value NOT BETWEEN -9223372036854775808 AND 9223372036854775807
+            THEN bd_fail(8115, '将 expression 转换为数据类型 ' || type || ' 时出现算术溢出错误。', value)
+        ELSE value
+    END
+$$;
+
 -- ---- dates -------------------------------------------------------------------------------
 
 -- A text in the date forms the server dialect reads with DATEFORMAT ymd: 'YYYY-MM-DD',
@@ -51,7 +86,7 @@ BEGIN
     ELSE
         d := regexp_match(s, '^([0-9]{4})(?:([0-9]{2})([0-9]{2})|([-/.])([0-9]{1,2})\4([0-9]{1,2}))(.*)$');
         IF d IS NULL THEN
-            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = 'B0241';
         END IF;
         y := d[1]::int;
         mo := coalesce(d[2], d[5])::int;
@@ -59,21 +94,24 @@ BEGIN
         rest := d[7];
         IF y < 1753 OR mo < 1 OR mo > 12 OR dd < 1
            OR dd > extract(day FROM make_date(y, mo, 1) + interval '1 month' - interval '1 day') THEN
-            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+            RAISE EXCEPTION USING MESSAGE = '从 varchar 数据类型到 datetime 数据类型的转换产生一个超出范围的值。',
+                ERRCODE = 'B0242';
         END IF;
     END IF;
     IF rest <> '' THEN
         t := regexp_match(rest, '^[ Tt]+([0-9]{1,2}):([0-9]{1,2})(?::([0-9]{1,2})(?:[.:]([0-9]{1,9}))?)?(?: *([AaPp])[Mm])? *$');
         IF t IS NULL OR (d IS NULL AND rest !~ '^ [0-9]') THEN
-            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = 'B0241';
         END IF;
         h := t[1]::int;
         mi := t[2]::int;
         sec := coalesce(t[3], '0')::int;
         ms := coalesce(rpad(left(t[4], 3), 3, '0'), '0')::int;
+        -- A datetime keeps time in three-hundredths of a second: .999 is the next second.
+        ms := round(round(ms * 0.3) / 0.3);
         IF t[5] IS NOT NULL THEN
             IF h < 1 OR h > 12 THEN
-                RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+                RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = 'B0241';
             END IF;
             IF lower(t[5]) = 'p' AND h <> 12 THEN
                 h := h + 12;
@@ -82,10 +120,10 @@ BEGIN
             END IF;
         END IF;
         IF h > 23 OR mi > 59 OR sec > 59 THEN
-            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = '22007';
+            RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = 'B0241';
         END IF;
     END IF;
-    RETURN make_timestamp(y, mo, dd, h, mi, sec + ms / 1000.0);
+    RETURN make_timestamp(y, mo, dd, h, mi, sec) + ms * interval '1 millisecond';
 END
 $$;
 
@@ -212,7 +250,7 @@ LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN btrim(value, E' \t') = '' THEN 0
         WHEN btrim(value, E' \t') COLLATE "default" ~ '^[+-]?[0-9]+$' THEN btrim(value, E' \t')::int
-        ELSE bd_fail('在将 varchar 值 ''' || value || ''' 转换成数据类型 int 时失败。', 0)
+        ELSE bd_fail(245, '在将 varchar 值 ''' || value || ''' 转换成数据类型 int 时失败。', 0)
     END
 $$;
 

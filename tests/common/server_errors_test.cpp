@@ -1,0 +1,42 @@
+// A statement that the server dialect refuses fails on every engine with the server's own error
+// number as the error's native code, whether the translator finds it or the engine's run does.
+
+#include "fixture.h"
+
+namespace billdata::testing {
+namespace {
+
+TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
+    exec(
+        "insert into t_Stock(FItemID, FNumber, FName) values (1, '01', 'Main'), (2, 'B2', 'Side')");
+    // Each with the server's own message, whichever engine ran it.
+    const struct {
+        const char* sql;
+        int number;
+        const char* message;
+    } cases[] = {
+        {"select count(*) from t_Stock where FNumber = 1", 245,
+         "在将 varchar 值 'B2' 转换成数据类型 int 时失败。"},
+        {"select cast('2025-02-30' as datetime)", 242,
+         "从 varchar 数据类型到 datetime 数据类型的转换产生一个超出范围的值。"},
+        {"select cast('2025-02-3x' as datetime)", 241, "从字符串转换日期和/或时间时，转换失败。"},
+        {"select FItemID + 2147483647 from t_Stock where FItemID = 2", 8115,
+         "将 expression 转换为数据类型 int 时出现算术溢出错误。"},
+        {"select (select FItemID from t_Stock)", 512,
+         "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
+         "之后，或子查询用作表达式时，这种情况是不允许的。"},
+        {"select FName, count(*) from t_Stock", 8120,
+         "选择列表中的列 't_Stock.FName' 无效，因为该列没有包含在聚合函数或 GROUP BY "
+         "子句中。"},
+    };
+    auto cn = open();
+    for (const auto& c : cases) {
+        const ado::ComError e = error_of([&] { cn->Execute(c.sql); });
+        EXPECT_EQ(e.native_code(), c.number) << c.sql << ": " << e.description();
+        EXPECT_EQ(e.number(), ado::err::kDatabase) << c.sql;
+        EXPECT_EQ(e.description(), c.message) << c.sql;
+    }
+}
+
+}  // namespace
+}  // namespace billdata::testing
