@@ -19,4 +19,8 @@ using ProcedureFn = void (*)(sqlite3* db, std::vector<ado::driver::ProcArg>& arg
 // The procedure of that name (case-insensitive), or nullptr.
 ProcedureFn find_procedure(std::string_view name);
 
+// Finalises the statements that the built-in procedures keep prepared on `db`; called before the
+// handle is closed.
+void forget_procedure_statements(sqlite3* db);
+
 }  // namespace billdata::drivers::sqlite
