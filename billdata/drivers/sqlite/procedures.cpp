@@ -229,7 +229,7 @@ void sp_get_stock_qty(sqlite3* db, std::vector<ado::driver::ProcArg>& args) {
     std::int32_t inter = require_arg(args, kName, "@InterID", 2).value.to_int32();
     ado::driver::ProcArg& out = require_arg(args, kName, "@RtnQty", 3);
 
-    KeptStatement st(db, has_kept_stock_qty(db) ? kKeptStockQtySql : kStockQtySql);
+    KeptStatement st(db, stock_qty_statement(db));
     sqlite3_bind_int64(st.get(), 1, stock);
     sqlite3_bind_int64(st.get(), 2, item);
     sqlite3_bind_int64(st.get(), 3, inter);
@@ -406,6 +406,10 @@ ProcedureFn find_procedure(std::string_view name) {
     if (iequals(name, "sp_GetStockQty")) return &sp_get_stock_qty;
     if (iequals(name, "Sp_CacuCost")) return &sp_cacu_cost;
     return nullptr;
+}
+
+const char* stock_qty_statement(sqlite3* db) {
+    return has_kept_stock_qty(db) ? kKeptStockQtySql : kStockQtySql;
 }
 
 void forget_procedure_statements(sqlite3* db) {

@@ -1073,15 +1073,16 @@ class SqliteDriver final : public ado::driver::Driver {
     struct Options {
         std::string path, sync, key;
         int busy_ms = kDefaultBusyTimeoutMs;
-        int group_ms = kDefaultGroupWindowMs;
+        int group_ms = -1;  // not in the string
         bool pooling = true, cache = true;
     };
 
-    // BILLDATA_GROUP_WINDOW=<ms> sets the window of every connection of the process (0: no
-    // groups), whatever its string says.
+    // The string's Group Window, else BILLDATA_GROUP_WINDOW=<ms> (0: no groups), else the
+    // default.
     static int group_window(const Options& o) {
+        if (o.group_ms >= 0) return o.group_ms;
         const char* v = std::getenv("BILLDATA_GROUP_WINDOW");
-        if (!v) return o.group_ms;
+        if (!v) return kDefaultGroupWindowMs;
         return parse_window(v, "the environment variable BILLDATA_GROUP_WINDOW");
     }
 

@@ -8,7 +8,8 @@
 // layer's lock retry), Pooling=True|False and Statement Cache=True|False (both default True; the
 // environment variables BILLDATA_POOLING=off and BILLDATA_STATEMENT_CACHE=off turn them off for
 // the whole process), Group Window=<ms> (default kDefaultGroupWindowMs, 0 turns grouping off;
-// the environment variable BILLDATA_GROUP_WINDOW=<ms> sets it for the whole process), and the
+// the environment variable BILLDATA_GROUP_WINDOW=<ms> sets it for every connection of the
+// process whose string does not), and the
 // data layer's Command Timeout=<s>. Any other keyword is refused, naming it.
 //
 // Write groups: a statement that writes outside a transaction of the caller's opens a write
