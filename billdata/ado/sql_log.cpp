@@ -1,5 +1,6 @@
 #include "billdata/ado/sql_log.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +16,8 @@ struct LogFile {
     std::mutex mutex;
     std::string path;  // the file the variable named at the last statement
     std::FILE* file = nullptr;
-    bool warned = false;  // the trouble with this file has been told
+    bool warned = false;              // the trouble with this file has been told
+    std::atomic<bool> in_use{false};  // a path is set (read without the lock)
 
     ~LogFile() {
         if (file) std::fclose(file);
@@ -24,6 +26,7 @@ struct LogFile {
         if (file) std::fclose(file);
         file = nullptr;
         path.clear();
+        in_use.store(false, std::memory_order_release);
         warned = false;
     }
     // Once per file: a support engineer who turned the log on must learn that it stays empty,
@@ -47,6 +50,8 @@ LogFile& log_file() {
 void write(std::string_view statement) {
     const char* target = std::getenv("BILLDATA_SQL_LOG");
     LogFile& log = log_file();
+    // Off, and no file left to close: nothing to take the lock for on every statement.
+    if ((!target || !*target) && !log.in_use.load(std::memory_order_acquire)) return;
     std::lock_guard lock(log.mutex);
     if (!target || !*target) {
         if (!log.path.empty()) log.close();
@@ -55,6 +60,7 @@ void write(std::string_view statement) {
     if (log.path != target) {
         log.close();
         log.path = target;
+        log.in_use.store(true, std::memory_order_release);
         log.file = std::fopen(target, "a");
         if (!log.file) log.warn("open", errno);
     }

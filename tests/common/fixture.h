@@ -11,6 +11,7 @@
 
 #include "billdata/ado/ado.h"
 #include "billdata/common/session.h"
+#include "billdata/drivers/sqlite/sqlite_driver.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
 #include "support/postgres.h"
@@ -86,6 +87,7 @@ class DatabaseTest : public ::testing::Test {
 
     // Runs an SQLite statement on the file directly, past the component.
     void sqlite_exec(const std::string& sql) const {
+        drivers::sqlite::commit_write_groups();
         sqlite3* db = nullptr;
         ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
         drivers::sqlite::register_tsql_runtime(db);

@@ -83,13 +83,15 @@ TEST(Durability, FullSyncsTheLogAtEachCommitAndOnceForAConnectionsAutocommitWork
     // Another connection stays open, so that closing ours is never the last close (which
     // checkpoints the log and syncs it in the engine's own way).
     auto keeper = Connection::create();
-    keeper->Open(sqlite_connection(db, ";Synchronous=Normal;Pooling=False"));
+    keeper->Open(sqlite_connection(db, ";Synchronous=Normal;Pooling=False;Group Window=0"));
     keeper->Execute("select count(*) from T")->Close();
-    // The log's first write syncs its header (the engine's own, once per log).
+    // The log's first write syncs its header (the engine's own, once per log); ungrouped, so
+    // that it happens here.
     keeper->Execute("insert into T(FID) values(5)");
 
-    // Autocommit statements are committed at once (another connection sees them) and reach
-    // the disk together when the connection is let go.
+    // Statements outside a transaction are committed for every other connection (one of the
+    // process commits their group before it reads) and reach the disk together when the
+    // connection is let go.
     auto cn = Connection::create();
     cn->Open(full);
     const int at_open = log_syncs;

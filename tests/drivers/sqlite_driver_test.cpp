@@ -48,6 +48,8 @@ TEST(SqliteDriver, BadConnectionInputIsRefusedClearly) {
     EXPECT_TRUE(
         mentions(error_of(open(sqlite_connection(db, ";Synchronous=Sometimes"))), "Sometimes"));
     EXPECT_TRUE(mentions(error_of(open(sqlite_connection(db, ";Busy Timeout=soon"))), "soon"));
+    EXPECT_TRUE(
+        mentions(error_of(open(sqlite_connection(db, ";Group Window=-5"))), "Group Window"));
     EXPECT_TRUE(mentions(error_of(open(sqlite_connection(db, ";Lock Timeout=-1"))), "-1"));
     EXPECT_TRUE(mentions(error_of(open(sqlite_connection(db, ";Command Timeout=soon"))), "soon"));
     EXPECT_EQ(error_of(open("Provider=SQLite")).number(), err::kConnection);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "billdata/drivers/sqlite/sqlite_driver.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "support/raw_db.h"
 
@@ -18,8 +19,10 @@ inline void create_database(const std::string& path, const std::string& script) 
     RawDb(path, /*create=*/true).exec(script);
 }
 
-// A value read straight from the file, bypassing the data layer.
+// A value read straight from the file, bypassing the data layer (which first commits the write
+// groups of the process, as a connection of the driver would).
 inline std::string scalar(const std::string& path, const std::string& sql) {
+    drivers::sqlite::commit_write_groups();
     sqlite3* db = nullptr;
     sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
     drivers::sqlite::register_tsql_runtime(db);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "billdata/drivers/sqlite/sqlite_driver.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 
 namespace billdata::testing {
@@ -21,6 +22,7 @@ RawDb::~RawDb() {
 }
 
 std::string RawDb::try_exec(const std::string& sql) const {
+    drivers::sqlite::commit_write_groups();  // past the driver: it cannot do this for us
     char* msg = nullptr;
     if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &msg) == SQLITE_OK) return {};
     std::string text = msg ? msg : "error";
@@ -34,6 +36,7 @@ void RawDb::exec(const std::string& sql) const {
 }
 
 sqlite3_stmt* RawDb::prepare(const std::string& sql) const {
+    drivers::sqlite::commit_write_groups();
     sqlite3_stmt* stmt = nullptr;
     if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
         sqlite3_finalize(stmt);

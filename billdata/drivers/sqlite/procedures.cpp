@@ -5,7 +5,10 @@
 #include <cctype>
 #include <cmath>
 #include <cstdint>
+#include <map>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "billdata/ado/com_error.h"
@@ -75,6 +78,76 @@ class Statement {
   private:
     sqlite3* db_;
     sqlite3_stmt* st_ = nullptr;
+};
+
+// Statements a procedure runs on every call, kept prepared per handle: the price propagation
+// asks for a stock quantity thousands of times on one connection, and preparing the query cost
+// more than running it. The engine prepares a kept statement again by itself when the schema
+// changes.
+struct KeptStatements {
+    std::mutex mutex;
+    std::unordered_map<sqlite3*, std::map<const char*, sqlite3_stmt*>> by_db;
+};
+
+KeptStatements& kept_statements() {
+    static KeptStatements k;
+    return k;
+}
+
+// A statement of the handle's kept ones (`sql` is a constant of this file, its address the key),
+// reset with its bindings cleared when done. One that is running already (a procedure called
+// from within itself) is not shared: a statement of its own is prepared then.
+class KeptStatement {
+  public:
+    KeptStatement(sqlite3* db, const char* sql) : db_(db) {
+        {
+            KeptStatements& k = kept_statements();
+            std::lock_guard lock(k.mutex);
+            sqlite3_stmt*& slot = k.by_db[db][sql];
+            if (slot && !sqlite3_stmt_busy(slot)) {
+                st_ = slot;
+                return;
+            }
+            if (!slot) {
+                if (sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &slot, nullptr) !=
+                    SQLITE_OK) {
+                    sqlite3_finalize(slot);
+                    slot = nullptr;
+                    fail(db, "prepare");
+                }
+                st_ = slot;
+                return;
+            }
+        }
+        own_ = true;
+        if (sqlite3_prepare_v2(db, sql, -1, &st_, nullptr) != SQLITE_OK) {
+            sqlite3_finalize(st_);
+            fail(db, "prepare");
+        }
+    }
+    ~KeptStatement() {
+        if (own_) {
+            sqlite3_finalize(st_);
+        } else {
+            sqlite3_reset(st_);
+            sqlite3_clear_bindings(st_);
+        }
+    }
+    KeptStatement(const KeptStatement&) = delete;
+    KeptStatement& operator=(const KeptStatement&) = delete;
+
+    sqlite3_stmt* get() const { return st_; }
+    bool step() {
+        const int rc = sqlite3_step(st_);
+        if (rc == SQLITE_ROW) return true;
+        if (rc == SQLITE_DONE) return false;
+        fail(db_, "step");
+    }
+
+  private:
+    sqlite3* db_;
+    sqlite3_stmt* st_ = nullptr;
+    bool own_ = false;
 };
 
 ado::driver::ProcArg* find_arg(std::vector<ado::driver::ProcArg>& args, std::string_view name,
@@ -156,9 +229,11 @@ void sp_get_stock_qty(sqlite3* db, std::vector<ado::driver::ProcArg>& args) {
     std::int32_t inter = require_arg(args, kName, "@InterID", 2).value.to_int32();
     ado::driver::ProcArg& out = require_arg(args, kName, "@RtnQty", 3);
 
-    Statement st(db, has_kept_stock_qty(db) ? kKeptStockQtySql : kStockQtySql);
-    st.bind(1, std::int64_t{stock}).bind(2, std::int64_t{item}).bind(3, std::int64_t{inter});
-    double qty = st.step() ? st.real_at(0) : 0.0;
+    KeptStatement st(db, stock_qty_statement(db));
+    sqlite3_bind_int64(st.get(), 1, stock);
+    sqlite3_bind_int64(st.get(), 2, item);
+    sqlite3_bind_int64(st.get(), 3, inter);
+    double qty = st.step() ? sqlite3_column_double(st.get(), 0) : 0.0;
     out.value = ado::Variant(qty);
 }
 
@@ -331,6 +406,20 @@ ProcedureFn find_procedure(std::string_view name) {
     if (iequals(name, "sp_GetStockQty")) return &sp_get_stock_qty;
     if (iequals(name, "Sp_CacuCost")) return &sp_cacu_cost;
     return nullptr;
+}
+
+const char* stock_qty_statement(sqlite3* db) {
+    return has_kept_stock_qty(db) ? kKeptStockQtySql : kStockQtySql;
+}
+
+void forget_procedure_statements(sqlite3* db) {
+    KeptStatements& k = kept_statements();
+    std::lock_guard lock(k.mutex);
+    auto it = k.by_db.find(db);
+    if (it == k.by_db.end()) return;
+    for (auto& [sql, st] : it->second)
+        sqlite3_finalize(st);
+    k.by_db.erase(it);
 }
 
 }  // namespace billdata::drivers::sqlite

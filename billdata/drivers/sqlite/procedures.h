@@ -19,4 +19,12 @@ using ProcedureFn = void (*)(sqlite3* db, std::vector<ado::driver::ProcArg>& arg
 // The procedure of that name (case-insensitive), or nullptr.
 ProcedureFn find_procedure(std::string_view name);
 
+// The query that sp_GetStockQty runs on `db` (?1 stock, ?2 item, ?3 the bill left out): for a
+// program that measures the procedure's own cost against the engine's.
+const char* stock_qty_statement(sqlite3* db);
+
+// Finalises the statements that the built-in procedures keep prepared on `db`; called before the
+// handle is closed.
+void forget_procedure_statements(sqlite3* db);
+
 }  // namespace billdata::drivers::sqlite

@@ -18,6 +18,7 @@
 #include "billdata/drivers/shape_binding.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
+#include "billdata/drivers/sqlite/write_group.h"
 #include "billdata/util/text.h"
 
 namespace billdata::drivers::sqlite {
@@ -44,6 +45,13 @@ std::string upper(std::string_view s) {
     return out;
 }
 
+// The engine keeps process-wide memory statistics by default, taking a global mutex at every
+// allocation and release; nothing in the component reads them, and the price propagation's
+// statements spent a third of their time on that mutex. Set as the library is loaded, before
+// the engine starts; a process that started the engine earlier keeps its own setting (the call
+// is refused then and changes nothing).
+[[maybe_unused]] const int kNoMemoryStatistics = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+
 // ---- procedures added at run time ---------------------------------------------------------
 
 struct ProcedureTable {
@@ -56,13 +64,19 @@ ProcedureTable& procedure_table() {
     return t;
 }
 
-ProcedureFn lookup_procedure(std::string_view name) {
+// `builtin` tells whether it is one of the driver's own procedures, which use only the handle
+// they are given.
+ProcedureFn lookup_procedure(std::string_view name, bool& builtin) {
     {
         ProcedureTable& t = procedure_table();
         std::lock_guard lock(t.mutex);
         auto it = t.by_name.find(lower(name));
-        if (it != t.by_name.end()) return it->second;
+        if (it != t.by_name.end()) {
+            builtin = false;
+            return it->second;
+        }
     }
+    builtin = true;
     return find_procedure(name);
 }
 
@@ -101,7 +115,7 @@ VarType declared_type(const char* decl) {
     return VarType::Empty;
 }
 
-bool is_transaction_control(sqlite3_stmt* stmt) {
+std::string first_word(sqlite3_stmt* stmt) {
     std::string_view sql = sqlite3_sql(stmt);
     std::size_t i = 0;
     while (i < sql.size() && (sql[i] == ' ' || sql[i] == '\t' || sql[i] == '\r' || sql[i] == '\n'))
@@ -109,9 +123,19 @@ bool is_transaction_control(sqlite3_stmt* stmt) {
     std::size_t j = i;
     while (j < sql.size() && std::isalpha(static_cast<unsigned char>(sql[j])))
         ++j;
-    std::string word = lower(sql.substr(i, j - i));
+    return lower(sql.substr(i, j - i));
+}
+
+bool is_transaction_control(const std::string& word) {
     return word == "begin" || word == "commit" || word == "end" || word == "rollback" ||
            word == "savepoint" || word == "release";
+}
+
+// Statements that the engine refuses inside a transaction, or that change how the connection
+// itself works: a write group is committed before them.
+bool runs_outside_groups(const std::string& word) {
+    return is_transaction_control(word) || word == "vacuum" || word == "attach" ||
+           word == "detach" || word == "pragma";
 }
 
 std::string excerpt(std::string_view text) {
@@ -133,6 +157,7 @@ struct CachedStatement {
     ShapeBinding binding;
     bool translation_writes = false;  // what the translator says: anything but a select
     bool writes = false;              // what the engine says, transaction control included
+    bool outside_groups = false;      // a write group is committed before it (runs_outside_groups)
     std::vector<ColumnInfo> columns;  // empty when the statement yields no rows
     bool busy = false;                // a cursor stands on it
     ~CachedStatement() { sqlite3_finalize(stmt); }
@@ -175,9 +200,19 @@ struct Handle {
         }
         void disarm() { limit_seconds = 0; }
     } watch;
+    // The write group of this handle; shared with the process's registry of open groups.
+    std::shared_ptr<WriteGroup> group = std::make_shared<WriteGroup>();
 
     ~Handle() {
+        {
+            // The session committed its group before letting the handle go; closing rolls back
+            // whatever is still open, so the registry must not keep it.
+            std::lock_guard use(group->use);
+            drop_group(*group);
+            group->db = nullptr;
+        }
         cache.clear();
+        forget_procedure_statements(db);
         sqlite3_finalize(version_stmt);
         sqlite3_close_v2(db);  // an open transaction is rolled back
     }
@@ -356,15 +391,26 @@ class SqliteCursor final : public ado::driver::Cursor {
 
 class SqliteSession final : public ado::driver::Session {
   public:
-    SqliteSession(std::unique_ptr<Handle> handle, bool cache, bool pooled)
-        : handle_(std::move(handle)), db_(handle_->db), use_cache_(cache), pooled_(pooled) {}
+    SqliteSession(std::unique_ptr<Handle> handle, bool cache, bool pooled,
+                  std::chrono::milliseconds window)
+        : handle_(std::move(handle)),
+          db_(handle_->db),
+          group_(*handle_->group),
+          use_cache_(cache),
+          pooled_(pooled),
+          window_(window) {}
     ~SqliteSession() override {
-        for (SqliteCursor* c : std::vector<SqliteCursor*>(live_))
-            c->detach();
-        // close() syncs what was committed in autocommit and raises when it cannot; a session
-        // let go without it still syncs, but a failure here cannot be raised: the handle is not
-        // trusted again.
-        if (unsynced_ && sync_log(db_) != SQLITE_OK) handle_->broken = true;
+        {
+            std::lock_guard use(group_.use);
+            for (SqliteCursor* c : std::vector<SqliteCursor*>(live_))
+                c->detach();
+            // close() commits the group, syncs what was committed outside transactions and
+            // raises when it cannot; a session let go without it still does both, but a failure
+            // here cannot be raised: the handle is not trusted again.
+            if (group_.open && commit_group(group_) != SQLITE_OK) handle_->broken = true;
+            if (group_.failed != SQLITE_OK) handle_->broken = true;
+            if (unsynced_ && sync_log(db_) != SQLITE_OK) handle_->broken = true;
+        }
         if (pooled_) HandlePool::instance().give_back(std::move(handle_));
     }
 
@@ -374,10 +420,13 @@ class SqliteSession final : public ado::driver::Session {
                                                  const ado::driver::ExecOptions& options,
                                                  long* affected) override;
     void begin() override {
+        auto use = enter();
+        commit_own_group();
         schema_checked_ = false;
         run_control("BEGIN IMMEDIATE");
     }
     void commit() override {
+        auto use = enter();
         schema_checked_ = false;
         run_control("COMMIT");
         if (handle_->sync_full) {
@@ -387,11 +436,19 @@ class SqliteSession final : public ado::driver::Session {
         }
     }
     void rollback() override {
+        auto use = enter();
         schema_checked_ = false;
         run_control("ROLLBACK");
     }
-    bool in_transaction() const override { return !sqlite3_get_autocommit(db_); }
+    // A transaction of the caller's; a write group is none.
+    bool in_transaction() const override {
+        std::lock_guard use(group_.use);
+        return callers_transaction();
+    }
     void close() override {
+        std::lock_guard use(group_.use);
+        raise_lost_group();
+        commit_own_group();
         if (!unsynced_) return;
         unsynced_ = false;
         const int rc = sync_log(db_);
@@ -417,14 +474,53 @@ class SqliteSession final : public ado::driver::Session {
         return rc;
     }
     // The error for `rc` of the last step, noting whether it leaves the handle unfit for the pool.
+    // A statement that fails inside a write group is undone alone, as in autocommit, unless the
+    // engine gave up the whole transaction: then the group is gone with it.
     ComError error(int rc) {
         if (breaks_handle(rc)) handle_->broken = true;
+        if (group_.open && sqlite3_get_autocommit(db_)) drop_group(group_);
         if ((rc & 0xff) == SQLITE_INTERRUPT && handle_->watch.fired)
-            return ado::driver::timeout_error(rc, !sqlite3_get_autocommit(db_));
-        return database_error(db_, rc);
+            return ado::driver::timeout_error(rc, callers_transaction());
+        return outside_group(database_error(db_, rc));
     }
+    std::recursive_mutex& use_mutex() { return group_.use; }
 
   private:
+    bool callers_transaction() const { return !sqlite3_get_autocommit(db_) && !group_.open; }
+    // An error raised inside a write group reports the caller's transaction, not the group's.
+    ComError outside_group(ComError e) const {
+        if (group_.open)
+            e.classify(e.error_class(), e.native_code(), e.violated_key(), callers_transaction());
+        return e;
+    }
+    // Every call of the session starts here. The groups of other handles of the process on the
+    // same file are committed first (this call then sees their writes and never waits for a lock
+    // that they hold), then the handle is taken for the call; a group of its own that a commit
+    // from outside lost is reported, one past its window committed.
+    std::unique_lock<std::recursive_mutex> enter() {
+        settle_file(group_);
+        std::unique_lock use(group_.use);
+        raise_lost_group();
+        if (group_.open && GroupClock::now() >= group_.deadline) commit_own_group();
+        return use;
+    }
+    void raise_lost_group() {
+        if (group_.failed == SQLITE_OK) return;
+        const int rc = group_.failed;
+        group_.failed = SQLITE_OK;
+        if (breaks_handle(rc)) handle_->broken = true;
+        throw database_error(nullptr, rc);
+    }
+    void commit_own_group() {
+        if (!group_.open) return;
+        schema_checked_ = false;
+        const int rc = commit_group(group_);
+        if (rc != SQLITE_OK) {
+            if (breaks_handle(rc)) handle_->broken = true;
+            throw database_error(nullptr, rc);
+        }
+    }
+
     void drain_cursors();
     void run_control(const char* sql);
     bool has_more_statements(const char* tail, const char* end);
@@ -441,13 +537,16 @@ class SqliteSession final : public ado::driver::Session {
 
     std::unique_ptr<Handle> handle_;
     sqlite3* db_;
+    WriteGroup& group_;
     bool use_cache_;
     bool pooled_;
+    std::chrono::milliseconds window_;  // 0: every statement outside a transaction commits alone
     // The schema was checked inside the transaction now open. A transaction holds the write lock
     // from its BEGIN, so no other connection can change the schema until it ends: one check per
     // transaction is enough, where a statement in autocommit checks every time.
     bool schema_checked_ = false;
-    // A statement committed in autocommit since the log was last synced (Synchronous=Full).
+    // A statement committed outside a transaction of the caller's (in autocommit or in a write
+    // group) since the log was last synced (Synchronous=Full).
     bool unsynced_ = false;
     std::vector<SqliteCursor*> live_;
 };
@@ -455,8 +554,13 @@ class SqliteSession final : public ado::driver::Session {
 // ---- cursor -------------------------------------------------------------------------------
 
 SqliteCursor::~SqliteCursor() {
+    if (!session_) {
+        finish();
+        return;
+    }
+    std::lock_guard use(session_->use_mutex());
     finish();
-    if (session_) session_->forget(this);
+    session_->forget(this);
 }
 
 void SqliteCursor::finish() {
@@ -498,6 +602,7 @@ bool SqliteCursor::next(std::vector<Variant>& row) {
         return true;
     }
     if (!stmt_) return false;
+    std::lock_guard use(session_->use_mutex());
     if (!pending_) {
         int rc = session_->step(stmt_, timeout_);
         if (rc == SQLITE_DONE) {
@@ -683,7 +788,9 @@ CachedPtr SqliteSession::prepare(const dialect::Translation& tr) {
                        "statement: " +
                            excerpt(std::string_view(tail, static_cast<std::size_t>(end - tail))));
     entry->translation_writes = tr.writes;
-    entry->writes = !sqlite3_stmt_readonly(entry->stmt) || is_transaction_control(entry->stmt);
+    const std::string word = first_word(entry->stmt);
+    entry->outside_groups = runs_outside_groups(word);
+    entry->writes = !sqlite3_stmt_readonly(entry->stmt) || is_transaction_control(word);
     const int ncol = sqlite3_column_count(entry->stmt);
     if (ncol > 0 && !entry->writes) {
         entry->columns.resize(static_cast<std::size_t>(ncol));
@@ -733,9 +840,12 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
 std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
                                                             const ado::driver::ExecOptions& options,
                                                             long* affected) {
-    if (!schema_checked_) {
+    auto held = enter();
+    // Inside a transaction (the caller's or a group) the write lock keeps the schema as it is.
+    const bool transaction = !sqlite3_get_autocommit(db_);
+    if (!schema_checked_ || !transaction) {
         refresh_catalog();
-        schema_checked_ = in_transaction();
+        schema_checked_ = transaction;
     }
     if (use_cache_) {
         dialect::Shape shape;
@@ -801,6 +911,23 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
         throw ado::driver::read_only_refusal();
     }
     if (entry.writes) drain_cursors();
+    if (entry.outside_groups) {
+        try {
+            commit_own_group();
+        } catch (...) {
+            release();
+            throw;
+        }
+    } else if (entry.writes && !group_.open && window_.count() > 0 && sqlite3_get_autocommit(db_)) {
+        // A write outside a transaction opens a group that later ones join until it is
+        // committed; a read joins a group that is open and never opens one.
+        const int rc = open_group(group_, window_);
+        if (rc != SQLITE_OK) {
+            ComError e = error(rc);
+            release();
+            throw e;
+        }
+    }
 
     if (!entry.columns.empty()) {
         auto cursor = std::make_unique<SqliteCursor>(this, stmt, std::move(cached), entry.columns,
@@ -821,7 +948,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
         throw e;
     }
     if (affected) *affected = sqlite3_changes(db_);
-    if (entry.writes && handle_->sync_full && sqlite3_get_autocommit(db_) &&
+    if (entry.writes && handle_->sync_full && !callers_transaction() &&
         sqlite3_total_changes(db_) != changes_before)
         unsynced_ = true;
     release();
@@ -831,10 +958,15 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
 std::unique_ptr<ado::driver::Cursor> SqliteSession::call(std::string_view procedure,
                                                          std::vector<ado::driver::ProcArg>& args,
                                                          const ado::driver::ExecOptions& options) {
-    ProcedureFn fn = lookup_procedure(procedure);
+    bool builtin = false;
+    ProcedureFn fn = lookup_procedure(procedure, builtin);
     if (!fn)
         throw ComError(err::kDatabase,
                        "could not find stored procedure '" + std::string(procedure) + "'");
+    auto use = enter();
+    // A procedure added at run time may reach the database through connections of its own,
+    // which must neither miss the group's writes nor wait for its lock.
+    if (!builtin) commit_own_group();
     drain_cursors();  // a procedure may write
     const int changes_before = sqlite3_total_changes(db_);
     // One timeout over the whole call: every statement the procedure runs stops once it is over.
@@ -842,14 +974,20 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::call(std::string_view proced
     watch.arm(options.timeout_seconds);
     try {
         fn(db_, args);
+    } catch (const ComError& e) {
+        watch.disarm();
+        if (group_.open && sqlite3_get_autocommit(db_)) drop_group(group_);
+        if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, callers_transaction());
+        throw outside_group(e);
     } catch (...) {
         watch.disarm();
-        if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, in_transaction());
+        if (group_.open && sqlite3_get_autocommit(db_)) drop_group(group_);
+        if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, callers_transaction());
         throw;
     }
     watch.disarm();
-    if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, in_transaction());
-    if (handle_->sync_full && sqlite3_get_autocommit(db_) &&
+    if (watch.fired) throw ado::driver::timeout_error(SQLITE_INTERRUPT, callers_transaction());
+    if (handle_->sync_full && !callers_transaction() &&
         sqlite3_total_changes(db_) != changes_before)
         unsynced_ = true;
     return nullptr;
@@ -881,6 +1019,7 @@ class SqliteDriver final : public ado::driver::Driver {
         const std::string& sync = o.sync;
         const int busy_ms = o.busy_ms;
         const std::string& key = o.key;
+        const std::chrono::milliseconds window(group_window(o));
 
         // Never create a database here: a mistyped path must not become an empty shop.
         dev_t dev = 0;
@@ -890,7 +1029,7 @@ class SqliteDriver final : public ado::driver::Driver {
 
         if (pooling) {
             if (auto h = HandlePool::instance().take(key, dev, ino))
-                return std::make_shared<SqliteSession>(std::move(h), cache, true);
+                return std::make_shared<SqliteSession>(std::move(h), cache, true, window);
         }
 
         sqlite3* raw = nullptr;
@@ -906,8 +1045,14 @@ class SqliteDriver final : public ado::driver::Driver {
         handle->pool_key = key;
         handle->file_dev = dev;
         handle->file_ino = ino;
+        handle->group->db = raw;
+        handle->group->dev = dev;
+        handle->group->ino = ino;
+        handle->group->busy_ms = busy_ms;
         sqlite3_extended_result_codes(raw, 1);
-        sqlite3_busy_timeout(raw, busy_ms);
+        // The busy timeout, and while it runs, the groups of idle handles of this process that
+        // hold the lock are committed.
+        sqlite3_busy_handler(raw, wait_for_lock, handle->group.get());
         sqlite3_progress_handler(raw, kProgressSteps, on_progress, &handle->watch);
         handle->sync_full = sync == "FULL";
         const std::string pragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=" +
@@ -923,7 +1068,7 @@ class SqliteDriver final : public ado::driver::Driver {
         if (rc != SQLITE_OK)
             throw bad_option("cannot register the runtime functions on '" + util::excerpt(path) +
                              "': " + sqlite3_errstr(rc));
-        auto session = std::make_shared<SqliteSession>(std::move(handle), cache, pooling);
+        auto session = std::make_shared<SqliteSession>(std::move(handle), cache, pooling, window);
         try {
             session->refresh_catalog();
         } catch (const ComError& e) {
@@ -939,8 +1084,28 @@ class SqliteDriver final : public ado::driver::Driver {
     struct Options {
         std::string path, sync, key;
         int busy_ms = kDefaultBusyTimeoutMs;
+        int group_ms = -1;  // not in the string
         bool pooling = true, cache = true;
     };
+
+    // The string's Group Window, else BILLDATA_GROUP_WINDOW=<ms> (0: no groups), else the
+    // default.
+    static int group_window(const Options& o) {
+        if (o.group_ms >= 0) return o.group_ms;
+        const char* v = std::getenv("BILLDATA_GROUP_WINDOW");
+        if (!v) return kDefaultGroupWindowMs;
+        return parse_window(v, "the environment variable BILLDATA_GROUP_WINDOW");
+    }
+
+    static int parse_window(std::string_view v, const std::string& what) {
+        int ms = 0;
+        auto r = std::from_chars(v.data(), v.data() + v.size(), ms);
+        if (r.ec != std::errc() || r.ptr != v.data() + v.size() || ms < 0 || ms > kMaxGroupWindowMs)
+            throw bad_option(what + " must be a number of milliseconds from 0 to " +
+                             std::to_string(kMaxGroupWindowMs) + ", not '" + util::excerpt(v) +
+                             "'");
+        return ms;
+    }
 
     static Options options_of(const ado::ConnectionString& cs) {
         thread_local std::vector<std::pair<std::string, Options>> recent;  // newest last
@@ -954,7 +1119,7 @@ class SqliteDriver final : public ado::driver::Driver {
 
     static Options parse_options(const ado::ConnectionString& cs) {
         cs.require_known({"provider", "data source", "synchronous", "busy timeout", "lock timeout",
-                          "pooling", "statement cache"});
+                          "pooling", "statement cache", "group window"});
         Options o;
         o.path = cs.get("data source");
         if (o.path.empty()) throw bad_option("the connection string names no Data Source");
@@ -976,6 +1141,8 @@ class SqliteDriver final : public ado::driver::Driver {
                 throw bad_option("Lock Timeout must be a number of seconds, not '" +
                                  util::excerpt(cs.get("lock timeout")) + "'");
         }
+        if (cs.has("group window"))
+            o.group_ms = parse_window(cs.get("group window"), "Group Window");
         o.pooling = parse_switch(cs, "pooling");
         o.cache = parse_switch(cs, "statement cache");
         o.key = o.path + '\x1f' + o.sync + '\x1f' + std::to_string(o.busy_ms);
@@ -997,6 +1164,10 @@ class SqliteDriver final : public ado::driver::Driver {
 
 std::size_t idle_handles() {
     return HandlePool::instance().idle_count();
+}
+
+void commit_write_groups() {
+    commit_all_groups();
 }
 
 std::shared_ptr<ado::driver::Driver> make_driver() {

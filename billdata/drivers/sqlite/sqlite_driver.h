@@ -7,8 +7,27 @@
 // Busy Timeout=<ms> (default kDefaultBusyTimeoutMs), Lock Timeout=<s> (read by the service
 // layer's lock retry), Pooling=True|False and Statement Cache=True|False (both default True; the
 // environment variables BILLDATA_POOLING=off and BILLDATA_STATEMENT_CACHE=off turn them off for
-// the whole process), and the data layer's Command Timeout=<s>. Any other keyword is refused,
-// naming it.
+// the whole process), Group Window=<ms> (default kDefaultGroupWindowMs, 0 turns grouping off;
+// the environment variable BILLDATA_GROUP_WINDOW=<ms> sets it for every connection of the
+// process whose string does not), and the
+// data layer's Command Timeout=<s>. Any other keyword is refused, naming it.
+//
+// Write groups: a statement that writes outside a transaction of the caller's opens a write
+// transaction (BEGIN IMMEDIATE) that the driver commits by itself; the connection's next
+// statements outside a transaction, reads included, run inside it. Statement texts and the
+// SQL log are what they are without it. The group is committed when it has been open for the
+// window (checked when the connection's next call arrives, and by a timer thread of the
+// process for a connection left idle, so that another process never waits longer than the
+// window for the lock), before the connection is closed or given back to the pool, before
+// BeginTrans, before a procedure added at run time, and before any other connection of the
+// process runs anything on the same file (so it sees the group's writes, and no connection of
+// the process waits for a lock that another one of the process holds: a connection that finds
+// the file locked also commits the idle groups of the process on it). A statement that fails
+// inside a group is undone alone, as in autocommit; where the engine gives up the whole
+// transaction (I/O error, full disk, no memory, interrupt), the error reaches the caller and
+// the group's earlier work is lost, as a power cut at that moment would lose it. With
+// Synchronous=Full the grouped work reaches the disk when the connection is let go, as
+// autocommit work does.
 //
 // Command timeout: a progress handler stops a step that outlives it (SQLITE_INTERRUPT, raised as
 // ado::driver::timeout_error). The engine then resets the statement; a write it stopped inside a
@@ -34,6 +53,8 @@
 namespace billdata::drivers::sqlite {
 
 inline constexpr int kDefaultBusyTimeoutMs = 5000;
+inline constexpr int kDefaultGroupWindowMs = 10;
+inline constexpr int kMaxGroupWindowMs = 1000;
 
 // The driver object that register_builtin_drivers() registers.
 std::shared_ptr<ado::driver::Driver> make_driver();
@@ -52,5 +73,9 @@ ado::ComError database_error(sqlite3* db, int rc);
 
 // Handles waiting in the pool, over all databases of this process (for tests and diagnostics).
 std::size_t idle_handles();
+
+// Commits every write group open in this process now: for code that reads a database file
+// without going through the driver.
+void commit_write_groups();
 
 }  // namespace billdata::drivers::sqlite

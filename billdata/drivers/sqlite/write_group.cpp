@@ -1,0 +1,185 @@
+#include "billdata/drivers/sqlite/write_group.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <thread>
+#include <vector>
+
+namespace billdata::drivers::sqlite {
+
+namespace {
+
+// The open groups of the process. A timer thread, started with the first group, commits a
+// group whose owner has left it idle past its deadline: a process that writes nothing more must
+// not keep other processes from the file longer than the window.
+struct Registry {
+    std::mutex mutex;
+    std::condition_variable changed;
+    struct Entry {
+        std::shared_ptr<WriteGroup> group;
+        GroupClock::time_point deadline;
+    };
+    std::vector<Entry> open;
+    std::atomic<std::size_t> count{0};
+    bool timer_started = false;
+};
+
+Registry& registry() {
+    // Never destroyed: the timer thread may still wait on it while the process exits.
+    static Registry* r = new Registry;
+    return *r;
+}
+
+void forget(Registry& r, const WriteGroup& g) {
+    std::lock_guard lock(r.mutex);
+    auto it = std::find_if(r.open.begin(), r.open.end(),
+                           [&](const Registry::Entry& e) { return e.group.get() == &g; });
+    if (it == r.open.end()) return;
+    r.open.erase(it);
+    r.count.store(r.open.size(), std::memory_order_relaxed);
+}
+
+// Commits a group from outside its session (the caller holds its `use`).
+void commit_from_outside(WriteGroup& g) {
+    if (!g.open) return;
+    const int rc = commit_group(g);
+    if (rc != SQLITE_OK && g.failed == SQLITE_OK) g.failed = rc;
+}
+
+void run_timer() {
+    Registry& r = registry();
+    std::unique_lock lock(r.mutex);
+    for (;;) {
+        if (r.open.empty()) {
+            r.changed.wait(lock);
+            continue;
+        }
+        auto first = std::min_element(r.open.begin(), r.open.end(),
+                                      [](const Registry::Entry& a, const Registry::Entry& b) {
+                                          return a.deadline < b.deadline;
+                                      });
+        const auto now = GroupClock::now();
+        if (now < first->deadline) {
+            r.changed.wait_until(lock, first->deadline);
+            continue;
+        }
+        std::shared_ptr<WriteGroup> g = first->group;
+        lock.unlock();
+        bool done = false;
+        {
+            // A handle running a statement now is not waited for: it checks its deadline itself
+            // at its next call, and the timer tries again a moment later.
+            std::unique_lock use(g->use, std::try_to_lock);
+            if (use.owns_lock()) {
+                if (g->open && GroupClock::now() >= g->deadline) commit_from_outside(*g);
+                done = true;
+            }
+        }
+        lock.lock();
+        if (!done) r.changed.wait_for(lock, std::chrono::milliseconds(1));
+    }
+}
+
+// The other handles' open groups on the same file.
+std::vector<std::shared_ptr<WriteGroup>> others_on_file(const WriteGroup& self) {
+    Registry& r = registry();
+    std::vector<std::shared_ptr<WriteGroup>> out;
+    std::lock_guard lock(r.mutex);
+    for (const Registry::Entry& e : r.open)
+        if (e.group.get() != &self && e.group->dev == self.dev && e.group->ino == self.ino)
+            out.push_back(e.group);
+    return out;
+}
+
+}  // namespace
+
+int open_group(WriteGroup& g, std::chrono::milliseconds window) {
+    const int rc = sqlite3_exec(g.db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    if (rc != SQLITE_OK) return rc;
+    g.open = true;
+    g.deadline = GroupClock::now() + window;
+    Registry& r = registry();
+    {
+        std::lock_guard lock(r.mutex);
+        r.open.push_back({g.shared_from_this(), g.deadline});
+        r.count.store(r.open.size(), std::memory_order_relaxed);
+        if (!r.timer_started) {
+            r.timer_started = true;
+            std::thread(run_timer).detach();
+        }
+    }
+    r.changed.notify_one();
+    return SQLITE_OK;
+}
+
+int commit_group(WriteGroup& g) {
+    if (!g.open) return SQLITE_OK;
+    g.open = false;
+    forget(registry(), g);
+    int rc = sqlite3_exec(g.db, "COMMIT", nullptr, nullptr, nullptr);
+    if (rc != SQLITE_OK && !sqlite3_get_autocommit(g.db))
+        sqlite3_exec(g.db, "ROLLBACK", nullptr, nullptr, nullptr);
+    return rc;
+}
+
+void drop_group(WriteGroup& g) {
+    if (!g.open) return;
+    g.open = false;
+    forget(registry(), g);
+}
+
+void settle_file(const WriteGroup& self) {
+    if (registry().count.load(std::memory_order_relaxed) == 0) return;
+    for (const auto& g : others_on_file(self)) {
+        std::lock_guard use(g->use);
+        commit_from_outside(*g);
+    }
+}
+
+int wait_for_lock(void* arg, int count) {
+    WriteGroup& self = *static_cast<WriteGroup*>(arg);
+    const auto now = GroupClock::now();
+    if (count == 0) self.busy_since = now;
+    // A group of an idle handle of this process holds the lock: commit it and try again at once.
+    // A handle that is running something is left alone (it may be this very thread's).
+    bool freed = false;
+    if (registry().count.load(std::memory_order_relaxed) != 0) {
+        for (const auto& g : others_on_file(self)) {
+            std::unique_lock use(g->use, std::try_to_lock);
+            if (use.owns_lock() && g->open) {
+                commit_from_outside(*g);
+                freed = true;
+            }
+        }
+    }
+    if (freed) return 1;
+    const auto waited =
+        std::chrono::duration_cast<std::chrono::milliseconds>(now - self.busy_since).count();
+    if (waited >= self.busy_ms) return 0;
+    // Short sleeps first: the holder is most often a group of another process, which lets go
+    // within its window.
+    static constexpr int kSteps[] = {1, 1, 2, 2, 5, 5, 10};
+    const int step =
+        kSteps[std::min<std::size_t>(static_cast<std::size_t>(count), std::size(kSteps) - 1)];
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(std::min<long long>(step, self.busy_ms - waited)));
+    return 1;
+}
+
+void commit_all_groups() {
+    Registry& r = registry();
+    if (r.count.load(std::memory_order_relaxed) == 0) return;
+    std::vector<std::shared_ptr<WriteGroup>> all;
+    {
+        std::lock_guard lock(r.mutex);
+        for (const Registry::Entry& e : r.open)
+            all.push_back(e.group);
+    }
+    for (const auto& g : all) {
+        std::lock_guard use(g->use);
+        commit_from_outside(*g);
+    }
+}
+
+}  // namespace billdata::drivers::sqlite

@@ -1,0 +1,60 @@
+#pragma once
+// Write groups: statements that a connection runs outside a transaction of its caller, gathered
+// under one write transaction that the driver opens and commits by itself (see sqlite_driver.h
+// for the rules). One WriteGroup belongs to each physical handle; the process keeps a registry
+// of the open ones, so that another connection of the same file, a busy wait or the timer can
+// commit a group whose owner is idle.
+
+#include <sqlite3.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+
+namespace billdata::drivers::sqlite {
+
+using GroupClock = std::chrono::steady_clock;
+
+struct WriteGroup : std::enable_shared_from_this<WriteGroup> {
+    // Held while the handle runs anything (a statement, a step of a cursor, a procedure, a
+    // transaction command), and by whoever commits the group from outside its session.
+    std::recursive_mutex use;
+    sqlite3* db = nullptr;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    int busy_ms = 0;  // how long a statement of this handle waits for a lock
+    GroupClock::time_point busy_since;
+
+    // Guarded by `use`.
+    bool open = false;
+    GroupClock::time_point deadline;
+    // A commit made from outside the session failed (its work is lost, as on a power cut): the
+    // session raises it at its next call, so that the caller hears of it.
+    int failed = SQLITE_OK;
+};
+
+// Opens a group on the handle (the caller holds `use`; no transaction is open): BEGIN IMMEDIATE,
+// to be committed `window` from now at the latest. Returns the engine's result.
+int open_group(WriteGroup& g, std::chrono::milliseconds window);
+
+// Commits the handle's group if one is open (the caller holds `use`). Returns the engine's
+// result; when the commit fails, the group's work is rolled back.
+int commit_group(WriteGroup& g);
+
+// The engine ended the group's transaction itself (an I/O error, a full disk, an interrupt):
+// it is no longer open (the caller holds `use`).
+void drop_group(WriteGroup& g);
+
+// Commits the groups of the other handles of this process on the same file as `self`, waiting
+// for a handle that is running something now. The caller holds no group's `use`.
+void settle_file(const WriteGroup& self);
+
+// The busy handler of every handle (argument: its WriteGroup): commits the groups of idle
+// handles of this process on the same file, then waits as the busy timeout says.
+int wait_for_lock(void* group, int count);
+
+// Commits every group open in this process.
+void commit_all_groups();
+
+}  // namespace billdata::drivers::sqlite
