@@ -81,6 +81,11 @@ ComError timeout_error(int native_code, bool transaction_open);
 // operations' record sets): err::kDatabase, the same text on every engine.
 ComError read_only_refusal();
 
+// A statement the translator refuses: err::kDatabase with the translator's words. A refusal the
+// server would raise too (a column neither grouped nor aggregated) carries the server's error
+// number as its native code, as the same statement on the server would.
+ComError translation_refusal(const char* what, int server_number, bool in_transaction);
+
 // One argument of a stored-procedure call. `direction` uses the ADO values (1 in, 2 out,
 // 3 in/out, 4 return value); output values are written back into `value`.
 struct ProcArg {

@@ -68,4 +68,10 @@ ComError read_only_refusal() {
                     "this record set is read-only: a statement that writes is not run here");
 }
 
+ComError translation_refusal(const char* what, int server_number, bool in_transaction) {
+    ComError error(err::kDatabase, what);
+    if (server_number) error.classify(ErrorClass::Other, server_number, {}, in_transaction);
+    return error;
+}
+
 }  // namespace billdata::ado::driver

@@ -1,5 +1,7 @@
 #include "billdata/dialect/catalog.h"
 
+#include <cstdlib>
+
 #include "billdata/dialect/text_util.h"
 
 namespace billdata::dialect {
@@ -160,6 +162,16 @@ bool Catalog::add_copied_column(const CopiedColumn& copy) {
     if (!column || !from_column || !key || !column_name(*from, copy.key)) return false;
     copies_.push_back({to->name, *column, from->name, *from_column, *key});
     return true;
+}
+
+void add_declared_type_row(Catalog& catalog, const std::vector<std::string>& row) {
+    if (row.size() < 6) return;
+    auto number = [](const std::string& text) {
+        return text.empty() ? 0 : std::atoi(text.c_str());
+    };
+    const SqlType type =
+        type_from_declaration(row[2], number(row[3]), number(row[4]), number(row[5]));
+    if (type.base != SqlBase::Unknown) catalog.set_declared_type(row[0], row[1], type);
 }
 
 }  // namespace billdata::dialect

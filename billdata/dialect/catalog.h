@@ -87,4 +87,15 @@ class Catalog {
     std::vector<CopiedColumn> copies_;
 };
 
+// A database keeps its columns' declared server types in the table t_SchemaColumns, written from
+// the SQL Server script when the database is made. kDeclaredTypesQuery reads them, and each row
+// of it goes into the catalogue through add_declared_type_row (a NULL read as an empty text). A
+// database made before that table existed has none: its columns are then typed by what the
+// engines need alone, and no exactness is claimed for them.
+inline constexpr std::string_view kDeclaredTypesTable = "t_SchemaColumns";
+inline constexpr const char* kDeclaredTypesQuery =
+    "SELECT TABLE_NAME, COLUMN_NAME, DATA_TYPE, CHARACTER_MAXIMUM_LENGTH, NUMERIC_PRECISION, "
+    "NUMERIC_SCALE FROM t_SchemaColumns";
+void add_declared_type_row(Catalog& catalog, const std::vector<std::string>& row);
+
 }  // namespace billdata::dialect

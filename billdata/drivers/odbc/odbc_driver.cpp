@@ -846,7 +846,7 @@ PreparedPtr OdbcSession::make_prepared(std::string_view tsql, const dialect::Sha
             parameters = tr.parameters;
         }
     } catch (const dialect::DialectError& e) {
-        throw ComError(err::kDatabase, e.what());
+        throw ado::driver::translation_refusal(e.what(), e.server_number(), tx_);
     }
     entry->binding = ShapeBinding::of(tsql, shape, parameters);
     return entry;
@@ -912,7 +912,7 @@ std::unique_ptr<ado::driver::Cursor> OdbcSession::run_once(std::string_view tsql
         try {
             shape = dialect::statement_shape(tsql);
         } catch (const dialect::DialectError& e) {
-            throw ComError(err::kDatabase, e.what());
+            throw ado::driver::translation_refusal(e.what(), e.server_number(), tx_);
         }
         PreparedPtr entry = lookup(tsql, shape);
         if (!entry) {
@@ -966,7 +966,7 @@ std::unique_ptr<ado::driver::Cursor> OdbcSession::run_once(std::string_view tsql
             }
         }
     } catch (const dialect::DialectError& e) {
-        throw ComError(err::kDatabase, e.what());
+        throw ado::driver::translation_refusal(e.what(), e.server_number(), tx_);
     }
     auto owned = std::make_unique<Statement>(h_->dbc);
     SQLHSTMT stmt = owned->stmt;

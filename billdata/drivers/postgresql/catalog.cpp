@@ -94,6 +94,9 @@ dialect::Catalog read_catalog(const Query& run, const dialect::Catalog* spelling
         for (const auto& row : query("SELECT FTable, FColumn, FFromTable, FFromColumn, FKey "
                                      "FROM t_KeptCopies"))
             catalog.add_copied_column({row[0], row[1], row[2], row[3], row[4]});
+    if (catalog.has_table(dialect::kDeclaredTypesTable))
+        for (const auto& row : query(dialect::kDeclaredTypesQuery))
+            dialect::add_declared_type_row(catalog, row);
     return catalog;
 }
 

@@ -719,11 +719,7 @@ dialect::Translation PgSession::translate(std::string_view tsql, bool parameteri
         options.parameterise = parameterise;
         return dialect::translate_postgresql(tsql, *h_->catalog, options);
     } catch (const dialect::DialectError& e) {
-        ComError error(err::kDatabase, e.what());
-        // A statement the server refuses too carries the server's number as its native code.
-        if (e.server_number())
-            error.classify(ado::ErrorClass::Other, e.server_number(), {}, in_transaction());
-        throw error;
+        throw ado::driver::translation_refusal(e.what(), e.server_number(), in_transaction());
     }
 }
 

@@ -101,6 +101,17 @@ dialect::Catalog read_catalog(sqlite3* db) {
         }
         if (rc != SQLITE_DONE) fail(db);
     }
+    if (catalog.has_table(dialect::kDeclaredTypesTable)) {
+        Statement types(db, dialect::kDeclaredTypesQuery);
+        int rc;
+        std::vector<std::string> row(6);
+        while ((rc = sqlite3_step(types.get())) == SQLITE_ROW) {
+            for (int i = 0; i < 6; ++i)
+                row[static_cast<std::size_t>(i)] = column_text(types.get(), i);
+            dialect::add_declared_type_row(catalog, row);
+        }
+        if (rc != SQLITE_DONE) fail(db);
+    }
     return catalog;
 }
 
