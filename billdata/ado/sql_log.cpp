@@ -1,5 +1,6 @@
 #include "billdata/ado/sql_log.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +16,8 @@ struct LogFile {
     std::mutex mutex;
     std::string path;  // the file the variable named at the last statement
     std::FILE* file = nullptr;
-    bool warned = false;  // the trouble with this file has been told
+    bool warned = false;            // the trouble with this file has been told
+    std::atomic<bool> open{false};  // a path is set: read without the mutex
 
     ~LogFile() {
         if (file) std::fclose(file);
@@ -25,6 +27,7 @@ struct LogFile {
         file = nullptr;
         path.clear();
         warned = false;
+        open.store(false, std::memory_order_release);
     }
     // Once per file: a support engineer who turned the log on must learn that it stays empty,
     // but the till goes on selling.
@@ -47,6 +50,8 @@ LogFile& log_file() {
 void write(std::string_view statement) {
     const char* target = std::getenv("BILLDATA_SQL_LOG");
     LogFile& log = log_file();
+    // Logging is off nearly always: then no lock is taken unless a log is still to be closed.
+    if ((!target || !*target) && !log.open.load(std::memory_order_acquire)) return;
     std::lock_guard lock(log.mutex);
     if (!target || !*target) {
         if (!log.path.empty()) log.close();
@@ -55,6 +60,7 @@ void write(std::string_view statement) {
     if (log.path != target) {
         log.close();
         log.path = target;
+        log.open.store(true, std::memory_order_release);
         log.file = std::fopen(target, "a");
         if (!log.file) log.warn("open", errno);
     }
