@@ -113,12 +113,16 @@ int main() {
         bench::Scratch scratch("billdata-bench-cli");
         const std::string demo = scratch.path("demo.db");
         schema::create_database(demo, true, 2025, 3);
+        // A database never used before: a pooled handle or a write-ahead log left by an earlier
+        // run must never meet a database copied over the old one.
         auto fresh_copy = [&](const std::string& name) {
             const std::string path = scratch.path(name);
-            std::filesystem::copy_file(demo, path,
-                                       std::filesystem::copy_options::overwrite_existing);
+            for (const char* suffix : {"", "-wal", "-shm"})
+                std::filesystem::remove(path + suffix);
+            std::filesystem::copy_file(demo, path);
             return path;
         };
+        int runs_so_far = 0;
 
         // Sales through `billdata batch` against the same sales through the library.
         {
@@ -151,7 +155,9 @@ int main() {
                                                  " lines, " + std::to_string(errors) + " errors");
                 },
                 [&] {
-                    const std::string path = fresh_copy("library.db");
+                    // In this process the pool keeps the last run's handles: a new name.
+                    const std::string path =
+                        fresh_copy("library-" + std::to_string(++runs_so_far) + ".db");
                     common::session() = common::SessionContext{};
                     PosData().Init("Provider=SQLite;Data Source=" + path, 2025, 3);
                     bench::SaleInput sale;

@@ -326,8 +326,18 @@ int main() {
         const std::string all_sql = translated(all);
         const long all_rows = raw.rows(all_sql);
         long peak = 0;
-        double t_ours = measure(3, [&] { read_all(all, &peak); });
-        double t_plain = measure(3, [&] { raw.rows(all_sql); });
+        // Seconds a run: the two take turns too, so that both see the same state of the machine.
+        std::vector<double> t_all_ours, t_all_raw;
+        for (int round = 0; round < 3; ++round) {
+            auto t0 = Clock::now();
+            read_all(all, &peak);
+            t_all_ours.push_back(seconds_since(t0));
+            t0 = Clock::now();
+            raw.rows(all_sql);
+            t_all_raw.push_back(seconds_since(t0));
+        }
+        const double t_ours = median(t_all_ours);
+        const double t_plain = median(t_all_raw);
         report("whole-kind POS list (" + std::to_string(all_rows) +
                    " rows) streamed through a record set vs the raw engine",
                all_rows / t_ours, all_rows / t_plain, "rows/s", true, 0.9, "≥ 0.90");
