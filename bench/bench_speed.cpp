@@ -295,8 +295,30 @@ int main() {
         };
         const std::string week_sql = translated(week);
         const long week_rows = raw.rows(week_sql);
-        double ours = measure(5, [&] { read_all(week, nullptr); }) * 1e3;
-        double plain = measure(5, [&] { raw.rows(week_sql); }) * 1e3;
+        // About 25 ms each: on a machine that other work shares, the two take turns, each
+        // going first in every other round, and the medians of many rounds are compared.
+        std::vector<double> t_week_ours, t_week_raw;
+        for (int round = 0; round < 31; ++round) {
+            auto ours_once = [&] {
+                const auto t0 = Clock::now();
+                read_all(week, nullptr);
+                t_week_ours.push_back(seconds_since(t0));
+            };
+            auto raw_once = [&] {
+                const auto t0 = Clock::now();
+                raw.rows(week_sql);
+                t_week_raw.push_back(seconds_since(t0));
+            };
+            if (round % 2) {
+                ours_once();
+                raw_once();
+            } else {
+                raw_once();
+                ours_once();
+            }
+        }
+        const double ours = median(t_week_ours) * 1e3;
+        const double plain = median(t_week_raw) * 1e3;
         report("7-day POS list (" + std::to_string(week_rows) +
                    " rows) through a record set vs the translated text on the raw engine",
                ours, plain, "ms", false, 1 / 1.2, "≥ 0.83 (within 1.2× raw)");
@@ -304,8 +326,18 @@ int main() {
         const std::string all_sql = translated(all);
         const long all_rows = raw.rows(all_sql);
         long peak = 0;
-        double t_ours = measure(3, [&] { read_all(all, &peak); });
-        double t_plain = measure(3, [&] { raw.rows(all_sql); });
+        // Seconds a run: the two take turns too, so that both see the same state of the machine.
+        std::vector<double> t_all_ours, t_all_raw;
+        for (int round = 0; round < 3; ++round) {
+            auto t0 = Clock::now();
+            read_all(all, &peak);
+            t_all_ours.push_back(seconds_since(t0));
+            t0 = Clock::now();
+            raw.rows(all_sql);
+            t_all_raw.push_back(seconds_since(t0));
+        }
+        const double t_ours = median(t_all_ours);
+        const double t_plain = median(t_all_raw);
         report("whole-kind POS list (" + std::to_string(all_rows) +
                    " rows) streamed through a record set vs the raw engine",
                all_rows / t_ours, all_rows / t_plain, "rows/s", true, 0.9, "≥ 0.90");

@@ -9,7 +9,7 @@ bash scripts/build.sh build-bench -DCMAKE_BUILD_TYPE=Release -DBILLDATA_BUILD_TE
   -DBILLDATA_BUILD_BENCH=ON >&2
 rows=$(mktemp)
 trap 'rm -f "$rows"' EXIT
-for b in bench_translate bench_speed bench_pos_save bench_cacusptjd; do
+for b in bench_translate bench_speed bench_pos_save bench_cli bench_cacusptjd; do
   echo "== $b" >&2
   "build-bench/bench/$b" | tee -a "$rows" >&2
 done

@@ -196,7 +196,17 @@ std::shared_ptr<driver::Session> Connection::session() const {
 }
 
 std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* records_affected,
-                                               long /*options*/) {
+                                               long options) {
+    if (options != adOptionUnspecified && (options & adExecuteNoRecords)) {
+        auto s = session();
+        sql_log::write(sql);
+        long affected = -1;
+        driver::ExecOptions exec;
+        exec.timeout_seconds = command_timeout_;
+        s->execute(sql, exec, &affected);  // a cursor, if any, is let go unread
+        if (records_affected) *records_affected = affected;
+        return nullptr;
+    }
     return execute(sql, records_affected, command_timeout_);
 }
 

@@ -40,7 +40,7 @@ enum LockTypeEnum {
     adLockBatchOptimistic = 4
 };
 enum CommandTypeEnum { adCmdUnspecified = -1, adCmdText = 1, adCmdTable = 2, adCmdStoredProc = 4 };
-enum ExecuteOptionEnum { adOptionUnspecified = -1 };
+enum ExecuteOptionEnum { adOptionUnspecified = -1, adExecuteNoRecords = 0x80 };
 enum DataTypeEnum {
     adEmpty = 0,
     adSmallInt = 2,
@@ -91,6 +91,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // Runs one statement. For a query the result is a forward-only, read-only record set over a
     // live cursor; otherwise a closed record set. `records_affected` gets the rows changed.
+    // With `options` adExecuteNoRecords nothing is returned (nullptr) and rows are not read.
     std::shared_ptr<Recordset> Execute(std::string_view sql, long* records_affected = nullptr,
                                        long options = adOptionUnspecified);
 

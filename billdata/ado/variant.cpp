@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "billdata/ado/com_error.h"
@@ -238,6 +239,9 @@ std::string Variant::format_double(double v) {
     if (!std::isfinite(v)) throw ComError::platform(err::kOverflow);
     if (v == 0) return "0";
     if (std::fabs(v) < 1e15) {
+        // Whole amounts and quantities are most of what a bill writes: their digits directly.
+        const auto whole = static_cast<std::int64_t>(v);
+        if (static_cast<double>(whole) == v) return std::to_string(whole);
         std::string s = fixed_text(std::fabs(v));
         return v < 0 ? "-" + s : s;
     }

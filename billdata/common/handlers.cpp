@@ -55,10 +55,26 @@ void sleep_backoff(int attempt) {
     std::this_thread::sleep_for(std::chrono::milliseconds(std::min(ms, 250)));
 }
 
+namespace {
+
+// Every operation makes an executor with the session's connection string: parsed once per
+// thread while the string stays the same.
+std::chrono::milliseconds lock_timeout_cached(const std::string& connection_string) {
+    thread_local std::string last_string;
+    thread_local std::chrono::milliseconds last_timeout{-1};
+    if (last_timeout.count() < 0 || last_string != connection_string) {
+        last_timeout = lock_timeout_of(connection_string);
+        last_string = connection_string;
+    }
+    return last_timeout;
+}
+
+}  // namespace
+
 Executor::Executor(std::shared_ptr<ado::Connection> connection, Handler handler)
     : connection_(std::move(connection)),
       handler_(handler),
-      lock_timeout_(lock_timeout_of(connection_->ConnectionString())) {}
+      lock_timeout_(lock_timeout_cached(connection_->ConnectionString())) {}
 
 template <class Fn>
 auto Executor::run(Fn&& fn) -> decltype(fn()) {
@@ -84,7 +100,7 @@ auto Executor::run(Fn&& fn) -> decltype(fn()) {
 long Executor::execute(const std::function<std::string()>& build) {
     return run([&] {
         long affected = 0;
-        connection_->Execute(build(), &affected);
+        connection_->Execute(build(), &affected, ado::adExecuteNoRecords);
         return affected;
     });
 }
@@ -92,7 +108,7 @@ long Executor::execute(const std::function<std::string()>& build) {
 long Executor::execute(std::string_view sql) {
     return run([&] {
         long affected = 0;
-        connection_->Execute(sql, &affected);
+        connection_->Execute(sql, &affected, ado::adExecuteNoRecords);
         return affected;
     });
 }

@@ -109,6 +109,7 @@ Shape statement_shape(std::string_view tsql) {
     const std::size_t n = tsql.size();
     Shape shape;
     shape.key.reserve(n + 16);
+    shape.literals.reserve(32);  // a bill line's insert has about twenty
     std::size_t copied = 0;
     auto fail = [](const char* what, std::size_t pos) {
         throw DialectError(std::string(what) + " at position " + std::to_string(pos), pos, what);

@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 #include "billdata/billcore/bill_kinds.h"
 #include "billdata/billcore/costing.h"
@@ -54,6 +56,24 @@ std::string format_two_decimals(double v) {
     return out;
 }
 
+// The caller's fields by name, each looked up once however many rows are read. The names are
+// this file's literals, so their addresses tell them apart.
+class FieldsByName {
+  public:
+    explicit FieldsByName(ado::Recordset& rs) : rs_(rs) {}
+    const Variant& operator()(const char* name) {
+        for (const auto& [seen, field] : seen_)
+            if (seen == name) return field->Value();
+        ado::Field& field = rs_.Fields(name);
+        seen_.emplace_back(name, &field);
+        return field.Value();
+    }
+
+  private:
+    ado::Recordset& rs_;
+    std::vector<std::pair<const char*, ado::Field*>> seen_;
+};
+
 }  // namespace
 
 std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDate,
@@ -87,9 +107,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
 
         std::int32_t inter_id = 0;
         auto id = [&] { return std::to_string(inter_id); };
-        // The one size/colour row of a sold or pre-sent line, from the current row of `rs`.
-        auto size_row = [&](ado::Recordset& rs, const std::string& key) {
-            auto v = [&](const char* name) -> const Variant& { return rs.Fields(name).Value(); };
+        // The one size/colour row of a sold or pre-sent line, from the current row behind `v`.
+        auto size_row = [&](FieldsByName& v, const std::string& key) {
             ex.execute([&] {
                 return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
                        id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
@@ -120,10 +139,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 qty_total = Variant(static_cast<double>(qty_total) + qty).to_int16();
             };
 
-            while (!lines.Eof()) {
-                auto v = [&](const char* name) -> const Variant& {
-                    return lines.Fields(name).Value();
-                };
+            for (FieldsByName v(lines); !lines.Eof(); lines.MoveNext()) {
                 const double qty = v("FQty").to_double();
                 const double amount = v("FAmount").to_double();
                 const double retail_amount = v("FRetailAmount").to_double();
@@ -154,19 +170,15 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 discount_total += retail_amount - amount;
                 amount_total += amount;
                 add_qty(qty);
-                size_row(lines, key);
+                size_row(v, key);
                 ++line;
-                lines.MoveNext();
             }
 
             // Goods handed over in advance continue the line numbering; they carry no entry id, no
             // price and no amount, only their retail value and cost.
             if (rsPreSendItem) {
                 ado::Recordset& items = *rsPreSendItem;
-                while (!items.Eof()) {
-                    auto v = [&](const char* name) -> const Variant& {
-                        return items.Fields(name).Value();
-                    };
+                for (FieldsByName v(items); !items.Eof(); items.MoveNext()) {
                     const double qty = v("FQty").to_double();
                     const double retail_price = v("FRetailPrice").to_double();
                     const double unit_cost = v("FUnitCost").to_double();
@@ -182,9 +194,8 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                     cost_total += unit_cost * qty;
                     retail_total += retail_price * qty;
                     add_qty(qty);
-                    size_row(items, key);
+                    size_row(v, key);
                     ++line;
-                    items.MoveNext();
                 }
             }
 
@@ -233,8 +244,16 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 // A provisional card becomes a full card once its purchases reach the threshold.
                 ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
                            " and FSumBuyAmount>=" + sql_number(AmountBogusToVip));
-                // The cashier's name as the user table holds it, quotes and all.
-                const std::string biller = common::sql_text(GetUserName(BillerID));
+                // The cashier's name as the user table holds it, quotes and all: the statement
+                // GetUserName runs, read here on the sale's own connection (the sale writes no
+                // user row) rather than on a second one opened for it.
+                std::string biller;
+                {
+                    auto rs = ex.query("select FUserName from t_User where FUserID=" +
+                                       std::to_string(BillerID));
+                    biller = common::sql_text(rs->Fields("FUserName").Value().to_string());
+                    rs->Close();
+                }
                 ex.execute([&] {
                     return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
                            id() + "," + vip + ",'" + date + "'," + sql_number(sum_jf) + ",'" +

@@ -71,10 +71,9 @@ std::shared_ptr<ado::Recordset> recordset_from_json(const json& j, const std::st
                                std::to_string(fields->size()) + " values");
             }
             rs->AddNew();
-            for (std::size_t i = 0; i < row.size(); ++i) {
-                rs->Fields(i).SetValue(
-                    scalar_from_json(row[i], what + ", row " + std::to_string(r)));
-            }
+            const std::string row_what = what + ", row " + std::to_string(r);
+            for (std::size_t i = 0; i < row.size(); ++i)
+                rs->Fields(i).SetValue(scalar_from_json(row[i], row_what));
             rs->Update();
             ++r;
         }
@@ -201,16 +200,18 @@ std::string to_json(const Value& value) {
 }
 
 CallOutcome call_json(Object& object, std::string_view method, std::string_view args_json) {
+    if (args_json.find_first_not_of(" \t\r\n") == std::string_view::npos)
+        return call_json_value(object, method, json::object());
+    check_json_text(args_json, "the arguments");
+    const json args = json::parse(args_json, nullptr, false);
+    if (args.is_discarded()) throw bad_json("the arguments are not valid JSON");
+    return call_json_value(object, method, args);
+}
+
+CallOutcome call_json_value(Object& object, std::string_view method, const json& args) {
+    if (!args.is_object())
+        throw bad_json("the arguments must be a JSON object keyed by parameter names");
     std::vector<NamedArg> named;
-    json args = json::object();
-    if (args_json.find_first_not_of(" \t\r\n") != std::string_view::npos) {
-        check_json_text(args_json, "the arguments");
-        args = json::parse(args_json, nullptr, false);
-        if (args.is_discarded()) throw bad_json("the arguments are not valid JSON");
-        if (!args.is_object()) {
-            throw bad_json("the arguments must be a JSON object keyed by parameter names");
-        }
-    }
     const std::string where = object.info().name() + "." + util::excerpt(method);
     for (auto it = args.begin(); it != args.end(); ++it)
         named.push_back(

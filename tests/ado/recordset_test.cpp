@@ -223,8 +223,12 @@ TEST_F(RecordsetTest, TransactionsCommitAndRollBack) {
     long affected = 0;
     cn_->Execute("insert into T(FID, FName) values(11, 'belt')", &affected);
     EXPECT_EQ(affected, 1);
+    // Asked for no records, a write still runs and counts its rows, and returns nothing.
+    EXPECT_EQ(cn_->Execute("update T set FName='hat' where FID>=10", &affected, adExecuteNoRecords),
+              nullptr);
+    EXPECT_EQ(affected, 1);
     cn_->CommitTrans();
-    EXPECT_EQ(scalar(path_, "select FName from T where FID=11"), "belt");
+    EXPECT_EQ(scalar(path_, "select FName from T where FID=11"), "hat");
 
     // Closing with a transaction open rolls it back.
     cn_->BeginTrans();

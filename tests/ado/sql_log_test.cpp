@@ -55,6 +55,7 @@ TEST(SqlLog, EveryIssuedStatementIsAppendedAsGiven) {
         cmd->CommandText = "delete from T where FID=3";
         cmd->CommandType = adCmdText;
         cmd->Execute();
+        cn->Execute("update T set FName='cap' where FID=2", nullptr, adExecuteNoRecords);
         try {
             cn->Execute("select FNoSuchColumn from T");
         } catch (const ComError&) {
@@ -65,9 +66,12 @@ TEST(SqlLog, EveryIssuedStatementIsAppendedAsGiven) {
     cn->Open(billdata::testing::sqlite_connection(db));
     cn->Execute("update T set FQty=2 where FID=1");  // logging is off again
 
-    const std::vector<std::string> expected = {
-        "update T  set FQty=1\\nwhere FID=1", "select FName from T where FName='coat'",
-        "sp_TestNothing", "delete from T where FID=3", "select FNoSuchColumn from T"};
+    const std::vector<std::string> expected = {"update T  set FQty=1\\nwhere FID=1",
+                                               "select FName from T where FName='coat'",
+                                               "sp_TestNothing",
+                                               "delete from T where FID=3",
+                                               "update T set FName='cap' where FID=2",
+                                               "select FNoSuchColumn from T"};
     EXPECT_EQ(lines_of(log), expected);
 }
 

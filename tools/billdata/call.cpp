@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -63,6 +64,12 @@ CallOutcome call(const std::string& target, const std::string& args_json) {
     std::string method;
     auto object = object_for(target, method);
     return server::call_json(*object, method, args_json);
+}
+
+CallOutcome call(const std::string& target, const nlohmann::json& args) {
+    std::string method;
+    auto object = object_for(target, method);
+    return server::call_json_value(*object, method, args);
 }
 
 // A value shown to a person: record sets as tables (or CSV), scalars as the platform's text.
@@ -139,9 +146,10 @@ std::string run_line(const std::string& line, bool& failed) {
         auto target = request.find("call");
         if (target == request.end() || !target->is_string())
             throw bad_request("a batch line needs \"call\": \"Class.Method\"");
+        // The arguments as parsed with the line (which passed the text checks as a whole).
         auto args = request.find("args");
-        std::string args_json = args == request.end() ? std::string() : args->dump();
-        return server::outcome_json(call(target->get<std::string>(), args_json));
+        return server::outcome_json(call(target->get<std::string>(),
+                                         args == request.end() ? nlohmann::json::object() : *args));
     } catch (const ComError& e) {
         failed = true;
         return server::error_json(e);
@@ -176,14 +184,50 @@ class Progress {
     bool shown_ = false;
 };
 
+// Lines of standard input, read in large blocks: a line is handed out as soon as it is whole,
+// so a front end that writes a line and waits for its answer is answered at once.
+class LineReader {
+  public:
+    bool next(std::string& line) {
+        for (;;) {
+            const auto end = buffer_.find('\n', start_);
+            if (end != std::string::npos) {
+                line.assign(buffer_, start_, end - start_);
+                start_ = end + 1;
+                return true;
+            }
+            buffer_.erase(0, start_);
+            start_ = 0;
+            if (eof_) {
+                if (buffer_.empty()) return false;
+                line.swap(buffer_);
+                buffer_.clear();
+                return true;
+            }
+            char block[1 << 16];
+            const ssize_t n = ::read(STDIN_FILENO, block, sizeof block);
+            if (n > 0)
+                buffer_.append(block, static_cast<std::size_t>(n));
+            else if (n == 0 || errno != EINTR)
+                eof_ = true;  // a read error ends the input as its end does
+        }
+    }
+
+  private:
+    std::string buffer_;
+    std::size_t start_ = 0;
+    bool eof_ = false;
+};
+
 }  // namespace
 
 int run_batch(const std::string& db) {
     if (!db.empty()) init_session_from(database_from(db), 0, 0);
     long calls = 0, failures = 0;
     Progress progress;
+    LineReader input;
     std::string line;
-    while (std::getline(std::cin, line)) {
+    while (input.next(line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.find_first_not_of(" \t") == std::string::npos) continue;
         bool failed = false;

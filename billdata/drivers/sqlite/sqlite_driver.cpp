@@ -810,12 +810,27 @@ CachedPtr SqliteSession::lookup(std::string_view tsql, const dialect::Shape& sha
 
 bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
                          const dialect::Shape& shape) {
+    // A statement without rows runs to its end before execute returns, while the caller's text
+    // is alive: its strings are bound straight from the text, uncopied, when they hold no
+    // doubled quote. A cursor outlives the text, so its strings are copied.
+    const bool runs_now = entry.columns.empty();
     dialect::LiteralValue v;
     for (std::size_t k = 0; k < entry.binding.bound.size(); ++k) {
         const dialect::Literal& l = shape.literals[entry.binding.bound[k]];
-        if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
         const int index = static_cast<int>(k + 1);
         int rc = SQLITE_OK;
+        if (l.kind != dialect::Literal::Kind::Number) {
+            std::string_view body = tsql.substr(l.offset, l.length);
+            if (l.kind == dialect::Literal::Kind::NString) body.remove_prefix(1);
+            body = body.substr(1, body.size() - 2);  // the shape scan found both quotes
+            if (body.find('\'') == std::string_view::npos) {
+                rc = sqlite3_bind_text(stmt, index, body.data(), static_cast<int>(body.size()),
+                                       runs_now ? SQLITE_STATIC : SQLITE_TRANSIENT);
+                if (rc != SQLITE_OK) throw error(rc);
+                continue;
+            }
+        }
+        if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
         switch (v.type) {
             case dialect::LiteralValue::Type::Integer:
                 rc = sqlite3_bind_int64(stmt, index, v.integer);
