@@ -294,6 +294,41 @@ TEST_F(OdbcPostgres, ListsStreamAndCanBeLeftHalfRead) {
     EXPECT_LT(peak - before, 16L * 1024 * 1024) << "resident memory grew by " << peak - before;
 }
 
+// Rows fetched in blocks read as the native driver reads them: NULLs, numbers and dates in
+// every position of a block, texts longer than their buffers (long ones, and ones whose
+// characters take two UTF-16 units each) among short ones, over several blocks; the statement
+// then serves a single-row read again.
+TEST_F(OdbcPostgres, BlocksReadTheValuesTheNativeDriverReads) {
+    db_->exec(
+        "INSERT INTO ICStockBill (FInterID, FTranType, FDate, FSumAmount, FRemark) "
+        "SELECT g, CASE WHEN g % 3 = 0 THEN NULL ELSE g END, "
+        "CASE WHEN g % 5 = 0 THEN NULL ELSE timestamp '2025-03-01 08:30:15' + g * interval "
+        "'1 hour' END, CASE WHEN g % 4 = 0 THEN NULL ELSE g * 1.25 END, "
+        "CASE WHEN g % 7 = 0 THEN NULL WHEN g % 50 = 0 THEN repeat('long ', 300) || g "
+        "WHEN g % 31 = 0 THEN repeat(U&'\\+01F600', 200) ELSE 'r' || g END "
+        "FROM generate_series(1, 700) g");
+    const std::string list =
+        "select FInterID, FTranType, FDate, FSumAmount, FRemark from ICStockBill order by FInterID";
+    auto native = open(billdata::testing::postgres_server() + ";Database=" + db_->name());
+    auto cn = open(cs_);
+    auto expected = native->Execute(list);
+    auto rs = cn->Execute(list);
+    long rows = 0, long_texts = 0;
+    for (; !rs->Eof() && !expected->Eof(); rs->MoveNext(), expected->MoveNext(), ++rows)
+        for (std::size_t i = 0; i < 5; ++i) {
+            const Variant& want = expected->Fields(i).Value();
+            const Variant& got = rs->Fields(i).Value();
+            if (want.to_string().size() > 255) ++long_texts;
+            ASSERT_EQ(got.type(), want.type()) << "row " << rows << " column " << i;
+            ASSERT_EQ(got.to_string(), want.to_string()) << "row " << rows << " column " << i;
+        }
+    EXPECT_TRUE(rs->Eof() && expected->Eof());
+    EXPECT_EQ(rows, 700);
+    EXPECT_EQ(long_texts, 12 + 19);
+    auto one = cn->Execute(list);
+    EXPECT_EQ(one->Fields(std::size_t{4}).Value().to_string(), "r1");
+}
+
 // A deadlock victim's transaction is gone even though the ODBC driver would only undo the
 // statement; a statement past its command timeout is stopped and the connection goes on.
 TEST_F(OdbcPostgres, DeadlockEndsTheTransactionAndATimeoutStopsAWait) {

@@ -483,10 +483,36 @@ pg::Rows query_rows(SQLHDBC dbc, const char* sql, const std::vector<std::string>
 
 class OdbcSession;
 
-// A live result: rows fetched from the ODBC driver as the caller reads them.
+// Block fetches: at most this many rows, and about this many bytes of bound buffers, per
+// fetch. A statement whose row is too wide for kMinBlockRows in the budget reads a row at a time.
+constexpr std::size_t kMaxBlockRows = 256;
+constexpr std::size_t kMinBlockRows = 8;
+constexpr std::size_t kBlockBytes = std::size_t{1} << 20;
+// A text column of a declared size up to this many characters gets a buffer that holds any of
+// its values; a longer or unbounded one gets kLongTextChars and its longer values are read again
+// on their own.
+constexpr SQLULEN kMaxBoundChars = 4000;
+constexpr SQLULEN kLongTextChars = 255;
+
+// One column's values for a block of rows, bound column-wise.
+struct BoundColumn {
+    SQLSMALLINT c_type = SQL_C_WCHAR;
+    SQLLEN width = 0;  // bytes per row
+    std::vector<std::uint64_t> data;
+    std::vector<SQLLEN> indicators;
+    const unsigned char* at(std::size_t row) const {
+        return reinterpret_cast<const unsigned char*>(data.data()) +
+               row * static_cast<std::size_t>(width);
+    }
+};
+
+// A live result: rows fetched from the ODBC driver as the caller reads them, a block of rows
+// per fetch into bound buffers, or a row at a time where blocks cannot be bound.
 class OdbcCursor final : public ado::driver::Cursor {
   public:
-    OdbcCursor(OdbcSession* session, SQLHSTMT stmt, std::unique_ptr<Statement> owned);
+    // `dbc` null: a row at a time (a result read for its first row only).
+    OdbcCursor(OdbcSession* session, SQLHSTMT stmt, std::unique_ptr<Statement> owned,
+               SQLHDBC dbc = SQL_NULL_HDBC);
     ~OdbcCursor() override { close(); }
     const std::vector<ColumnInfo>& columns() const override { return columns_; }
     bool next(std::vector<Variant>& row) override;
@@ -495,12 +521,23 @@ class OdbcCursor final : public ado::driver::Cursor {
 
   private:
     void close();
+    void bind_block(SQLHDBC dbc, const std::vector<SQLULEN>& sizes);
+    void unbind();
+    bool read_bound(std::size_t index, std::vector<Variant>& row);
+    [[noreturn]] void failed();
     OdbcSession* session_;
     SQLHSTMT stmt_;
     std::unique_ptr<Statement> owned_;  // a statement of its own, not a prepared shape's
     std::vector<ColumnInfo> columns_;
     bool open_ = true;
     std::deque<std::vector<Variant>> buffer_;
+    // Block mode (block_rows_ > 0): the rows the last fetch brought and the next one to hand out.
+    std::size_t block_rows_ = 0;
+    std::vector<BoundColumn> bound_;
+    std::vector<SQLUSMALLINT> status_;
+    SQLULEN fetched_ = 0;
+    std::size_t at_ = 0;
+    bool reread_ = false;  // the driver reads a value again from a row of the block
 };
 
 class OdbcSession final : public ado::driver::Session {
@@ -620,11 +657,13 @@ class OdbcSession final : public ado::driver::Session {
 
 // ---- cursor -------------------------------------------------------------------------------
 
-OdbcCursor::OdbcCursor(OdbcSession* session, SQLHSTMT stmt, std::unique_ptr<Statement> owned)
+OdbcCursor::OdbcCursor(OdbcSession* session, SQLHSTMT stmt, std::unique_ptr<Statement> owned,
+                       SQLHDBC dbc)
     : session_(session), stmt_(stmt), owned_(std::move(owned)) {
     SQLSMALLINT n = 0;
     SQLNumResultCols(stmt_, &n);
     columns_.resize(static_cast<std::size_t>(n));
+    std::vector<SQLULEN> sizes(columns_.size());
     for (SQLUSMALLINT i = 1; i <= static_cast<SQLUSMALLINT>(n); ++i) {
         SQLWCHAR name[256];
         SQLSMALLINT length = 0, type = 0, digits = 0, nullable = 0;
@@ -633,16 +672,175 @@ OdbcCursor::OdbcCursor(OdbcSession* session, SQLHSTMT stmt, std::unique_ptr<Stat
         ColumnInfo& c = columns_[i - 1];
         append_utf8(c.name, name, static_cast<std::size_t>(std::min<SQLSMALLINT>(length, 255)));
         c.type = column_type(type);
+        const bool long_type =
+            type == SQL_LONGVARCHAR || type == SQL_WLONGVARCHAR || type == SQL_LONGVARBINARY;
+        // A text's size in characters; binary reads as two hexadecimal digits a byte, and
+        // a few characters spare for the types whose text outgrows their declared size.
+        const bool binary = type == SQL_BINARY || type == SQL_VARBINARY;
+        sizes[i - 1] = long_type || size == 0 ? 0 : std::max<SQLULEN>(size * (binary ? 2 : 1), 32);
     }
+    if (dbc != SQL_NULL_HDBC && n > 0) bind_block(dbc, sizes);
+}
+
+// Binds a buffer per column for a block of rows, or leaves the cursor reading a row at a time.
+// A text longer than its buffer (an unbounded column, or a driver that under-states a size) is
+// read again from its row with SQLSetPos and SQLGetData where the driver allows that within a
+// block; where it does not, only statements whose texts all fit their buffers go in blocks.
+void OdbcCursor::bind_block(SQLHDBC dbc, const std::vector<SQLULEN>& sizes) {
+    SQLUINTEGER extensions = 0;
+    SQLGetInfoW(dbc, SQL_GETDATA_EXTENSIONS, &extensions, sizeof extensions, nullptr);
+    reread_ = (extensions & SQL_GD_BLOCK) != 0;
+    std::vector<BoundColumn> bound(columns_.size());
+    std::size_t row_bytes = sizeof(SQLUSMALLINT);
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+        BoundColumn& b = bound[i];
+        switch (columns_[i].type) {
+            case VarType::Long:
+                b.c_type = SQL_C_SBIGINT;
+                b.width = sizeof(std::int64_t);
+                break;
+            case VarType::Double:
+                b.c_type = SQL_C_DOUBLE;
+                b.width = sizeof(double);
+                break;
+            case VarType::Date:
+                b.c_type = SQL_C_TYPE_TIMESTAMP;
+                b.width = sizeof(SQL_TIMESTAMP_STRUCT);
+                break;
+            default: {
+                SQLULEN chars = sizes[i];
+                if (chars == 0 || chars > kMaxBoundChars) {
+                    if (!reread_) return;
+                    chars = kLongTextChars;
+                }
+                b.c_type = SQL_C_WCHAR;
+                // Whole 8-byte units, so that every column's rows stay aligned.
+                b.width = static_cast<SQLLEN>(((chars + 1) * sizeof(SQLWCHAR) + 7) / 8 * 8);
+            }
+        }
+        row_bytes += static_cast<std::size_t>(b.width) + sizeof(SQLLEN);
+    }
+    const std::size_t rows = std::min(kMaxBlockRows, kBlockBytes / row_bytes);
+    if (rows < kMinBlockRows) return;
+    for (std::size_t i = 0; i < bound.size(); ++i) {
+        BoundColumn& b = bound[i];
+        b.data.resize(rows * static_cast<std::size_t>(b.width) / 8);
+        b.indicators.resize(rows);
+        if (!SQL_SUCCEEDED(SQLBindCol(stmt_, static_cast<SQLUSMALLINT>(i + 1), b.c_type,
+                                      b.data.data(), b.width, b.indicators.data()))) {
+            SQLFreeStmt(stmt_, SQL_UNBIND);
+            return;
+        }
+    }
+    status_.resize(rows);
+    if (!SQL_SUCCEEDED(SQLSetStmtAttrW(stmt_, SQL_ATTR_ROW_BIND_TYPE,
+                                       reinterpret_cast<SQLPOINTER>(SQL_BIND_BY_COLUMN), 0)) ||
+        !SQL_SUCCEEDED(SQLSetStmtAttrW(stmt_, SQL_ATTR_ROW_ARRAY_SIZE,
+                                       reinterpret_cast<SQLPOINTER>(rows), 0)) ||
+        !SQL_SUCCEEDED(SQLSetStmtAttrW(stmt_, SQL_ATTR_ROWS_FETCHED_PTR, &fetched_, 0)) ||
+        !SQL_SUCCEEDED(SQLSetStmtAttrW(stmt_, SQL_ATTR_ROW_STATUS_PTR, status_.data(), 0))) {
+        block_rows_ = rows;  // whatever was set is undone
+        unbind();
+        return;
+    }
+    bound_ = std::move(bound);
+    block_rows_ = rows;
+}
+
+// The statement handle as a row-at-a-time cursor finds it: a prepared one serves again.
+void OdbcCursor::unbind() {
+    if (block_rows_ == 0) return;
+    block_rows_ = 0;
+    SQLFreeStmt(stmt_, SQL_UNBIND);
+    SQLSetStmtAttrW(stmt_, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(1), 0);
+    SQLSetStmtAttrW(stmt_, SQL_ATTR_ROWS_FETCHED_PTR, nullptr, 0);
+    SQLSetStmtAttrW(stmt_, SQL_ATTR_ROW_STATUS_PTR, nullptr, 0);
 }
 
 void OdbcCursor::close() {
     if (!open_) return;
     open_ = false;
     SQLFreeStmt(stmt_, SQL_CLOSE);
+    unbind();
     owned_.reset();
     if (session_) session_->cursor_gone(this);
     session_ = nullptr;
+}
+
+void OdbcCursor::failed() {
+    OdbcSession* s = session_;
+    session_ = nullptr;
+    if (s) s->cursor_gone(this);
+    try {
+        if (s) s->fail(stmt_);
+    } catch (...) {
+        open_ = false;
+        SQLFreeStmt(stmt_, SQL_CLOSE);
+        unbind();
+        owned_.reset();
+        throw;
+    }
+    open_ = false;
+    SQLFreeStmt(stmt_, SQL_CLOSE);
+    unbind();
+    owned_.reset();
+    throw ComError(err::kDatabase, "the ODBC driver failed to read a row");
+}
+
+// Row `index` of the block; false when the driver fails to read a value again.
+bool OdbcCursor::read_bound(std::size_t index, std::vector<Variant>& row) {
+    row.resize(columns_.size());
+    bool positioned = false;
+    for (std::size_t i = 0; i < bound_.size(); ++i) {
+        const BoundColumn& b = bound_[i];
+        const SQLLEN indicator = b.indicators[index];
+        Variant& out = row[i];
+        if (indicator == SQL_NULL_DATA) {
+            out = Variant::null();
+            continue;
+        }
+        const unsigned char* p = b.at(index);
+        switch (b.c_type) {
+            case SQL_C_SBIGINT: {
+                std::int64_t v = 0;
+                std::memcpy(&v, p, sizeof v);
+                out = Variant(v);
+                continue;
+            }
+            case SQL_C_DOUBLE: {
+                double v = 0;
+                std::memcpy(&v, p, sizeof v);
+                out = Variant(v);
+                continue;
+            }
+            case SQL_C_TYPE_TIMESTAMP: {
+                SQL_TIMESTAMP_STRUCT t{};
+                std::memcpy(&t, p, sizeof t);
+                out = Variant(ado::DateTime(t.year, t.month, t.day, t.hour, t.minute, t.second));
+                continue;
+            }
+            default:
+                break;
+        }
+        const auto room = static_cast<SQLLEN>(b.width - sizeof(SQLWCHAR));
+        if (indicator == SQL_NO_TOTAL || indicator > room) {
+            // Longer than its buffer: the whole value from the driver.
+            if (!reread_) return false;
+            if (!positioned &&
+                !SQL_SUCCEEDED(SQLSetPos(stmt_, static_cast<SQLSETPOSIROW>(index + 1), SQL_POSITION,
+                                         SQL_LOCK_NO_CHANGE)))
+                return false;
+            positioned = true;
+            if (!read_value(stmt_, static_cast<SQLUSMALLINT>(i + 1), VarType::String, out))
+                return false;
+            continue;
+        }
+        std::string text;
+        append_utf8(text, reinterpret_cast<const SQLWCHAR*>(p),
+                    static_cast<std::size_t>(indicator) / sizeof(SQLWCHAR));
+        out.assign_text(text);
+    }
+    return true;
 }
 
 bool OdbcCursor::next(std::vector<Variant>& row) {
@@ -652,6 +850,24 @@ bool OdbcCursor::next(std::vector<Variant>& row) {
         return true;
     }
     if (!open_) return false;
+    if (block_rows_ > 0) {
+        while (at_ >= fetched_) {
+            const SQLRETURN rc = SQLFetch(stmt_);
+            if (rc == SQL_NO_DATA) {
+                close();
+                return false;
+            }
+            if (!SQL_SUCCEEDED(rc)) failed();
+            at_ = 0;
+            if (fetched_ == 0) {
+                close();
+                return false;
+            }
+        }
+        const std::size_t index = at_++;
+        if (status_[index] == SQL_ROW_ERROR || !read_bound(index, row)) failed();
+        return true;
+    }
     const SQLRETURN rc = SQLFetch(stmt_);
     if (rc == SQL_NO_DATA) {
         close();
@@ -661,19 +877,7 @@ bool OdbcCursor::next(std::vector<Variant>& row) {
     bool ok = SQL_SUCCEEDED(rc);
     for (std::size_t i = 0; ok && i < columns_.size(); ++i)
         ok = read_value(stmt_, static_cast<SQLUSMALLINT>(i + 1), columns_[i].type, row[i]);
-    if (!ok) {
-        OdbcSession* s = session_;
-        session_ = nullptr;
-        if (s) s->cursor_gone(this);
-        try {
-            if (s) s->fail(stmt_);
-        } catch (...) {
-            open_ = false;
-            SQLFreeStmt(stmt_, SQL_CLOSE);
-            owned_.reset();
-            throw;
-        }
-    }
+    if (!ok) failed();
     return true;
 }
 
@@ -887,7 +1091,7 @@ std::unique_ptr<ado::driver::Cursor> OdbcSession::run(SQLHSTMT stmt,
     if (rc != SQL_NO_DATA) SQLNumResultCols(stmt, &columns);
     if (columns > 0) {
         if (affected) *affected = -1;
-        auto cursor = std::make_unique<OdbcCursor>(this, stmt, std::move(owned));
+        auto cursor = std::make_unique<OdbcCursor>(this, stmt, std::move(owned), h_->dbc);
         cursor_ = cursor.get();
         return cursor;
     }

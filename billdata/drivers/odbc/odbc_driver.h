@@ -23,7 +23,9 @@
 // ODBC driver's statement-level rollback), a deadlock or serialization failure ends the
 // transaction, counter reads lock their key; errors are classified by SQLSTATE.
 //
-// Rows are streamed: a cursor reads a row at a time from the ODBC driver.
+// Rows are streamed: a cursor fetches a block of rows at a time into buffers bound per column
+// (a row at a time where a row is too wide for blocks, or where a text may outgrow its buffer and
+// the ODBC driver cannot read it again from within a block).
 
 #include <cstddef>
 #include <memory>
