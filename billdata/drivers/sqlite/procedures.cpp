@@ -89,9 +89,12 @@ struct KeptStatements {
     std::unordered_map<sqlite3*, std::map<const char*, sqlite3_stmt*>> by_db;
 };
 
+// Never destroyed: pooled handles are closed by static destructors at exit, and each one still
+// finalizes its kept statements then (a statement left unfinalized would keep its handle from
+// ever closing).
 KeptStatements& kept_statements() {
-    static KeptStatements k;
-    return k;
+    static auto* k = new KeptStatements;
+    return *k;
 }
 
 // A statement of the handle's kept ones (`sql` is a constant of this file, its address the key),
