@@ -286,9 +286,12 @@ void EngineHooks::limited_member_end(Emitter& em) const {
 void Emitter::body(const Node& b, bool top_level, bool in_compound) {
     if (b.is<SetOperation>()) {
         const auto& op = b.as<SetOperation>();
+        // Every member's values go to the INSERT's columns.
+        const List<InsertColumn>* write = write_columns_;
         body(*op.left, top_level, true);
         static const char* kOps[] = {" UNION ", " UNION ALL ", " EXCEPT ", " INTERSECT "};
         out_.append(kOps[static_cast<int>(op.op)]);
+        write_columns_ = write;
         body(*op.right, top_level, true);
         return;
     }
@@ -517,7 +520,7 @@ bool Emitter::fitted(const Expr& value, std::int32_t fit, std::string_view table
     }
     out_.append(hooks_.fit_check());
     out_.push_back('(');
-    if (hooks_.fit_check_operand().empty()) {
+    if (value.sql.is_text() || hooks_.fit_check_operand().empty()) {
         expr(value);
     } else {
         operand(value, kOutPrimary);

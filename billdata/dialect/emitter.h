@@ -97,7 +97,8 @@ class EngineHooks {
     // the server's error) and cuts excess trailing blanks: (value, length, 'table', 'column').
     // Empty when the engine has none (nothing is checked).
     virtual std::string_view fit_check() const { return {}; }
-    // Written after the value (in parentheses) so that the check receives it as text.
+    // Written after a value that is not known to be a text (in parentheses) so that the check
+    // receives it as one.
     virtual std::string_view fit_check_operand() const { return {}; }
     // A subquery used as a value that may yield more than one row (Subquery::check_single_row),
     // for engines that would take the first row where the server refuses; by default as it is.

@@ -401,7 +401,7 @@ class PostgresHooks final : public EngineHooks {
         return type == SqlBase::BigInt ? std::string_view() : std::string_view("::int");
     }
 
-    // The value goes in as text whatever its type: a parameter's text is of unknown type.
+    // A text goes in with its own type (text, or a column's bpchar); anything else as text.
     std::string_view fit_check() const override { return names::kFit; }
     std::string_view fit_check_operand() const override { return "::text"; }
 

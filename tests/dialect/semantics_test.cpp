@@ -606,8 +606,8 @@ TEST_P(Semantics, ATextLongerThanItsColumnIsRefused) {
         "insert into t_ICItem(FItemID, FQuarter) values (103, 'Q1'), (104, N'一二三四五六七八九十X')",
         quarter + "一二三四五六七八九十'.");
     expect_error(
-        "insert into t_ICItem(FItemID, FQuarter) select FItemID + 200, FName + ' quarter' from t_Stock",
-        quarter + "Main shop '.");
+        "insert into t_ICItem(FItemID, FQuarter) select FItemID + 200, FName from t_Stock union all select 300, 'Q3' + space(9) + 'x'",
+        quarter + "Q3        '.");
     expect_error("update t_ICItem set FQuarter = FNumber + '-2025-Q1' where FItemID = 101",
                  quarter + "A100-2025-'.");
     expect_error(
