@@ -480,6 +480,7 @@ struct InsertColumn {
     std::string_view name;
     std::uint32_t pos;
     ColumnType type = ColumnType::Unknown;
+    std::int32_t fit = 0;  // a text column's declared length in characters; 0: not checked
 };
 
 struct Insert : Node {
@@ -498,6 +499,7 @@ struct SetItem {
     std::uint32_t pos;
     Expr* value;
     ColumnType type = ColumnType::Unknown;
+    std::int32_t fit = 0;  // as InsertColumn::fit
 };
 
 struct Update : Node {

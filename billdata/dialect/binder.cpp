@@ -147,6 +147,16 @@ void Binder::check_table(const TableRef& t) const {
     }
 }
 
+namespace {
+
+// The length a text written to a column of type `t` must fit in: a text column's declared
+// length; 0 for max, for any other type, and for a column without a declared type.
+std::int32_t declared_length(const SqlType& t) {
+    return t.is_text() && t.length > 0 ? t.length : 0;
+}
+
+}  // namespace
+
 void Binder::bind_statement(Node& stmt) {
     List<ColumnRef*> refs(arena_.resource());
     refs_ = &refs;
@@ -172,6 +182,8 @@ void Binder::bind_statement(Node& stmt) {
                     }
                 }
             }
+            for (auto& c : ins.columns)
+                c.fit = declared_length(catalog_.declared_type(ins.table->name, c.name));
             Scope empty(nullptr, arena_.resource());
             for (auto& row : ins.rows) {
                 if (row.size() != ins.columns.size()) {
@@ -228,6 +240,7 @@ void Binder::bind_statement(Node& stmt) {
                 if (!catalog_.find_column(target->name, item.column, &item.type)) {
                     invalid_column(item.column, item.pos);
                 }
+                item.fit = declared_length(catalog_.declared_type(target->name, item.column));
                 bind_expr(*item.value, scope);
             }
             if (upd.where) bind_expr(*upd.where, scope);

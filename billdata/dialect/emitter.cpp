@@ -286,9 +286,12 @@ void EngineHooks::limited_member_end(Emitter& em) const {
 void Emitter::body(const Node& b, bool top_level, bool in_compound) {
     if (b.is<SetOperation>()) {
         const auto& op = b.as<SetOperation>();
+        // Every member's values go to the INSERT's columns.
+        const List<InsertColumn>* write = write_columns_;
         body(*op.left, top_level, true);
         static const char* kOps[] = {" UNION ", " UNION ALL ", " EXCEPT ", " INTERSECT "};
         out_.append(kOps[static_cast<int>(op.op)]);
+        write_columns_ = write;
         body(*op.right, top_level, true);
         return;
     }
@@ -306,6 +309,7 @@ void Emitter::body(const Node& b, bool top_level, bool in_compound) {
 
 void Emitter::spec(const QuerySpec& q, bool top_level) {
     const List<InsertColumn>* write = write_columns_;
+    const std::string_view write_table = write_table_;
     write_columns_ = nullptr;
     std::vector<std::string> grouping;
     const std::vector<std::string>* outer_grouping = grouping_;
@@ -329,8 +333,10 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         // The engine names an unnamed result column by its text: a parameter would rename it.
         std::optional<InlineLiterals> unnamed;
         if (item.alias.empty() && !e.is<ColumnRef>()) unnamed.emplace(*this);
-        if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
-            e.vtype != ColumnType::Date && !null_literal) {
+        if (write && i < write->size() &&
+            fitted(e, (*write)[i].fit, write_table, (*write)[i].name)) {
+        } else if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
+                   e.vtype != ColumnType::Date && !null_literal) {
             hooks_.date_value(*this, e);
         } else {
             expr(e);
@@ -469,6 +475,7 @@ void Emitter::insert(const Insert& ins) {
     if (ins.query) {
         out_.push_back(' ');
         write_columns_ = &ins.columns;
+        write_table_ = ins.table->name;
         select(*ins.query, false);
         write_columns_ = nullptr;
         return;
@@ -483,6 +490,7 @@ void Emitter::insert(const Insert& ins) {
             const Expr& e = *row[i];
             const bool null_literal =
                 e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
+            if (fitted(e, ins.columns[i].fit, ins.table->name, ins.columns[i].name)) continue;
             if (ins.columns[i].type == ColumnType::Date && e.vtype != ColumnType::Date &&
                 !null_literal) {
                 hooks_.date_value(*this, e);
@@ -492,6 +500,40 @@ void Emitter::insert(const Insert& ins) {
         }
         out_.push_back(')');
     }
+}
+
+bool Emitter::fitted(const Expr& value, std::int32_t fit, std::string_view table,
+                     std::string_view column) {
+    if (fit <= 0 || hooks_.fit_check().empty()) return false;
+    // Numbers and dates are no texts; a NULL fits anything. A column, or a literal written
+    // inline, fits when its type's length does. A literal bound as a parameter may hold a
+    // longer text at the next run of the same translation: it is checked there.
+    if (value.sql.known() && !value.sql.is_text()) return false;
+    if (value.is<LiteralExpr>()) {
+        const auto& l = value.as<LiteralExpr>();
+        if (l.kind == LiteralExpr::Kind::Null) return false;
+        const bool bound = parameters_ && inline_literals_ == 0 && !l.inline_only;
+        if (!bound && value.sql.length > 0 && value.sql.length <= fit) return false;
+    } else if (value.is<ColumnRef>() && value.sql.is_text() && value.sql.length > 0 &&
+               value.sql.length <= fit) {
+        return false;
+    }
+    out_.append(hooks_.fit_check());
+    out_.push_back('(');
+    if (value.sql.is_text() || hooks_.fit_check_operand().empty()) {
+        expr(value);
+    } else {
+        operand(value, kOutPrimary);
+        out_.append(hooks_.fit_check_operand());
+    }
+    out_.append(", ");
+    out_.append(std::to_string(fit));
+    out_.append(", ");
+    quoted_text(table);
+    out_.append(", ");
+    quoted_text(column);
+    out_.push_back(')');
+    return true;
 }
 
 void Emitter::expr(const Expr& e) {

@@ -93,6 +93,13 @@ class EngineHooks {
     virtual std::string_view range_check_operand() const { return {}; }
     // Written after the check, so that the value has the engine's type for the type checked.
     virtual std::string_view range_check_result(SqlBase /*type*/) const { return {}; }
+    // The runtime function that refuses a text longer than the column it is written to (with
+    // the server's error) and cuts excess trailing blanks: (value, length, 'table', 'column').
+    // Empty when the engine has none (nothing is checked).
+    virtual std::string_view fit_check() const { return {}; }
+    // Written after a value that is not known to be a text (in parentheses) so that the check
+    // receives it as one.
+    virtual std::string_view fit_check_operand() const { return {}; }
     // A subquery used as a value that may yield more than one row (Subquery::check_single_row),
     // for engines that would take the first row where the server refuses; by default as it is.
     virtual void many_row_subquery(Emitter& em, const Subquery& sub) const;
@@ -110,6 +117,11 @@ class Emitter {
     void sources(const List<TableSource*>& from);
     void source(const TableSource& s);
     void insert(const Insert& ins);
+    // The value written to a text column of `fit` characters (InsertColumn::fit) inside the
+    // engine's length check. False, with nothing written, when no check is needed: none is
+    // declared, the engine has no check, or the value is known to fit.
+    bool fitted(const Expr& value, std::int32_t fit, std::string_view table,
+                std::string_view column);
     void text(std::string_view s) { out_.append(s); }
     void ch(char c) { out_.push_back(c); }
     void name(std::string_view n) { hooks_.name(*this, n); }
@@ -184,6 +196,7 @@ class Emitter {
     std::string_view replace_prefix_;
     std::string_view replace_suffix_;
     const List<InsertColumn>* write_columns_ = nullptr;  // INSERT … SELECT target columns
+    std::string_view write_table_;                       // and their table
     std::vector<std::size_t>* parameters_ = nullptr;
     int inline_literals_ = 0;
     const std::vector<std::string>* grouping_ = nullptr;

@@ -401,6 +401,10 @@ class PostgresHooks final : public EngineHooks {
         return type == SqlBase::BigInt ? std::string_view() : std::string_view("::int");
     }
 
+    // A text goes in with its own type (text, or a column's bpchar); anything else as text.
+    std::string_view fit_check() const override { return names::kFit; }
+    std::string_view fit_check_operand() const override { return "::text"; }
+
     // A function's text is of type text, whose comparison keeps trailing blanks and cannot use a
     // text column's index: it compares as bd_text.
     bool collates_computed_text() const override { return true; }
@@ -1031,6 +1035,8 @@ class PostgresHooks final : public EngineHooks {
             em.name(item.column);
             em.text(" = ");
             const Expr& v = *item.value;
+            const std::string_view table = u.target_source ? u.target_source->name : u.target->name;
+            if (em.fitted(v, item.fit, table, item.column)) continue;
             converted(em, v, item.type);
         }
     }

@@ -46,6 +46,7 @@ inline constexpr std::string_view kPower = "bd_power";          // (x, y): a flo
 inline constexpr std::string_view kPatIndex = "bd_patindex";    // (pattern, text)
 inline constexpr std::string_view kIsDate = "bd_isdate";        // (value): 1 or 0, never NULL
 inline constexpr std::string_view kRange = "bd_range";          // (n, 'int'): n, or overflow
+inline constexpr std::string_view kFit = "bd_fit";              // (text, n, table, column)
 inline constexpr std::string_view kSingle = "bd_single";        // aggregate (value): the only row's
 
 inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollation};
@@ -57,12 +58,12 @@ inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it
 inline constexpr std::string_view kServerFunctions[] = {
     kDateTime, kDateFromDays, kDatePart, kDateAdd,  kDateDiff, kDateText,  kInt,       kBit,
     kFloat,    kNumber,       kRound,    kLeft,     kRight,    kSubstring, kCharIndex, kReplace,
-    kLike,     kReplicate,    kStuff,    kPatIndex, kIsDate,   kRange};
+    kLike,     kReplicate,    kStuff,    kPatIndex, kIsDate,   kRange,     kFit};
 inline constexpr std::string_view kFunctions[] = {
     kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
     kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,
     kAdd,      kLeft,  kRight,    kSubstring, kCharIndex, kReplace,  kLike,    kReplicate,
-    kReverse,  kStuff, kPower,    kPatIndex,  kIsDate,    kRange,    kSingle};
+    kReverse,  kStuff, kPower,    kPatIndex,  kIsDate,    kRange,    kFit,     kSingle};
 
 // The date parts of kDatePart, kDateAdd and kDateDiff. kDays is kDateAdd's own: date ± n days,
 // which keeps n's fraction as a time of day.

@@ -585,6 +585,8 @@ class SqliteHooks final : public EngineHooks {
             em.name(item.column);
             em.text(" = ");
             const Expr& v = *item.value;
+            const std::string_view table = u.target_source ? u.target_source->name : u.target->name;
+            if (em.fitted(v, item.fit, table, item.column)) continue;
             const bool null_literal =
                 v.is<LiteralExpr>() && v.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
             if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !null_literal) {
@@ -669,6 +671,7 @@ class SqliteHooks final : public EngineHooks {
 
     // The engine widens whole numbers to 64 bits and then to floating point.
     std::string_view range_check() const override { return runtime::kRange; }
+    std::string_view fit_check() const override { return runtime::kFit; }
 
     // The engine would take the first row: the rows go through an aggregate that refuses a
     // second one.

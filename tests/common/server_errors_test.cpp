@@ -1,5 +1,6 @@
 // A statement that the server dialect refuses fails on every engine with the server's own error
-// number as the error's native code, whether the translator finds it or the engine's run does.
+// number as the error's native code, whether the translator finds it or the engine's run does;
+// the statement alone is undone.
 
 #include "fixture.h"
 
@@ -36,6 +37,26 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
         EXPECT_EQ(e.number(), ado::err::kDatabase) << c.sql;
         EXPECT_EQ(e.description(), c.message) << c.sql;
     }
+    // A text longer than its column is refused alone: inside a transaction the statement before
+    // it stays, and the same statement with a text that fits (the same translation, the text
+    // bound anew) goes in.
+    cn->BeginTrans();
+    cn->Execute("update t_Stock set FName = 'Side shop' where FItemID = 2");
+    const std::string too_long = std::string(50, 'x') + "y";
+    const ado::ComError e = error_of([&] {
+        cn->Execute("insert into t_Stock(FItemID, FNumber) values (3, '" + too_long + "')");
+    });
+    EXPECT_EQ(e.native_code(), 2628) << e.description();
+    EXPECT_EQ(e.description(),
+              "String or binary data would be truncated in table 't_Stock', column 'FNumber'. "
+              "Truncated value: '" +
+                  std::string(50, 'x') + "'.");
+    cn->Execute("insert into t_Stock(FItemID, FNumber) values (4, '" + std::string(50, 'x') + "')");
+    cn->CommitTrans();
+    EXPECT_EQ(scalar("select count(*) from t_Stock where FItemID = 3 or FName = 'Side shop' or "
+                     "len(FNumber) = 50")
+                  .to_int32(),
+              2);
 }
 
 }  // namespace

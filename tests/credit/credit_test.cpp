@@ -216,6 +216,21 @@ TEST_F(CreditTest, RefusedOrFailedSaveGivesBackIdAndNumber) {
     auto no_qty = bill_lines({{kSocks, "0", 1, 12}});
     no_qty->Fields("FQty").SetValue(ado::Variant::null());
     refused(27, no_qty, "无效使用 Null");
+    // A remark longer than its column is the server's refusal, and nothing of the bill stays.
+    std::shared_ptr<ado::Recordset> none;
+    std::string no;
+    std::int32_t id = 0;
+    auto lines = bill_lines({{kSocks, "0", 1, 12}});
+    expect_com_error(
+        [&] {
+            credit_.SaveData(27, ado::DateTime(2025, 3, 10), no, kShop, kMember, "", "",
+                             std::string(256, 'r'), 1, id, lines, none);
+        },
+        ado::err::kComponent,
+        "String or binary data would be truncated in table 'ICStockBill', column 'FRemark'. "
+        "Truncated value: '" +
+            std::string(255, 'r') + "'.");
+    EXPECT_EQ(id, 0);
     EXPECT_EQ(rows("select (select count(*) from ICStockBill),(select count(*) from "
                    "ICStockBillEntry),(select count(*) from ICMaxNum where FTranType=0),(select "
                    "count(*) from ICBillNo)"),

@@ -595,6 +595,35 @@ TEST_P(Semantics, DatetimeConversionsKeepTheTypesRangeAndPrecision) {
     EXPECT_EQ(value("select convert(datetime,'2024-01-01 23:59:59.999')"), "2024-01-02 00:00:00");
 }
 
+// A text longer than its column's declared length (counted in characters) is refused with error
+// 2628 whatever the value comes from, and nothing of the statement is stored; what is past the
+// length may be blanks alone, which are cut off. FQuarter is nvarchar(10).
+TEST_P(Semantics, ATextLongerThanItsColumnIsRefused) {
+    const std::string quarter =
+        "String or binary data would be truncated in table 't_ICItem', "
+        "column 'FQuarter'. Truncated value: '";
+    expect_error(
+        "insert into t_ICItem(FItemID, FQuarter) values (103, 'Q1'), (104, N'一二三四五六七八九十X')",
+        quarter + "一二三四五六七八九十'.");
+    expect_error(
+        "insert into t_ICItem(FItemID, FQuarter) select FItemID + 200, FName from t_Stock union all select 300, 'Q3' + space(9) + 'x'",
+        quarter + "Q3        '.");
+    expect_error("update t_ICItem set FQuarter = FNumber + '-2025-Q1' where FItemID = 101",
+                 quarter + "A100-2025-'.");
+    expect_error(
+        "update i set FQuarter = s.FName + s.FName from t_ICItem i join t_Stock s on s.FItemID = 1",
+        quarter + "Main shopM'.");
+    expect_values({
+        {"select count(*) from t_ICItem where FItemID > 102", "0"},
+        {"select count(*) from t_ICItem where FQuarter = 'Q1'", "1"},
+    });
+    run("insert into t_ICItem(FItemID, FQuarter, FPurYear) values (105, N'一二三四五六七八九十', 'Q2' + space(20))");
+    run("update t_ICItem set FQuarter = FNumber + 'Q1' where FItemID = 102");
+    EXPECT_EQ(
+        run("select FQuarter, len(FPurYear) from t_ICItem where FItemID >= 102 order by FItemID"),
+        (Rows{{"B200Q1", "4"}, {"一二三四五六七八九十", "2"}}));
+}
+
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
 // or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
 class ServerSemantics : public WithBills<OnEveryEngine> {};

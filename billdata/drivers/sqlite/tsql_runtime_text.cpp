@@ -1,4 +1,5 @@
-// The text functions of the T-SQL runtime: conversion to varchar, LEFT, RIGHT, SUBSTRING,
+// The text functions of the T-SQL runtime: conversion to varchar, the length check of a text
+// written to a column, LEFT, RIGHT, SUBSTRING,
 // CHARINDEX, REPLACE, REPLICATE, REVERSE, STUFF, LIKE and PATINDEX, on UTF-8 texts counted in
 // characters.
 
@@ -69,6 +70,33 @@ void fn_varchar(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     std::string text = text_of(argv[0]);
     fit_length(text, sqlite3_value_int64(argv[1]), argc > 2);
     result_text(ctx, text);
+}
+
+// bd_fit(value, n, table, column): a text written to a column of n characters. Longer is the
+// server's error 2628, unless what is past n is blanks alone, which are cut off silently (as
+// the server does with ANSI_PADDING on). Anything but a text goes through as it is.
+void fn_fit(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) != SQLITE_TEXT) {
+        sqlite3_result_value(ctx, argv[0]);
+        return;
+    }
+    const std::string_view s = value_text(argv[0]);
+    const long long n = sqlite3_value_int64(argv[1]);
+    // No more bytes than n means no more characters either.
+    if (static_cast<long long>(s.size()) <= n || static_cast<long long>(char_count(s)) <= n) {
+        sqlite3_result_value(ctx, argv[0]);
+        return;
+    }
+    const std::size_t cut = byte_offset(s, static_cast<std::size_t>(n));
+    if (trim_trailing_blanks(s.substr(cut)).empty()) {
+        sqlite3_result_text(ctx, s.data(), static_cast<int>(cut), SQLITE_TRANSIENT);
+        return;
+    }
+    result_server_error(ctx, 2628,
+                        "String or binary data would be truncated in table '" +
+                            std::string(value_text(argv[2])) + "', column '" +
+                            std::string(value_text(argv[3])) + "'. Truncated value: '" +
+                            std::string(s.substr(0, cut)) + "'.");
 }
 
 void fn_left(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
@@ -402,13 +430,21 @@ void fn_patindex(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
 }
 
 constexpr FunctionDef kTextFunctions[] = {
-    {names::kVarchar, 2, fn_varchar},     {names::kVarchar, 3, fn_varchar},
-    {names::kLeft, 2, fn_left},           {names::kRight, 2, fn_right},
-    {names::kSubstring, 3, fn_substring}, {names::kCharIndex, 2, fn_charindex},
-    {names::kCharIndex, 3, fn_charindex}, {names::kReplace, 3, fn_replace},
-    {names::kLike, 2, fn_like},           {names::kLike, 3, fn_like},
-    {names::kReplicate, 2, fn_replicate}, {names::kReverse, 1, fn_reverse},
-    {names::kStuff, 4, fn_stuff},         {names::kPatIndex, 2, fn_patindex},
+    {names::kVarchar, 2, fn_varchar},
+    {names::kVarchar, 3, fn_varchar},
+    {names::kLeft, 2, fn_left},
+    {names::kRight, 2, fn_right},
+    {names::kSubstring, 3, fn_substring},
+    {names::kCharIndex, 2, fn_charindex},
+    {names::kCharIndex, 3, fn_charindex},
+    {names::kReplace, 3, fn_replace},
+    {names::kLike, 2, fn_like},
+    {names::kLike, 3, fn_like},
+    {names::kReplicate, 2, fn_replicate},
+    {names::kReverse, 1, fn_reverse},
+    {names::kStuff, 4, fn_stuff},
+    {names::kPatIndex, 2, fn_patindex},
+    {names::kFit, 4, fn_fit},
 };
 
 }  // namespace

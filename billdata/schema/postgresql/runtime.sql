@@ -58,6 +58,31 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
+-- A text written to a column of `n` characters: longer is the server dialect's error 2628,
+-- unless what is past n is blanks alone, which are cut off silently (as the server does with
+-- ANSI_PADDING on). A bpchar value (a text column's) goes in as it is, for a cast to text would
+-- drop its trailing blanks; its length ignores them already.
+CREATE FUNCTION bd_fit(value text, n int, tab text, col text) RETURNS text
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN value IS NULL OR char_length(value) <= n THEN value
+        WHEN char_length(rtrim(value COLLATE "default", ' ')) <= n THEN left(value, n)
+        ELSE bd_fail(2628, 'String or binary data would be truncated in table ''' || tab
+                     || ''', column ''' || col || '''. Truncated value: '''
+                     || left(value, n) || '''.', value)
+    END
+$$;
+
+CREATE FUNCTION bd_fit(value bpchar, n int, tab text, col text) RETURNS bpchar
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN value IS NULL OR char_length(value) <= n THEN value
+        ELSE bd_fail(2628, 'String or binary data would be truncated in table ''' || tab
+                     || ''', column ''' || col || '''. Truncated value: '''
+                     || left(value::text, n) || '''.', value)
+    END
+$$;
+
 -- ---- dates -------------------------------------------------------------------------------
 
 -- A text in the date forms the server dialect reads with DATEFORMAT ymd: 'YYYY-MM-DD',
