@@ -1107,20 +1107,12 @@ void Binder::type_expr(Expr& e) {
                     e.sql = first;
                     break;
                 case Func::Sum:
-                    // Whole numbers add up in their own type (tinyint and smallint in int),
-                    // decimals with 38 digits.
-                    if (first.base == SqlBase::Decimal) {
-                        e.sql = SqlType::decimal(38, first.scale);
-                    } else if (first.is_integer()) {
-                        e.sql = SqlType::of(first.base == SqlBase::BigInt ? SqlBase::BigInt
-                                                                          : SqlBase::Int);
-                    } else {
-                        e.sql = first.is_numeric() ? first : SqlType{};
-                    }
-                    break;
                 case Func::Avg:
+                    // Whole numbers add up in their own type (tinyint and smallint in int),
+                    // decimals with 38 digits (an average with a scale of 6 at least).
                     if (first.base == SqlBase::Decimal) {
-                        e.sql = SqlType::decimal(38, std::max<int>(first.scale, 6));
+                        e.sql = SqlType::decimal(
+                            38, f.func == Func::Sum ? first.scale : std::max<int>(first.scale, 6));
                     } else if (first.is_integer()) {
                         e.sql = SqlType::of(first.base == SqlBase::BigInt ? SqlBase::BigInt
                                                                           : SqlBase::Int);

@@ -838,6 +838,28 @@ void Emitter::quoted_text(std::string_view text) {
     ch('\'');
 }
 
+void Emitter::date_name(DatePart part, std::string_view text_type,
+                        const std::function<void()>& part_value) {
+    const auto names = date_part_value_names(part);
+    if (names.empty()) {
+        text("CAST(");
+        part_value();
+        text(" AS ");
+        text(text_type);
+        ch(')');
+        return;
+    }
+    text("CASE ");
+    part_value();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        text(" WHEN ");
+        text(std::to_string(i + 1));
+        text(" THEN ");
+        quoted_text(names[i]);
+    }
+    text(" END");
+}
+
 void Emitter::call(std::string_view fn, const List<Expr*>& args) {
     out_.append(fn);
     ch('(');

@@ -3,6 +3,7 @@
 // engines share (select structure, joins, predicates, CASE); every place where engines differ
 // goes through EngineHooks, so a new engine is one hooks class, not a second printer.
 
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -169,6 +170,10 @@ class Emitter {
     void call(std::string_view fn, const List<Expr*>& args);
     // An aggregate as written: count(*), sum(DISTINCT x), …
     void aggregate(const Function& f);
+    // DATENAME of `part`: the name of the part's value for months and weekdays, its number as
+    // `text_type` otherwise. `part_value` prints the engine's number of the part.
+    void date_name(DatePart part, std::string_view text_type,
+                   const std::function<void()>& part_value);
     // A ranking function with its OVER clause: row_number() OVER (PARTITION BY … ORDER BY …).
     void ranking(const Function& f);
     // `DELETE FROM T [AS a] [WHERE …]` of a delete without a FROM of its own: the same on every

@@ -694,33 +694,16 @@ class PostgresHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             }
-            case Func::DateName: {
-                auto part_value = [&] {
+            case Func::DateName:
+                em.date_name(f.part, "text", [&] {
                     em.text(names::kDatePart);
                     em.ch('(');
                     em.quoted_text(date_part_name(f.part));
                     em.text(", ");
                     date_arg(em, *f.args[0]);
                     em.ch(')');
-                };
-                const auto value_names = date_part_value_names(f.part);
-                if (value_names.empty()) {
-                    em.text("CAST(");
-                    part_value();
-                    em.text(" AS text)");
-                    return;
-                }
-                em.text("CASE ");
-                part_value();
-                for (std::size_t i = 0; i < value_names.size(); ++i) {
-                    em.text(" WHEN ");
-                    em.text(std::to_string(i + 1));
-                    em.text(" THEN ");
-                    em.quoted_text(value_names[i]);
-                }
-                em.text(" END");
+                });
                 return;
-            }
             case Func::PatIndex:
                 texts_call(em, names::kPatIndex, f.args, 2);
                 return;

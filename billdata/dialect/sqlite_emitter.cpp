@@ -336,33 +336,16 @@ class SqliteHooks final : public EngineHooks {
                 em.expr(*f.args[0]);
                 em.text(" AS BLOB))");
                 return;
-            case Func::DateName: {
-                auto part_value = [&] {
+            case Func::DateName:
+                em.date_name(f.part, "TEXT", [&] {
                     em.text(runtime::kDatePart);
                     em.ch('(');
                     em.quoted_text(date_part_name(f.part));
                     em.text(", ");
                     em.expr(*f.args[0]);
                     em.ch(')');
-                };
-                const auto names = date_part_value_names(f.part);
-                if (names.empty()) {
-                    em.text("CAST(");
-                    part_value();
-                    em.text(" AS TEXT)");
-                    return;
-                }
-                em.text("CASE ");
-                part_value();
-                for (std::size_t i = 0; i < names.size(); ++i) {
-                    em.text(" WHEN ");
-                    em.text(std::to_string(i + 1));
-                    em.text(" THEN ");
-                    em.quoted_text(names[i]);
-                }
-                em.text(" END");
+                });
                 return;
-            }
             case Func::PatIndex:
                 call(em, runtime::kPatIndex, f.args);
                 return;
