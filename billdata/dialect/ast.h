@@ -374,6 +374,8 @@ struct TableSource : Node {
     using Node::Node;
     // The name that qualifies its columns: the alias, or the table name without alias.
     std::string_view exposed;
+    // Binding: on the side of an outer join that is filled with NULLs where nothing matches.
+    bool null_extended = false;
 };
 
 struct TableRef : TableSource {
@@ -454,6 +456,9 @@ struct SetOperation : Node {
 struct OrderItem {
     Expr* expr;
     bool desc;
+    // Binding: the term is a column that holds no NULL (a NOT NULL column of a table that no
+    // outer join extends with NULLs), so where NULLs sort needs no saying.
+    bool never_null = false;
 };
 
 // OVER (PARTITION BY … ORDER BY …) of a ranking function.

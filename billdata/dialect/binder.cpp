@@ -384,10 +384,27 @@ void Binder::bind_order_by(Select& select, Scope* spec_scope) {
                 c.result_name = match->alias;
                 c.vtype = match->expr->vtype;
                 c.sql = match->expr->sql;
+                item.never_null = never_null(*match->expr);
                 continue;
             }
         }
         bind_expr(e, *spec_scope);
+        item.never_null = never_null(e);
+    }
+}
+
+bool Binder::never_null(const Expr& e) const {
+    if (!e.is<ColumnRef>()) return false;
+    const auto& c = e.as<ColumnRef>();
+    if (c.source == nullptr || !c.source->is<TableRef>() || c.source->null_extended) return false;
+    return catalog_.not_null(c.source->as<TableRef>().name, c.name);
+}
+
+void Binder::mark_null_extended(TableSource& source) {
+    source.null_extended = true;
+    if (source.is<Join>()) {
+        mark_null_extended(*source.as<Join>().left);
+        mark_null_extended(*source.as<Join>().right);
     }
 }
 
@@ -419,6 +436,8 @@ void Binder::bind_source(TableSource& source, Scope& scope, Scope* outer) {
             auto& j = source.as<Join>();
             bind_source(*j.left, scope, outer);
             bind_source(*j.right, scope, outer);
+            if (j.kind == JoinKind::Left || j.kind == JoinKind::Full) mark_null_extended(*j.right);
+            if (j.kind == JoinKind::Right || j.kind == JoinKind::Full) mark_null_extended(*j.left);
             if (j.on) bind_expr(*j.on, scope);
             break;
         }

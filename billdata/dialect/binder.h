@@ -25,6 +25,10 @@ class Binder {
     void bind_expr(Expr& e, Scope& scope);
     void bind_column(ColumnRef& c, Scope& scope);
     void bind_order_by(Select& select, Scope* spec_scope);
+    // Whether an ORDER BY term is a column that can hold no NULL where it is read.
+    bool never_null(const Expr& e) const;
+    // Marks a join's side (every table in it) as filled with NULLs where nothing matches.
+    static void mark_null_extended(TableSource& source);
     void check_table(const TableRef& t) const;
     void output_columns(Select& select, List<OutputColumn>& out);
     CompareKind compare_kind(ColumnType a, ColumnType b) const;

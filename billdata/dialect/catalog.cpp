@@ -123,6 +123,24 @@ SqlType Catalog::declared_type(std::string_view table, std::string_view column) 
     return t->declared[c->second];
 }
 
+bool Catalog::set_not_null(std::string_view table, std::string_view column) {
+    auto t = tables_.find(FoldedName(table).view());
+    if (t == tables_.end()) return false;
+    auto c = t->second.index.find(FoldedName(column).view());
+    if (c == t->second.index.end()) return false;
+    auto& flags = t->second.not_null;
+    if (flags.size() <= c->second) flags.resize(c->second + 1);
+    flags[c->second] = true;
+    return true;
+}
+
+bool Catalog::not_null(std::string_view table, std::string_view column) const {
+    const Table* t = find_table(table);
+    if (t == nullptr) return false;
+    auto c = t->index.find(FoldedName(column).view());
+    return c != t->index.end() && c->second < t->not_null.size() && t->not_null[c->second];
+}
+
 ColumnType Catalog::column_type(std::string_view table, std::string_view column) const {
     ColumnType type = ColumnType::Unknown;
     find_column(table, column, &type);

@@ -53,6 +53,11 @@ class Catalog {
     bool set_declared_type(std::string_view table, std::string_view column, const SqlType& type);
     // The declared server type; Unknown when none is declared or there is no such column.
     SqlType declared_type(std::string_view table, std::string_view column) const;
+    // Records that the column can hold no NULL (NOT NULL in the database). Ignored, returning
+    // false, unless the table has the column.
+    bool set_not_null(std::string_view table, std::string_view column);
+    // Whether the column is known to hold no NULL; false when unknown.
+    bool not_null(std::string_view table, std::string_view column) const;
     // Every table's name as the catalogue spells it, in no particular order.
     std::vector<std::string> tables() const;
     // Column names of a table in the order they were added (empty when there is no such table).
@@ -78,6 +83,7 @@ class Catalog {
         std::map<std::string, std::size_t, std::less<>> index;    // lower-case name → position
         std::string kept_row_count;     // the table that keeps this one's row count, if any
         std::vector<SqlType> declared;  // by position; shorter than columns when not all are
+        std::vector<bool> not_null;     // by position; shorter than columns when not all are
     };
     const Table* find_table(std::string_view table) const;
     // The column's name as declared, or nullptr when the table has no such column.

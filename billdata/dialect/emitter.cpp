@@ -194,6 +194,7 @@ void Emitter::select(const Select& s, bool top_level) {
                 order_term(term);
             }
             if (s.order_by[i].desc) out_.append(" DESC");
+            if (!s.order_by[i].never_null) hooks_.null_order(*this, s.order_by[i].desc);
         }
         grouping_ = outer_grouping;
     }

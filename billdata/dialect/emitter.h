@@ -49,6 +49,9 @@ class EngineHooks {
     // blanks ignored) or as a date.
     virtual void collation(Emitter& em, CompareKind kind) const = 0;
     virtual void limit(Emitter& em, long long count) const = 0;
+    // After an ORDER BY term that may be NULL: the server sorts NULLs below every value (first
+    // ascending, last descending); an engine that sorts them otherwise says so here.
+    virtual void null_order(Emitter& /*em*/, bool /*desc*/) const {}
     // OFFSET n ROWS [FETCH NEXT m ROWS ONLY] after the ORDER BY; `fetch` is -1 when not given.
     virtual void offset(Emitter& em, long long offset, long long fetch) const = 0;
     // A value written into a date column, so that dates are stored in one form.

@@ -784,7 +784,7 @@ void Parser::parse_order_by(Select& select) {
         } else {
             accept_kw(Kw::kASC);
         }
-        select.order_by.push_back(OrderItem{e, desc});
+        select.order_by.push_back(OrderItem{e, desc, false});
     } while (accept(Tok::Comma));
     if (peek().kind == Tok::Identifier && iequals(peek().text, "offset")) {
         ++at_;
@@ -1145,7 +1145,7 @@ void Parser::parse_over(Function& fn) {
         } else {
             accept_kw(Kw::kASC);
         }
-        fn.over->order_by.push_back(OrderItem{e, desc});
+        fn.over->order_by.push_back(OrderItem{e, desc, false});
     } while (accept(Tok::Comma));
     if (peek().kind == Tok::Identifier &&
         (iequals(peek().text, "rows") || iequals(peek().text, "range"))) {

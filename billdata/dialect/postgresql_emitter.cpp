@@ -995,6 +995,11 @@ class PostgresHooks final : public EngineHooks {
         if (kind == CompareKind::Text) em.text("::bd_text");
     }
 
+    // This engine puts NULLs above every value by default.
+    void null_order(Emitter& em, bool desc) const override {
+        em.text(desc ? " NULLS LAST" : " NULLS FIRST");
+    }
+
     void limit(Emitter& em, long long count) const override {
         em.text(" LIMIT ");
         em.text(std::to_string(count));

@@ -401,6 +401,20 @@ TEST_P(Semantics, RankingFunctionsNumberAsTheServerComparesAndSortsNulls) {
         (Rows{{"6"}}));
 }
 
+TEST_P(Semantics, OrderBySortsNullsBelowEveryValue) {
+    // The server sorts a NULL as lower than any value: first ascending, last descending,
+    // by a column, by a select-list alias, and by a NOT NULL column an outer join leaves empty.
+    EXPECT_EQ(run("select FInterID from ICStockBill order by FRemark, FInterID"),
+              (Rows{{"6"}, {"8"}, {"5"}, {"7"}}));
+    EXPECT_EQ(run("select FInterID, FRemark r from ICStockBill order by r desc, FInterID"),
+              (Rows{{"7", "Lent"}, {"5", "first "}, {"8", ""}, {"6", "NULL"}}));
+    const std::string joined =
+        "select s.FItemID from t_Stock s left join ICStockBill b on b.FOutStockID = s.FItemID "
+        "and b.FTranType = 27 order by b.FInterID";
+    EXPECT_EQ(run(joined), (Rows{{"2"}, {"1"}}));
+    EXPECT_EQ(run(joined + " desc"), (Rows{{"1"}, {"2"}}));
+}
+
 TEST_P(Semantics, OdbcEscapesMeanWhatTheirFunctionsMean) {
     expect_values({
         {"select FInterID from ICStockBill where FDate={d '2025-03-09'}", "5"},

@@ -80,12 +80,16 @@ dialect::Catalog read_catalog(const Query& run, const dialect::Catalog* spelling
     dialect::Catalog catalog;
     const Rows columns = query(
         "SELECT c.table_name, c.column_name, "
-        "CASE WHEN c.data_type = 'USER-DEFINED' THEN c.udt_name ELSE c.data_type END "
-        "FROM information_schema.columns c WHERE c.table_schema = current_schema() "
+        "CASE WHEN c.data_type = 'USER-DEFINED' THEN c.udt_name ELSE c.data_type END, "
+        "c.is_nullable FROM information_schema.columns c WHERE c.table_schema = current_schema() "
         "ORDER BY c.table_name, c.ordinal_position");
     for (const auto& row : columns) {
         const std::string table = spell(row[0], row[0]);
-        catalog.add_column(table, spell(row[0] + "." + row[1], row[1]), type_of(row[2]));
+        const std::string column = spell(row[0] + "." + row[1], row[1]);
+        catalog.add_column(table, column, type_of(row[2]));
+        // Ordering needs it: the server sorts NULLs apart from how this engine does by default,
+        // and a column that holds none can keep its index order.
+        if (row[3] == "NO") catalog.set_not_null(table, column);
     }
     if (catalog.has_table("t_KeptRowCounts"))
         for (const auto& row : query("SELECT FTable, FCountTable FROM t_KeptRowCounts"))
