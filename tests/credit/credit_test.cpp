@@ -115,44 +115,39 @@ class LentGoods : public CreditTest {
     std::int32_t back_ = 0;
 };
 
-// The till's line refers to the lent line and raises its sold quantity; the goods already left
-// with the lending, so the stock does not move.
-TEST_F(LentGoods, ATillSaleOfLentGoodsCountsAsSoldWithoutMovingStock) {
+// Each step of the lent goods' life books the returned and sold quantities of the lent line once.
+TEST_F(LentGoods, ReturnsAndTillSalesAreBookedOnTheLentLineOnce) {
+    // The till's line refers to the lent line and raises its sold quantity; the goods already
+    // left with the lending, so the stock does not move.
     EXPECT_EQ(lent(lend_), "1|1;");
     EXPECT_EQ(stock(kSocks), 98);
-}
 
-TEST_F(LentGoods, ReturningMoreThanIsStillOutIsRefusedAndWritesNothing) {
+    // Returning more than is still out is refused and writes nothing.
     const int bills = count("ICStockBill");
     refused(17, bill_lines({{kSocks, "0", 2, 12, lend_, 1}}),
             "借还单据第1行的归还数量超过了未还数量!");
     EXPECT_EQ(count("ICStockBill"), bills);
-    EXPECT_EQ(lent(lend_), "1|1;");
-}
 
-TEST_F(LentGoods, VoidingAndRestoringAReturnBookItsGoodsOnceEach) {
+    // A lending with returns or sales can be neither deleted nor rewritten.
+    expect_com_error([&] { credit_.DeleteBill(27, lend_); }, ado::err::kComponent,
+                     "删除单据失败，单据“JC250310-001”已有归还或销售记录！");
+    refused(27, bill_lines({{kSocks, "0", 5, 12}}),
+            "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend_, "JC250310-001");
+    EXPECT_EQ(lent(lend_), "1|1;");
+
+    // Voiding and restoring the return book its goods once each, however often they are asked.
     credit_.DeleteBill(17, back_, nullptr, true);
     EXPECT_EQ(rows("select FDeleted from ICStockBill where FInterID=" + std::to_string(back_)),
               "1;");
     EXPECT_EQ(lent(lend_), "0|1;");
     credit_.DeleteBill(17, back_, nullptr, true);
     EXPECT_EQ(lent(lend_), "0|1;");
-
     credit_.UnblankOut(back_);
     EXPECT_EQ(lent(lend_), "1|1;");
     credit_.UnblankOut(back_);
     EXPECT_EQ(lent(lend_), "1|1;");
-}
 
-TEST_F(LentGoods, ALendingWithReturnsOrSalesCannotBeDeletedOrRewritten) {
-    expect_com_error([&] { credit_.DeleteBill(27, lend_); }, ado::err::kComponent,
-                     "删除单据失败，单据“JC250310-001”已有归还或销售记录！");
-    refused(27, bill_lines({{kSocks, "0", 5, 12}}),
-            "保存单据失败，单据“JC250310-001”已有归还或销售记录！", lend_, "JC250310-001");
-    EXPECT_EQ(lent(lend_), "1|1;");
-}
-
-TEST_F(LentGoods, DeletingALiveReturnGivesItsGoodsBackAndRemovesEveryRow) {
+    // Deleting the live return gives its goods back and removes every row of it.
     credit_.DeleteBill(17, back_);
     EXPECT_EQ(lent(lend_), "0|1;");
     const std::string id = std::to_string(back_);
