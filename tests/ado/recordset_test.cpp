@@ -17,12 +17,7 @@ using billdata::testing::sqlite_connection;
 using billdata::testing::TempDir;
 
 int error_of(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const ComError& e) {
-        return e.number();
-    }
-    return 0;
+    return billdata::testing::error_of(fn).number();
 }
 
 class RecordsetTest : public ::testing::Test {
@@ -120,13 +115,9 @@ TEST_F(RecordsetTest, OpenRunsReadOnly) {
     for (const char* sql :
          {"delete from T", "update T set FQty=0", "insert into T(FID) values(9)"}) {
         auto rs = Recordset::create();
-        try {
-            rs->Open(sql, cs_);
-            ADD_FAILURE() << "ran: " << sql;
-        } catch (const ComError& e) {
-            EXPECT_EQ(e.number(), err::kDatabase) << sql;
-            EXPECT_FALSE(e.description().empty());
-        }
+        const ComError e = billdata::testing::error_of([&] { rs->Open(sql, cs_); });
+        EXPECT_EQ(e.number(), err::kDatabase) << sql;
+        EXPECT_FALSE(e.description().empty());
         EXPECT_EQ(rs->State(), adStateClosed);
     }
     EXPECT_EQ(scalar(path_, "select count(*) from T"), "3");

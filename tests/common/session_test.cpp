@@ -38,14 +38,12 @@ TEST_F(DatabaseTest, CostStyleIsTheSettingPlusOneRoundedHalfToEven) {
 TEST_F(DatabaseTest, CommonHandlerRaisesDatabaseErrorsAsComponentErrors) {
     auto cn = open();
     common::Executor ex(cn, common::Handler::Common);
-    try {
+    const ado::ComError e = error_of([&] {
         common::guarded(common::Handler::Common,
                         [&] { ex.execute("update NoSuchTable set FValue=1"); });
-        ADD_FAILURE() << "expected an error";
-    } catch (const ado::ComError& e) {
-        EXPECT_EQ(e.number(), ado::err::kComponent);
-        EXPECT_FALSE(e.description().empty());
-    }
+    });
+    EXPECT_EQ(e.number(), ado::err::kComponent);
+    EXPECT_FALSE(e.description().empty());
     // The component's own refusals pass unchanged; with no handler errors keep their number.
     expect_com_error(
         [] {
@@ -69,15 +67,14 @@ TEST_F(DatabaseTest, ALockWaitPastTheLockTimeoutIsAComponentError) {
     auto impatient = ado::Connection::create();
     impatient->Open(connection_string() + ";Busy Timeout=50;Lock Timeout=0");
     common::Executor quick(impatient, common::Handler::Common);
-    try {
-        common::guarded(common::Handler::Common, [&] {
-            quick.begin();
-            quick.execute("update t_SystemProfile set FValue=FValue where FKey='ICClosed'");
-        });
-        ADD_FAILURE() << "expected the lock error";
-    } catch (const ado::ComError& e) {
-        EXPECT_EQ(e.number(), ado::err::kComponent);
-    }
+    EXPECT_EQ(
+        error_of([&] {
+            common::guarded(common::Handler::Common, [&] {
+                quick.begin();
+                quick.execute("update t_SystemProfile set FValue=FValue where FKey='ICClosed'");
+            });
+        }).number(),
+        ado::err::kComponent);
     blocker->RollbackTrans();
 }
 

@@ -98,10 +98,6 @@ std::vector<Case> load(const std::string& file) {
     return cases;
 }
 
-std::vector<Case> all_cases() {
-    return load("corpus.jsonl");
-}
-
 struct Answers {
     bool exited = false;  // ran to its end (exit status 0 or 1)
     int status = 0;       // the shell's exit status: 128 + the signal when the program died
@@ -270,7 +266,7 @@ TEST_P(HostileInput, ClearAnswerAndNoStrayWork) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Corpus, HostileInput, ::testing::ValuesIn(all_cases()),
+INSTANTIATE_TEST_SUITE_P(Corpus, HostileInput, ::testing::ValuesIn(load("corpus.jsonl")),
                          [](const ::testing::TestParamInfo<Case>& each) {
                              return each.param.name;
                          });

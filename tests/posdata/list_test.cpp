@@ -62,13 +62,9 @@ TEST_F(ListTest, BothListsNewestFirstWithMarks) {
     EXPECT_EQ(simple(" and t1.FDeleted=0").size(), 3u);
     EXPECT_EQ(column(PosData().GetBillList(99, " and t1.FDeleted=0"), "FInterID").size(), 6u);
     for (const char* bad : {" and FNoSuchColumn=1", " and"}) {
-        EXPECT_THROW(
-            try { PosData().GetBillList_Simple(99, bad); } catch (const ado::ComError& e) {
-                EXPECT_EQ(e.number(), ado::err::kComponent);
-                EXPECT_FALSE(e.description().empty());
-                throw;
-            },
-            ado::ComError);
+        const ado::ComError e = error_of([&] { PosData().GetBillList_Simple(99, bad); });
+        EXPECT_EQ(e.number(), ado::err::kComponent) << bad;
+        EXPECT_FALSE(e.description().empty());
     }
 }
 

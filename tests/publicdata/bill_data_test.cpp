@@ -205,19 +205,27 @@ TEST_F(PublicDataTest, RemovalReachesTheOwningClassWhoseErrorsPassUnchanged) {
     EXPECT_EQ(common::session().CurPeriod, 3);
 }
 
+// Every kind's mark goes to its own header table, whichever table that is.
 TEST_F(PublicDataTest, CheckAndUnCheckBillWriteTheMarkOfTheKindsTable) {
     order(1, "2024-01-05");  // long closed: auditing has no period guard
     order(2, "2025-03-09");
     header(10, 17, "2025-03-02", 1, 1);
+    exec("insert into WLBill(FInterID,FTranType,FDate,FCheckerID) values(12,23,'2025-03-01',0)");
+    exec("insert into ICSpTjd(FInterID,FCheckerID) values(12,0)");
     pd_.CheckBill(11, "1,2", 7);
     pd_.CheckBill(17, "10", 8);
-    EXPECT_EQ(rows("select FCheckerID from ICOrder order by FInterID"),
-              (std::vector<std::string>{"7", "7"}));
-    EXPECT_EQ(scalar("select FCheckerID from ICStockBill where FInterID=10").to_int32(), 8);
+    pd_.CheckBill(50, "12", 5);
+    pd_.CheckBill(23, "12", 6);
+    const std::string marks =
+        "select (select FCheckerID from ICOrder where FInterID=1),(select FCheckerID from ICOrder "
+        "where FInterID=2),(select FCheckerID from ICStockBill where FInterID=10),(select "
+        "FCheckerID from ICSpTjd),(select FCheckerID from WLBill)";
+    EXPECT_EQ(rows(marks), std::vector<std::string>{"7|7|8|5|6"});
 
+    // Un-auditing writes 0 whatever user asks, through the other spelling of ICSpTjd too.
     pd_.UnCheckBill(11, "2", 7);
-    EXPECT_EQ(rows("select FCheckerID from ICOrder order by FInterID"),
-              (std::vector<std::string>{"7", "0"}));
+    pd_.UnCheckBill(50, "12", 9);
+    EXPECT_EQ(rows(marks), std::vector<std::string>{"7|0|8|0|6"});
 }
 
 }  // namespace

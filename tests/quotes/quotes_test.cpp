@@ -31,131 +31,113 @@ class QuotedTexts : public DatabaseTest {
 
     // The first row of a query as "a|b|c".
     std::string row(const std::string& sql) const {
-        auto cn = open();
-        auto rs = cn->Execute(sql);
-        std::string out;
-        for (std::size_t i = 0; !rs->Eof() && i < rs->GetFields().Count(); ++i)
-            out += (i ? "|" : "") + rs->Fields(i).Value().to_string();
-        return out;
+        const auto all = query_rows(connection_string(), sql);
+        return all.empty() ? "" : all[0];
+    }
+    // Saves a new bill, then saves it again under its id and the quoted number; its id.
+    template <class Save>
+    static std::int32_t saved_twice(Save&& save) {
+        std::int32_t id = 0;
+        for (std::string no : {std::string(), kBillNo})
+            save(no, id);
+        return id;
     }
     // Number, remark, first line's key and note, and its size row's key and colour of a bill in
-    // the stock-bill tables.
-    std::string stock_bill(std::int32_t id) const {
-        return row(
-            "select h.FBillNo,h.FRemark,e.FRowKey,e.FMemo,s.FRowKey,s.FColor from ICStockBill h "
-            "inner join ICStockBillEntry e on e.FInterID=h.FInterID and e.FEntryID=1 "
-            "inner join ICStockBillEntry_1 s on s.FInterID=h.FInterID and s.FRowKey=e.FRowKey "
-            "where h.FInterID=" +
-            std::to_string(id));
+    // the stock-bill tables (or, `order`, the order tables).
+    std::string bill(std::int32_t id, bool order = false) const {
+        const std::string t = order ? "ICOrder" : "ICStockBill";
+        return row("select h.FBillNo,h.FRemark,e.FRowKey,e.FMemo,s.FRowKey,s.FColor from " + t +
+                   " h inner join " + t + "Entry e on e.FInterID=h.FInterID and e.FEntryID=" +
+                   (order ? "0" : "1") + " inner join " + t +
+                   "Entry_1 s on s.FInterID=h.FInterID and s.FRowKey=e.FRowKey where h.FInterID=" +
+                   std::to_string(id));
     }
     // One size/colour cell of the T-shirt under the line key with the quote.
     static std::shared_ptr<ado::Recordset> cells() {
-        return caller_rows(
-            {"FDel", "FItemID", "FRowKey", "FSizeiD", "FColor", "FColorEntryID", "FQty"},
-            {{0, 1, kKey, 2, kColor, 1, 2}});
+        return size_cells({{0, 1, kKey, 2, kColor, 1, 2}});
+    }
+    // One line of the T-shirt under that key, with these fields after FItemID and FRowKey.
+    static std::shared_ptr<ado::Recordset> line(std::vector<std::string> names,
+                                                std::vector<ado::Variant> values) {
+        names.insert(names.begin(), {"FItemID", "FRowKey"});
+        values.insert(values.begin(), {1, kKey});
+        return caller_rows(names, {values});
     }
     const std::string expected_ =
         kBillNo + "|" + kRemark + "|" + kKey + "|" + kMemo + "|" + kKey + "|" + kColor;
 };
 
-TEST_F(QuotedTexts, PurchaseReceipt) {
-    auto lines = [] {
-        return caller_rows({"FItemID", "FRowKey", "FQty", "FPrice", "FHisPrice", "FAmount",
-                            "FRetailPrice", "FRetailAmount", "FZkRate", "FMemo"},
-                           {{1, kKey, 2, 40, 40, 80, 99, 198, 0.8, kMemo}});
+// The stock bills' and orders' lines: new, then changed under the quoted number.
+TEST_F(QuotedTexts, StockBillsAndOrders) {
+    const std::vector<std::string> stock = {"FQty",          "FPrice",  "FAmount", "FRetailPrice",
+                                            "FRetailAmount", "FZkRate", "FMemo"};
+    const std::vector<ado::Variant> values = {2, 40, 80, 99, 198, 0.8, kMemo};
+    auto with = [](std::vector<std::string> a, std::vector<std::string> b) {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
     };
-    std::string no;
-    std::int32_t id = 0;
-    for (std::string given : {std::string(), kBillNo}) {  // new, then changed under that number
-        no = given;
-        auto rs = lines();
-        ASSERT_TRUE(
-            PurRkd().SaveData(112, kDate, no, 2, 102, 2, kRemark, 1, 0, id, rs, 2, 80, cells()));
-    }
-    EXPECT_EQ(stock_bill(id), expected_);
-}
-
-TEST_F(QuotedTexts, OtherStockBill) {
-    std::string no;
-    std::int32_t id = 0;
-    for (std::string given : {std::string(), kBillNo}) {
-        no = given;
-        auto rs = caller_rows({"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice",
-                               "FRetailAmount", "FZkRate", "FMemo"},
-                              {{1, kKey, 2, 40, 80, 99, 198, 0.8, kMemo}});
-        auto detail = cells();
-        ASSERT_TRUE(OtherBill().SaveData(31, kDate, no, 2, kName, 1, kRemark, 4, id, rs, detail));
-    }
-    EXPECT_EQ(stock_bill(id), expected_);
-    EXPECT_EQ(row("select FCause from ICStockBill"), kName);
-}
-
-TEST_F(QuotedTexts, CreditBill) {
-    std::string no;
-    std::int32_t id = 0;
-    for (std::string given : {std::string(), kBillNo}) {
-        no = given;
-        auto rs = caller_rows(
-            {"FItemID", "FRowKey", "FQty", "FPrice", "FAmount", "FRetailPrice", "FRetailAmount",
-             "FZkRate", "FMemo", "FUnitCost", "FRefInterID", "FRefEntryID"},
-            {{1, kKey, 2, 40, 80, 99, 198, 0.8, kMemo, 30, 0, 0}});
-        auto detail = cells();
-        ASSERT_TRUE(
-            Credit().SaveData(27, kDate, no, 2, 1001, kName, kPhone, kRemark, 1, id, rs, detail));
-    }
-    EXPECT_EQ(stock_bill(id), expected_);
-    EXPECT_EQ(row("select FOwner,FPhone from ICStockBill"), kName + "|" + kPhone);
-}
-
-TEST_F(QuotedTexts, OrderBill) {
-    std::string no;
-    std::int32_t id = 0;
-    for (std::string given : {std::string(), kBillNo}) {
-        no = given;
-        auto rs = caller_rows({"FItemID", "FRowKey", "FQty", "FZkRate", "FPrice", "FAmount",
-                               "FRetailPrice", "FRetailAmount", "FMemo"},
-                              {{1, kKey, 2, 0.8, 40, 80, 99, 198, kMemo}});
-        auto detail = cells();
-        ASSERT_EQ(OrderBill().SaveData(11, kDate, no, 101, kRemark, 1, id, rs, 0, 2, detail),
-                  "True");
-    }
-    EXPECT_EQ(row("select h.FBillNo,h.FRemark,e.FRowKey,e.FMemo,s.FRowKey,s.FColor from ICOrder h "
-                  "inner join ICOrderEntry e on e.FInterID=h.FInterID "
-                  "inner join ICOrderEntry_1 s on s.FInterID=h.FInterID and s.FRowKey=e.FRowKey "
-                  "where h.FInterID=" +
-                  std::to_string(id)),
+    auto also = [&](std::vector<ado::Variant> b) {
+        std::vector<ado::Variant> a = values;
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    };
+    EXPECT_EQ(bill(saved_twice([&](std::string& no, std::int32_t& id) {
+                  auto rs = line(with(stock, {"FHisPrice"}), also({40}));
+                  ASSERT_TRUE(PurRkd().SaveData(112, kDate, no, 2, 102, 2, kRemark, 1, 0, id, rs, 2,
+                                                80, cells()));
+              })),
+              expected_);
+    EXPECT_EQ(bill(saved_twice([&](std::string& no, std::int32_t& id) {
+                  auto rs = line(stock, values);
+                  auto detail = cells();
+                  ASSERT_TRUE(
+                      OtherBill().SaveData(31, kDate, no, 2, kName, 1, kRemark, 4, id, rs, detail));
+              })),
+              expected_);
+    EXPECT_EQ(row("select FCause from ICStockBill where FTranType=31"), kName);
+    EXPECT_EQ(bill(saved_twice([&](std::string& no, std::int32_t& id) {
+                  auto rs = line(with(stock, {"FUnitCost", "FRefInterID", "FRefEntryID"}),
+                                 also({30, 0, 0}));
+                  auto detail = cells();
+                  ASSERT_TRUE(Credit().SaveData(27, kDate, no, 2, 1001, kName, kPhone, kRemark, 1,
+                                                id, rs, detail));
+              })),
+              expected_);
+    EXPECT_EQ(row("select FOwner,FPhone from ICStockBill where FTranType=27"),
+              kName + "|" + kPhone);
+    EXPECT_EQ(bill(saved_twice([&](std::string& no, std::int32_t& id) {
+                       auto rs = line(stock, values);
+                       auto detail = cells();
+                       ASSERT_EQ(OrderBill().SaveData(11, kDate, no, 101, kRemark, 1, id, rs, 0, 2,
+                                                      detail),
+                                 "True");
+                   }),
+                   true),
               expected_);
 }
 
-TEST_F(QuotedTexts, MemberOrderAndItsReceipt) {
-    auto rows = [] {
-        return caller_rows(
+// A member order and a money bill give the caller no id: the second save names the first's.
+TEST_F(QuotedTexts, MemberOrderItsReceiptAndAPayment) {
+    saved_twice([&](std::string& no, std::int32_t& id) {
+        auto data = caller_rows(
             {"FItemID", "FSalerID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice",
              "FRetailAmount", "FUnitCost", "FPreSend", "FColor", "FSizeID"},
             {{1, 1, 2, 40, 80, 0.8, 99, 198, 30, 0, kColor, 2}});
-    };
-    std::string no;
-    std::int32_t acct = 2;
-    auto data = rows();
-    vipOrder().SaveData(21, kDate, no, 50, acct, kRemark, 1001, kName, kPhone, 3, 0, data);
-    const std::int32_t id = scalar("select FInterID from ICOrder").to_int32();
-    no = kBillNo;
-    data = rows();
-    vipOrder().SaveData(21, kDate, no, 50, acct, kRemark, 1001, kName, kPhone, 3, id, data);
+        std::int32_t acct = 2;
+        vipOrder().SaveData(21, kDate, no, 50, acct, kRemark, 1001, kName, kPhone, 3, id, data);
+        id = scalar("select FInterID from ICOrder").to_int32();
+    });
     EXPECT_EQ(row("select h.FBillNo,h.FRemark,h.FOwner,h.FPhone,s.FColor from ICOrder h "
                   "inner join ICOrderEntry_1 s on s.FInterID=h.FInterID"),
               kBillNo + "|" + kRemark + "|" + kName + "|" + kPhone + "|" + kColor);
     EXPECT_EQ(row("select FMemo from WLBill"), "会员订单：" + kBillNo);
-}
 
-TEST_F(QuotedTexts, ReceiptOrPayment) {
-    SFKData sfk;
-    std::string no;
-    sfk.SaveData(13, kDate, no, 1, 101, 2, 50, 0, kRemark, 1, 0, 0, 0);
-    const std::int32_t id = scalar("select FInterID from WLBill").to_int32();
-    no = kBillNo;
-    sfk.SaveData(13, kDate, no, 1, 101, 2, 50, 0, kRemark, 1, id, 0, 0);
-    EXPECT_EQ(row("select FBillNo,FMemo from WLBill"), kBillNo + "|" + kRemark);
+    const std::int32_t payment = saved_twice([&](std::string& no, std::int32_t& id) {
+        SFKData().SaveData(13, kDate, no, 1, 101, 2, 50, 0, kRemark, 1, id, 0, 0);
+        id = scalar("select FInterID from WLBill where FTranType=13").to_int32();
+    });
+    EXPECT_EQ(row("select FBillNo,FMemo from WLBill where FInterID=" + std::to_string(payment)),
+              kBillNo + "|" + kRemark);
 }
 
 TEST_F(QuotedTexts, TillSaleWithPointsAndItsCorrection) {

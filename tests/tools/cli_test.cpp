@@ -10,10 +10,6 @@
 namespace billdata::testing {
 namespace {
 
-CliRun run(const std::string& args) {
-    return run_cli(args);
-}
-
 // A server database as a URI (what --db and init take besides a connection string).
 std::string uri_of(const std::string& connection_string) {
     const auto cs = ado::ConnectionString::parse(connection_string);
@@ -27,40 +23,42 @@ using Cli = EngineCase;
 TEST_F(Cli, InitSqlAndTranslate) {
     const EngineDatabase shop;
     const std::string& db = shop.target();
-    CliRun init = run("init '" + db + "' --demo --year 2025 --period 3");
+    CliRun init = run_cli("init '" + db + "' --demo --year 2025 --period 3");
     ASSERT_EQ(init.status, 0) << init.out;
 
     // Refuses to overwrite a database that holds tables, whichever way it is named.
-    CliRun again = run("init '" + (shop.server() ? uri_of(db) : db) + "'");
+    CliRun again = run_cli("init '" + (shop.server() ? uri_of(db) : db) + "'");
     EXPECT_EQ(again.status, 1) << again.out;
     EXPECT_NE(again.out.find("already holds tables"), std::string::npos) << again.out;
 
-    CliRun settings = run("sql --db '" + db +
-                          "' --format csv \"select FKey,FValue from t_SystemProfile where FKey in "
-                          "('CurrentYear','CurrentPeriod') order by FKey\"");
+    CliRun settings =
+        run_cli("sql --db '" + db +
+                "' --format csv \"select FKey,FValue from t_SystemProfile where FKey in "
+                "('CurrentYear','CurrentPeriod') order by FKey\"");
     ASSERT_EQ(settings.status, 0) << settings.out;
     EXPECT_EQ(settings.out, "FKey,FValue\nCurrentPeriod,3\nCurrentYear,2025\n");
 
-    CliRun json = run("sql --db '" + db +
-                      "' --format json \"select top 1 FMaxNum from ICMaxNum where FTranType=11\"");
+    CliRun json =
+        run_cli("sql --db '" + db +
+                "' --format json \"select top 1 FMaxNum from ICMaxNum where FTranType=11\"");
     ASSERT_EQ(json.status, 0) << json.out;
     EXPECT_EQ(json.out, "{\"fields\": [\"FMaxNum\"], \"rows\": [[1000000000]]}\n");
 
-    CliRun table = run("sql --db '" + db + "' \"select count(*) as FCount from t_Stock\"");
+    CliRun table = run_cli("sql --db '" + db + "' \"select count(*) as FCount from t_Stock\"");
     ASSERT_EQ(table.status, 0) << table.out;
     EXPECT_NE(table.out.find("FCount"), std::string::npos);
     EXPECT_NE(table.out.find("(1 row)"), std::string::npos);
 
-    CliRun changed = run("sql --db '" + db +
-                         "' \"update t_SystemProfile set FValue='1' where FKey='ICClosed'\"");
+    CliRun changed = run_cli("sql --db '" + db +
+                             "' \"update t_SystemProfile set FValue='1' where FKey='ICClosed'\"");
     EXPECT_EQ(changed.status, 0) << changed.out;
     EXPECT_NE(changed.out.find("(1 row affected)"), std::string::npos);
 
     CliRun translated =
-        run("translate \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
+        run_cli("translate \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
     ASSERT_EQ(translated.status, 0) << translated.out;
     EXPECT_NE(translated.out.find("LIMIT 2"), std::string::npos) << translated.out;
-    CliRun for_server = run(
+    CliRun for_server = run_cli(
         "translate --engine postgresql \"select top 2 FBillNo from ICStockBill where FTranType=99\"");
     ASSERT_EQ(for_server.status, 0) << for_server.out;
     EXPECT_EQ(for_server.out,
@@ -69,9 +67,9 @@ TEST_F(Cli, InitSqlAndTranslate) {
     // Whatever file name init takes, --db takes too.
     if (shop.server()) return;
     std::string other = shop.dir().file("shop.sqlite");
-    ASSERT_EQ(run("init '" + other + "'").status, 0);
+    ASSERT_EQ(run_cli("init '" + other + "'").status, 0);
     CliRun by_path =
-        run("sql --db '" + other + "' --format csv \"select count(*) as n from t_Stock\"");
+        run_cli("sql --db '" + other + "' --format csv \"select count(*) as n from t_Stock\"");
     EXPECT_EQ(by_path.status, 0) << by_path.out;
     EXPECT_EQ(by_path.out, "n\n0\n");
 }
@@ -82,19 +80,19 @@ TEST_F(Cli, BadInputIsAClearError) {
     // of a connection string is the one it names).
     const std::string none = on_test_server() ? postgres_server() + ";Database=bd_no_such_database"
                                               : dir.file("none.db");
-    CliRun missing = run("sql --db '" + none + "' \"select 1\"");
+    CliRun missing = run_cli("sql --db '" + none + "' \"select 1\"");
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.out.find("billdata: error"), std::string::npos) << missing.out;
 
-    CliRun provider = run("sql --db 'Provider=Nothing;Data Source=x' \"select 1\"");
+    CliRun provider = run_cli("sql --db 'Provider=Nothing;Data Source=x' \"select 1\"");
     EXPECT_EQ(provider.status, 1);
     EXPECT_NE(provider.out.find("Nothing"), std::string::npos) << provider.out;
 
-    CliRun unsupported = run("translate \"select * from ICStockBill pivot (x)\"");
+    CliRun unsupported = run_cli("translate \"select * from ICStockBill pivot (x)\"");
     EXPECT_EQ(unsupported.status, 1) << unsupported.out;
     EXPECT_NE(unsupported.out.find("position"), std::string::npos) << unsupported.out;
 
-    CliRun usage = run("frobnicate");
+    CliRun usage = run_cli("frobnicate");
     EXPECT_NE(usage.status, 0);
 }
 

@@ -7,6 +7,7 @@
 
 #include "billdata/ado/ado.h"
 #include "billdata/common/audit.h"
+#include "support/caller_rows.h"
 #include "support/test_support.h"
 #include "tools/cli_run.h"
 
@@ -15,16 +16,10 @@ namespace {
 
 // Every row of a query as "a|b;c|d" text.
 std::string rows(const std::string& db, const std::string& sql) {
-    auto cn = ado::Connection::create();
-    cn->Open(db);
-    auto rs = cn->Execute(sql);
+    const std::vector<std::string> all = query_rows(db, sql);
     std::string out;
-    for (bool first = true; !rs->Eof(); rs->MoveNext(), first = false) {
-        out += first ? "" : ";";
-        for (std::size_t i = 0; i < rs->GetFields().Count(); ++i)
-            out += (i ? "|" : "") + rs->Fields(i).Value().to_string();
-    }
-    rs->Close();
+    for (std::size_t i = 0; i < all.size(); ++i)
+        out += (i ? ";" : "") + all[i];
     return out;
 }
 

@@ -32,6 +32,7 @@ class VipOrderTest : public DatabaseTest {
         std::int32_t acct = 2;
         vip.SaveData(kind, DateTime(2025, 3, 9), no, earnest, acct, "remark", 1001, "刘洋",
                      "13800000001", 3, modify, data);
+        EXPECT_EQ(data, nullptr);  // the caller's reference is released
     }
     double num(const std::string& sql) const { return scalar(sql).to_double(); }
     std::vector<std::string> table(const std::string& sql) const {
@@ -43,12 +44,8 @@ class VipOrderTest : public DatabaseTest {
 
 TEST_F(VipOrderTest, NewOrderWithItsEarnestReceipt) {
     std::string no;
-    auto data = three_rows();
-    std::int32_t acct = 2;
-    vip.SaveData(21, DateTime(2025, 3, 9), no, 100, acct, "remark", 1001, "刘洋", "13800000001", 3,
-                 0, data);
+    save(21, no, 100, 0, three_rows());
     EXPECT_EQ(no, "XD250309-001");
-    EXPECT_EQ(data, nullptr);  // the caller's reference is released
     const std::string where = " where FInterID=1";
     EXPECT_EQ(num("select count(*) from icorderEntry" + where + " and FRowKey=FEntryID"), 3);
     EXPECT_EQ(num("select count(*) from icorderEntry_1" + where + " and FColorEntryID=0"), 3);
