@@ -119,7 +119,8 @@ Slot zero_slot(Type type) {
 
 // Converts one argument to its parameter's type; `where` names the parameter for messages.
 Slot to_slot(const Value& value, const Param& param, const std::string& where) {
-    const std::string detail = where + ", parameter " + param.name;
+    // Only an error names the parameter: a call converts every argument.
+    auto detail = [&] { return where + ", parameter " + param.name; };
     if (value.is_missing()) {
         if (!param.default_value.is_missing()) return to_slot(param.default_value, param, where);
         return zero_slot(param.type);
@@ -134,16 +135,16 @@ Slot to_slot(const Value& value, const Param& param, const std::string& where) {
             return value.recordset();
         if (param.type == Type::Connection && value.kind() == Value::Kind::Connection)
             return value.connection();
-        throw type_mismatch(detail + ": " + kind_name(value.kind()) + " where a " +
+        throw type_mismatch(detail() + ": " + kind_name(value.kind()) + " where a " +
                             type_name(param.type) + " is required");
     }
     if (param.type == Type::IdArray) {
         if (value.kind() == Value::Kind::IdArray) return value.ids();
-        throw type_mismatch(detail + ": " + kind_name(value.kind()) +
+        throw type_mismatch(detail() + ": " + kind_name(value.kind()) +
                             " where an array of 32-bit integers is required");
     }
     if (value.kind() != Value::Kind::Variant) {
-        throw type_mismatch(detail + ": " + kind_name(value.kind()) + " where a " +
+        throw type_mismatch(detail() + ": " + kind_name(value.kind()) + " where a " +
                             type_name(param.type) + " is required");
     }
     const ado::Variant& v = value.variant();
@@ -169,10 +170,10 @@ Slot to_slot(const Value& value, const Param& param, const std::string& where) {
     } catch (const ado::ComError& e) {
         std::string shown = util::excerpt(v.to_string());
         if (v.type() == ado::VarType::String) shown = "\"" + shown + "\"";
-        throw err::error(e.number(), detail + ": " + (v.is_null() ? "Null" : shown) + " is not a " +
-                                         type_name(param.type));
+        throw err::error(e.number(), detail() + ": " + (v.is_null() ? "Null" : shown) +
+                                         " is not a " + type_name(param.type));
     }
-    throw type_mismatch(detail);
+    throw type_mismatch(detail());
 }
 
 Value from_slot(Slot& slot) {

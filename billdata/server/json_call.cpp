@@ -16,66 +16,96 @@ ado::ComError bad_json(const std::string& detail) {
     return err::error(err::kInvalidCall, detail);
 }
 
-// A value as an error message shows it: its JSON text, cut short when long.
-std::string shown(const json& j) {
-    return util::excerpt(j.dump(-1, ' ', false, json::error_handler_t::replace));
+// Names the value being read in error messages; the text is made only when one is raised.
+struct What {
+    std::string_view head;   // the name, or what comes before a parameter's name
+    std::string_view param;  // the parameter's name as the caller wrote it, when `named`
+    bool named = false;
+    long row = -1;  // a record set's row, when reading one
+
+    std::string text() const {
+        std::string out(head);
+        if (named) out += util::excerpt(param);
+        if (row >= 0) out += ", row " + std::to_string(row);
+        return out;
+    }
+    What at_row(long r) const {
+        What w = *this;
+        w.row = r;
+        return w;
+    }
+};
+
+// A value as an error message shows it: its JSON text as the JSON library writes it, cut short
+// when long.
+std::string shown(const JsonDoc& doc, std::uint32_t index) {
+    return util::excerpt(
+        json::parse(doc.source(index)).dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
-ado::Variant scalar_from_json(const json& j, const std::string& what) {
-    switch (j.type()) {
-        case json::value_t::null:
+ado::Variant scalar_from_json(const JsonDoc& doc, std::uint32_t index, const What& what) {
+    const JsonDoc::Node& n = doc.node(index);
+    switch (n.kind) {
+        case JsonDoc::Kind::Null:
             return ado::Variant::null();
-        case json::value_t::boolean:
-            return ado::Variant(j.get<bool>());
-        case json::value_t::number_integer:
-        case json::value_t::number_unsigned: {
-            if (j.is_number_unsigned() &&
-                j.get<std::uint64_t>() > std::uint64_t(std::numeric_limits<std::int64_t>::max()))
-                return ado::Variant(j.get<double>());
-            return ado::Variant(j.get<std::int64_t>());
-        }
-        case json::value_t::number_float:
-            return ado::Variant(j.get<double>());
-        case json::value_t::string:
-            return ado::Variant(j.get<std::string>());
+        case JsonDoc::Kind::Boolean:
+            return ado::Variant(n.boolean);
+        case JsonDoc::Kind::Integer:
+            return ado::Variant(n.integer);
+        case JsonDoc::Kind::Double:
+            return ado::Variant(n.number);
+        case JsonDoc::Kind::String:
+            return ado::Variant(std::string(n.text));
         default:
-            throw bad_json(what + ": " + shown(j) + " is not a single value");
+            throw bad_json(what.text() + ": " + shown(doc, index) + " is not a single value");
     }
 }
 
-std::shared_ptr<ado::Recordset> recordset_from_json(const json& j, const std::string& what) {
+std::shared_ptr<ado::Recordset> recordset_from_json(const JsonDoc& doc, std::uint32_t index,
+                                                    const What& what) {
     const char* shape = ": a record set is {\"fields\": [names], \"rows\": [[values], …]}";
-    auto fields = j.find("fields");
-    if (fields == j.end() || !fields->is_array()) throw bad_json(what + shape);
-    for (auto it = j.begin(); it != j.end(); ++it) {
-        if (it.key() != "fields" && it.key() != "rows")
-            throw bad_json(what + ": unknown member \"" + util::excerpt(it.key()) + "\"" + shape);
+    const std::vector<JsonDoc::Member> members = doc.members(index);
+    std::uint32_t fields = JsonDoc::npos, rows = JsonDoc::npos;
+    for (const JsonDoc::Member& m : members) {
+        if (m.name == "fields")
+            fields = m.value;
+        else if (m.name == "rows")
+            rows = m.value;
+    }
+    if (fields == JsonDoc::npos || doc.node(fields).kind != JsonDoc::Kind::Array)
+        throw bad_json(what.text() + shape);
+    for (const JsonDoc::Member& m : members) {
+        if (m.name != "fields" && m.name != "rows")
+            throw bad_json(what.text() + ": unknown member \"" + util::excerpt(m.name) + "\"" +
+                           shape);
     }
     auto rs = ado::Recordset::create();
-    for (const json& name : *fields) {
-        if (!name.is_string() || name.get<std::string>().empty())
-            throw bad_json(what + ": field names must be non-empty texts");
-        if (rs->GetFields().Find(name.get<std::string>()))
-            throw bad_json(what + ": field " + util::excerpt(name.get<std::string>()) +
-                           " appears twice");
-        rs->GetFields().Append(name.get<std::string>(), ado::adVariant);
+    const std::uint32_t field_count = doc.node(fields).size;
+    for (std::uint32_t i = 0, at = JsonDoc::first(fields); i < field_count;
+         ++i, at = doc.node(at).next) {
+        const JsonDoc::Node& name = doc.node(at);
+        if (name.kind != JsonDoc::Kind::String || name.text.empty())
+            throw bad_json(what.text() + ": field names must be non-empty texts");
+        if (rs->GetFields().Find(name.text))
+            throw bad_json(what.text() + ": field " + util::excerpt(name.text) + " appears twice");
+        rs->GetFields().Append(name.text, ado::adVariant);
     }
     rs->Open();
-    auto rows = j.find("rows");
-    if (rows != j.end()) {
-        if (!rows->is_array()) throw bad_json(what + shape);
-        std::size_t r = 0;
-        for (const json& row : *rows) {
-            if (!row.is_array() || row.size() != fields->size()) {
-                throw bad_json(what + ": row " + std::to_string(r) + " must hold " +
-                               std::to_string(fields->size()) + " values");
+    if (rows != JsonDoc::npos) {
+        if (doc.node(rows).kind != JsonDoc::Kind::Array) throw bad_json(what.text() + shape);
+        const std::uint32_t row_count = doc.node(rows).size;
+        for (std::uint32_t r = 0, row = JsonDoc::first(rows); r < row_count;
+             ++r, row = doc.node(row).next) {
+            if (doc.node(row).kind != JsonDoc::Kind::Array || doc.node(row).size != field_count) {
+                throw bad_json(what.text() + ": row " + std::to_string(r) + " must hold " +
+                               std::to_string(field_count) + " values");
             }
             rs->AddNew();
-            const std::string row_what = what + ", row " + std::to_string(r);
-            for (std::size_t i = 0; i < row.size(); ++i)
-                rs->Fields(i).SetValue(scalar_from_json(row[i], row_what));
+            const What row_what = what.at_row(r);
+            for (std::uint32_t i = 0, cell = JsonDoc::first(row); i < field_count;
+                 ++i, cell = doc.node(cell).next)
+                rs->Fields(i).SetValue(scalar_from_json(doc, cell, row_what));
             rs->Update();
-            ++r;
         }
     }
     // The caller hands its lines positioned on the first one, as a front end does.
@@ -83,21 +113,25 @@ std::shared_ptr<ado::Recordset> recordset_from_json(const json& j, const std::st
     return rs;
 }
 
-Value from_json(const json& j, const std::string& what) {
-    if (j.is_object()) return recordset_from_json(j, what);
-    if (j.is_array()) {
+Value from_json(const JsonDoc& doc, std::uint32_t index, const What& what) {
+    const JsonDoc::Node& n = doc.node(index);
+    if (n.kind == JsonDoc::Kind::Object) return recordset_from_json(doc, index, what);
+    if (n.kind == JsonDoc::Kind::Array) {
         IdArray ids;
-        for (const json& e : j) {
-            ado::Variant v = scalar_from_json(e, what);
+        ids.reserve(n.size);
+        for (std::uint32_t i = 0, e = JsonDoc::first(index); i < n.size;
+             ++i, e = doc.node(e).next) {
+            ado::Variant v = scalar_from_json(doc, e, what);
             try {
                 ids.push_back(v.to_int32());
             } catch (const ado::ComError& ex) {
-                throw err::error(ex.number(), what + ": " + shown(e) + " is not a 32-bit integer");
+                throw err::error(ex.number(),
+                                 what.text() + ": " + shown(doc, e) + " is not a 32-bit integer");
             }
         }
         return ids;
     }
-    return scalar_from_json(j, what);
+    return scalar_from_json(doc, index, what);
 }
 
 std::string quote(const std::string& text) {
@@ -175,9 +209,9 @@ void check_json_text(std::string_view text, const std::string& what) {
 
 Value value_from_json(std::string_view json_text, const std::string& what) {
     check_json_text(json_text, what);
-    json j = json::parse(json_text, nullptr, false);
-    if (j.is_discarded()) throw bad_json(what + ": not valid JSON");
-    return from_json(j, what);
+    JsonDoc doc;
+    if (!doc.parse(json_text)) throw bad_json(what + ": not valid JSON");
+    return from_json(doc, 0, What{what, {}, false, -1});
 }
 
 std::string to_json(const Value& value) {
@@ -200,22 +234,28 @@ std::string to_json(const Value& value) {
 }
 
 CallOutcome call_json(Object& object, std::string_view method, std::string_view args_json) {
+    JsonDoc doc;
     if (args_json.find_first_not_of(" \t\r\n") == std::string_view::npos)
-        return call_json_value(object, method, json::object());
+        return call_json_value(object, method, doc, JsonDoc::npos);
     check_json_text(args_json, "the arguments");
-    const json args = json::parse(args_json, nullptr, false);
-    if (args.is_discarded()) throw bad_json("the arguments are not valid JSON");
-    return call_json_value(object, method, args);
+    if (!doc.parse(args_json)) throw bad_json("the arguments are not valid JSON");
+    return call_json_value(object, method, doc, 0);
 }
 
-CallOutcome call_json_value(Object& object, std::string_view method, const json& args) {
-    if (!args.is_object())
-        throw bad_json("the arguments must be a JSON object keyed by parameter names");
+CallOutcome call_json_value(Object& object, std::string_view method, const JsonDoc& doc,
+                            std::uint32_t args) {
     std::vector<NamedArg> named;
-    const std::string where = object.info().name() + "." + util::excerpt(method);
-    for (auto it = args.begin(); it != args.end(); ++it)
-        named.push_back(
-            {it.key(), from_json(it.value(), where + ", parameter " + util::excerpt(it.key()))});
+    if (args != JsonDoc::npos) {
+        if (doc.node(args).kind != JsonDoc::Kind::Object)
+            throw bad_json("the arguments must be a JSON object keyed by parameter names");
+        const std::string head =
+            object.info().name() + "." + util::excerpt(method) + ", parameter ";
+        const std::vector<JsonDoc::Member> members = doc.members(args);
+        named.reserve(members.size());
+        for (const JsonDoc::Member& m : members)
+            named.push_back(
+                {std::string(m.name), from_json(doc, m.value, What{head, m.name, true, -1})});
+    }
 
     std::vector<Value> positional;
     CallOutcome outcome;

@@ -8,7 +8,6 @@
 //   errors: {"error": {"number": -2147220503, "description": "…"}}, with "cleanup": "…" added
 //     only when the failed operation's rollback failed too.
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,6 +15,7 @@
 
 #include "billdata/ado/ado.h"
 #include "billdata/server/dispatch.h"
+#include "billdata/server/json_doc.h"
 
 namespace billdata::server {
 
@@ -32,9 +32,10 @@ struct CallOutcome {
 // has no late-bound form is ComError 5 (or 13 for an unusable record set); then every error of
 // Object::Invoke. Messages quote the caller's text only as a short excerpt.
 CallOutcome call_json(Object& object, std::string_view method, std::string_view args_json);
-// The same with the arguments already parsed (from a text that passed check_json_text), as a
-// batch line holds them: nothing is written out and read again.
-CallOutcome call_json_value(Object& object, std::string_view method, const nlohmann::json& args);
+// The same with the arguments already read: the value `args` of `doc` (read from a text that
+// passed check_json_text), as a batch line holds them, or JsonDoc::npos for no arguments.
+CallOutcome call_json_value(Object& object, std::string_view method, const JsonDoc& doc,
+                            std::uint32_t args);
 
 // The JSON text of a value: a record set is read from its current row to its end (a closed
 // record set or Nothing is null); Missing is null.

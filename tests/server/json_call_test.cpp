@@ -114,5 +114,72 @@ TEST_F(JsonCallTest, BadJsonIsAClearErrorAndCallsNothing) {
     EXPECT_THROW(server::value_from_json(R"j({"fields": ["A", "a"]})j"), ado::ComError);
 }
 
+// The argument text is read by the grammar's letter: what is refused and how the edge cases
+// read, to the byte of the answer.
+TEST_F(JsonCallTest, ArgumentTextsAtTheEdgesOfTheGrammar) {
+    using namespace std::string_literals;
+    const std::string not_json =
+        R"j({"error": {"number": 5, "description": "无效的过程调用或参数 (the arguments are not valid JSON)"}})j";
+    for (const std::string& text : {R"j({"Value": 1,})j"s,
+                                    R"j({"Value": [1,]})j"s,
+                                    R"j({"Value" 1})j"s,
+                                    R"j({'Value': 1})j"s,
+                                    R"j({"Value": 01})j"s,
+                                    R"j({"Value": 1.})j"s,
+                                    R"j({"Value": .5})j"s,
+                                    R"j({"Value": +1})j"s,
+                                    R"j({"Value": 1e})j"s,
+                                    R"j({"Value": -})j"s,
+                                    R"j({"Value": 1e999})j"s,
+                                    R"j({"Value": NaN})j"s,
+                                    R"j({"Value": tru})j"s,
+                                    R"j({"Value": "a)j"s + "\t" + R"j("})j",
+                                    R"j({"Value": "\q"})j"s,
+                                    R"j({"Value": "\u12"})j"s,
+                                    R"j({"Value": "\ud800"})j"s,
+                                    R"j({"Value": "\udc00\ud800"})j"s,
+                                    R"j({"Value": "\ud800\u0041"})j"s,
+                                    R"j({"Value": "x)j"s,
+                                    R"j({"Value": 1} 2)j"s,
+                                    R"j(/* */ {"Value": 1})j"s,
+                                    "\0{}"s,
+                                    "{\"Value\": 1\0}"s})
+        EXPECT_EQ(error_of("Echo", text), not_json) << text;
+
+    const std::pair<std::string, std::string> read[] = {
+        {R"j({"Value": "\u4e2d\ud83d\ude00\/\b\"", "TypeName": ""})j",
+         R"j({"result": "中😀/\b\"", "out": {"TypeName": "String"}})j"},
+        {R"j({"Val\u0075e": true, "TypeName": ""})j",
+         R"j({"result": true, "out": {"TypeName": "Boolean"}})j"},
+        {R"j({"Value": 1, "TypeName": "", "Value": -0})j",
+         R"j({"result": 0, "out": {"TypeName": "Long"}})j"},
+        {R"j({"Value": -9223372036854775808, "TypeName": ""})j",
+         R"j({"result": -9223372036854775808, "out": {"TypeName": "Double"}})j"},
+        {R"j({"Value": 18446744073709551616, "TypeName": ""})j",
+         R"j({"result": 18446744073709551616, "out": {"TypeName": "Double"}})j"},
+        {R"j({"Value": 25E-1, "TypeName": ""})j",
+         R"j({"result": 2.5, "out": {"TypeName": "Double"}})j"},
+        {R"j({"Value": 1e-400, "TypeName": ""})j",
+         R"j({"result": 0, "out": {"TypeName": "Double"}})j"},
+        {"\xEF\xBB\xBF {\"Value\": null, \"TypeName\": \"\"}\r\n",
+         R"j({"result": null, "out": {"TypeName": "Null"}})j"},
+        // A NUL byte ends the text, as it ends a C string.
+        {"{\"Value\": [], \"TypeName\": \"\"}\0{"s,
+         R"j({"error": {"number": 13, "description": "类型不匹配 (TestService.Echo, parameter Value: an array where a variant is required)"}})j"},
+        // Members are taken in byte order of their names: the first unknown one is "B".
+        {R"j({"b": 1, "Value": 1, "TypeName": "", "B": 2})j",
+         R"j({"error": {"number": 448, "description": "未找到命名参数 (TestService.Echo has no parameter B)"}})j"},
+    };
+    for (const auto& [text, answer] : read) {
+        std::string got;
+        try {
+            got = call("Echo", text);
+        } catch (const ado::ComError& e) {
+            got = server::error_json(e);
+        }
+        EXPECT_EQ(got, answer) << text;
+    }
+}
+
 }  // namespace
 }  // namespace billdata::testing

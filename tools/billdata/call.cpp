@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <chrono>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "billdata/ado/ado.h"
@@ -66,10 +65,10 @@ CallOutcome call(const std::string& target, const std::string& args_json) {
     return server::call_json(*object, method, args_json);
 }
 
-CallOutcome call(const std::string& target, const nlohmann::json& args) {
+CallOutcome call(const std::string& target, const server::JsonDoc& doc, std::uint32_t args) {
     std::string method;
     auto object = object_for(target, method);
-    return server::call_json_value(*object, method, args);
+    return server::call_json_value(*object, method, doc, args);
 }
 
 // A value shown to a person: record sets as tables (or CSV), scalars as the platform's text.
@@ -129,27 +128,30 @@ int run_call(const std::string& db, int year, int period, const std::string& for
 
 namespace {
 
-// One line of a batch: {"call": "Class.Method", "args": {…}} → the answer line.
-std::string run_line(const std::string& line, bool& failed) {
+// One line of a batch: {"call": "Class.Method", "args": {…}} → the answer line. `doc` is the
+// reader every line of the batch is read into.
+std::string run_line(const std::string& line, server::JsonDoc& doc, bool& failed) {
+    using Kind = server::JsonDoc::Kind;
     failed = false;
     try {
         server::check_json_text(line, "the batch line");
-        nlohmann::json request = nlohmann::json::parse(line, nullptr, false);
-        if (request.is_discarded() || !request.is_object())
+        if (!doc.parse(line) || doc.node(0).kind != Kind::Object)
             throw bad_request(
                 "a batch line is a JSON object {\"call\": \"Class.Method\", \"args\": {...}}");
-        for (auto it = request.begin(); it != request.end(); ++it) {
-            if (it.key() != "call" && it.key() != "args")
-                throw bad_request("unknown member \"" + util::excerpt(it.key()) +
+        std::uint32_t target = server::JsonDoc::npos, args = server::JsonDoc::npos;
+        for (const server::JsonDoc::Member& m : doc.members(0)) {
+            if (m.name == "call")
+                target = m.value;
+            else if (m.name == "args")
+                args = m.value;
+            else
+                throw bad_request("unknown member \"" + util::excerpt(m.name) +
                                   "\" (a batch line has \"call\" and \"args\")");
         }
-        auto target = request.find("call");
-        if (target == request.end() || !target->is_string())
+        if (target == server::JsonDoc::npos || doc.node(target).kind != Kind::String)
             throw bad_request("a batch line needs \"call\": \"Class.Method\"");
-        // The arguments as parsed with the line (which passed the text checks as a whole).
-        auto args = request.find("args");
-        return server::outcome_json(call(target->get<std::string>(),
-                                         args == request.end() ? nlohmann::json::object() : *args));
+        // The arguments as read with the line (which passed the text checks as a whole).
+        return server::outcome_json(call(std::string(doc.node(target).text), doc, args));
     } catch (const ComError& e) {
         failed = true;
         return server::error_json(e);
@@ -226,12 +228,13 @@ int run_batch(const std::string& db) {
     long calls = 0, failures = 0;
     Progress progress;
     LineReader input;
+    server::JsonDoc doc;
     std::string line;
     while (input.next(line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.find_first_not_of(" \t") == std::string::npos) continue;
         bool failed = false;
-        std::cout << run_line(line, failed) << "\n";
+        std::cout << run_line(line, doc, failed) << "\n";
         if (!output_written()) return kExitOutputLost;
         ++calls;
         if (failed) ++failures;
