@@ -32,6 +32,9 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
         {"select FName, count(*) from t_Stock", 8120,
          "选择列表中的列 't_Stock.FName' 无效，因为该列没有包含在聚合函数或 GROUP BY "
          "子句中。"},
+        {"select FNumber, count(*) from t_Stock group by FNumber order by FName", 8127,
+         "列 \"t_Stock.FName\" 在 ORDER BY 子句中无效，因为该列没有包含在聚合函数或 GROUP BY "
+         "子句中。"},
     };
     auto cn = open();
     for (const auto& c : cases) {

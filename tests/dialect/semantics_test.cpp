@@ -624,6 +624,33 @@ TEST_P(Semantics, ATextLongerThanItsColumnIsRefused) {
         (Rows{{"B200Q1", "4"}, {"一二三四五六七八九十", "2"}}));
 }
 
+// A subquery in a grouped query sees one row of each group: a column of the outer query that it
+// uses must be grouped (8120), as one in ORDER BY must be (8127). An aggregate over a column of
+// the outer query alone is the outer query's aggregate (one row per group, or one in all); one
+// that also uses other columns is refused (the server's 8124), as is one in a subquery whose
+// rows the engines would have to count apart.
+TEST_P(Semantics, OuterReferencesInGroupedQueries) {
+    const std::string tail = "无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。";
+    expect_error(
+        "select FTranType, (select count(*) from ICStockBillEntry e where e.FInterID = b.FInterID) from ICStockBill b group by FTranType",
+        "选择列表中的列 'b.FInterID' " + tail);
+    expect_error("select b.FBillNo, (select sum(b.FSumQty)) from ICStockBill b",
+                 "选择列表中的列 'b.FBillNo' " + tail);
+    expect_error("select FTranType, count(*) from ICStockBill group by FTranType order by FDate",
+                 "列 \"ICStockBill.FDate\" 在 ORDER BY 子句中" + tail);
+    const char* const refused[] = {
+        "select (select sum(b.FSumQty + e.FQty) from ICStockBillEntry e) from ICStockBill b",
+        "select (select sum(b.FSumQty) from t_Stock) from ICStockBill b",
+        "select FTranType from ICStockBill b group by FTranType having exists(select 1 from t_Stock s where s.FItemID < max(b.FInStockID))",
+    };
+    for (const char* sql : refused)
+        EXPECT_THROW(run(sql), std::runtime_error) << sql;
+    EXPECT_EQ(value("select (select sum(b.FSumQty)) from ICStockBill b"), "16");
+    EXPECT_EQ(
+        run("select FTranType, (select count(*) from ICStockBillEntry e where e.FInterID < max(b.FInterID)) from ICStockBill b group by FTranType order by FTranType"),
+        (Rows{{"27", "3"}, {"99", "4"}, {"112", "0"}}));
+}
+
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
 // or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
 class ServerSemantics : public WithBills<OnEveryEngine> {};
