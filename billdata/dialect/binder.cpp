@@ -918,6 +918,21 @@ bool same_term(const Expr& a, const Expr& b) {
             const auto& y = b.as<Binary>();
             return x.op == y.op && same_term(*x.lhs, *y.lhs) && same_term(*x.rhs, *y.rhs);
         }
+        case NodeType::Case: {
+            const auto& x = a.as<Case>();
+            const auto& y = b.as<Case>();
+            auto same = [](const Expr* p, const Expr* q) {
+                return p == nullptr ? q == nullptr : q != nullptr && same_term(*p, *q);
+            };
+            if (!same(x.operand, y.operand) || !same(x.otherwise, y.otherwise) ||
+                x.whens.size() != y.whens.size())
+                return false;
+            for (std::size_t i = 0; i < x.whens.size(); ++i)
+                if (!same_term(*x.whens[i].first, *y.whens[i].first) ||
+                    !same_term(*x.whens[i].second, *y.whens[i].second))
+                    return false;
+            return true;
+        }
         case NodeType::Cast: {
             const auto& x = a.as<Cast>();
             const auto& y = b.as<Cast>();
