@@ -808,7 +808,13 @@ void Emitter::expr(const Expr& e) {
                 in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
             compared(*in.expr, in.compare, coll, kOutEquality + 1);
             out_.append(in.negated ? " NOT IN (" : " IN (");
+            // Engines whose computed texts do not compare as text columns do: the values the
+            // subquery computes compare as texts too.
+            const std::vector<bool> texts{true};
+            if (in.compare == CompareKind::Text && hooks_.collates_computed_text())
+                compound_texts_ = &texts;
             select(*in.query, false);
+            compound_texts_ = nullptr;
             out_.push_back(')');
             return;
         }

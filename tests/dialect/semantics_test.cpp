@@ -645,6 +645,7 @@ TEST_P(Semantics, ComputedTextsDeduplicateAsTheyCompare) {
          "2"},
         {"select count(*) from (select left(FName,2) as x from t_ICItem) d where x in ('SH ')",
          "2"},
+        {"select count(*) from t_Stock where FName in (select 'STORE ' union all select 'x')", "1"},
     });
     const std::string shown = value("select x from (select 'a' as x union select 'A ') d");
     EXPECT_TRUE(shown == "a" || shown == "A ") << shown;
