@@ -763,7 +763,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             auto& f = e.as<Function>();
             for (Expr* a : f.args)
                 bind_expr(*a, scope);
-            if (f.is_aggregate() && !f.star && scope.parent) place_aggregate(f, scope);
+            if (f.is_aggregate() && !f.star && !f.over && scope.parent) place_aggregate(f, scope);
             if (f.over) {
                 for (Expr* p : f.over->partition_by)
                     bind_expr(*p, scope);
