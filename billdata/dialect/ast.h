@@ -353,6 +353,9 @@ struct Function : Expr {
     bool distinct = false;
     bool star = false;       // count(*)
     Window* over = nullptr;  // the OVER clause of a ranking function
+    // An aggregate over a column of an enclosing query alone is that query's aggregate: set by
+    // the binder, it is a value where it is written.
+    bool outer = false;
     Function(std::uint32_t p, Func f, std::string_view n, List<Expr*> a)
         : Expr(kType, p), func(f), name(n), args(std::move(a)) {}
     bool is_aggregate() const { return func >= Func::Count; }

@@ -11,10 +11,13 @@ struct Scope {
     Scope* parent;
     List<TableSource*> sources;  // tables and derived tables, joins flattened
     const QuerySpec* spec = nullptr;
+    bool outer_aggregate = false;  // a subquery holds an aggregate of this query
     Scope(Scope* p, std::pmr::memory_resource* r) : parent(p), sources(r) {}
 };
 
 namespace {
+
+bool at_most_one_row(const Select& select);
 
 [[noreturn]] void fail(const std::string& message, std::size_t pos, std::string construct) {
     throw DialectError(message + " at position " + std::to_string(pos), pos, excerpt(construct));
@@ -362,7 +365,10 @@ void Binder::bind_spec(QuerySpec& spec, Scope* parent, Select* owner) {
         bind_expr(*g, scope);
     if (spec.having) bind_expr(*spec.having, scope);
     check_grouping(spec, scope);
-    if (owner) bind_order_by(*owner, &scope);
+    if (owner) {
+        bind_order_by(*owner, &scope);
+        check_order_grouping(*owner, scope);
+    }
 }
 
 void Binder::bind_order_by(Select& select, Scope* spec_scope) {
@@ -684,7 +690,12 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
         case NodeType::InQuery: {
             auto& in = e.as<InQuery>();
             bind_expr(*in.expr, scope);
+            const int outer_aggregates = outer_aggregates_;
             bind_select(*in.query, &scope);
+            if (outer_aggregates_ != outer_aggregates) {
+                fail("unsupported construct 'aggregate of an outer column in IN (subquery)'",
+                     in.query->pos, "in");
+            }
             const QuerySpec& first = in.query->first_spec();
             if (first.items.size() != 1 || first.items[0].expr->is<Star>()) {
                 fail("a subquery after IN must select exactly one column", in.query->pos, "in");
@@ -693,10 +704,16 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             e.vtype = ColumnType::Integer;
             break;
         }
-        case NodeType::Exists:
+        case NodeType::Exists: {
+            const int outer_aggregates = outer_aggregates_;
             bind_select(*e.as<Exists>().query, &scope);
+            if (outer_aggregates_ != outer_aggregates) {
+                fail("unsupported construct 'aggregate of an outer column in EXISTS'", e.pos,
+                     "exists");
+            }
             e.vtype = ColumnType::Integer;
             break;
+        }
         case NodeType::Like: {
             auto& l = e.as<Like>();
             bind_expr(*l.expr, scope);
@@ -765,6 +782,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             auto& f = e.as<Function>();
             for (Expr* a : f.args)
                 bind_expr(*a, scope);
+            if (f.is_aggregate() && !f.star && !f.over && scope.parent) place_aggregate(f, scope);
             if (f.over) {
                 for (Expr* p : f.over->partition_by)
                     bind_expr(*p, scope);
@@ -847,7 +865,16 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
         }
         case NodeType::Subquery: {
             auto& s = e.as<Subquery>();
+            const int outer_aggregates = outer_aggregates_;
             bind_select(*s.query, &scope);
+            // The engines' check of a second row reads the subquery's rows as a table of their
+            // own, where an aggregate of this query cannot be computed.
+            if (outer_aggregates_ != outer_aggregates && !at_most_one_row(*s.query)) {
+                fail(
+                    "unsupported construct 'aggregate of an outer column in a subquery that "
+                    "may yield more than one row'",
+                    s.pos, "subquery");
+            }
             const QuerySpec& first = s.query->first_spec();
             if (first.items.size() != 1 || first.items[0].expr->is<Star>()) {
                 fail("a subquery used as a value must select exactly one column", s.pos,
@@ -876,16 +903,17 @@ SqlType concatenated(const SqlType& a, const SqlType& b) {
     return SqlType::text(national ? SqlBase::NVarChar : SqlBase::VarChar, length);
 }
 
-// A query that yields one row at most whatever the data: TOP 1 (or 0), or aggregates alone
-// without GROUP BY.
+// A query that yields one row at most whatever the data: TOP 1 (or 0), no FROM, or aggregates
+// alone without GROUP BY.
 bool at_most_one_row(const Select& select) {
     if (!select.body->is<QuerySpec>()) return false;
     const QuerySpec& q = select.body->as<QuerySpec>();
-    if (q.top == 0 || q.top == 1) return true;
+    if (q.top == 0 || q.top == 1 || q.from.empty()) return true;
     if (!q.group_by.empty() || q.items.empty()) return false;
     for (const auto& item : q.items) {
         const Expr& e = *item.expr;
-        if (!e.is<Function>() || !e.as<Function>().is_aggregate()) return false;
+        if (!e.is<Function>() || !e.as<Function>().is_aggregate() || e.as<Function>().outer)
+            return false;
     }
     return true;
 }
@@ -908,6 +936,21 @@ bool same_term(const Expr& a, const Expr& b) {
             const auto& x = a.as<Binary>();
             const auto& y = b.as<Binary>();
             return x.op == y.op && same_term(*x.lhs, *y.lhs) && same_term(*x.rhs, *y.rhs);
+        }
+        case NodeType::Case: {
+            const auto& x = a.as<Case>();
+            const auto& y = b.as<Case>();
+            auto same = [](const Expr* p, const Expr* q) {
+                return p == nullptr ? q == nullptr : q != nullptr && same_term(*p, *q);
+            };
+            if (!same(x.operand, y.operand) || !same(x.otherwise, y.otherwise) ||
+                x.whens.size() != y.whens.size())
+                return false;
+            for (std::size_t i = 0; i < x.whens.size(); ++i)
+                if (!same_term(*x.whens[i].first, *y.whens[i].first) ||
+                    !same_term(*x.whens[i].second, *y.whens[i].second))
+                    return false;
+            return true;
         }
         case NodeType::Cast: {
             const auto& x = a.as<Cast>();
@@ -985,8 +1028,42 @@ void for_each_operand(const Expr& e, F&& f) {
     }
 }
 
+// Calls f on each expression written directly in a query: its select lists, join conditions,
+// WHERE, GROUP BY, HAVING and ORDER BY, and those of its derived tables.
+template <class F>
+void for_each_query_expr(const Select& select, F&& f) {
+    std::function<void(const TableSource&)> source = [&](const TableSource& s) {
+        if (s.is<Join>()) {
+            source(*s.as<Join>().left);
+            source(*s.as<Join>().right);
+            if (s.as<Join>().on) f(*s.as<Join>().on);
+        } else if (s.is<DerivedTable>()) {
+            for_each_query_expr(*s.as<DerivedTable>().query, f);
+        }
+    };
+    std::function<void(const Node&)> body = [&](const Node& b) {
+        if (b.is<SetOperation>()) {
+            body(*b.as<SetOperation>().left);
+            body(*b.as<SetOperation>().right);
+            return;
+        }
+        const auto& q = b.as<QuerySpec>();
+        for (const auto& item : q.items)
+            if (!item.expr->is<Star>()) f(*item.expr);
+        for (const TableSource* s : q.from)
+            source(*s);
+        if (q.where) f(*q.where);
+        for (const Expr* g : q.group_by)
+            f(*g);
+        if (q.having) f(*q.having);
+    };
+    body(*select.body);
+    for (const OrderItem& o : select.order_by)
+        f(*o.expr);
+}
+
 bool has_aggregate(const Expr& e) {
-    if (e.is<Function>() && e.as<Function>().is_aggregate()) return true;
+    if (e.is<Function>() && e.as<Function>().is_aggregate()) return !e.as<Function>().outer;
     bool found = false;
     for_each_operand(e, [&](const Expr& x) { found = found || has_aggregate(x); });
     return found;
@@ -1005,19 +1082,69 @@ const ColumnRef* ungrouped_column(const Expr& e, const QuerySpec& spec, const Sc
         return nullptr;  // a column of an outer query is a constant here
     }
     const ColumnRef* found = nullptr;
-    for_each_operand(e, [&](const Expr& x) {
+    auto find = [&](const Expr& x) {
         if (!found) found = ungrouped_column(x, spec, scope);
-    });
+    };
+    for_each_operand(e, find);
+    // A subquery sees one row of the group: what it uses of this query is grouped too.
+    const Select* sub = e.is<Subquery>()  ? e.as<Subquery>().query
+                        : e.is<InQuery>() ? e.as<InQuery>().query
+                        : e.is<Exists>()  ? e.as<Exists>().query
+                                          : nullptr;
+    if (sub) for_each_query_expr(*sub, find);
     return found;
+}
+
+// The columns an aggregate's argument uses (not those inside subqueries).
+void argument_columns(const Expr& e, std::vector<const ColumnRef*>& out) {
+    if (e.is<ColumnRef>()) out.push_back(&e.as<ColumnRef>());
+    for_each_operand(e, [&](const Expr& x) { argument_columns(x, out); });
+}
+
+}  // namespace
+
+void Binder::place_aggregate(Function& f, Scope& scope) {
+    std::vector<const ColumnRef*> columns;
+    for (const Expr* a : f.args)
+        argument_columns(*a, columns);
+    Scope* owner = nullptr;
+    bool own_column = false;
+    for (const ColumnRef* c : columns) {
+        Scope* sc = &scope;
+        while (sc &&
+               std::find(sc->sources.begin(), sc->sources.end(), c->source) == sc->sources.end())
+            sc = sc->parent;
+        if (sc == &scope) {
+            own_column = true;
+        } else if (sc) {
+            owner = sc;
+        }
+    }
+    if (!owner) return;
+    // The server refuses an aggregate over an outer column with any other column (8124).
+    if (own_column || columns.size() > 1) {
+        fail("unsupported construct 'aggregate of an outer column together with other columns'",
+             f.pos, std::string(f.name));
+    }
+    f.outer = true;
+    owner->outer_aggregate = true;
+    ++outer_aggregates_;
+}
+
+namespace {
+
+// Whether the query gives one row per group: it has GROUP BY or aggregates of its own.
+bool grouped_query(const QuerySpec& spec, const Scope& scope) {
+    bool grouped = !spec.group_by.empty() || scope.outer_aggregate;
+    for (const auto& item : spec.items)
+        grouped = grouped || has_aggregate(*item.expr);
+    return grouped;
 }
 
 }  // namespace
 
 void Binder::check_grouping(const QuerySpec& spec, const Scope& scope) const {
-    bool grouped = !spec.group_by.empty();
-    for (const auto& item : spec.items)
-        grouped = grouped || has_aggregate(*item.expr);
-    if (!grouped) return;
+    if (!grouped_query(spec, scope)) return;
     auto refuse = [](const ColumnRef& c, bool having) {
         const std::string name =
             std::string(c.source ? c.source->exposed : c.qualifier) + "." + std::string(c.name);
@@ -1034,6 +1161,23 @@ void Binder::check_grouping(const QuerySpec& spec, const Scope& scope) const {
     }
     if (spec.having) {
         if (const ColumnRef* c = ungrouped_column(*spec.having, spec, scope)) refuse(*c, true);
+    }
+}
+
+void Binder::check_order_grouping(const Select& select, const Scope& scope) const {
+    const QuerySpec& spec = *scope.spec;
+    if (!grouped_query(spec, scope)) return;
+    for (const OrderItem& o : select.order_by) {
+        const Expr& e = *o.expr;
+        if (e.is<LiteralExpr>() || (e.is<ColumnRef>() && e.as<ColumnRef>().select_alias)) continue;
+        if (const ColumnRef* c = ungrouped_column(e, spec, scope)) {
+            const std::string name = std::string(c->source ? c->source->exposed : c->qualifier) +
+                                     "." + std::string(c->name);
+            throw DialectError(
+                "列 \"" + name +
+                    "\" 在 ORDER BY 子句中无效，因为该列没有包含在聚合函数或 GROUP BY 子句中。",
+                c->pos, excerpt(name), 8127);
+        }
     }
 }
 

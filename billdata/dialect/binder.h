@@ -37,6 +37,10 @@ class Binder {
     void type_expr(Expr& e);
     // Refuses a select list or HAVING that uses a column neither grouped nor aggregated.
     void check_grouping(const QuerySpec& spec, const Scope& scope) const;
+    // Refuses an ORDER BY of a grouped query that uses a column neither grouped nor aggregated.
+    void check_order_grouping(const Select& select, const Scope& scope) const;
+    // Finds the query an aggregate over columns of enclosing queries belongs to.
+    void place_aggregate(Function& f, Scope& scope);
 
     const Catalog& catalog_;
     Arena& arena_;
@@ -45,6 +49,7 @@ class Binder {
     // decision whether output names must be qualified.
     List<ColumnRef*>* refs_ = nullptr;
     int sources_ = 0;
+    int outer_aggregates_ = 0;  // aggregates placed in an enclosing query so far
 };
 
 // The larger of two types by SQL Server's precedence among the kinds the dialect knows

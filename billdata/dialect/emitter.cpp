@@ -6,6 +6,7 @@
 
 #include "billdata/dialect/dialect.h"
 #include "billdata/dialect/runtime_names.h"
+#include "billdata/dialect/text_util.h"
 
 namespace billdata::dialect {
 
@@ -108,8 +109,50 @@ int Emitter::precedence(const Expr& e) {
     }
 }
 
-bool Emitter::carries_collation(const Expr& e, CompareKind kind) {
+namespace {
+
+void member_specs(const Node& body, std::vector<const QuerySpec*>& out) {
+    if (body.is<SetOperation>()) {
+        member_specs(*body.as<SetOperation>().left, out);
+        member_specs(*body.as<SetOperation>().right, out);
+    } else {
+        out.push_back(&body.as<QuerySpec>());
+    }
+}
+
+// Whether any operator of a union removes rows that compare equal.
+bool removes_duplicates(const Node& body) {
+    if (!body.is<SetOperation>()) return false;
+    const auto& op = body.as<SetOperation>();
+    return op.op != SetOp::UnionAll || removes_duplicates(*op.left) ||
+           removes_duplicates(*op.right);
+}
+
+}  // namespace
+
+bool Emitter::stored_column(const Expr& e) {
     if (!e.is<ColumnRef>() || e.as<ColumnRef>().select_alias) return false;
+    const TableSource* source = e.as<ColumnRef>().source;
+    if (source == nullptr || !source->is<DerivedTable>()) return true;
+    // A derived table's column is a table's column when every member of its query selects one.
+    const auto& d = source->as<DerivedTable>();
+    std::size_t position = 0;
+    while (position < d.columns.size() &&
+           !iequals(d.columns[position].name, e.as<ColumnRef>().name))
+        ++position;
+    std::vector<const QuerySpec*> members;
+    member_specs(*d.query->body, members);
+    for (const QuerySpec* q : members) {
+        if (position >= q->items.size()) return false;
+        for (std::size_t i = 0; i <= position; ++i)
+            if (q->items[i].expr->is<Star>()) return false;
+        if (!stored_column(*q->items[position].expr)) return false;
+    }
+    return true;
+}
+
+bool Emitter::carries_collation(const Expr& e, CompareKind kind) {
+    if (!stored_column(e)) return false;
     return (kind == CompareKind::Text && e.vtype == ColumnType::Text) ||
            (kind == CompareKind::Date && e.vtype == ColumnType::Date);
 }
@@ -230,7 +273,7 @@ std::string Emitter::alone(const Expr& e) const {
 
 void Emitter::grouping_terms(const QuerySpec& q, std::vector<std::string>& out) const {
     auto add = [&](const Expr& e) {
-        if (!e.is<ColumnRef>() && !e.is<LiteralExpr>() && !e.is<Star>()) out.push_back(alone(e));
+        if (!stored_column(e) && !e.is<LiteralExpr>() && !e.is<Star>()) out.push_back(alone(e));
     };
     if (q.distinct) {
         for (const SelectItem& item : q.items)
@@ -241,7 +284,8 @@ void Emitter::grouping_terms(const QuerySpec& q, std::vector<std::string>& out) 
 }
 
 bool Emitter::grouping_term(const Expr& e) const {
-    if (grouping_ == nullptr || grouping_->empty() || e.is<ColumnRef>() || e.is<LiteralExpr>()) {
+    if (grouping_ == nullptr || grouping_->empty() || e.is<LiteralExpr>() ||
+        (e.is<ColumnRef>() && (e.as<ColumnRef>().select_alias || stored_column(e)))) {
         return false;
     }
     return std::find(grouping_->begin(), grouping_->end(), alone(e)) != grouping_->end();
@@ -285,6 +329,28 @@ void EngineHooks::limited_member_end(Emitter& em) const {
 }
 
 void Emitter::body(const Node& b, bool top_level, bool in_compound) {
+    if (b.is<SetOperation>() && compound_texts_ == nullptr && removes_duplicates(b)) {
+        // The columns whose values are texts in every member compare as texts do when the
+        // union removes duplicates; a column that a member gives as a number is a number.
+        std::vector<const QuerySpec*> members;
+        member_specs(b, members);
+        std::vector<bool> texts(members.front()->items.size(), true);
+        for (const QuerySpec* q : members) {
+            texts.resize(std::min(texts.size(), q->items.size()));
+            bool star = false;
+            for (std::size_t i = 0; i < texts.size(); ++i) {
+                const Expr& e = *q->items[i].expr;
+                star = star || e.is<Star>();
+                const bool null_literal =
+                    e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
+                if (star || !(e.vtype == ColumnType::Text || null_literal)) texts[i] = false;
+            }
+        }
+        compound_texts_ = &texts;
+        body(b, top_level, in_compound);
+        compound_texts_ = nullptr;
+        return;
+    }
     if (b.is<SetOperation>()) {
         const auto& op = b.as<SetOperation>();
         // Every member's values go to the INSERT's columns.
@@ -312,6 +378,8 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
     const List<InsertColumn>* write = write_columns_;
     const std::string_view write_table = write_table_;
     write_columns_ = nullptr;
+    const std::vector<bool>* compound_texts = compound_texts_;
+    compound_texts_ = nullptr;  // not the subqueries'
     std::vector<std::string> grouping;
     const std::vector<std::string>* outer_grouping = grouping_;
     grouping_ = nullptr;
@@ -334,11 +402,19 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         // The engine names an unnamed result column by its text: a parameter would rename it.
         std::optional<InlineLiterals> unnamed;
         if (item.alias.empty() && !e.is<ColumnRef>()) unnamed.emplace(*this);
+        // A computed text that DISTINCT or the union compares: as texts compare.
+        const bool as_text = (q.distinct || (compound_texts && i < compound_texts->size() &&
+                                             (*compound_texts)[i])) &&
+                             e.vtype == ColumnType::Text && !stored_column(e) && !null_literal;
         if (write && i < write->size() &&
             fitted(e, (*write)[i].fit, write_table, (*write)[i].name)) {
+            if (as_text) hooks_.collation(*this, CompareKind::Text);
         } else if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
                    e.vtype != ColumnType::Date && !null_literal) {
             hooks_.date_value(*this, e);
+        } else if (as_text && !(grouping_ != nullptr && grouping_term(e))) {
+            operand(e, kOutCollate);
+            hooks_.collation(*this, CompareKind::Text);
         } else {
             expr(e);
         }
@@ -377,6 +453,7 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
     }
     write_columns_ = write;
     grouping_ = outer_grouping;
+    compound_texts_ = compound_texts;
 }
 
 bool Emitter::parameter(const LiteralExpr& l) {
@@ -394,7 +471,7 @@ void Emitter::order_term(const Expr& e) {
     // A whole number here is a column position, not a value.
     std::optional<InlineLiterals> position;
     if (e.is<LiteralExpr>()) position.emplace(*this);
-    const bool column = e.is<ColumnRef>();
+    const bool column = e.is<ColumnRef>() && (e.as<ColumnRef>().select_alias || stored_column(e));
     if (!column && e.vtype == ColumnType::Text) {
         operand(e, kOutCollate);
         hooks_.collation(*this, CompareKind::Text);
@@ -623,7 +700,7 @@ void Emitter::expr(const Expr& e) {
                     // computed side under the text collation (literals take the other side's).
                     auto computed_text = [&](const Expr& x) {
                         return b.compare == CompareKind::Text && hooks_.collates_computed_text() &&
-                               x.vtype == ColumnType::Text && !x.is<ColumnRef>() &&
+                               x.vtype == ColumnType::Text && !stored_column(x) &&
                                !x.is<LiteralExpr>();
                     };
                     if (plain && hooks_.plain_compared(*this, *b.lhs, *b.rhs)) {
@@ -732,7 +809,13 @@ void Emitter::expr(const Expr& e) {
                 in.compare != CompareKind::Plain && !carries_collation(*in.expr, in.compare);
             compared(*in.expr, in.compare, coll, kOutEquality + 1);
             out_.append(in.negated ? " NOT IN (" : " IN (");
+            // Engines whose computed texts do not compare as text columns do: the values the
+            // subquery computes compare as texts too.
+            const std::vector<bool> texts{true};
+            if (in.compare == CompareKind::Text && hooks_.collates_computed_text())
+                compound_texts_ = &texts;
             select(*in.query, false);
+            compound_texts_ = nullptr;
             out_.push_back(')');
             return;
         }
@@ -878,7 +961,13 @@ void Emitter::aggregate(const Function& f) {
         ch('*');
     } else {
         if (f.distinct) out_.append("DISTINCT ");
-        expr(*f.args[0]);
+        const Expr& arg = *f.args[0];
+        if (f.distinct && arg.vtype == ColumnType::Text && !stored_column(arg)) {
+            operand(arg, kOutCollate);
+            hooks_.collation(*this, CompareKind::Text);
+        } else {
+            expr(arg);
+        }
     }
     ch(')');
 }

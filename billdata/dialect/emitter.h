@@ -154,6 +154,9 @@ class Emitter {
 
     // Whether an operand compares under its own column's collation already.
     static bool carries_collation(const Expr& e, CompareKind kind);
+    // Whether `e` is a table's column (directly, or through derived tables that select it as it
+    // is), which has the collation of its type.
+    static bool stored_column(const Expr& e);
     // The operand followed by the engine's collation when the comparison needs one.
     void compared(const Expr& e, CompareKind kind, bool needs_collation, int needed);
     static bool needs_collation(const Expr& a, const Expr& b, CompareKind kind);
@@ -209,6 +212,8 @@ class Emitter {
     int inline_literals_ = 0;
     const std::vector<std::string>* grouping_ = nullptr;
     bool in_grouping_ = false;  // writing a grouping term itself
+    // Inside a union that removes duplicates: which columns are texts in every member.
+    const std::vector<bool>* compound_texts_ = nullptr;
     bool top_level_ = false;
 };
 

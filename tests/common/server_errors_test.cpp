@@ -26,8 +26,14 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
         {"select (select FItemID from t_Stock)", 512,
          "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
          "之后，或子查询用作表达式时，这种情况是不允许的。"},
+        {"select 10 / (FItemID - 1) from t_Stock where FItemID = 1", 8134, "遇到以零作除数错误。"},
+        {"select 7.5 / (FItemID - 2) from t_Stock where FItemID = 2", 8134, "遇到以零作除数错误。"},
+        {"select 7 % (FItemID - 1) from t_Stock where FItemID = 1", 8134, "遇到以零作除数错误。"},
         {"select FName, count(*) from t_Stock", 8120,
          "选择列表中的列 't_Stock.FName' 无效，因为该列没有包含在聚合函数或 GROUP BY "
+         "子句中。"},
+        {"select FNumber, count(*) from t_Stock group by FNumber order by FName", 8127,
+         "列 \"t_Stock.FName\" 在 ORDER BY 子句中无效，因为该列没有包含在聚合函数或 GROUP BY "
          "子句中。"},
     };
     auto cn = open();

@@ -23,7 +23,7 @@ int native_number(const char* state) {
 }
 
 // The server dialect's error number of a state: the runtime raises its errors as 'B' and the
-// number in four digits; two of the engine's own states are errors the dialect numbers too.
+// number in four digits; three of the engine's own states are errors the dialect numbers too.
 int dialect_number(std::string_view state) {
     if (state.size() == 5 && state[0] == 'B') {
         int n = 0;
@@ -35,6 +35,7 @@ int dialect_number(std::string_view state) {
     }
     if (state == "21000") return 512;   // a subquery used as a value yielded more rows
     if (state == "22003") return 8115;  // a number out of its type's range
+    if (state == "22012") return 8134;  // a division (or modulo) by zero
     return 0;
 }
 
@@ -74,6 +75,8 @@ ComError server_error(std::string_view state, std::string message, bool transact
             message =
                 "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
                 "之后，或子查询用作表达式时，这种情况是不允许的。";
+        } else if (number == 8134) {
+            message = "遇到以零作除数错误。";
         }
         return ComError(err::kDatabase, std::move(message))
             .classify(ErrorClass::Other, number, {}, transaction_open);

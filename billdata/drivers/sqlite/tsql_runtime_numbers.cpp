@@ -277,7 +277,7 @@ void fn_nz(sqlite3_context* ctx, int, sqlite3_value** argv) {
             return;
         case SQLITE_INTEGER:
             if (sqlite3_value_int64(v) == 0) {
-                sqlite3_result_error(ctx, kDivideByZero, -1);
+                result_server_error(ctx, 8134, kDivideByZero);
                 return;
             }
             sqlite3_result_value(ctx, v);
@@ -286,7 +286,7 @@ void fn_nz(sqlite3_context* ctx, int, sqlite3_value** argv) {
             double d = 0;
             if (!number_of(ctx, v, d, kBadFloat)) return;
             if (d == 0.0) {
-                sqlite3_result_error(ctx, kDivideByZero, -1);
+                result_server_error(ctx, 8134, kDivideByZero);
                 return;
             }
             sqlite3_result_value(ctx, v);
@@ -304,7 +304,7 @@ void fn_mod(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         sqlite3_value_type(argv[1]) == SQLITE_INTEGER) {
         long long b = sqlite3_value_int64(argv[1]);
         if (b == 0) {
-            sqlite3_result_error(ctx, kDivideByZero, -1);
+            result_server_error(ctx, 8134, kDivideByZero);
             return;
         }
         sqlite3_result_int64(ctx, b == -1 ? 0 : sqlite3_value_int64(argv[0]) % b);
@@ -313,7 +313,7 @@ void fn_mod(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     double a = 0, b = 0;
     if (!number_of(ctx, argv[0], a, kBadFloat) || !number_of(ctx, argv[1], b, kBadFloat)) return;
     if (b == 0.0) {
-        sqlite3_result_error(ctx, kDivideByZero, -1);
+        result_server_error(ctx, 8134, kDivideByZero);
         return;
     }
     sqlite3_result_double(ctx, std::fmod(a, b));
