@@ -792,8 +792,15 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::RowNumber:
                 case Func::Rank:
                 case Func::DenseRank:
+                case Func::Ntile:
                 case Func::Count:
                     e.vtype = ColumnType::Integer;
+                    break;
+                case Func::Lag:
+                case Func::Lead:
+                case Func::FirstValue:
+                case Func::LastValue:
+                    e.vtype = arg(0);
                     break;
                 case Func::Left:
                 case Func::Right:
@@ -862,7 +869,7 @@ SqlType concatenated(const SqlType& a, const SqlType& b) {
 bool at_most_one_row(const Select& select) {
     if (!select.body->is<QuerySpec>()) return false;
     const QuerySpec& q = select.body->as<QuerySpec>();
-    if (q.top == 0 || q.top == 1) return true;
+    if (q.top == 0 || (q.top == 1 && !q.with_ties)) return true;
     if (!q.group_by.empty() || q.items.empty()) return false;
     for (const auto& item : q.items) {
         const Expr& e = *item.expr;

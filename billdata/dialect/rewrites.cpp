@@ -74,8 +74,8 @@ bool has_aggregate(const Expr* e) {
     switch (e->type) {
         case NodeType::Function: {
             const auto& f = e->as<Function>();
-            // A ranking function reads the other rows too: the rows cannot be locked one by one.
-            return f.is_aggregate() || f.is_ranking() || any_aggregate(f.args);
+            // A window function reads the other rows too: the rows cannot be locked one by one.
+            return f.is_aggregate() || f.over != nullptr || any_aggregate(f.args);
         }
         case NodeType::Unary:
             return has_aggregate(e->as<Unary>().operand);
