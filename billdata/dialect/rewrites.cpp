@@ -129,7 +129,8 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     for (const SelectItem& item : q.items) {
         if (!item.expr->is<Function>()) return false;
         const auto& f = item.expr->as<Function>();
-        if (f.distinct) return false;
+        // A windowed count gives a value on every row, not one row.
+        if (f.distinct || f.over) return false;
         if (f.func == Func::Count) {
             if (!f.star) return false;
         } else if (f.func == Func::Max || f.func == Func::Min) {
