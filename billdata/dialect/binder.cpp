@@ -907,8 +907,9 @@ bool same_term(const Expr& a, const Expr& b) {
         case NodeType::Function: {
             const auto& x = a.as<Function>();
             const auto& y = b.as<Function>();
+            // Windows are not compared: two window functions are never taken for one term.
             if (x.func != y.func || x.part != y.part || x.args.size() != y.args.size() ||
-                x.distinct != y.distinct || x.star != y.star)
+                x.distinct != y.distinct || x.star != y.star || x.over || y.over)
                 return false;
             for (std::size_t i = 0; i < x.args.size(); ++i)
                 if (!same_term(*x.args[i], *y.args[i])) return false;
@@ -1105,6 +1106,10 @@ void Binder::type_expr(Expr& e) {
                 case Func::NullIf:
                 case Func::Max:
                 case Func::Min:
+                case Func::Lag:
+                case Func::Lead:
+                case Func::FirstValue:
+                case Func::LastValue:
                 case Func::Abs:
                 case Func::Round:
                 case Func::Upper:
@@ -1138,6 +1143,12 @@ void Binder::type_expr(Expr& e) {
                 case Func::GetDate:
                 case Func::DateAdd:
                     e.sql = SqlType::of(SqlBase::DateTime);
+                    break;
+                case Func::RowNumber:
+                case Func::Rank:
+                case Func::DenseRank:
+                case Func::Ntile:
+                    e.sql = SqlType::of(SqlBase::BigInt);  // numbers of rows
                     break;
                 default:
                     // Counts, positions, lengths and date parts are int; texts of a length
