@@ -72,13 +72,41 @@ class File {
         if (rc != SQLITE_ROW && rc != SQLITE_DONE) fail(sqlite3_errmsg(db_));
         return rc == SQLITE_ROW;
     }
+    // The rows of a one-column query, sorted, one per line.
+    std::string rows(const char* sql) {
+        std::set<std::string> out;
+        char* msg = nullptr;
+        auto add = [](void* set, int, char** values, char**) {
+            static_cast<std::set<std::string>*>(set)->insert(values[0] ? values[0] : "");
+            return 0;
+        };
+        if (sqlite3_exec(db_, sql, add, &out, &msg) != SQLITE_OK) {
+            std::string text = msg ? msg : sqlite3_errmsg(db_);
+            sqlite3_free(msg);
+            fail(text);
+        }
+        std::string text;
+        for (const std::string& row : out)
+            text += row + "\n";
+        return text;
+    }
 
   private:
     sqlite3* db_ = nullptr;
 };
 
-// The names of the two declared-type tables that `has` does not find; when any is missing, both
-// are made again from the script (a lone survivor would not match the other).
+// The declared-types tables are made again from this build's script every time, so that a
+// database whose tables came from an older script gets this one's types; what changed is
+// reported: the tables that were missing, or that their rows were different.
+constexpr const char* kDropSchemaTables =
+    "DROP TABLE IF EXISTS t_SchemaTables; DROP TABLE IF EXISTS t_SchemaColumns;";
+// Every row of both tables as one text each.
+constexpr const char* kSchemaRows =
+    "SELECT TABLE_NAME || '|' || COLUMN_NAME || '|' || ORDINAL_POSITION || '|' || IS_NULLABLE || "
+    "'|' || DATA_TYPE || '|' || coalesce(CHARACTER_MAXIMUM_LENGTH, -1) || '|' || "
+    "coalesce(NUMERIC_PRECISION, -1) || '|' || coalesce(NUMERIC_SCALE, -1) FROM t_SchemaColumns "
+    "UNION ALL SELECT TABLE_NAME || '|' || TABLE_TYPE FROM t_SchemaTables";
+
 template <class Has>
 std::vector<std::string> missing_schema_tables(Has has) {
     std::vector<std::string> missing;
@@ -87,11 +115,20 @@ std::vector<std::string> missing_schema_tables(Has has) {
     return missing;
 }
 
-std::string created(const std::vector<std::string>& tables) {
-    std::string text = "created ";
-    for (std::size_t i = 0; i < tables.size(); ++i)
-        text += (i ? " and " : "") + tables[i];
-    return text + " (the declared column types)";
+// What remaking the tables did: nothing to say when the rows are the same as before.
+std::vector<std::string> schema_tables_report(const std::vector<std::string>& missing,
+                                              const std::string& before, const std::string& after) {
+    if (!missing.empty()) {
+        std::string text = "created ";
+        for (std::size_t i = 0; i < missing.size(); ++i)
+            text += (i ? " and " : "") + missing[i];
+        return {text + " (the declared column types)"};
+    }
+    if (before != after)
+        return {
+            "updated t_SchemaTables and t_SchemaColumns to this version's declared column "
+            "types"};
+    return {};
 }
 
 std::vector<std::string> upgrade_file(const std::string& path) {
@@ -103,11 +140,10 @@ std::vector<std::string> upgrade_file(const std::string& path) {
             fail("the database " + util::excerpt(path) + kNotBilldata);
         const auto missing =
             missing_schema_tables([&](const char* name) { return file.has_table(name); });
-        if (!missing.empty()) {
-            file.exec("DROP TABLE IF EXISTS t_SchemaTables; DROP TABLE IF EXISTS t_SchemaColumns;");
-            file.exec(information_schema_sql(false));
-            done.push_back(created(missing));
-        }
+        const std::string before = missing.empty() ? file.rows(kSchemaRows) : "";
+        file.exec(kDropSchemaTables);
+        file.exec(information_schema_sql(false));
+        done = schema_tables_report(missing, before, file.rows(kSchemaRows));
         file.exec("COMMIT");
     } catch (...) {
         try {
@@ -194,12 +230,14 @@ std::vector<std::string> upgrade_server(const ado::ConnectionString& cs) {
                            std::to_string(changed) + " changed, " + std::to_string(removed) +
                            " removed");
         const auto missing = missing_schema_tables(has);
-        if (!missing.empty()) {
-            server.exec(
-                "DROP TABLE IF EXISTS t_SchemaTables; DROP TABLE IF EXISTS t_SchemaColumns;");
-            server.exec(information_schema_sql(true));
-            done.push_back(created(missing));
-        }
+        const std::string rows =
+            std::string("SELECT coalesce(md5(string_agg(r, ',' ORDER BY r)), '') FROM (") +
+            kSchemaRows + ") AS t(r)";
+        const std::string rows_before = missing.empty() ? server.scalar(rows) : "";
+        server.exec(kDropSchemaTables);
+        server.exec(information_schema_sql(true));
+        for (std::string& line : schema_tables_report(missing, rows_before, server.scalar(rows)))
+            done.push_back(std::move(line));
         server.exec("COMMIT");
     } catch (...) {
         try {

@@ -1,5 +1,6 @@
 // `billdata upgrade` on a database as an earlier build left it: without the declared-types
-// tables and, on the server, without a runtime function that statements call.
+// tables (or with older rows in them) and, on the server, without a runtime function that
+// statements call.
 
 #include <gtest/gtest.h>
 
@@ -42,6 +43,20 @@ TEST_F(Upgrade, RestoresDeclaredTypesAndRuntimeKeepsDataAndIsHarmlessTwice) {
                   std::string::npos)
             << upgraded.out;
     }
+
+    // Rows an older script wrote are brought to this version's.
+    const std::string stale =
+        "UPDATE t_SchemaColumns SET CHARACTER_MAXIMUM_LENGTH = 200 WHERE "
+        "TABLE_NAME = 't_Stock' AND COLUMN_NAME = 'FName'";
+    if (shop.server()) {
+        shop.server()->exec(stale);
+    } else {
+        RawDb(db).exec(stale);
+    }
+    const CliRun refreshed = run_cli("upgrade --db '" + db + "'");
+    EXPECT_EQ(refreshed.status, 0) << refreshed.out;
+    EXPECT_NE(refreshed.out.find("updated t_SchemaTables and t_SchemaColumns"), std::string::npos)
+        << refreshed.out;
 
     // The schema is described again, a declared length holds again (the server refuses the
     // over-long name and changes nothing), and the function is back.
