@@ -319,6 +319,13 @@ enum class Func : std::uint8_t {
     RowNumber,
     Rank,
     DenseRank,
+    // the other window functions (always with OVER and its ORDER BY)
+    Ntile,
+    Lag,
+    Lead,
+    FirstValue,
+    LastValue,
+    // aggregates, and aggregate window functions with OVER
     Count,
     Sum,
     Max,
@@ -352,14 +359,20 @@ struct Function : Expr {
     DatePart part = DatePart::None;
     bool distinct = false;
     bool star = false;       // count(*)
-    Window* over = nullptr;  // the OVER clause of a ranking function
+    Window* over = nullptr;  // the OVER clause of a window function
     // An aggregate over a column of an enclosing query alone is that query's aggregate: set by
     // the binder, it is a value where it is written.
     bool outer = false;
+    // ntile's count and lag's and lead's offset: whole numbers as written (-1 when not given).
+    long long window_count = -1;
     Function(std::uint32_t p, Func f, std::string_view n, List<Expr*> a)
         : Expr(kType, p), func(f), name(n), args(std::move(a)) {}
-    bool is_aggregate() const { return func >= Func::Count; }
+    // An aggregate of its query's rows (grouped); with OVER it is a window function instead.
+    bool is_aggregate() const { return func >= Func::Count && over == nullptr; }
+    bool is_aggregate_function() const { return func >= Func::Count; }
     bool is_ranking() const { return func >= Func::RowNumber && func <= Func::DenseRank; }
+    // A function that exists only with OVER (ORDER BY …).
+    bool is_window_only() const { return func >= Func::RowNumber && func <= Func::LastValue; }
 };
 
 struct Subquery : Expr {
@@ -436,6 +449,8 @@ struct QuerySpec : Node {
     // TOP n PERCENT: the first ceiling(rows * percent_num / percent_den) rows (top stays -1).
     long long percent_num = -1;
     long long percent_den = 1;
+    // TOP … WITH TIES: also the rows that sort equal to the last one (an ORDER BY is required).
+    bool with_ties = false;
     List<SelectItem> items;
     List<TableSource*> from;  // comma-separated items; joins nest inside
     Expr* where = nullptr;
@@ -464,10 +479,29 @@ struct OrderItem {
     bool never_null = false;
 };
 
-// OVER (PARTITION BY … ORDER BY …) of a ranking function.
+// One end of a window frame: UNBOUNDED PRECEDING, n PRECEDING, CURRENT ROW, n FOLLOWING or
+// UNBOUNDED FOLLOWING, in that order.
+struct FrameBound {
+    enum class Kind : std::uint8_t {
+        UnboundedPreceding,
+        Preceding,
+        CurrentRow,
+        Following,
+        UnboundedFollowing
+    };
+    Kind kind = Kind::CurrentRow;
+    long long rows = 0;  // n of n PRECEDING / FOLLOWING
+};
+
+// OVER (PARTITION BY … ORDER BY … [ROWS | RANGE BETWEEN … AND …]) of a window function.
 struct Window {
     List<Expr*> partition_by;
     List<OrderItem> order_by;
+    // No frame: the whole partition, or with ORDER BY the rows up to the current row's last
+    // peer; the engines take the same default.
+    enum class Frame : std::uint8_t { None, Rows, Range } frame = Frame::None;
+    FrameBound start;
+    FrameBound end;
     explicit Window(std::pmr::memory_resource* r) : partition_by(r), order_by(r) {}
 };
 

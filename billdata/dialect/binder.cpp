@@ -829,8 +829,15 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::RowNumber:
                 case Func::Rank:
                 case Func::DenseRank:
+                case Func::Ntile:
                 case Func::Count:
                     e.vtype = ColumnType::Integer;
+                    break;
+                case Func::Lag:
+                case Func::Lead:
+                case Func::FirstValue:
+                case Func::LastValue:
+                    e.vtype = arg(0);
                     break;
                 case Func::Left:
                 case Func::Right:
@@ -908,7 +915,7 @@ SqlType concatenated(const SqlType& a, const SqlType& b) {
 bool at_most_one_row(const Select& select) {
     if (!select.body->is<QuerySpec>()) return false;
     const QuerySpec& q = select.body->as<QuerySpec>();
-    if (q.top == 0 || q.top == 1 || q.from.empty()) return true;
+    if (q.top == 0 || (q.top == 1 && !q.with_ties) || q.from.empty()) return true;
     if (!q.group_by.empty() || q.items.empty()) return false;
     for (const auto& item : q.items) {
         const Expr& e = *item.expr;
@@ -962,8 +969,9 @@ bool same_term(const Expr& a, const Expr& b) {
         case NodeType::Function: {
             const auto& x = a.as<Function>();
             const auto& y = b.as<Function>();
+            // Windows are not compared: two window functions are never taken for one term.
             if (x.func != y.func || x.part != y.part || x.args.size() != y.args.size() ||
-                x.distinct != y.distinct || x.star != y.star)
+                x.distinct != y.distinct || x.star != y.star || x.over || y.over)
                 return false;
             for (std::size_t i = 0; i < x.args.size(); ++i)
                 if (!same_term(*x.args[i], *y.args[i])) return false;
@@ -1261,6 +1269,10 @@ void Binder::type_expr(Expr& e) {
                 case Func::NullIf:
                 case Func::Max:
                 case Func::Min:
+                case Func::Lag:
+                case Func::Lead:
+                case Func::FirstValue:
+                case Func::LastValue:
                 case Func::Abs:
                 case Func::Round:
                 case Func::Upper:
@@ -1294,6 +1306,12 @@ void Binder::type_expr(Expr& e) {
                 case Func::GetDate:
                 case Func::DateAdd:
                     e.sql = SqlType::of(SqlBase::DateTime);
+                    break;
+                case Func::RowNumber:
+                case Func::Rank:
+                case Func::DenseRank:
+                case Func::Ntile:
+                    e.sql = SqlType::of(SqlBase::BigInt);  // numbers of rows
                     break;
                 default:
                     // Counts, positions, lengths and date parts are int; texts of a length

@@ -241,7 +241,11 @@ void Emitter::select(const Select& s, bool top_level) {
         }
         grouping_ = outer_grouping;
     }
-    if (simple) top(s.body->as<QuerySpec>());
+    if (simple && s.body->as<QuerySpec>().with_ties) {
+        top_with_ties(s.body->as<QuerySpec>(), s.order_by);
+    } else if (simple) {
+        top(s.body->as<QuerySpec>());
+    }
     if (s.offset >= 0) hooks_.offset(*this, s.offset, s.fetch);
     top_level_ = outer_top_level;
 }
@@ -262,6 +266,62 @@ void Emitter::top(const QuerySpec& q) {
     out_.append(" FROM (");
     spec(q, false);
     out_.append(") AS bd_percent)");
+}
+
+void Emitter::top_with_ties(const QuerySpec& q, const List<OrderItem>& order) {
+    // The rows whose rank in the ORDER BY is within the count: ties share a rank, and the
+    // engine's sort puts them next to each other, so they are the first that many rows. The
+    // rank is taken by the same query (its grouping included), ordered as the ORDER BY orders.
+    std::vector<std::string> grouping;
+    const std::vector<std::string>* outer_grouping = grouping_;
+    grouping_ = nullptr;
+    if (hooks_.groups_by_text()) {
+        grouping_terms(q, grouping);
+        grouping_ = &grouping;
+    }
+    out_.append(" LIMIT (SELECT count(*) FROM (SELECT rank() OVER (ORDER BY ");
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        if (i) out_.append(", ");
+        // A select-list alias or position means that item's expression here.
+        const Expr* term = order[i].expr;
+        if (term->is<ColumnRef>() && term->as<ColumnRef>().select_alias) {
+            for (const SelectItem& item : q.items)
+                if (iequals(item.alias, term->as<ColumnRef>().name)) term = item.expr;
+        } else if (term->is<LiteralExpr>()) {
+            LiteralValue position;
+            if (literal_value(term->as<LiteralExpr>().text, position) &&
+                position.type == LiteralValue::Type::Integer && position.integer >= 1 &&
+                static_cast<std::size_t>(position.integer) <= q.items.size())
+                term = q.items[static_cast<std::size_t>(position.integer - 1)].expr;
+        }
+        if (term->is<Star>() || term->is<LiteralExpr>())
+            throw DialectError(
+                "unsupported construct 'top with ties ordered by a position' at "
+                "position " +
+                    std::to_string(order[i].expr->pos),
+                order[i].expr->pos, "top with ties ordered by a position");
+        if (grouping_term(*term)) {
+            grouped(*term);
+        } else {
+            order_term(*term);
+        }
+        if (order[i].desc) out_.append(" DESC");
+    }
+    out_.append(") AS bd_rank, count(*) OVER () AS bd_rows");
+    spec_tail(q);
+    out_.append(") AS bd_ties WHERE bd_rank <= ");
+    if (q.top >= 0) {
+        out_.append(std::to_string(q.top));
+    } else {
+        out_.append("(bd_rows * ");
+        out_.append(std::to_string(q.percent_num));
+        out_.append(" + ");
+        out_.append(std::to_string(q.percent_den - 1));
+        out_.append(") / ");
+        out_.append(std::to_string(q.percent_den));
+    }
+    out_.push_back(')');
+    grouping_ = outer_grouping;
 }
 
 std::string Emitter::alone(const Expr& e) const {
@@ -427,6 +487,13 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
             hooks_.result_alias(*this, e.as<ColumnRef>().name, top_level);
         }
     }
+    spec_tail(q);
+    write_columns_ = write;
+    grouping_ = outer_grouping;
+    compound_texts_ = compound_texts;
+}
+
+void Emitter::spec_tail(const QuerySpec& q) {
     if (!q.from.empty()) {
         out_.append(" FROM ");
         sources(q.from);
@@ -451,9 +518,6 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         out_.append(" HAVING ");
         expr(*q.having);
     }
-    write_columns_ = write;
-    grouping_ = outer_grouping;
-    compound_texts_ = compound_texts;
 }
 
 bool Emitter::parameter(const LiteralExpr& l) {
@@ -970,26 +1034,77 @@ void Emitter::aggregate(const Function& f) {
         }
     }
     ch(')');
+    if (f.over) window(*f.over);
 }
 
 void Emitter::ranking(const Function& f) {
-    static const char* kNames[] = {"row_number() OVER (", "rank() OVER (", "dense_rank() OVER ("};
+    static const char* kNames[] = {"row_number()", "rank()", "dense_rank()"};
     out_.append(kNames[static_cast<int>(f.func) - static_cast<int>(Func::RowNumber)]);
-    // Partitions and ties are decided as the server compares (texts without case and trailing
-    // blanks, as ORDER BY orders them); nulls come first, as the server sorts them.
-    if (!f.over->partition_by.empty()) {
-        out_.append("PARTITION BY ");
-        for (std::size_t i = 0; i < f.over->partition_by.size(); ++i) {
-            if (i) out_.append(", ");
-            order_term(*f.over->partition_by[i]);
-        }
-        out_.push_back(' ');
+    window(*f.over);
+}
+
+void Emitter::window_function(const Function& f) {
+    static const char* kNames[] = {"ntile(", "lag(", "lead(", "first_value(", "last_value("};
+    out_.append(kNames[static_cast<int>(f.func) - static_cast<int>(Func::Ntile)]);
+    if (f.func == Func::Ntile) out_.append(std::to_string(f.window_count));
+    if (!f.args.empty()) expr(*f.args[0]);
+    if (f.window_count >= 0 && f.func != Func::Ntile) {
+        out_.append(", ");
+        out_.append(std::to_string(f.window_count));
     }
-    out_.append("ORDER BY ");
-    for (std::size_t i = 0; i < f.over->order_by.size(); ++i) {
-        if (i) out_.append(", ");
-        order_term(*f.over->order_by[i].expr);
-        out_.append(f.over->order_by[i].desc ? " DESC NULLS LAST" : " NULLS FIRST");
+    if (f.args.size() > 1) {
+        // lag's and lead's default, of the value's type as the server converts it.
+        out_.append(", ");
+        expr(*f.args[1]);
+    }
+    ch(')');
+    window(*f.over);
+}
+
+void Emitter::window(const Window& w) {
+    // Partitions, peers and ties are decided as the server compares (texts without case and
+    // trailing blanks, as ORDER BY orders them); nulls come first, as the server sorts them.
+    out_.append(" OVER (");
+    if (!w.partition_by.empty()) {
+        out_.append("PARTITION BY ");
+        for (std::size_t i = 0; i < w.partition_by.size(); ++i) {
+            if (i) out_.append(", ");
+            order_term(*w.partition_by[i]);
+        }
+        if (!w.order_by.empty()) out_.push_back(' ');
+    }
+    if (!w.order_by.empty()) {
+        out_.append("ORDER BY ");
+        for (std::size_t i = 0; i < w.order_by.size(); ++i) {
+            if (i) out_.append(", ");
+            order_term(*w.order_by[i].expr);
+            out_.append(w.order_by[i].desc ? " DESC NULLS LAST" : " NULLS FIRST");
+        }
+    }
+    if (w.frame != Window::Frame::None) {
+        out_.append(w.frame == Window::Frame::Rows ? " ROWS BETWEEN " : " RANGE BETWEEN ");
+        auto bound = [&](const FrameBound& b) {
+            switch (b.kind) {
+                case FrameBound::Kind::UnboundedPreceding:
+                    out_.append("UNBOUNDED PRECEDING");
+                    break;
+                case FrameBound::Kind::Preceding:
+                    out_.append(std::to_string(b.rows) + " PRECEDING");
+                    break;
+                case FrameBound::Kind::CurrentRow:
+                    out_.append("CURRENT ROW");
+                    break;
+                case FrameBound::Kind::Following:
+                    out_.append(std::to_string(b.rows) + " FOLLOWING");
+                    break;
+                case FrameBound::Kind::UnboundedFollowing:
+                    out_.append("UNBOUNDED FOLLOWING");
+                    break;
+            }
+        };
+        bound(w.start);
+        out_.append(" AND ");
+        bound(w.end);
     }
     out_.push_back(')');
 }

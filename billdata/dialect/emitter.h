@@ -182,6 +182,10 @@ class Emitter {
                    const std::function<void()>& part_value);
     // A ranking function with its OVER clause: row_number() OVER (PARTITION BY … ORDER BY …).
     void ranking(const Function& f);
+    // ntile, lag, lead, first_value and last_value with their OVER clause.
+    void window_function(const Function& f);
+    // ` OVER (PARTITION BY … ORDER BY … ROWS|RANGE BETWEEN … AND …)`.
+    void window(const Window& w);
     // `DELETE FROM T [AS a] [WHERE …]` of a delete without a FROM of its own: the same on every
     // engine.
     void plain_delete(const Delete& d);
@@ -192,6 +196,10 @@ class Emitter {
     void order_term(const Expr& e);
     // TOP n or TOP n PERCENT of a query, after its ORDER BY.
     void top(const QuerySpec& q);
+    // TOP … WITH TIES: as many rows as rank within TOP's count in the query's order.
+    void top_with_ties(const QuerySpec& q, const List<OrderItem>& order);
+    // FROM … HAVING of a query, as spec() writes them.
+    void spec_tail(const QuerySpec& q);
     bool parameter(const LiteralExpr& l);
     // The expression written alone with its literals inline (for comparing terms).
     std::string alone(const Expr& e) const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 
 #include "billdata/dialect/text_util.h"
 
@@ -104,6 +105,11 @@ constexpr FuncEntry kFunctions[] = {
     {"row_number", Func::RowNumber, 0, 0},
     {"rank", Func::Rank, 0, 0},
     {"dense_rank", Func::DenseRank, 0, 0},
+    {"ntile", Func::Ntile, 1, 1},
+    {"lag", Func::Lag, 1, 3},
+    {"lead", Func::Lead, 1, 3},
+    {"first_value", Func::FirstValue, 1, 1},
+    {"last_value", Func::LastValue, 1, 1},
     {"count", Func::Count, 1, 1},
     {"sum", Func::Sum, 1, 1},
     {"max", Func::Max, 1, 1},
@@ -411,12 +417,33 @@ Node* Parser::parse_delete() {
 
 // ---- queries ----------------------------------------------------------------------------
 
+namespace {
+
+// A query of `body` with TOP … WITH TIES that no ORDER BY decides the ties of: any member of a
+// union (which cannot have an ORDER BY of its own), or the query itself when `ordered` is false.
+const QuerySpec* tied_without_order(const Node* body, bool ordered) {
+    if (body->is<SetOperation>()) {
+        const auto& op = body->as<SetOperation>();
+        if (const QuerySpec* q = tied_without_order(op.left, false)) return q;
+        return tied_without_order(op.right, false);
+    }
+    const auto& q = body->as<QuerySpec>();
+    return q.with_ties && !ordered ? &q : nullptr;
+}
+
+}  // namespace
+
 Select* Parser::parse_select() {
     DepthGuard guard(depth_, reach_, peek().pos);
     std::uint32_t pos = peek().pos;
     Node* body = parse_query_expr();
     auto* select = arena_.make<Select>(pos, body, arena_.resource());
     if (is_kw(Kw::kORDER)) parse_order_by(*select);
+    if (const QuerySpec* tied = tied_without_order(body, !select->order_by.empty())) {
+        throw DialectError(
+            "The TOP N WITH TIES clause is not allowed without a corresponding ORDER BY clause.",
+            tied->pos, "top with ties", 1062);
+    }
     if (select->offset >= 0 && body->is<QuerySpec>() &&
         (body->as<QuerySpec>().top >= 0 || body->as<QuerySpec>().percent_num >= 0)) {
         server_error("A TOP can not be used in the same query or sub-query as a OFFSET.", body->pos,
@@ -519,7 +546,10 @@ long long Parser::parse_top(QuerySpec& spec) {
             count.pos, "top");
     }
     if (is_kw(Kw::kWITH) && peek(1).kind == Tok::Identifier && iequals(peek(1).text, "ties")) {
-        unsupported("top with ties", start.pos);
+        at_ += 2;
+        spec.with_ties = true;
+        // Ties after a DISTINCT would be counted before the duplicates go.
+        if (spec.distinct) unsupported("top with ties after distinct", start.pos);
     }
     return n;
 }
@@ -1101,15 +1131,57 @@ Expr* Parser::parse_function(const Token& name) {
                                "' at position " + std::to_string(name.pos),
                            name.pos, lower_copy(name.text));
     }
-    if (fn->is_ranking()) {
+    if (fn->is_window_only()) {
         if (!is_kw(Kw::kOVER)) {
             server_error("The function '" + lower_copy(name.text) + "' must have an OVER clause.",
                          name.pos, lower_copy(name.text));
+        }
+        window_arguments(*fn);
+        parse_over(*fn);
+    } else if (fn->is_aggregate_function() && is_kw(Kw::kOVER)) {
+        if (fn->distinct) {
+            server_error("Use of DISTINCT is not allowed with the OVER clause.", name.pos,
+                         "distinct with over");
         }
         parse_over(*fn);
     }
     if (is_kw(Kw::kOVER)) unsupported("window function", peek().pos);
     return fn;
+}
+
+// ntile's count and lag's and lead's offset are whole numbers written out: they decide the
+// statement's form, as TOP's count does.
+void Parser::window_arguments(Function& fn) {
+    const bool shift = fn.func == Func::Lag || fn.func == Func::Lead;
+    if (fn.func != Func::Ntile && !(shift && fn.args.size() >= 2)) return;
+    Expr* count = fn.args[fn.func == Func::Ntile ? 0 : 1];
+    const bool negative = count->is<Unary>() && count->as<Unary>().op == UnaryOp::Neg &&
+                          count->as<Unary>().operand->is<LiteralExpr>();
+    const Expr* number = negative ? count->as<Unary>().operand : count;
+    LiteralValue value;
+    if (!number->is<LiteralExpr>() ||
+        number->as<LiteralExpr>().kind != LiteralExpr::Kind::Integer ||
+        !literal_value(number->as<LiteralExpr>().text, value) ||
+        value.type != LiteralValue::Type::Integer) {
+        unsupported(lower_copy(fn.name) + " with a count that is not a whole number written out",
+                    count->pos);
+    }
+    if (negative) value.integer = -value.integer;
+    if (fn.func == Func::Ntile && value.integer <= 0) {
+        server_error(
+            "The function 'NTILE' takes only a positive int or bigint expression as its "
+            "input.",
+            count->pos, "ntile");
+    }
+    if (shift && value.integer < 0) {
+        server_error("The offset parameter for Lag and Lead functions cannot be a negative value.",
+                     count->pos, lower_copy(fn.name));
+    }
+    fn.window_count = value.integer;
+    // The number is part of the statement's form, not a value bound to it.
+    std::erase_if(literals_, [&](const dialect::Literal& l) { return l.offset == number->pos; });
+    if (fn.func == Func::Ntile) fn.args.clear();
+    if (shift) fn.args.erase(fn.args.begin() + 1);
 }
 
 void Parser::parse_over(Function& fn) {
@@ -1123,11 +1195,121 @@ void Parser::parse_over(Function& fn) {
             fn.over->partition_by.push_back(parse_expr());
         } while (accept(Tok::Comma));
     }
-    if (!is_kw(Kw::kORDER)) {
+    const bool ordered = is_kw(Kw::kORDER);
+    if (!ordered && fn.is_window_only()) {
         server_error(
             "The function '" + lower_copy(fn.name) + "' must have an OVER clause with ORDER BY.",
             fn.pos, lower_copy(fn.name));
     }
+    if (ordered) parse_window_order(fn);
+    if (peek().kind == Tok::Identifier &&
+        (iequals(peek().text, "rows") || iequals(peek().text, "range"))) {
+        // Ranking, ntile, lag and lead number or shift rows: a frame means nothing to them.
+        if (fn.is_ranking() || fn.func == Func::Ntile || fn.func == Func::Lag ||
+            fn.func == Func::Lead) {
+            unsupported("window frame", peek().pos);
+        }
+        parse_frame(*fn.over);
+    }
+    expect(Tok::RParen);
+}
+
+namespace {
+
+FrameBound::Kind bound_kind(bool unbounded, bool preceding) {
+    if (unbounded) {
+        return preceding ? FrameBound::Kind::UnboundedPreceding
+                         : FrameBound::Kind::UnboundedFollowing;
+    }
+    return preceding ? FrameBound::Kind::Preceding : FrameBound::Kind::Following;
+}
+
+// Where a bound lies, in rows from the current row: n PRECEDING before n-1 PRECEDING.
+long long bound_offset(const FrameBound& b) {
+    switch (b.kind) {
+        case FrameBound::Kind::UnboundedPreceding:
+            return std::numeric_limits<long long>::min();
+        case FrameBound::Kind::Preceding:
+            return -b.rows;
+        case FrameBound::Kind::CurrentRow:
+            return 0;
+        case FrameBound::Kind::Following:
+            return b.rows;
+        case FrameBound::Kind::UnboundedFollowing:
+            break;
+    }
+    return std::numeric_limits<long long>::max();
+}
+
+}  // namespace
+
+FrameBound Parser::parse_frame_bound() {
+    FrameBound b;
+    const Token& t = peek();
+    if (t.kind == Tok::Identifier && iequals(t.text, "current")) {
+        ++at_;
+        const Token& row = peek();
+        if (row.kind != Tok::Identifier || !iequals(row.text, "row")) syntax_error(row);
+        ++at_;
+        b.kind = FrameBound::Kind::CurrentRow;
+        return b;
+    }
+    bool unbounded = false;
+    if (t.kind == Tok::Identifier && iequals(t.text, "unbounded")) {
+        ++at_;
+        unbounded = true;
+    } else if (t.kind == Tok::Number && t.text.find_first_of(".eE") == std::string_view::npos) {
+        b.rows = parse_plain_integer();
+    } else {
+        syntax_error(t);
+    }
+    const Token& dir = peek();
+    if (dir.kind != Tok::Identifier ||
+        !(iequals(dir.text, "preceding") || iequals(dir.text, "following")))
+        syntax_error(dir);
+    ++at_;
+    b.kind = bound_kind(unbounded, iequals(dir.text, "preceding"));
+    return b;
+}
+
+void Parser::parse_frame(Window& w) {
+    const Token& unit = next();  // ROWS or RANGE
+    const bool rows = iequals(unit.text, "rows");
+    if (w.order_by.empty()) {
+        server_error("A window frame (ROWS or RANGE) needs an ORDER BY in its OVER clause.",
+                     unit.pos, "window frame without order by");
+    }
+    w.frame = rows ? Window::Frame::Rows : Window::Frame::Range;
+    if (peek().kind == Tok::Identifier && iequals(peek().text, "between")) {
+        ++at_;
+        w.start = parse_frame_bound();
+        expect_kw(Kw::kAND);
+        w.end = parse_frame_bound();
+    } else {
+        // ROWS n PRECEDING: from there to the current row. Only a start that precedes.
+        w.start = parse_frame_bound();
+        if (w.start.kind == FrameBound::Kind::Following ||
+            w.start.kind == FrameBound::Kind::UnboundedFollowing)
+            syntax_error(tokens_[at_ - 1]);
+        w.end.kind = FrameBound::Kind::CurrentRow;
+    }
+    if (!rows &&
+        (w.start.kind == FrameBound::Kind::Preceding ||
+         w.start.kind == FrameBound::Kind::Following || w.end.kind == FrameBound::Kind::Preceding ||
+         w.end.kind == FrameBound::Kind::Following)) {
+        server_error(
+            "RANGE is only supported with UNBOUNDED and CURRENT ROW window frame delimiters.",
+            unit.pos, "range frame with an offset");
+    }
+    if (w.start.kind == FrameBound::Kind::UnboundedFollowing ||
+        w.end.kind == FrameBound::Kind::UnboundedPreceding ||
+        bound_offset(w.start) > bound_offset(w.end)) {
+        server_error("A window frame must not end before it starts.", unit.pos,
+                     "window frame that ends before it starts");
+    }
+}
+
+void Parser::parse_window_order(Function& fn) {
     ++at_;
     expect_kw(Kw::kBY);
     do {
@@ -1147,11 +1329,6 @@ void Parser::parse_over(Function& fn) {
         }
         fn.over->order_by.push_back(OrderItem{e, desc, false});
     } while (accept(Tok::Comma));
-    if (peek().kind == Tok::Identifier &&
-        (iequals(peek().text, "rows") || iequals(peek().text, "range"))) {
-        unsupported("window frame", peek().pos);
-    }
-    expect(Tok::RParen);
 }
 
 Expr* Parser::parse_case(const Token& start) {

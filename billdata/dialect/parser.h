@@ -69,6 +69,10 @@ class Parser {
     Expr* parse_primary();
     Expr* parse_function(const Token& name);
     void parse_over(Function& fn);
+    void parse_window_order(Function& fn);
+    void parse_frame(Window& w);
+    FrameBound parse_frame_bound();
+    void window_arguments(Function& fn);
     Expr* parse_odbc_escape();
     Expr* parse_odbc_function();
     Expr* parse_case(const Token& start);

@@ -74,8 +74,8 @@ bool has_aggregate(const Expr* e) {
     switch (e->type) {
         case NodeType::Function: {
             const auto& f = e->as<Function>();
-            // A ranking function reads the other rows too: the rows cannot be locked one by one.
-            return f.is_aggregate() || f.is_ranking() || any_aggregate(f.args);
+            // A window function reads the other rows too: the rows cannot be locked one by one.
+            return f.is_aggregate() || f.over != nullptr || any_aggregate(f.args);
         }
         case NodeType::Unary:
             return has_aggregate(e->as<Unary>().operand);
@@ -129,7 +129,8 @@ bool whole_table_aggregate(Emitter& em, const Node& stmt, const Catalog& catalog
     for (const SelectItem& item : q.items) {
         if (!item.expr->is<Function>()) return false;
         const auto& f = item.expr->as<Function>();
-        if (f.distinct) return false;
+        // A windowed count gives a value on every row, not one row.
+        if (f.distinct || f.over) return false;
         if (f.func == Func::Count) {
             if (!f.star) return false;
         } else if (f.func == Func::Max || f.func == Func::Min) {

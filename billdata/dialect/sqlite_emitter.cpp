@@ -365,6 +365,13 @@ class SqliteHooks final : public EngineHooks {
             case Func::DenseRank:
                 em.ranking(f);
                 return;
+            case Func::Ntile:
+            case Func::Lag:
+            case Func::Lead:
+            case Func::FirstValue:
+            case Func::LastValue:
+                em.window_function(f);
+                return;
             case Func::Count:
             case Func::Sum:
             case Func::Max:

@@ -68,6 +68,16 @@ std::string information_schema_sql(bool server);
 // natively or through ODBC, the PostgreSQL scripts.
 void create_database(const std::string& path, bool demo, int year = 0, int period = 0);
 
+// Brings a database made by an earlier build up to date without touching its data, in one
+// transaction (a failure leaves it as it was): the tables t_SchemaTables and t_SchemaColumns
+// when either is missing, and on PostgreSQL the runtime functions as this build has them.
+// `target` is what create_database takes, or a `Provider=SQLite;Data Source=…` string. Returns
+// what it did, a line each; empty when the database was up to date (and for a SQL Server
+// database, which needs neither). Running it again is harmless. Raises ado::ComError
+// (err::kDatabase) for a file that does not exist or a database that holds no bill data tables,
+// and when the engine fails.
+std::vector<std::string> upgrade_database(const std::string& target);
+
 // Inserts the demo master data (stocks, items with and without size groups, sizes, colours,
 // suppliers, customers, accounts, staff, users, members, opening stock, receivables and cash)
 // into a database that holds the schema and no master data yet. Runs on the caller's handle and

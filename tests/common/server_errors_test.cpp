@@ -35,6 +35,8 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
         {"select FNumber, count(*) from t_Stock group by FNumber order by FName", 8127,
          "列 \"t_Stock.FName\" 在 ORDER BY 子句中无效，因为该列没有包含在聚合函数或 GROUP BY "
          "子句中。"},
+        {"select top 1 with ties FItemID from t_Stock", 1062,
+         "The TOP N WITH TIES clause is not allowed without a corresponding ORDER BY clause."},
     };
     auto cn = open();
     for (const auto& c : cases) {

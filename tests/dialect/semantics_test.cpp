@@ -692,6 +692,76 @@ TEST_P(Semantics, OuterReferencesInGroupedQueries) {
         (Rows{{"27", "3"}, {"99", "4"}, {"112", "0"}}));
 }
 
+// TOP n WITH TIES also returns the rows that sort equal to the last one, texts compared without
+// case and trailing blanks; it needs an ORDER BY (error 1062), which a union's member cannot have.
+TEST_P(Semantics, TopWithTiesAddsTheRowsEqualToTheLast) {
+    run("insert into t_Stock(FItemID, FName) values (3, 'main SHOP  ')");
+    expect_values({
+        {"select count(*) from (select top 2 FInterID from ICStockBill order by FTranType desc) t",
+         "2"},
+        {"select count(*) from (select top 2 with ties FInterID from ICStockBill order by FTranType desc) t",
+         "3"},
+        // 25% of 4 rows is one row, 50% two: the second one ties with a third.
+        {"select count(*) from (select top 25 percent with ties FInterID from ICStockBill order by FTranType desc) t",
+         "1"},
+        {"select count(*) from (select top 50 percent with ties FInterID from ICStockBill order by FTranType desc) t",
+         "3"},
+        {"select count(*) from (select top 1 with ties FTranType, count(*) as n from ICStockBill group by FTranType order by n) t",
+         "2"},
+        {"select count(*) from (select top 2 with ties FTranType as k from ICStockBill order by 1) t",
+         "3"},
+    });
+    EXPECT_EQ(run("select top 1 with ties FItemID from t_Stock order by FName, 1"), (Rows{{"1"}}));
+    EXPECT_EQ(
+        run("select FItemID from (select top 1 with ties FItemID from t_Stock order by FName) t order by FItemID"),
+        (Rows{{"1"}, {"3"}}));
+    // A subquery that may now give two rows is checked as such.
+    EXPECT_THROW(
+        run("select (select top 1 with ties FInterID from ICStockBill where FTranType = 99 order by FTranType) from t_Stock where FItemID = 1"),
+        std::runtime_error);
+    const std::string no_order =
+        "The TOP N WITH TIES clause is not allowed without a corresponding ORDER BY clause.";
+    expect_error("select top 1 with ties FInterID from ICStockBill", no_order);
+    expect_error(
+        "select top 1 with ties FInterID from ICStockBill union select 1 order by FInterID",
+        no_order);
+}
+
+// Aggregates over a window: the whole partition without ORDER BY; with it, up to the current
+// row's last peer unless a frame says otherwise. Nulls sort first and texts without case, as in
+// ORDER BY. lag, lead, ntile, first_value and last_value as the server numbers them.
+TEST_P(Semantics, WindowAggregatesAndFramesAsTheServerDefinesThem) {
+    EXPECT_EQ(
+        run("select FInterID, sum(FSumQty) over (order by FTranType), sum(FSumQty) over (order by FInterID rows between 1 preceding and 1 following), count(*) over (partition by FTranType), avg(FInterID) over (), count(*) over (order by FRemark) from ICStockBill order by FInterID"),
+        (Rows{{"5", "16", "13", "1", "6", "3"},
+              {"6", "6", "15", "2", "6", "1"},
+              {"7", "2", "6", "1", "6", "4"},
+              {"8", "6", "3", "2", "6", "2"}}));
+    EXPECT_EQ(
+        run("select FInterID, lag(FInterID) over (order by FInterID), lead(FInterID, 2, 0) over (order by FInterID), ntile(3) over (order by FInterID), first_value(FBillNo) over (partition by FTranType order by FInterID desc), last_value(FInterID) over (order by FInterID rows between current row and unbounded following), max(FInterID) over (order by FInterID rows 1 preceding) from ICStockBill order by FInterID"),
+        (Rows{{"5", "NULL", "7", "1", "ZP250309-001", "8", "5"},
+              {"6", "5", "8", "1", "pos241231-001", "8", "6"},
+              {"7", "6", "0", "2", "JC250310-001", "8", "7"},
+              {"8", "7", "0", "3", "pos241231-001", "8", "8"}}));
+    // On every row, even where the table's row count is kept.
+    EXPECT_EQ(run("select count(*) over (), max(FInterID) over () from ICStockBill"),
+              Rows(4, std::vector<std::string>{"4", "8"}));
+    // A windowed aggregate is no aggregate of the grouping: its column must be grouped.
+    EXPECT_EQ(
+        run("select FTranType, sum(count(*)) over (order by FTranType) from ICStockBill group by FTranType order by FTranType"),
+        (Rows{{"27", "1"}, {"99", "3"}, {"112", "4"}}));
+    EXPECT_THROW(run("select FTranType, sum(FSumQty) over () from ICStockBill group by FTranType"),
+                 std::runtime_error);
+    expect_error("select sum(FSumQty) over (order by FInterID range 1 preceding) from ICStockBill",
+                 "RANGE is only supported with UNBOUNDED and CURRENT ROW window frame delimiters. "
+                 "at position 44");
+    expect_error("select sum(FSumQty) over (rows unbounded preceding) from ICStockBill",
+                 "A window frame (ROWS or RANGE) needs an ORDER BY in its OVER clause. at position "
+                 "26");
+    expect_error("select count(distinct FTranType) over () from ICStockBill",
+                 "Use of DISTINCT is not allowed with the OVER clause. at position 7");
+}
+
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
 // or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
 class ServerSemantics : public WithBills<OnEveryEngine> {};

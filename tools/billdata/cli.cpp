@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "billdata/ado/ado.h"
 #include "billdata/ado/version.h"
@@ -36,6 +37,21 @@ int report(const ComError& e) {
 int run_init(const std::string& path, bool demo, int year, int period) {
     schema::create_database(path, demo, year, period);
     std::cout << "billdata: created " << path << (demo ? " with demo master data" : "") << "\n";
+    return 0;
+}
+
+// `billdata upgrade`: what it did, a line each, or that there was nothing to do.
+int run_upgrade(const std::string& db) {
+    const std::string target = database_from(db);
+    const std::vector<std::string> done = schema::upgrade_database(target);
+    const std::string name = db.empty() ? std::string(std::getenv("BILLDATA_DB")) : db;
+    if (done.empty()) {
+        std::cout << "billdata: " << name << " is up to date\n";
+        return 0;
+    }
+    std::cout << "billdata: upgraded " << name << "\n";
+    for (const std::string& line : done)
+        std::cout << "  " << line << "\n";
     return 0;
 }
 
@@ -154,6 +170,12 @@ int run(int argc, char** argv) {
         ->check(CLI::IsMember({"table", "json", "csv"}));
     sql->add_option("statement", sql_text, "the statement")->required();
 
+    std::string upgrade_db;
+    auto* upgrade = app.add_subcommand(
+        "upgrade", "bring a database made by an earlier version up to date, keeping its data");
+    upgrade->add_option("--db", upgrade_db,
+                        "connection string or database file (default: $BILLDATA_DB)");
+
     std::string tr_engine = "sqlite", tr_text;
     auto* translate = app.add_subcommand("translate", "print a T-SQL statement translated");
     translate->add_option("--engine", tr_engine, "target engine (sqlite or postgresql)");
@@ -216,6 +238,7 @@ int run(int argc, char** argv) {
     try {
         if (*init) status = run_init(init_path, init_demo, init_year, init_period);
         if (*sql) status = run_sql(sql_db, sql_text, parse_format(sql_format));
+        if (*upgrade) status = run_upgrade(upgrade_db);
         if (*translate) status = run_translate(tr_engine, tr_text);
         if (*call)
             status = run_call(call_db, call_year, call_period, call_format, call_target, call_args);

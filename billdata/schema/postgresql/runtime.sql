@@ -2,7 +2,8 @@
 -- error) that the embedded engine's runtime gives for the same T-SQL. Most are single-expression
 -- SQL functions, so that the planner writes them into the statement that calls them; those that
 -- raise an error are STABLE, so that an error branch the data never takes is not evaluated early.
--- Runs before the tables script, on an empty database.
+-- Runs before the tables script on a new database, and again on an existing one to bring its
+-- functions up to date: every statement here can run twice.
 
 -- Texts compare as the server dialect compares them: without regard to case (the collation
 -- bd_ci, which the tables script declares its text columns with too) and to trailing blanks
@@ -10,13 +11,19 @@
 -- as a type (not a COLLATE clause) the cast also lets a grouped text expression be used inside
 -- other expressions.
 CREATE COLLATION IF NOT EXISTS bd_ci (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
-CREATE DOMAIN bd_text AS bpchar COLLATE bd_ci;
+DO $$
+BEGIN
+    CREATE DOMAIN bd_text AS bpchar COLLATE bd_ci;
+EXCEPTION WHEN duplicate_object THEN
+    NULL;
+END
+$$;
 
 -- Text arguments may come with the columns' case-insensitive collation, which regular
 -- expressions and substring searches refuse: those work under the default collation.
 
 -- Raises `message` as a function's result of the type of `sample`.
-CREATE FUNCTION bd_fail(message text, sample anyelement) RETURNS anyelement
+CREATE OR REPLACE FUNCTION bd_fail(message text, sample anyelement) RETURNS anyelement
 LANGUAGE plpgsql STABLE AS $$
 BEGIN
     RAISE EXCEPTION USING MESSAGE = message, ERRCODE = '22000';
@@ -25,7 +32,7 @@ $$;
 
 -- Raises the server dialect's error `number` with its message: the state is 'B' and the number
 -- in four digits, which the driver gives the caller as the error's native number.
-CREATE FUNCTION bd_fail(number int, message text, sample anyelement) RETURNS anyelement
+CREATE OR REPLACE FUNCTION bd_fail(number int, message text, sample anyelement) RETURNS anyelement
 LANGUAGE plpgsql STABLE AS $$
 BEGIN
     RAISE EXCEPTION USING MESSAGE = message, ERRCODE = 'B' || lpad(number::text, 4, '0');
@@ -34,7 +41,7 @@ $$;
 
 -- A whole number within the range of the type named ('int', 'smallint', 'tinyint'): parameters
 -- are bigint, so arithmetic would widen where the server dialect overflows.
-CREATE FUNCTION bd_range(value bigint, type text) RETURNS bigint
+CREATE OR REPLACE FUNCTION bd_range(value bigint, type text) RETURNS bigint
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN type = 'int' AND value NOT BETWEEN -2147483648 AND 2147483647
@@ -46,7 +53,7 @@ LANGUAGE sql STABLE AS $$
 $$;
 
 -- The same for a whole number the server computed as numeric (a bigint's sum, a rounded int).
-CREATE FUNCTION bd_range(value numeric, type text) RETURNS numeric
+CREATE OR REPLACE FUNCTION bd_range(value numeric, type text) RETURNS numeric
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN type = 'int' AND value NOT BETWEEN -2147483648 AND 2147483647
@@ -62,7 +69,7 @@ $$;
 -- unless what is past n is blanks alone, which are cut off silently (as the server does with
 -- ANSI_PADDING on). A bpchar value (a text column's) goes in as it is, for a cast to text would
 -- drop its trailing blanks; its length ignores them already.
-CREATE FUNCTION bd_fit(value text, n int, tab text, col text) RETURNS text
+CREATE OR REPLACE FUNCTION bd_fit(value text, n int, tab text, col text) RETURNS text
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN value IS NULL OR char_length(value) <= n THEN value
@@ -73,7 +80,7 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
-CREATE FUNCTION bd_fit(value bpchar, n int, tab text, col text) RETURNS bpchar
+CREATE OR REPLACE FUNCTION bd_fit(value bpchar, n int, tab text, col text) RETURNS bpchar
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN value IS NULL OR char_length(value) <= n THEN value
@@ -88,7 +95,7 @@ $$;
 -- A text in the date forms the server dialect reads with DATEFORMAT ymd: 'YYYY-MM-DD',
 -- 'YYYY/MM/DD', 'YYYY.MM.DD', 'YYYYMMDD', each with an optional time after blanks or 'T'
 -- ('HH:MM[:SS[.fff]]' with an optional AM/PM), or a time alone; '' is 1900-01-01.
-CREATE FUNCTION bd_dt(value text) RETURNS timestamp
+CREATE OR REPLACE FUNCTION bd_dt(value text) RETURNS timestamp
 LANGUAGE plpgsql IMMUTABLE STRICT AS $$
 DECLARE
     s text COLLATE "default" := btrim(value, E' \t');
@@ -153,14 +160,14 @@ END
 $$;
 
 -- A number of days since 1900-01-01, its fraction a time of day to the millisecond.
-CREATE FUNCTION bd_dt_days(days numeric) RETURNS timestamp
+CREATE OR REPLACE FUNCTION bd_dt_days(days numeric) RETURNS timestamp
 LANGUAGE sql IMMUTABLE AS $$
     SELECT timestamp '1900-01-01' + floor(days) * interval '1 day'
            + round((days - floor(days)) * 86400000) * interval '1 millisecond'
 $$;
 
 -- DATEPART; weeks and week days count from Sunday (the server dialect's default first day).
-CREATE FUNCTION bd_datepart(part text, d timestamp) RETURNS int
+CREATE OR REPLACE FUNCTION bd_datepart(part text, d timestamp) RETURNS int
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE part
         WHEN 'year' THEN extract(year FROM d)::int
@@ -179,7 +186,7 @@ LANGUAGE sql IMMUTABLE AS $$
 $$;
 
 -- A date within the server dialect's range, or its overflow error.
-CREATE FUNCTION bd_date_in_range(d timestamp) RETURNS timestamp
+CREATE OR REPLACE FUNCTION bd_date_in_range(d timestamp) RETURNS timestamp
 LANGUAGE sql STABLE AS $$
     SELECT CASE WHEN d < timestamp '1753-01-01' OR d >= timestamp '10000-01-01'
                 THEN bd_fail('将 expression 转换为数据类型 datetime 时出现算术溢出错误。', d)
@@ -188,7 +195,7 @@ $$;
 
 -- DATEADD in whole units (months keep the day, or the month's last); 'days' is date ± n, whose
 -- fraction is a time of day.
-CREATE FUNCTION bd_dateadd(part text, amount numeric, d timestamp) RETURNS timestamp
+CREATE OR REPLACE FUNCTION bd_dateadd(part text, amount numeric, d timestamp) RETURNS timestamp
 LANGUAGE sql STABLE AS $$
     SELECT bd_date_in_range(CASE part
         WHEN 'year' THEN d + make_interval(years => trunc(amount)::int)
@@ -207,7 +214,7 @@ LANGUAGE sql STABLE AS $$
 $$;
 
 -- DATEDIFF: the boundaries of the part crossed between the two dates.
-CREATE FUNCTION bd_datediff(part text, a timestamp, b timestamp) RETURNS bigint
+CREATE OR REPLACE FUNCTION bd_datediff(part text, a timestamp, b timestamp) RETURNS bigint
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE part
         WHEN 'year' THEN extract(year FROM b)::bigint - extract(year FROM a)::bigint
@@ -233,7 +240,7 @@ LANGUAGE sql IMMUTABLE AS $$
 $$;
 
 -- A date as text in one of CONVERT's styles (0 and 100: 'Mar  9 2025  8:30AM').
-CREATE FUNCTION bd_date_text(d timestamp, style int) RETURNS text
+CREATE OR REPLACE FUNCTION bd_date_text(d timestamp, style int) RETURNS text
 LANGUAGE sql STABLE AS $$
     SELECT CASE style
         WHEN 1 THEN to_char(d, 'MM/DD/YY')
@@ -270,7 +277,7 @@ $$;
 -- ---- numbers -----------------------------------------------------------------------------
 
 -- Texts as CONVERT reads them into numbers: blanks around allowed, '' is 0.
-CREATE FUNCTION bd_int(value text) RETURNS int
+CREATE OR REPLACE FUNCTION bd_int(value text) RETURNS int
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN btrim(value, E' \t') = '' THEN 0
@@ -279,7 +286,7 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
-CREATE FUNCTION bd_float(value text) RETURNS double precision
+CREATE OR REPLACE FUNCTION bd_float(value text) RETURNS double precision
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN btrim(value, E' \t') = '' THEN 0
@@ -289,7 +296,7 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
-CREATE FUNCTION bd_num(value text) RETURNS numeric
+CREATE OR REPLACE FUNCTION bd_num(value text) RETURNS numeric
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN btrim(value, E' \t') = '' THEN 0
@@ -299,7 +306,7 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
-CREATE FUNCTION bd_bit(value text) RETURNS int
+CREATE OR REPLACE FUNCTION bd_bit(value text) RETURNS int
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN lower(btrim(value, E' \t')) = 'true' THEN 1
@@ -313,27 +320,27 @@ $$;
 
 -- ROUND at a decimal place (left of the point when negative), half away from zero; cut instead
 -- when `cut` is not 0.
-CREATE FUNCTION bd_round(value numeric, digits bigint, cut bigint) RETURNS numeric
+CREATE OR REPLACE FUNCTION bd_round(value numeric, digits bigint, cut bigint) RETURNS numeric
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN cut <> 0 THEN trunc(value, digits::int) ELSE round(value, digits::int) END
 $$;
 
 -- ---- texts -------------------------------------------------------------------------------
 
-CREATE FUNCTION bd_left(value text, n bigint) RETURNS text
+CREATE OR REPLACE FUNCTION bd_left(value text, n bigint) RETURNS text
 LANGUAGE sql STABLE AS $$
     SELECT CASE WHEN n < 0 THEN bd_fail('传递给 LEFT 或 SUBSTRING 函数的长度参数无效。', value)
                 ELSE left(value, least(n, 2147483647)::int) END
 $$;
 
-CREATE FUNCTION bd_right(value text, n bigint) RETURNS text
+CREATE OR REPLACE FUNCTION bd_right(value text, n bigint) RETURNS text
 LANGUAGE sql STABLE AS $$
     SELECT CASE WHEN n < 0 THEN bd_fail('传递给 RIGHT 函数的长度参数无效。', value)
                 ELSE right(value, least(n, 2147483647)::int) END
 $$;
 
 -- SUBSTRING: positions before the first character count towards the length.
-CREATE FUNCTION bd_substring(value text, start bigint, n bigint) RETURNS text
+CREATE OR REPLACE FUNCTION bd_substring(value text, start bigint, n bigint) RETURNS text
 LANGUAGE sql STABLE AS $$
     SELECT CASE WHEN n < 0 THEN bd_fail('传递给 LEFT 或 SUBSTRING 函数的长度参数无效。', value)
                 ELSE substr(value, greatest(least(start, 2147483647), -2147483647)::int,
@@ -341,7 +348,7 @@ LANGUAGE sql STABLE AS $$
 $$;
 
 -- CHARINDEX without regard to case: the position of `find` in `value` from `start`, 0 if none.
-CREATE FUNCTION bd_charindex(find text, value text, start bigint DEFAULT 1) RETURNS int
+CREATE OR REPLACE FUNCTION bd_charindex(find text, value text, start bigint DEFAULT 1) RETURNS int
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN find COLLATE "default" = '' THEN 0 ELSE coalesce(nullif(strpos(
                lower(substr(value, greatest(start, 1)::int)) COLLATE "default",
@@ -350,7 +357,7 @@ $$;
 
 -- REPLICATE: NULL for a negative count; the result stops at 8000 characters, as a text that is
 -- not of unlimited length does on the server.
-CREATE FUNCTION bd_replicate(value text, n bigint) RETURNS text
+CREATE OR REPLACE FUNCTION bd_replicate(value text, n bigint) RETURNS text
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN n < 0 THEN NULL
                 ELSE left(repeat(value, least(n, 8000 / greatest(length(value), 1) + 1)::int), 8000)
@@ -359,7 +366,7 @@ $$;
 
 -- STUFF: `n` characters from `start` replaced by `replacement` (NULL only deletes); NULL when
 -- start is not a position of the text or n is negative.
-CREATE FUNCTION bd_stuff(value text, start bigint, n bigint, replacement text) RETURNS text
+CREATE OR REPLACE FUNCTION bd_stuff(value text, start bigint, n bigint, replacement text) RETURNS text
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN start < 1 OR start > length(value) OR n < 0 THEN NULL
                 ELSE left(value, (start - 1)::int) || coalesce(replacement, '')
@@ -367,7 +374,7 @@ LANGUAGE sql IMMUTABLE AS $$
 $$;
 
 -- REPLACE without regard to case.
-CREATE FUNCTION bd_replace(value text, find text, replacement text) RETURNS text
+CREATE OR REPLACE FUNCTION bd_replace(value text, find text, replacement text) RETURNS text
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN find COLLATE "default" = '' THEN value
                 ELSE regexp_replace(value COLLATE "default",
@@ -378,7 +385,7 @@ $$;
 -- A LIKE pattern of the server dialect (%, _, [abc], [a-z], [^…], an optional escape character)
 -- as an anchored regular expression matched without regard to case; trailing blanks of the
 -- pattern do not count. The translator converts patterns it knows the same way.
-CREATE FUNCTION bd_like_regex(pattern text, escape text) RETURNS text
+CREATE OR REPLACE FUNCTION bd_like_regex(pattern text, escape text) RETURNS text
 LANGUAGE plpgsql IMMUTABLE AS $$
 DECLARE
     p text COLLATE "default" := rtrim(pattern, ' ');
@@ -461,19 +468,19 @@ END
 $$;
 
 -- One character of a regular expression as itself.
-CREATE FUNCTION bd_regex_char(c text) RETURNS text
+CREATE OR REPLACE FUNCTION bd_regex_char(c text) RETURNS text
 LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN c COLLATE "default" ~ '^[A-Za-z0-9]$' THEN c
                 WHEN ascii(c) > 65535 THEN '\U' || lpad(to_hex(ascii(c)), 8, '0')
                 ELSE '\u' || lpad(to_hex(ascii(c)), 4, '0') END
 $$;
 
-CREATE FUNCTION bd_like(value text, pattern text) RETURNS boolean
+CREATE OR REPLACE FUNCTION bd_like(value text, pattern text) RETURNS boolean
 LANGUAGE sql IMMUTABLE AS $$
     SELECT rtrim(value, ' ') COLLATE "default" ~* bd_like_regex(pattern COLLATE "default", NULL)
 $$;
 
-CREATE FUNCTION bd_like(value text, pattern text, escape text) RETURNS boolean
+CREATE OR REPLACE FUNCTION bd_like(value text, pattern text, escape text) RETURNS boolean
 LANGUAGE sql IMMUTABLE AS $$
     SELECT rtrim(value, ' ') COLLATE "default" ~* bd_like_regex(pattern COLLATE "default", escape COLLATE "default")
 $$;
@@ -481,7 +488,7 @@ $$;
 -- PATINDEX: the position where the pattern's match starts, 0 for none. A pattern that starts with
 -- % finds its remainder at the first position from which the rest of the text matches it; any
 -- other pattern matches the whole text or nothing. Patterns as LIKE reads them.
-CREATE FUNCTION bd_patindex(pattern text, value text) RETURNS int
+CREATE OR REPLACE FUNCTION bd_patindex(pattern text, value text) RETURNS int
 LANGUAGE sql IMMUTABLE STRICT AS $$
     SELECT CASE WHEN left(pattern, 1) COLLATE "default" = '%'
                 THEN regexp_instr(rtrim(value, ' ') COLLATE "default",
@@ -492,7 +499,7 @@ LANGUAGE sql IMMUTABLE STRICT AS $$
 $$;
 
 -- ISDATE: 1 for a text the date reader (bd_dt) takes, else 0 (NULL and a blank text included).
-CREATE FUNCTION bd_isdate(value text) RETURNS int
+CREATE OR REPLACE FUNCTION bd_isdate(value text) RETURNS int
 LANGUAGE plpgsql IMMUTABLE AS $$
 BEGIN
     IF value IS NULL OR btrim(value, E' \t') = '' THEN
