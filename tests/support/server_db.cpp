@@ -216,14 +216,21 @@ std::string EngineDatabase::connection_string() const {
 
 namespace {
 
-// The statements run on the SQL Server's master database, on a connection of their own.
-void on_sqlserver_master(const std::vector<std::string>& statements) {
+// A connection of its own to the SQL Server's master database (the configured string).
+std::unique_ptr<drivers::odbc::ScriptConnection> sqlserver_master() {
     try {
-        drivers::odbc::ScriptConnection admin(ado::ConnectionString::parse(sqlserver_server()));
-        for (const std::string& sql : statements)
-            admin.exec(sql);
+        return std::make_unique<drivers::odbc::ScriptConnection>(
+            ado::ConnectionString::parse(sqlserver_server()));
     } catch (const ado::ComError& e) {
         throw std::runtime_error("test SQL Server: " + e.description());
+    }
+}
+
+void run_on(drivers::odbc::ScriptConnection& server, const std::string& sql) {
+    try {
+        server.exec(sql);
+    } catch (const ado::ComError& e) {
+        throw std::runtime_error("test SQL Server: " + e.description() + " in: " + sql);
     }
 }
 
@@ -241,17 +248,17 @@ ServerDatabase::ServerDatabase() {
             throw std::runtime_error("no test server: BILLDATA_TEST_SQLSERVER is not set");
         sqlserver_ = true;
         name_ = unique_name();
-        std::vector<std::string> statements{sqlserver_drop_database(name_)};
-        for (std::string& sql : sqlserver_create_database(name_))
-            statements.push_back(std::move(sql));
+        const auto master = sqlserver_master();
+        run_on(*master, sqlserver_drop_database(name_));  // a name a killed run left behind
         try {
-            on_sqlserver_master(statements);
+            for (const std::string& sql : sqlserver_create_database(name_))
+                run_on(*master, sql);
         } catch (...) {
             // Half made (created, then refused the setting): gone all the same.
             try {
-                on_sqlserver_master({sqlserver_drop_database(name_)});
+                run_on(*master, sqlserver_drop_database(name_));
             } catch (const std::exception&) {
-                // The server is out of reach; nothing was left on it either.
+                // The connection is gone, and the session that was making the database with it.
             }
             throw;
         }
@@ -285,7 +292,7 @@ ServerDatabase::ServerDatabase() {
 ServerDatabase::~ServerDatabase() {
     try {
         if (sqlserver_) {
-            on_sqlserver_master({sqlserver_drop_database(name_)});
+            run_on(*sqlserver_master(), sqlserver_drop_database(name_));
             return;
         }
         Connection admin(postgres_conninfo(postgres_server()));
