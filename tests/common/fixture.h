@@ -1,7 +1,8 @@
 #pragma once
 // A fresh database per test, with the session pointed at it: an embedded file, or with
-// BILLDATA_TEST_ENGINE=postgresql (or odbc) a new database on the tests' PostgreSQL server, so that
-// every case runs on every engine (cases skip with a reason when that server is not configured).
+// BILLDATA_TEST_ENGINE=postgresql (or odbc) a new database on the tests' PostgreSQL server, with
+// BILLDATA_TEST_ENGINE=sqlserver one on the shop's SQL Server, so that every case runs on every
+// engine (cases skip with a reason when that server is not configured).
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -14,7 +15,7 @@
 #include "billdata/drivers/sqlite/sqlite_driver.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
@@ -24,9 +25,8 @@ class DatabaseTest : public ::testing::Test {
     void SetUp() override {
         path_ = dir_.file("shop.db");
         if (on_server()) {
-            if (postgres_server().empty())
-                GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
-            server_ = std::make_unique<PostgresDatabase>();
+            if (const std::string why = missing_test_server(); !why.empty()) GTEST_SKIP() << why;
+            server_ = std::make_unique<ServerDatabase>();
             schema::create_database(server_->connection_string(), demo(), 2025, 3);
         } else {
             schema::create_database(path_, demo(), 2025, 3);
@@ -36,7 +36,7 @@ class DatabaseTest : public ::testing::Test {
     }
     void TearDown() override { common::session() = common::SessionContext{}; }
 
-    // Whether this run's cases go to the tests' PostgreSQL server.
+    // Whether this run's cases go to a server.
     static bool on_server() { return on_test_server(); }
 
     virtual bool demo() const { return false; }
@@ -70,6 +70,10 @@ class DatabaseTest : public ::testing::Test {
     // trigger that stands for a full disk or another program's rule.
     void refuse(const std::string& event, const std::string& table, const std::string& when,
                 const std::string& message) const {
+        if (server_ && server_->sqlserver()) {
+            server_->exec(sqlserver_refusal_trigger(event, table, when, message));
+            return;
+        }
         if (server_) {
             server_->exec(
                 "CREATE FUNCTION bd_test_refuse() RETURNS trigger LANGUAGE plpgsql AS "
@@ -100,7 +104,7 @@ class DatabaseTest : public ::testing::Test {
 
     TempDir dir_;
     std::string path_;
-    std::unique_ptr<PostgresDatabase> server_;
+    std::unique_ptr<ServerDatabase> server_;
 };
 
 // Expects `fn` to raise a ComError with this number and description.

@@ -25,7 +25,7 @@
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/builtin_catalog.h"
 #include "billdata/schema/schema.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {
@@ -178,7 +178,7 @@ class DialectDb : public ::testing::Test {
     TempDir dir_;
     sqlite3* db_ = nullptr;
     PGconn* pg_ = nullptr;
-    std::unique_ptr<PostgresDatabase> server_;
+    std::unique_ptr<ServerDatabase> server_;
     dialect::Catalog catalog_;
 
   private:
@@ -186,7 +186,7 @@ class DialectDb : public ::testing::Test {
         if (postgres_server().empty()) {
             GTEST_SKIP() << "no PostgreSQL server (BILLDATA_TEST_POSTGRES is not set)";
         }
-        server_ = std::make_unique<PostgresDatabase>();
+        server_ = std::make_unique<ServerDatabase>();
         pg_ = PQconnectdb(server_->conninfo().c_str());
         ASSERT_EQ(PQstatus(pg_), CONNECTION_OK) << PQerrorMessage(pg_);
         // The session as the server driver sets it: local time, dates read year first.

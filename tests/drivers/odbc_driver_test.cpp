@@ -16,7 +16,7 @@
 #include "billdata/drivers/odbc/odbc_target.h"
 #include "billdata/drivers/odbc/sqlserver_error.h"
 #include "billdata/schema/schema.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
 namespace {
@@ -25,8 +25,8 @@ using namespace billdata::ado;
 using billdata::drivers::odbc::Dialect;
 using billdata::drivers::odbc::odbc_target;
 using billdata::testing::error_of;
-using billdata::testing::PostgresDatabase;
 using billdata::testing::PrivateServer;
+using billdata::testing::ServerDatabase;
 
 bool mentions(const ComError& e, const std::string& text) {
     return e.description().find(text) != std::string::npos;
@@ -214,11 +214,11 @@ class OdbcPostgres : public ::testing::Test {
     void SetUp() override {
         if (billdata::testing::postgres_server().empty())
             GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
-        db_ = std::make_unique<PostgresDatabase>();
+        db_ = std::make_unique<ServerDatabase>();
         cs_ = odbc_string(billdata::testing::postgres_server() + ";Database=" + db_->name());
         billdata::schema::create_database(cs_, false, 2025, 3);
     }
-    std::unique_ptr<PostgresDatabase> db_;
+    std::unique_ptr<ServerDatabase> db_;
     std::string cs_;
 };
 

@@ -13,16 +13,16 @@
 #include "billdata/common/session.h"
 #include "billdata/schema/schema.h"
 #include "billdata/sfkdata/sfkdata.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
 namespace {
 
 using namespace billdata::ado;
 using billdata::testing::error_of;
-using billdata::testing::PostgresDatabase;
 using billdata::testing::PrivateServer;
 using billdata::testing::resident_bytes;
+using billdata::testing::ServerDatabase;
 
 bool mentions(const ComError& e, const std::string& text) {
     return e.description().find(text) != std::string::npos;
@@ -44,11 +44,11 @@ class PostgresDriver : public ::testing::Test {
     void SetUp() override {
         if (billdata::testing::postgres_server().empty())
             GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
-        db_ = std::make_unique<PostgresDatabase>();
+        db_ = std::make_unique<ServerDatabase>();
         billdata::schema::create_database(db_->connection_string(), false, 2025, 3);
     }
     std::string cs(const std::string& extra = {}) const { return db_->connection_string() + extra; }
-    std::unique_ptr<PostgresDatabase> db_;
+    std::unique_ptr<ServerDatabase> db_;
 };
 
 // A failed statement inside a transaction is undone alone and the transaction goes on, as on
@@ -274,11 +274,11 @@ TEST(PostgresServerFaults, EachFailsClearlyAndTheNextOperationRecovers) {
 
     // The server stops while a save is inside its transaction: the save fails whole, and after
     // the restart neither its bill nor its numbers are there.
-    PostgresDatabase::exec_on(billdata::testing::postgres_conninfo(base),
-                              "CREATE FUNCTION bd_test_pause() RETURNS trigger LANGUAGE plpgsql AS "
-                              "$$BEGIN PERFORM pg_sleep(5); RETURN NEW; END$$;"
-                              "CREATE TRIGGER tr_test_pause BEFORE INSERT ON WLBill FOR EACH ROW "
-                              "EXECUTE FUNCTION bd_test_pause()");
+    ServerDatabase::exec_on(billdata::testing::postgres_conninfo(base),
+                            "CREATE FUNCTION bd_test_pause() RETURNS trigger LANGUAGE plpgsql AS "
+                            "$$BEGIN PERFORM pg_sleep(5); RETURN NEW; END$$;"
+                            "CREATE TRIGGER tr_test_pause BEFORE INSERT ON WLBill FOR EACH ROW "
+                            "EXECUTE FUNCTION bd_test_pause()");
     const std::string counters = "select count(*) + sum(FMaxNum) from ICMaxNum";
     const std::string before = scalar(*open(base), counters);
     billdata::common::init_session(base, 2025, 3);

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "reliability/harness.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 
 namespace billdata::reliability {
 namespace {
@@ -24,8 +24,10 @@ namespace {
 void kill_while_saving(const std::vector<Op>& mix, const std::string& what) {
     const int kills = env_or("RELIABILITY_KILLS", 30);
     const auto seed = static_cast<std::uint32_t>(env_or("RELIABILITY_SEED", 1));
-    if (testing::on_test_server() && testing::postgres_server().empty())
-        GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
+    if (const std::string why = testing::missing_test_server(); !why.empty()) GTEST_SKIP() << why;
+    if (testing::on_sqlserver())
+        GTEST_SKIP() << "the books are checked with the embedded engine's and PostgreSQL's own "
+                        "SQL, not written for SQL Server";
     const testing::EngineDatabase shop;
     const std::string& db = shop.target();
     const std::string engine = testing::test_engine();

@@ -19,7 +19,7 @@
 
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 
 extern char** environ;
 

@@ -14,12 +14,12 @@
 
 #include "billdata/ado/ado.h"
 #include "billdata/schema/schema.h"
-#include "support/postgres.h"
 #include "support/raw_db.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
-using billdata::testing::PostgresDatabase;
 using billdata::testing::RawDb;
+using billdata::testing::ServerDatabase;
 using billdata::testing::TempDir;
 
 namespace {
@@ -53,7 +53,7 @@ class PostgresSchema : public ::testing::Test {
     void SetUp() override {
         if (billdata::testing::postgres_server().empty())
             GTEST_SKIP() << "no PostgreSQL server configured (BILLDATA_TEST_POSTGRES is not set)";
-        pg_ = std::make_unique<PostgresDatabase>();
+        pg_ = std::make_unique<ServerDatabase>();
         pg_->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
                   std::string(billdata::schema::postgresql_schema()) + "\n" +
                   billdata::schema::information_schema_sql(true));
@@ -69,7 +69,7 @@ class PostgresSchema : public ::testing::Test {
         return rows.empty() ? "" : rows.front();
     }
 
-    std::unique_ptr<PostgresDatabase> pg_;
+    std::unique_ptr<ServerDatabase> pg_;
 };
 
 // Stock on hand per stock and item summed over the whole history (in ten-thousandths): the

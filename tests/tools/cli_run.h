@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "support/postgres.h"
+#include "support/server_db.h"
 
 namespace billdata::testing {
 
@@ -32,14 +32,13 @@ inline CliRun run_cli(const std::string& args) {
     return r;
 }
 
-// The cases that run on the run's engine (a file, or with BILLDATA_TEST_ENGINE=postgresql a
-// database on the tests' server, see EngineDatabase): skipped with the reason when the run is the
-// server's and no server is configured.
+// The cases that run on the run's engine (a file, or with BILLDATA_TEST_ENGINE=postgresql, odbc or
+// sqlserver a database on the tests' server, see EngineDatabase): skipped with the reason when the
+// run is the server's and no server is configured.
 class EngineCase : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (on_test_server() && postgres_server().empty())
-            GTEST_SKIP() << "no PostgreSQL server for the tests (BILLDATA_TEST_POSTGRES)";
+        if (const std::string why = missing_test_server(); !why.empty()) GTEST_SKIP() << why;
     }
 };
 

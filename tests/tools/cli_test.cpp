@@ -27,7 +27,8 @@ TEST_F(Cli, InitSqlAndTranslate) {
     ASSERT_EQ(init.status, 0) << init.out;
 
     // Refuses to overwrite a database that holds tables, whichever way it is named.
-    CliRun again = run_cli("init '" + (shop.server() ? uri_of(db) : db) + "'");
+    CliRun again =
+        run_cli("init '" + (shop.server() && !shop.server()->sqlserver() ? uri_of(db) : db) + "'");
     EXPECT_EQ(again.status, 1) << again.out;
     EXPECT_NE(again.out.find("already holds tables"), std::string::npos) << again.out;
 
@@ -78,8 +79,10 @@ TEST_F(Cli, BadInputIsAClearError) {
     TempDir dir;
     // A database that is not there: a file, or one the server does not hold (the last Database
     // of a connection string is the one it names).
-    const std::string none = on_test_server() ? postgres_server() + ";Database=bd_no_such_database"
-                                              : dir.file("none.db");
+    const std::string none =
+        on_sqlserver()     ? sqlserver_database_string(sqlserver_server(), "bd_no_such_database")
+        : on_test_server() ? postgres_server() + ";Database=bd_no_such_database"
+                           : dir.file("none.db");
     CliRun missing = run_cli("sql --db '" + none + "' \"select 1\"");
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.out.find("billdata: error"), std::string::npos) << missing.out;
