@@ -724,7 +724,8 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case TypeSpec::Base::Text:
                 case TypeSpec::Base::FixedText:
                     e.vtype = ColumnType::Text;
-                    if (c.expr->vtype == ColumnType::Date && !supported_date_style(c.style)) {
+                    if ((c.expr->vtype == ColumnType::Date && !supported_date_style(c.style)) ||
+                        !number_text_form(c.expr->sql, c.style).supported) {
                         fail(
                             "unsupported construct 'convert style " + std::to_string(c.style) + "'",
                             c.pos, "convert style " + std::to_string(c.style));

@@ -786,6 +786,22 @@ class PostgresHooks final : public EngineHooks {
                 }
                 return;
             case TypeSpec::Base::Decimal:
+                if (e.vtype == ColumnType::Text) {
+                    const SqlType& to = c.target.sql;
+                    em.text(names::kTextNumber);
+                    em.ch('(');
+                    cast(em, e, "text");
+                    em.text(to.base == SqlBase::Money        ? ", 'money', 19, 4)"
+                            : to.base == SqlBase::SmallMoney ? ", 'smallmoney', 10, 4)"
+                                                             : ", 'decimal', ");
+                    if (to.base == SqlBase::Decimal) {
+                        em.text(std::to_string(to.precision));
+                        em.text(", ");
+                        em.text(std::to_string(to.scale));
+                        em.ch(')');
+                    }
+                    return;
+                }
                 em.text("round(");
                 if (e.vtype == ColumnType::Text || e.vtype == ColumnType::Date) {
                     em.text(names::kNumber);
@@ -813,6 +829,24 @@ class PostgresHooks final : public EngineHooks {
                 const int length = c.target.length == -1   ? 30
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
+                if (const NumberTextForm form = number_text_form(e.sql, c.style); form.kind) {
+                    // The number in the kind the runtime's function takes it.
+                    em.text(names::kNumberText);
+                    em.ch('(');
+                    const bool floating =
+                        e.sql.base == SqlBase::Float || e.sql.base == SqlBase::Real;
+                    cast(em, e, floating ? "float8" : "numeric");
+                    em.text(", '");
+                    em.text(form.kind);
+                    em.text("', ");
+                    em.text(std::to_string(form.digits));
+                    em.text(", '");
+                    em.text(text_type_name(c.target.sql));
+                    em.text("', ");
+                    em.text(std::to_string(length));
+                    em.ch(')');
+                    return;
+                }
                 const bool pad = c.target.base == TypeSpec::Base::FixedText;
                 if (length >= 0) em.text(pad ? "rpad(" : "left(");
                 if (e.vtype == ColumnType::Date) {

@@ -393,6 +393,10 @@ class SqliteHooks final : public EngineHooks {
                 single(em, runtime::kFloat, e);
                 return;
             case TypeSpec::Base::Decimal:
+                if (e.vtype == ColumnType::Text) {
+                    text_number(em, e, c.target.sql);
+                    return;
+                }
                 em.text(runtime::kDecimal);
                 em.ch('(');
                 em.expr(e);
@@ -412,6 +416,10 @@ class SqliteHooks final : public EngineHooks {
                 const int length = c.target.length == -1   ? 30
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
+                if (const NumberTextForm form = number_text_form(e.sql, c.style); form.kind) {
+                    number_text(em, e, form, c.target.sql, length);
+                    return;
+                }
                 if (e.vtype == ColumnType::Date) {
                     em.text(runtime::kDateText);
                     em.ch('(');
@@ -429,6 +437,39 @@ class SqliteHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             }
+        }
+    }
+
+    // A number whose type is known, as text of type `to` and `length` characters (-1: max).
+    static void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
+                            const SqlType& to, int length) {
+        em.text(runtime::kNumberText);
+        em.ch('(');
+        em.expr(e);
+        em.text(", '");
+        em.text(form.kind);
+        em.text("', ");
+        em.text(std::to_string(form.digits));
+        em.text(", '");
+        em.text(text_type_name(to));
+        em.text("', ");
+        em.text(std::to_string(length));
+        em.ch(')');
+    }
+
+    // A text read as a decimal or money of type `to`.
+    static void text_number(Emitter& em, const Expr& e, const SqlType& to) {
+        em.text(runtime::kTextNumber);
+        em.ch('(');
+        em.expr(e);
+        em.text(to.base == SqlBase::Money        ? ", 'money', 19, 4)"
+                : to.base == SqlBase::SmallMoney ? ", 'smallmoney', 10, 4)"
+                                                 : ", 'decimal', ");
+        if (to.base == SqlBase::Decimal) {
+            em.text(std::to_string(to.precision));
+            em.text(", ");
+            em.text(std::to_string(to.scale));
+            em.ch(')');
         }
     }
 

@@ -330,6 +330,42 @@ SqlType isnull_type(const SqlType& a, const SqlType& b) {
     return a.known() ? a : b;
 }
 
+NumberTextForm number_text_form(const SqlType& t, int style) {
+    NumberTextForm f;
+    if (t.is_integer()) {
+        f.kind = "int";
+        f.supported = style <= 0;
+    } else if (t.base == SqlBase::Decimal) {
+        f.kind = "decimal";
+        f.digits = t.scale;
+        f.supported = style <= 0;
+    } else if (t.base == SqlBase::Money || t.base == SqlBase::SmallMoney) {
+        // Style 126 is style 2 for (var)char.
+        f.kind = t.base == SqlBase::Money ? "money" : "smallmoney";
+        f.digits = style == 126 ? 2 : style < 0 ? 0 : style;
+        f.supported = style <= 2 || style == 126;
+    } else if (t.base == SqlBase::Float || t.base == SqlBase::Real) {
+        // Any other style is style 0, but for the lossless 3 and the legacy 126, 128 and 129.
+        f.kind = t.base == SqlBase::Float ? "float" : "real";
+        f.digits = style == 1 || style == 2 ? style : 0;
+        f.supported = style != 3 && style != 126 && style != 128 && style != 129;
+    }
+    return f;
+}
+
+const char* text_type_name(const SqlType& t) {
+    switch (t.base) {
+        case SqlBase::Char:
+            return "char";
+        case SqlBase::NChar:
+            return "nchar";
+        case SqlBase::NVarChar:
+            return "nvarchar";
+        default:
+            return "varchar";
+    }
+}
+
 bool integer_range(SqlBase base, std::int64_t& min, std::int64_t& max) {
     switch (base) {
         case SqlBase::TinyInt:
