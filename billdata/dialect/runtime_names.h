@@ -70,7 +70,9 @@ inline constexpr std::string_view kFunctions[] = {
 inline constexpr std::string_view kNumberText = "bd_numtext";
 // (text, kind, precision, scale): a text read as decimal, money or smallmoney.
 inline constexpr std::string_view kTextNumber = "bd_textnum";
-inline constexpr std::string_view kConversionFunctions[] = {kNumberText, kTextNumber};
+// (text, order, year digits): a date written month or day first ('mdy', 'dmy') as year first.
+inline constexpr std::string_view kYearFirst = "bd_ymd";
+inline constexpr std::string_view kConversionFunctions[] = {kNumberText, kTextNumber, kYearFirst};
 
 // The date parts of kDatePart, kDateAdd and kDateDiff. kDays is kDateAdd's own: date ± n days,
 // which keeps n's fraction as a time of day.

@@ -405,11 +405,27 @@ class SqliteHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             case TypeSpec::Base::DateTime:
-                single(em, runtime::kDateTime, e);
+            case TypeSpec::Base::Date: {
+                em.text(c.target.base == TypeSpec::Base::Date ? runtime::kDate
+                                                              : runtime::kDateTime);
+                em.ch('(');
+                int digits = 0;
+                const char* order = day_first_order(c.style, digits);
+                if (order && e.vtype != ColumnType::Date) {
+                    em.text(runtime::kYearFirst);
+                    em.ch('(');
+                    em.expr(e);
+                    em.text(", '");
+                    em.text(order);
+                    em.text("', ");
+                    em.text(std::to_string(digits));
+                    em.ch(')');
+                } else {
+                    em.expr(e);
+                }
+                em.ch(')');
                 return;
-            case TypeSpec::Base::Date:
-                single(em, runtime::kDate, e);
-                return;
+            }
             case TypeSpec::Base::Text:
             case TypeSpec::Base::FixedText: {
                 // Without a length the server makes it 30 characters.
@@ -417,7 +433,7 @@ class SqliteHooks final : public EngineHooks {
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
                 if (const NumberTextForm form = number_text_form(e.sql, c.style); form.kind) {
-                    number_text(em, e, form, c.target.sql, length);
+                    number_text(em, e, form, text_type_name(c.target.sql), length);
                     return;
                 }
                 if (e.vtype == ColumnType::Date) {
@@ -440,9 +456,8 @@ class SqliteHooks final : public EngineHooks {
         }
     }
 
-    // A number whose type is known, as text of type `to` and `length` characters (-1: max).
-    static void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
-                            const SqlType& to, int length) {
+    void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
+                     std::string_view target, int length) const override {
         em.text(runtime::kNumberText);
         em.ch('(');
         em.expr(e);
@@ -451,7 +466,7 @@ class SqliteHooks final : public EngineHooks {
         em.text("', ");
         em.text(std::to_string(form.digits));
         em.text(", '");
-        em.text(text_type_name(to));
+        em.text(target);
         em.text("', ");
         em.text(std::to_string(length));
         em.ch(')');
@@ -610,7 +625,7 @@ class SqliteHooks final : public EngineHooks {
             em.text(" = ");
             const Expr& v = *item.value;
             const std::string_view table = u.target_source ? u.target_source->name : u.target->name;
-            if (em.fitted(v, item.fit, table, item.column)) continue;
+            if (em.fitted(v, item.fit, table, item.column, item.national)) continue;
             const bool null_literal =
                 v.is<LiteralExpr>() && v.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
             if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !null_literal) {
@@ -722,8 +737,10 @@ class SqliteHooks final : public EngineHooks {
     // ISNULL's second argument as a value of the first one's type: cut to its length, or read
     // as its number.
     void as_first_argument(Emitter& em, const Expr& e, const SqlType& to) const {
-        if (to.is_text() && to.length > 0 && e.vtype != ColumnType::Date &&
-            !(e.sql.is_text() && e.sql.length > 0 && e.sql.length <= to.length)) {
+        if (const NumberTextForm form = number_text_form(e.sql, -1); to.is_text() && form.kind) {
+            number_text(em, e, form, text_type_name(to), to.length > 0 ? to.length : -1);
+        } else if (to.is_text() && to.length > 0 && e.vtype != ColumnType::Date &&
+                   !(e.sql.is_text() && e.sql.length > 0 && e.sql.length <= to.length)) {
             em.text(runtime::kVarchar);
             em.ch('(');
             em.expr(e);

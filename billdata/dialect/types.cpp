@@ -353,6 +353,36 @@ NumberTextForm number_text_form(const SqlType& t, int style) {
     return f;
 }
 
+const char* day_first_order(int style, int& year_digits) {
+    year_digits = style >= 100 ? 4 : 2;
+    switch (style % 100) {
+        case 1:
+        case 10:
+            return "mdy";
+        case 3:
+        case 4:
+        case 5:
+            return "dmy";
+        default:
+            return nullptr;
+    }
+}
+
+int widest_text(const SqlType& t) {
+    switch (t.base) {
+        case SqlBase::Bit:
+            return 1;
+        case SqlBase::TinyInt:
+            return 3;
+        case SqlBase::SmallInt:
+            return 6;
+        case SqlBase::Int:
+            return 11;
+        default:
+            return 20;
+    }
+}
+
 const char* text_type_name(const SqlType& t) {
     switch (t.base) {
         case SqlBase::Char:

@@ -117,6 +117,11 @@ NumberTextForm number_text_form(const SqlType& t, int style);
 // The name of a text type as the runtime takes it: "char", "varchar", "nchar" or "nvarchar"
 // ("varchar" for anything else).
 const char* text_type_name(const SqlType& t);
+// The order of a date text that CONVERT reads under `style` when it is not year first: "mdy" or
+// "dmy", with the year's digits (2 or 4); null for the other styles.
+const char* day_first_order(int style, int& year_digits);
+// The most characters a whole number of type `t` takes as text (20 for anything else).
+int widest_text(const SqlType& t);
 
 // The range of a whole-number type, for overflow checks; false for other types.
 bool integer_range(SqlBase base, std::int64_t& min, std::int64_t& max);

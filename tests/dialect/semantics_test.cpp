@@ -667,6 +667,15 @@ TEST_P(Conversions, ConversionsToText) {
         {"select cast(123456 as varchar(3)) + '|' + cast(123456 as char(3)) + '|' + cast(FInterID as varchar(1)) from ICStockBill where FInterID=5",
          "*|*  |5"},
     });
+    // Implicitly, where a text belongs: written to a text column (FQuarter is nvarchar(10)), as
+    // ISNULL's value after a text.
+    run("update t_ICItem set FQuarter = cast(12.5 as money) where FItemID = 101");
+    run("insert into t_ICItem(FItemID, FQuarter) select 103, FQty from ICStockBillEntry where FInterID = 5");
+    EXPECT_EQ(
+        run("select FQuarter, isnull(FRemark, 2.50) from t_ICItem i, ICStockBill b where FItemID in (101, 103) and FInterID = 6 order by FItemID"),
+        (Rows{{"12.50", "2.50"}, {"10.0000", "2.50"}}));
+    expect_error_number(*this, "update t_ICItem set FQuarter = 123456.7891 where FItemID = 101",
+                        8115);
     expect_error_number(*this, "select cast(123456 as nvarchar(3))", 8115);
     expect_error_number(*this, "select cast(123.45 as varchar(5))", 8115);
     expect_error_number(*this, "select cast(FPrice as varchar(6)) from ICStockBillEntry", 8115);
@@ -680,7 +689,7 @@ TEST_P(Conversions, ConversionsToText) {
 // A text becomes a number of the type it is converted to: an int from digits alone ('1.5' is
 // 245), a decimal from digits with a point ('' and exponents are 8114, too many digits 8115),
 // money with a currency symbol and thousands separators ('' is 0, anything else 235), a float in
-// any number form ('x' is 8114).
+// any number form ('x' is 8114); a date in the order its style gives.
 TEST_P(Conversions, ConversionsFromText) {
     expect_values({
         {"select cast(' 12 ' as int) + 1", "13"},
@@ -690,7 +699,12 @@ TEST_P(Conversions, ConversionsFromText) {
         {"select convert(varchar(30), cast('-$1,000' as money), 2) + '|' + convert(varchar(30), cast('' as money))",
          "-1000.0000|0.00"},
         {"select cast(' 1.5e3 ' as float)", "1500"},
+        // Day or month first by the style: 103 dd/mm/yyyy, 104 dd.mm.yyyy, 10 mm-dd-yy.
+        {"select convert(datetime, '09/03/2025 08:30', 103)", "2025-03-09 08:30:00"},
+        {"select convert(date, '9.3.2025', 104)", "2025-03-09"},
+        {"select convert(datetime, '03-09-25', 10)", "2025-03-09 00:00:00"},
     });
+    expect_error_number(*this, "select convert(datetime, '31/02/2025', 103)", 242);
     expect_error_number(*this, "select cast('1.5' as int)", 245);
     expect_error_number(*this, "select cast('123.4' as decimal(3,1))", 8115);
     expect_error_number(*this, "select cast('' as decimal(3,1))", 8114);

@@ -340,12 +340,66 @@ void fn_textnum(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_result_double(ctx, to_double(d));
 }
 
+// bd_ymd(text, order, year digits): a date written month first ('mdy') or day first ('dmy') with
+// a year of that many digits (two: 1950 to 2049), as 'YYYY-MM-DD' and what follows it (a time),
+// for the date reader. A date of eight digits, a time alone and '' go through as they are; any
+// other text is the server's error 241, for it would be read in another order.
+void fn_ymd(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    const std::string text = text_of(argv[0]);
+    const std::string_view s = trim_blanks(text);
+    std::size_t digits = 0;
+    while (digits < s.size() && s[digits] >= '0' && s[digits] <= '9')
+        ++digits;
+    if (s.empty() || (digits < s.size() && s[digits] == ':') ||
+        (digits == 8 &&
+         (digits == s.size() || s[digits] == ' ' || s[digits] == 'T' || s[digits] == 't'))) {
+        sqlite3_result_value(ctx, argv[0]);
+        return;
+    }
+    // a{sep}b{sep}year, then the end or a blank or 'T'.
+    std::size_t i = 0;
+    auto number = [&](std::size_t min, std::size_t max, std::string& out) {
+        const std::size_t start = i;
+        while (i < s.size() && s[i] >= '0' && s[i] <= '9' && i - start < max)
+            ++i;
+        out.assign(s.substr(start, i - start));
+        return out.size() >= min && !(i < s.size() && s[i] >= '0' && s[i] <= '9');
+    };
+    std::string a, b, year;
+    const auto year_digits = static_cast<std::size_t>(sqlite3_value_int(argv[2]));
+    char sep = 0;
+    bool ok = number(1, 2, a) && i < s.size() && (s[i] == '/' || s[i] == '.' || s[i] == '-');
+    if (ok) {
+        sep = s[i++];
+        ok = number(1, 2, b) && i < s.size() && s[i] == sep;
+    }
+    if (ok) {
+        ++i;
+        ok = number(year_digits, year_digits, year) &&
+             (i == s.size() || s[i] == ' ' || s[i] == 'T' || s[i] == 't');
+    }
+    if (!ok) {
+        result_server_error(ctx, 241, "从字符串转换日期和/或时间时，转换失败。");
+        return;
+    }
+    if (year.size() == 2) year = (std::stoi(year) < 50 ? "20" : "19") + year;
+    const bool month_first = value_text(argv[1]) == "mdy";
+    std::string out = year + "-" + (month_first ? a : b) + "-" + (month_first ? b : a);
+    out.append(s.substr(i));
+    result_text(ctx, out);
+}
+
 }  // namespace
 
 std::span<const FunctionDef> convert_functions() {
     static constexpr FunctionDef kConvertFunctions[] = {
         {names::kNumberText, 5, fn_numtext},
         {names::kTextNumber, 4, fn_textnum},
+        {names::kYearFirst, 3, fn_ymd},
     };
     return kConvertFunctions;
 }

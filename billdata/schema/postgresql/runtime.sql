@@ -431,6 +431,30 @@ BEGIN
 END
 $$;
 
+-- A date written month first ('mdy') or day first ('dmy') with a year of `year_digits` digits
+-- (two: 1950 to 2049), as 'YYYY-MM-DD' and what follows it (a time), for bd_dt. A date of eight
+-- digits, a time alone and '' go through as they are; any other text is error 241, for it would
+-- be read in another order.
+CREATE FUNCTION bd_ymd(value text, date_order text, year_digits int) RETURNS text
+LANGUAGE plpgsql STABLE STRICT AS $$
+DECLARE
+    s text COLLATE "default" := btrim(value, E' \t');
+    m text[];
+    y text;
+BEGIN
+    IF s = '' OR s ~ '^[0-9]*:' OR s ~ '^[0-9]{8}([ Tt]|$)' THEN
+        RETURN value;
+    END IF;
+    m := regexp_match(s, '^([0-9]{1,2})([-/.])([0-9]{1,2})\2([0-9]{' || year_digits || '})([ Tt].*)?$');
+    IF m IS NULL THEN
+        RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = 'B0241';
+    END IF;
+    y := CASE WHEN year_digits = 2 THEN CASE WHEN m[4]::int < 50 THEN '20' ELSE '19' END || m[4] ELSE m[4] END;
+    RETURN y || '-' || CASE WHEN date_order = 'mdy' THEN m[1] || '-' || m[3] ELSE m[3] || '-' || m[1] END
+           || coalesce(m[5], '');
+END
+$$;
+
 -- ROUND at a decimal place (left of the point when negative), half away from zero; cut instead
 -- when `cut` is not 0.
 CREATE FUNCTION bd_round(value numeric, digits bigint, cut bigint) RETURNS numeric
