@@ -522,7 +522,8 @@ struct InsertColumn {
     std::string_view name;
     std::uint32_t pos;
     ColumnType type = ColumnType::Unknown;
-    std::int32_t fit = 0;  // a text column's declared length in characters; 0: not checked
+    std::int32_t fit = 0;   // a text column's declared length in characters; 0: not checked
+    bool national = false;  // the column is declared nchar or nvarchar
 };
 
 struct Insert : Node {
@@ -541,7 +542,8 @@ struct SetItem {
     std::uint32_t pos;
     Expr* value;
     ColumnType type = ColumnType::Unknown;
-    std::int32_t fit = 0;  // as InsertColumn::fit
+    std::int32_t fit = 0;   // as InsertColumn::fit
+    bool national = false;  // as InsertColumn::national
 };
 
 struct Update : Node {

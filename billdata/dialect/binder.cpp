@@ -185,8 +185,11 @@ void Binder::bind_statement(Node& stmt) {
                     }
                 }
             }
-            for (auto& c : ins.columns)
-                c.fit = declared_length(catalog_.declared_type(ins.table->name, c.name));
+            for (auto& c : ins.columns) {
+                const SqlType declared = catalog_.declared_type(ins.table->name, c.name);
+                c.fit = declared_length(declared);
+                c.national = declared.base == SqlBase::NChar || declared.base == SqlBase::NVarChar;
+            }
             Scope empty(nullptr, arena_.resource());
             for (auto& row : ins.rows) {
                 if (row.size() != ins.columns.size()) {
@@ -243,7 +246,10 @@ void Binder::bind_statement(Node& stmt) {
                 if (!catalog_.find_column(target->name, item.column, &item.type)) {
                     invalid_column(item.column, item.pos);
                 }
-                item.fit = declared_length(catalog_.declared_type(target->name, item.column));
+                const SqlType declared = catalog_.declared_type(target->name, item.column);
+                item.fit = declared_length(declared);
+                item.national =
+                    declared.base == SqlBase::NChar || declared.base == SqlBase::NVarChar;
                 bind_expr(*item.value, scope);
             }
             if (upd.where) bind_expr(*upd.where, scope);
@@ -760,7 +766,8 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case TypeSpec::Base::Text:
                 case TypeSpec::Base::FixedText:
                     e.vtype = ColumnType::Text;
-                    if (c.expr->vtype == ColumnType::Date && !supported_date_style(c.style)) {
+                    if ((c.expr->vtype == ColumnType::Date && !supported_date_style(c.style)) ||
+                        !number_text_form(c.expr->sql, c.style).supported) {
                         fail(
                             "unsupported construct 'convert style " + std::to_string(c.style) + "'",
                             c.pos, "convert style " + std::to_string(c.style));
@@ -769,7 +776,8 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case TypeSpec::Base::DateTime:
                 case TypeSpec::Base::Date:
                     e.vtype = ColumnType::Date;
-                    if (!supported_parse_style(c.style)) {
+                    if (int digits = 0;
+                        !supported_parse_style(c.style) && !day_first_order(c.style, digits)) {
                         fail(
                             "unsupported construct 'convert style " + std::to_string(c.style) + "'",
                             c.pos, "convert style " + std::to_string(c.style));

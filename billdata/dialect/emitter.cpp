@@ -467,7 +467,7 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
                                              (*compound_texts)[i])) &&
                              e.vtype == ColumnType::Text && !stored_column(e) && !null_literal;
         if (write && i < write->size() &&
-            fitted(e, (*write)[i].fit, write_table, (*write)[i].name)) {
+            fitted(e, (*write)[i].fit, write_table, (*write)[i].name, (*write)[i].national)) {
             if (as_text) hooks_.collation(*this, CompareKind::Text);
         } else if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
                    e.vtype != ColumnType::Date && !null_literal) {
@@ -632,7 +632,10 @@ void Emitter::insert(const Insert& ins) {
             const Expr& e = *row[i];
             const bool null_literal =
                 e.is<LiteralExpr>() && e.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
-            if (fitted(e, ins.columns[i].fit, ins.table->name, ins.columns[i].name)) continue;
+            if (fitted(e, ins.columns[i].fit, ins.table->name, ins.columns[i].name,
+                       ins.columns[i].national)) {
+                continue;
+            }
             if (ins.columns[i].type == ColumnType::Date && e.vtype != ColumnType::Date &&
                 !null_literal) {
                 hooks_.date_value(*this, e);
@@ -645,12 +648,19 @@ void Emitter::insert(const Insert& ins) {
 }
 
 bool Emitter::fitted(const Expr& value, std::int32_t fit, std::string_view table,
-                     std::string_view column) {
+                     std::string_view column, bool national) {
     if (fit <= 0 || hooks_.fit_check().empty()) return false;
-    // Numbers and dates are no texts; a NULL fits anything. A column, or a literal written
-    // inline, fits when its type's length does. A literal bound as a parameter may hold a
-    // longer text at the next run of the same translation: it is checked there.
-    if (value.sql.known() && !value.sql.is_text()) return false;
+    // A number becomes the text the server dialect converts it to, unless it is a whole number
+    // whose every text fits; dates are no texts. A NULL fits anything. A column, or a literal
+    // written inline, fits when its type's length does. A literal bound as a parameter may hold
+    // a longer text at the next run of the same translation: it is checked there.
+    if (value.sql.known() && !value.sql.is_text()) {
+        const NumberTextForm form = number_text_form(value.sql, -1);
+        if (form.kind == nullptr || (value.sql.is_integer() && fit >= widest_text(value.sql)))
+            return false;
+        hooks_.number_text(*this, value, form, national ? "nvarchar" : "varchar", fit);
+        return true;
+    }
     if (value.is<LiteralExpr>()) {
         const auto& l = value.as<LiteralExpr>();
         if (l.kind == LiteralExpr::Kind::Null) return false;

@@ -81,6 +81,10 @@ class EngineHooks {
     // A value where the place needs the type `to` (a CASE branch, a value written into a
     // column), converted when the engine would not convert it by itself.
     virtual void converted(Emitter& em, const Expr& e, ColumnType /*to*/) const;
+    // Writes `e`, a number of a known type, as text in the form `form` of a text of type
+    // `target` ("varchar", "nchar", …) and `length` characters (-1: max), as CONVERT does.
+    virtual void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
+                             std::string_view target, int length) const = 0;
     // Whether a computed text (not a column, not a literal) that a comparison compares as text
     // needs the text collation even where the other side is a text column.
     virtual bool collates_computed_text() const { return false; }
@@ -122,10 +126,11 @@ class Emitter {
     void source(const TableSource& s);
     void insert(const Insert& ins);
     // The value written to a text column of `fit` characters (InsertColumn::fit) inside the
-    // engine's length check. False, with nothing written, when no check is needed: none is
-    // declared, the engine has no check, or the value is known to fit.
+    // engine's length check; a number of a known type as the text the server dialect converts it
+    // to. False, with nothing written, when no check is needed: none is declared, the engine has
+    // no check, or the value is known to fit.
     bool fitted(const Expr& value, std::int32_t fit, std::string_view table,
-                std::string_view column);
+                std::string_view column, bool national = true);
     void text(std::string_view s) { out_.append(s); }
     void ch(char c) { out_.push_back(c); }
     void name(std::string_view n) { hooks_.name(*this, n); }

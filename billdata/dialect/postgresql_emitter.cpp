@@ -491,9 +491,16 @@ class PostgresHooks final : public EngineHooks {
                 em.text("coalesce(");
                 for (std::size_t i = 0; i < f.args.size(); ++i) {
                     if (i) em.text(", ");
-                    // ISNULL's value has the first argument's type: a text cut to its length.
+                    // ISNULL's value has the first argument's type: a text cut to its length, a
+                    // number written as that text.
                     const SqlType& to = f.args[0]->sql;
                     const SqlType& from = f.args[i]->sql;
+                    if (const NumberTextForm form = number_text_form(from, -1);
+                        f.func == Func::IsNull && i > 0 && to.is_text() && form.kind) {
+                        number_text(em, *f.args[i], form, text_type_name(to),
+                                    to.length > 0 ? to.length : -1);
+                        continue;
+                    }
                     const bool cut =
                         f.func == Func::IsNull && i > 0 && to.is_text() && to.length > 0 &&
                         f.args[i]->vtype != ColumnType::Date &&
@@ -793,6 +800,22 @@ class PostgresHooks final : public EngineHooks {
                 }
                 return;
             case TypeSpec::Base::Decimal:
+                if (e.vtype == ColumnType::Text) {
+                    const SqlType& to = c.target.sql;
+                    em.text(names::kTextNumber);
+                    em.ch('(');
+                    cast(em, e, "text");
+                    em.text(to.base == SqlBase::Money        ? ", 'money', 19, 4)"
+                            : to.base == SqlBase::SmallMoney ? ", 'smallmoney', 10, 4)"
+                                                             : ", 'decimal', ");
+                    if (to.base == SqlBase::Decimal) {
+                        em.text(std::to_string(to.precision));
+                        em.text(", ");
+                        em.text(std::to_string(to.scale));
+                        em.ch(')');
+                    }
+                    return;
+                }
                 em.text("round(");
                 if (e.vtype == ColumnType::Text || e.vtype == ColumnType::Date) {
                     em.text(names::kNumber);
@@ -807,19 +830,38 @@ class PostgresHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             case TypeSpec::Base::DateTime:
-                date_arg(em, e);
+            case TypeSpec::Base::Date: {
+                const bool date = c.target.base == TypeSpec::Base::Date;
+                if (date) em.text("CAST(");
+                int digits = 0;
+                const char* order = day_first_order(c.style, digits);
+                if (order && e.vtype != ColumnType::Date && !is_null(e)) {
+                    em.text(names::kDateTime);
+                    em.text("(");
+                    em.text(names::kYearFirst);
+                    em.ch('(');
+                    cast(em, e, "text");
+                    em.text(", '");
+                    em.text(order);
+                    em.text("', ");
+                    em.text(std::to_string(digits));
+                    em.text("))");
+                } else {
+                    date_arg(em, e);
+                }
+                if (date) em.text(" AS date)");
                 return;
-            case TypeSpec::Base::Date:
-                em.text("CAST(");
-                date_arg(em, e);
-                em.text(" AS date)");
-                return;
+            }
             case TypeSpec::Base::Text:
             case TypeSpec::Base::FixedText: {
                 // Without a length the server dialect makes it 30 characters.
                 const int length = c.target.length == -1   ? 30
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
+                if (const NumberTextForm form = number_text_form(e.sql, c.style); form.kind) {
+                    number_text(em, e, form, text_type_name(c.target.sql), length);
+                    return;
+                }
                 const bool pad = c.target.base == TypeSpec::Base::FixedText;
                 if (length >= 0) em.text(pad ? "rpad(" : "left(");
                 if (e.vtype == ColumnType::Date) {
@@ -840,6 +882,24 @@ class PostgresHooks final : public EngineHooks {
                 return;
             }
         }
+    }
+
+    void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
+                     std::string_view target, int length) const override {
+        // The number in the kind the runtime's function takes it.
+        em.text(names::kNumberText);
+        em.ch('(');
+        const bool floating = e.sql.base == SqlBase::Float || e.sql.base == SqlBase::Real;
+        cast(em, e, floating ? "float8" : "numeric");
+        em.text(", '");
+        em.text(form.kind);
+        em.text("', ");
+        em.text(std::to_string(form.digits));
+        em.text(", '");
+        em.text(target);
+        em.text("', ");
+        em.text(std::to_string(length));
+        em.ch(')');
     }
 
     // A number for `+` decided by the operand types: a text is read as a whole number next to a
@@ -1031,7 +1091,7 @@ class PostgresHooks final : public EngineHooks {
             em.text(" = ");
             const Expr& v = *item.value;
             const std::string_view table = u.target_source ? u.target_source->name : u.target->name;
-            if (em.fitted(v, item.fit, table, item.column)) continue;
+            if (em.fitted(v, item.fit, table, item.column, item.national)) continue;
             converted(em, v, item.type);
         }
     }

@@ -65,6 +65,15 @@ inline constexpr std::string_view kFunctions[] = {
     kAdd,      kLeft,  kRight,    kSubstring, kCharIndex, kReplace,  kLike,    kReplicate,
     kReverse,  kStuff, kPower,    kPatIndex,  kIsDate,    kRange,    kFit,     kSingle};
 
+// The conversions between numbers and texts by type, which both engines' runtimes have:
+// (number, kind, digits, target, length): a number of a type the translator knows, as text;
+inline constexpr std::string_view kNumberText = "bd_numtext";
+// (text, kind, precision, scale): a text read as decimal, money or smallmoney.
+inline constexpr std::string_view kTextNumber = "bd_textnum";
+// (text, order, year digits): a date written month or day first ('mdy', 'dmy') as year first.
+inline constexpr std::string_view kYearFirst = "bd_ymd";
+inline constexpr std::string_view kConversionFunctions[] = {kNumberText, kTextNumber, kYearFirst};
+
 // The date parts of kDatePart, kDateAdd and kDateDiff. kDays is kDateAdd's own: date ± n days,
 // which keeps n's fraction as a time of day.
 namespace part {

@@ -400,6 +400,10 @@ class SqliteHooks final : public EngineHooks {
                 single(em, runtime::kFloat, e);
                 return;
             case TypeSpec::Base::Decimal:
+                if (e.vtype == ColumnType::Text) {
+                    text_number(em, e, c.target.sql);
+                    return;
+                }
                 em.text(runtime::kDecimal);
                 em.ch('(');
                 em.expr(e);
@@ -408,17 +412,37 @@ class SqliteHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             case TypeSpec::Base::DateTime:
-                single(em, runtime::kDateTime, e);
+            case TypeSpec::Base::Date: {
+                em.text(c.target.base == TypeSpec::Base::Date ? runtime::kDate
+                                                              : runtime::kDateTime);
+                em.ch('(');
+                int digits = 0;
+                const char* order = day_first_order(c.style, digits);
+                if (order && e.vtype != ColumnType::Date) {
+                    em.text(runtime::kYearFirst);
+                    em.ch('(');
+                    em.expr(e);
+                    em.text(", '");
+                    em.text(order);
+                    em.text("', ");
+                    em.text(std::to_string(digits));
+                    em.ch(')');
+                } else {
+                    em.expr(e);
+                }
+                em.ch(')');
                 return;
-            case TypeSpec::Base::Date:
-                single(em, runtime::kDate, e);
-                return;
+            }
             case TypeSpec::Base::Text:
             case TypeSpec::Base::FixedText: {
                 // Without a length the server makes it 30 characters.
                 const int length = c.target.length == -1   ? 30
                                    : c.target.length == -2 ? -1
                                                            : c.target.length;
+                if (const NumberTextForm form = number_text_form(e.sql, c.style); form.kind) {
+                    number_text(em, e, form, text_type_name(c.target.sql), length);
+                    return;
+                }
                 if (e.vtype == ColumnType::Date) {
                     em.text(runtime::kDateText);
                     em.ch('(');
@@ -436,6 +460,38 @@ class SqliteHooks final : public EngineHooks {
                 em.ch(')');
                 return;
             }
+        }
+    }
+
+    void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
+                     std::string_view target, int length) const override {
+        em.text(runtime::kNumberText);
+        em.ch('(');
+        em.expr(e);
+        em.text(", '");
+        em.text(form.kind);
+        em.text("', ");
+        em.text(std::to_string(form.digits));
+        em.text(", '");
+        em.text(target);
+        em.text("', ");
+        em.text(std::to_string(length));
+        em.ch(')');
+    }
+
+    // A text read as a decimal or money of type `to`.
+    static void text_number(Emitter& em, const Expr& e, const SqlType& to) {
+        em.text(runtime::kTextNumber);
+        em.ch('(');
+        em.expr(e);
+        em.text(to.base == SqlBase::Money        ? ", 'money', 19, 4)"
+                : to.base == SqlBase::SmallMoney ? ", 'smallmoney', 10, 4)"
+                                                 : ", 'decimal', ");
+        if (to.base == SqlBase::Decimal) {
+            em.text(std::to_string(to.precision));
+            em.text(", ");
+            em.text(std::to_string(to.scale));
+            em.ch(')');
         }
     }
 
@@ -576,7 +632,7 @@ class SqliteHooks final : public EngineHooks {
             em.text(" = ");
             const Expr& v = *item.value;
             const std::string_view table = u.target_source ? u.target_source->name : u.target->name;
-            if (em.fitted(v, item.fit, table, item.column)) continue;
+            if (em.fitted(v, item.fit, table, item.column, item.national)) continue;
             const bool null_literal =
                 v.is<LiteralExpr>() && v.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
             if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !null_literal) {
@@ -688,8 +744,10 @@ class SqliteHooks final : public EngineHooks {
     // ISNULL's second argument as a value of the first one's type: cut to its length, or read
     // as its number.
     void as_first_argument(Emitter& em, const Expr& e, const SqlType& to) const {
-        if (to.is_text() && to.length > 0 && e.vtype != ColumnType::Date &&
-            !(e.sql.is_text() && e.sql.length > 0 && e.sql.length <= to.length)) {
+        if (const NumberTextForm form = number_text_form(e.sql, -1); to.is_text() && form.kind) {
+            number_text(em, e, form, text_type_name(to), to.length > 0 ? to.length : -1);
+        } else if (to.is_text() && to.length > 0 && e.vtype != ColumnType::Date &&
+                   !(e.sql.is_text() && e.sql.length > 0 && e.sql.length <= to.length)) {
             em.text(runtime::kVarchar);
             em.ch('(');
             em.expr(e);

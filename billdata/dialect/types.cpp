@@ -330,6 +330,72 @@ SqlType isnull_type(const SqlType& a, const SqlType& b) {
     return a.known() ? a : b;
 }
 
+NumberTextForm number_text_form(const SqlType& t, int style) {
+    NumberTextForm f;
+    if (t.is_integer()) {
+        f.kind = "int";
+        f.supported = style <= 0;
+    } else if (t.base == SqlBase::Decimal) {
+        f.kind = "decimal";
+        f.digits = t.scale;
+        f.supported = style <= 0;
+    } else if (t.base == SqlBase::Money || t.base == SqlBase::SmallMoney) {
+        // Style 126 is style 2 for (var)char.
+        f.kind = t.base == SqlBase::Money ? "money" : "smallmoney";
+        f.digits = style == 126 ? 2 : style < 0 ? 0 : style;
+        f.supported = style <= 2 || style == 126;
+    } else if (t.base == SqlBase::Float || t.base == SqlBase::Real) {
+        // Any other style is style 0, but for the lossless 3 and the legacy 126, 128 and 129.
+        f.kind = t.base == SqlBase::Float ? "float" : "real";
+        f.digits = style == 1 || style == 2 ? style : 0;
+        f.supported = style != 3 && style != 126 && style != 128 && style != 129;
+    }
+    return f;
+}
+
+const char* day_first_order(int style, int& year_digits) {
+    year_digits = style >= 100 ? 4 : 2;
+    switch (style % 100) {
+        case 1:
+        case 10:
+            return "mdy";
+        case 3:
+        case 4:
+        case 5:
+            return "dmy";
+        default:
+            return nullptr;
+    }
+}
+
+int widest_text(const SqlType& t) {
+    switch (t.base) {
+        case SqlBase::Bit:
+            return 1;
+        case SqlBase::TinyInt:
+            return 3;
+        case SqlBase::SmallInt:
+            return 6;
+        case SqlBase::Int:
+            return 11;
+        default:
+            return 20;
+    }
+}
+
+const char* text_type_name(const SqlType& t) {
+    switch (t.base) {
+        case SqlBase::Char:
+            return "char";
+        case SqlBase::NChar:
+            return "nchar";
+        case SqlBase::NVarChar:
+            return "nvarchar";
+        default:
+            return "varchar";
+    }
+}
+
 bool integer_range(SqlBase base, std::int64_t& min, std::int64_t& max) {
     switch (base) {
         case SqlBase::TinyInt:

@@ -103,6 +103,26 @@ inline SqlType comparison_type(const SqlType& a, const SqlType& b) {
     return higher(a, b);
 }
 
+// How CONVERT writes a number of type `t` as text under `style` (-1 when none): the runtime's
+// name of the number's kind ("int", "decimal", "money", "smallmoney", "float", "real") and the
+// digits that go with it (a decimal's scale; the style of money, float and real). No kind when
+// `t` is not exactly known to be a number; `supported` is false for a style whose result the
+// server does not document for the type.
+struct NumberTextForm {
+    const char* kind = nullptr;
+    int digits = 0;
+    bool supported = true;
+};
+NumberTextForm number_text_form(const SqlType& t, int style);
+// The name of a text type as the runtime takes it: "char", "varchar", "nchar" or "nvarchar"
+// ("varchar" for anything else).
+const char* text_type_name(const SqlType& t);
+// The order of a date text that CONVERT reads under `style` when it is not year first: "mdy" or
+// "dmy", with the year's digits (2 or 4); null for the other styles.
+const char* day_first_order(int style, int& year_digits);
+// The most characters a whole number of type `t` takes as text (20 for anything else).
+int widest_text(const SqlType& t);
+
 // The range of a whole-number type, for overflow checks; false for other types.
 bool integer_range(SqlBase base, std::int64_t& min, std::int64_t& max);
 

@@ -117,6 +117,7 @@ class DialectDb : public ::testing::Test {
             rows.push_back(std::move(row));
         }
         std::string msg = sqlite3_errmsg(db_);
+        last_error_number_ = drivers::sqlite::server_error_number(sqlite3_extended_errcode(db_));
         sqlite3_finalize(stmt);
         if (rc != SQLITE_DONE) throw std::runtime_error(msg);
         return rows;
@@ -175,6 +176,8 @@ class DialectDb : public ::testing::Test {
         return std::string(buf, res.ptr);
     }
 
+    // The server dialect's error number of the last failed statement (0 when it had none).
+    int last_error_number_ = 0;
     TempDir dir_;
     sqlite3* db_ = nullptr;
     PGconn* pg_ = nullptr;
@@ -230,6 +233,9 @@ class DialectDb : public ::testing::Test {
             PQclear);
         const ExecStatusType status = PQresultStatus(r.get());
         if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+            // The runtime raises the server dialect's error n as the state 'B' and n.
+            const char* state = PQresultErrorField(r.get(), PG_DIAG_SQLSTATE);
+            last_error_number_ = state && state[0] == 'B' ? std::atoi(state + 1) : 0;
             throw std::runtime_error(std::string(PQresultErrorMessage(r.get())) + " in: " + t.sql);
         }
         Rows rows;

@@ -1,5 +1,7 @@
 // The runtime's collations and the catalogue reader, used directly on a database.
 
+#include <span>
+
 #include "billdata/dialect/runtime_names.h"
 #include "billdata/util/text.h"
 #include "dialect/dialect_fixture.h"
@@ -65,8 +67,12 @@ TEST_F(Runtime, EveryFunctionAndCollationOfTheRuntimeIsRegistered) {
         return run_sqlite(std::string("SELECT count(*) FROM ") + list + " WHERE name = '" +
                           std::string(name) + "' COLLATE NOCASE") != Rows{{"0"}};
     };
-    for (std::string_view name : dialect::runtime::kFunctions)
-        EXPECT_TRUE(registered("pragma_function_list", name)) << name;
+    for (const auto& names :
+         {std::span<const std::string_view>(dialect::runtime::kFunctions),
+          std::span<const std::string_view>(dialect::runtime::kConversionFunctions)}) {
+        for (std::string_view name : names)
+            EXPECT_TRUE(registered("pragma_function_list", name)) << name;
+    }
     for (std::string_view name : dialect::runtime::kCollations)
         EXPECT_TRUE(registered("pragma_collation_list", name)) << name;
 }
@@ -104,6 +110,12 @@ class ServerRuntime : public DialectDb {
 };
 
 TEST_F(ServerRuntime, EveryFunctionTheTranslationWritesIsThere) {
+    for (std::string_view name : dialect::runtime::kConversionFunctions) {
+        PGresult* r = PQexec(
+            pg_, ("SELECT 1 FROM pg_proc WHERE proname = '" + std::string(name) + "'").c_str());
+        EXPECT_GT(PQntuples(r), 0) << name;
+        PQclear(r);
+    }
     for (std::string_view name : dialect::runtime::kServerFunctions) {
         PGresult* r = PQexec(
             pg_, ("SELECT 1 FROM pg_proc WHERE proname = '" + std::string(name) + "'").c_str());

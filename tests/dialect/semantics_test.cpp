@@ -762,6 +762,95 @@ TEST_P(Semantics, WindowAggregatesAndFramesAsTheServerDefinesThem) {
                  "Use of DISTINCT is not allowed with the OVER clause. at position 7");
 }
 
+// The statement fails with the server dialect's error `number` on every engine (the embedded
+// runtime and the server's carry it), or is refused when translating when `number` is 0.
+template <class Fixture>
+void expect_error_number(Fixture& t, const std::string& tsql, int number) {
+    try {
+        t.run_statement(tsql);
+        ADD_FAILURE() << "no error for " << tsql;
+    } catch (const dialect::DialectError&) {
+        EXPECT_EQ(number, 0) << tsql << " was refused when translating";
+    } catch (const std::runtime_error& e) {
+        EXPECT_EQ(t.error_number(), number) << tsql << ": " << e.what();
+    }
+}
+
+class Conversions : public WithBills<OnEveryEngine> {
+  public:
+    void run_statement(const std::string& tsql) { run(tsql); }
+    int error_number() const { return last_error_number_; }
+};
+BILLDATA_ON_EVERY_ENGINE(Conversions);
+
+// A number becomes text by its type: a decimal with its scale, money with two places (style 0),
+// with thousands separated by commas (1) or with four places (2), float and real in at most six
+// significant digits, in the exponent form from 1e6 and below 1e-4 (style 0), always in that
+// form with eight (1) or sixteen digits (2). Too long for the text: '*' for a whole number in
+// (var)char, error 8115 for a decimal or a whole number in n(var)char, 234 for money, 232 for
+// float.
+TEST_P(Conversions, ConversionsToText) {
+    expect_values({
+        {"select cast(cast(2.5 as decimal(5,2)) as varchar(10))", "2.50"},
+        {"select 'x' + cast(2.50 as varchar(10)) + convert(varchar, -0.5)", "x2.50-0.5"},
+        {"select cast(FPrice as varchar(30)) + '|' + cast(FQty * 2 as char(12)) + '|' from ICStockBillEntry where FInterID=5",
+         "12.5000|20.0000     |"},
+        {"select convert(varchar(20), cast(1234.5678 as money), 0) + ' ' + convert(varchar(20), cast(1234.5678 as money), 1) + ' ' + convert(varchar(20), cast(1234.5678 as money), 2)",
+         "1234.57 1,234.57 1234.5678"},
+        {"select convert(varchar(20), cast(-1234567.895 as money), 1)", "-1,234,567.90"},
+        {"select cast(cast(1234567 as float) as varchar(30)) + ' ' + cast(cast(123456.7 as float) as varchar(30)) + ' ' + cast(cast(0.5 as float) as varchar(30)) + ' ' + cast(cast(0.00001 as float) as varchar(30))",
+         "1.23457e+006 123457 0.5 1e-005"},
+        {"select convert(varchar(30), cast(123456.7 as float), 1) + ' ' + convert(varchar(30), cast(-0.25 as float), 2)",
+         "1.2345670e+005 -2.500000000000000e-001"},
+        {"select cast(123456 as varchar(3)) + '|' + cast(123456 as char(3)) + '|' + cast(FInterID as varchar(1)) from ICStockBill where FInterID=5",
+         "*|*  |5"},
+    });
+    // Implicitly, where a text belongs: written to a text column (FQuarter is nvarchar(10)), as
+    // ISNULL's value after a text.
+    run("update t_ICItem set FQuarter = cast(12.5 as money) where FItemID = 101");
+    run("insert into t_ICItem(FItemID, FQuarter) select 103, FQty from ICStockBillEntry where FInterID = 5");
+    EXPECT_EQ(
+        run("select FQuarter, isnull(FRemark, 2.50) from t_ICItem i, ICStockBill b where FItemID in (101, 103) and FInterID = 6 order by FItemID"),
+        (Rows{{"12.50", "2.50"}, {"10.0000", "2.50"}}));
+    expect_error_number(*this, "update t_ICItem set FQuarter = 123456.7891 where FItemID = 101",
+                        8115);
+    expect_error_number(*this, "select cast(123456 as nvarchar(3))", 8115);
+    expect_error_number(*this, "select cast(123.45 as varchar(5))", 8115);
+    expect_error_number(*this, "select cast(FPrice as varchar(6)) from ICStockBillEntry", 8115);
+    expect_error_number(*this, "select convert(varchar(6), cast(1234.5 as money))", 234);
+    expect_error_number(*this, "select cast(cast(1.123456789 as float) as varchar(4))", 232);
+    // Styles whose result the server does not document for the type are refused.
+    expect_error_number(*this, "select convert(varchar(30), cast(1 as float), 3)", 0);
+    expect_error_number(*this, "select convert(varchar(30), cast(1 as money), 5)", 0);
+}
+
+// A text becomes a number of the type it is converted to: an int from digits alone ('1.5' is
+// 245), a decimal from digits with a point ('' and exponents are 8114, too many digits 8115),
+// money with a currency symbol and thousands separators ('' is 0, anything else 235), a float in
+// any number form ('x' is 8114); a date in the order its style gives.
+TEST_P(Conversions, ConversionsFromText) {
+    expect_values({
+        {"select cast(' 12 ' as int) + 1", "13"},
+        {"select cast(cast(' 1.25 ' as decimal(3,1)) as varchar(9)) + cast(cast('-.5' as decimal(2,1)) as varchar(9))",
+         "1.3-0.5"},
+        {"select cast('$1,234.56' as money)", "1234.56"},
+        {"select convert(varchar(30), cast('-$1,000' as money), 2) + '|' + convert(varchar(30), cast('' as money))",
+         "-1000.0000|0.00"},
+        {"select cast(' 1.5e3 ' as float)", "1500"},
+        // Day or month first by the style: 103 dd/mm/yyyy, 104 dd.mm.yyyy, 10 mm-dd-yy.
+        {"select convert(datetime, '09/03/2025 08:30', 103)", "2025-03-09 08:30:00"},
+        {"select convert(date, '9.3.2025', 104)", "2025-03-09"},
+        {"select convert(datetime, '03-09-25', 10)", "2025-03-09 00:00:00"},
+    });
+    expect_error_number(*this, "select convert(datetime, '31/02/2025', 103)", 242);
+    expect_error_number(*this, "select cast('1.5' as int)", 245);
+    expect_error_number(*this, "select cast('123.4' as decimal(3,1))", 8115);
+    expect_error_number(*this, "select cast('' as decimal(3,1))", 8114);
+    expect_error_number(*this, "select cast('1e2' as decimal(5,1))", 8114);
+    expect_error_number(*this, "select cast('12a' as money)", 235);
+    expect_error_number(*this, "select cast('x' as float)", 8114);
+}
+
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
 // or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
 class ServerSemantics : public WithBills<OnEveryEngine> {};

@@ -28,6 +28,7 @@ struct FunctionDef {
 std::span<const FunctionDef> text_functions();
 std::span<const FunctionDef> number_functions();
 std::span<const FunctionDef> date_functions();
+std::span<const FunctionDef> convert_functions();
 
 // Aggregates: the single value of a subquery used as a value (error 512 on a second row).
 int register_aggregates(sqlite3* db);

@@ -205,6 +205,10 @@ void fn_float(sqlite3_context* ctx, int, sqlite3_value** argv) {
         return;
     }
     double d = 0;
+    if (!is_number(argv[0]) && !parse_double(value_text(argv[0]), d)) {
+        result_server_error(ctx, 8114, kBadFloat);
+        return;
+    }
     if (number_of(ctx, argv[0], d, kBadFloat)) sqlite3_result_double(ctx, d);
 }
 

@@ -292,7 +292,7 @@ LANGUAGE sql STABLE AS $$
         WHEN btrim(value, E' \t') = '' THEN 0
         WHEN btrim(value, E' \t') COLLATE "default" ~ '^[+]?-?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]+)?$'
             THEN btrim(value, E' \t')::double precision
-        ELSE bd_fail('从数据类型 varchar 转换为 float 时出错。', 0::double precision)
+        ELSE bd_fail(8114, '从数据类型 varchar 转换为 float 时出错。', 0::double precision)
     END
 $$;
 
@@ -316,6 +316,150 @@ LANGUAGE sql STABLE AS $$
             THEN (btrim(value, E' \t')::double precision <> 0)::int
         ELSE bd_fail('在将 varchar 值 ''' || btrim(value, E' \t') || ''' 转换成数据类型 bit 时失败。', 0)
     END
+$$;
+
+-- A number of a known type as text, as CONVERT writes it (see bd_numfit for the length): a whole
+-- number plainly, a decimal with its scale, money with two places (style 0), with two and
+-- thousands separated by commas (1) or with four (2).
+CREATE FUNCTION bd_numtext(value numeric, kind text, digits int, target text, n int) RETURNS text
+LANGUAGE plpgsql STABLE STRICT AS $$
+DECLARE
+    t text COLLATE "default";
+BEGIN
+    IF kind = 'int' THEN
+        t := round(value)::text;
+    ELSIF kind = 'decimal' THEN
+        t := round(value, digits)::text;
+    ELSE
+        t := CASE WHEN digits = 2 THEN round(value, 4) ELSE round(round(value, 4), 2) END::text;
+        IF digits = 1 THEN
+            t := regexp_replace(split_part(t, '.', 1), '([0-9])(?=([0-9]{3})+$)', '\1,', 'g')
+                 || '.' || split_part(t, '.', 2);
+        END IF;
+    END IF;
+    RETURN bd_numfit(t, kind, target, n, NULL);
+END
+$$;
+
+-- A float (or a real) as text: six significant digits without trailing zeros, in the exponent
+-- form (at least three exponent digits) below 1e-4 and from 1e6 (style 0); always in the
+-- exponent form with eight (style 1) or sixteen digits (style 2).
+CREATE FUNCTION bd_numtext(value float8, kind text, digits int, target text, n int) RETURNS text
+LANGUAGE plpgsql STABLE STRICT AS $$
+DECLARE
+    x float8 := CASE WHEN kind = 'real' THEN value::float4::float8 ELSE value END;
+    sig int := CASE digits WHEN 1 THEN 8 WHEN 2 THEN 16 ELSE 6 END;
+    s text COLLATE "default";
+    m text COLLATE "default";
+    ds text COLLATE "default";
+    e int;
+    t text COLLATE "default";
+BEGIN
+    s := btrim(to_char(x, '9.' || repeat('9', sig - 1) || 'EEEE'));
+    m := split_part(s, 'e', 1);
+    e := split_part(s, 'e', 2)::int;
+    IF digits IN (1, 2) OR e < -4 OR e >= sig THEN
+        IF digits NOT IN (1, 2) THEN
+            m := rtrim(rtrim(m, '0'), '.');
+        END IF;
+        t := m || 'e' || CASE WHEN e < 0 THEN '-' ELSE '+' END || lpad(abs(e)::text, 3, '0');
+    ELSE
+        ds := replace(ltrim(m, '-'), '.', '');
+        IF e >= 0 THEN
+            t := left(ds, e + 1) || '.' || substr(ds, e + 2);
+        ELSE
+            t := '0.' || repeat('0', -e - 1) || ds;
+        END IF;
+        t := rtrim(rtrim(t, '0'), '.');
+        IF left(m, 1) = '-' THEN
+            t := '-' || t;
+        END IF;
+    END IF;
+    RETURN bd_numfit(t, kind, target, n, round(x::numeric, 6)::text);
+END
+$$;
+
+-- The text of a number in a text of type `target` and `n` characters (-1: max), filled up with
+-- blanks for char and nchar. Too long, a whole number is '*' in char and varchar; anything else
+-- is the server dialect's error.
+CREATE FUNCTION bd_numfit(t text, kind text, target text, n int, shown text) RETURNS text
+LANGUAGE sql STABLE AS $$
+    SELECT CASE
+        WHEN n < 0 THEN t
+        WHEN char_length(t) <= n THEN CASE WHEN target IN ('char', 'nchar') THEN rpad(t, n) ELSE t END
+        WHEN kind = 'int' AND target = 'varchar' THEN '*'
+        WHEN kind = 'int' AND target = 'char' THEN rpad('*', n)
+        WHEN kind = 'int' THEN
+            bd_fail(8115, '将 expression 转换为数据类型 ' || target || ' 时出现算术溢出错误。', t)
+        WHEN kind = 'decimal' THEN
+            bd_fail(8115, '将 numeric 转换为数据类型 ' || target || ' 时出现算术溢出错误。', t)
+        WHEN kind IN ('money', 'smallmoney') THEN
+            bd_fail(234, '没有足够的结果空间将 ' || kind || ' 值转换为 ' || target || '。', t)
+        ELSE bd_fail(232, '类型 ' || target || ' 出现算术溢出错误，值 = ' || shown || '。', t)
+    END
+$$;
+
+-- A text as decimal(p, s) ('decimal'), or as 'money' or 'smallmoney': a money text may carry a
+-- sign and a currency symbol in either order and commas anywhere among its digits ('' is 0); a
+-- decimal text is digits with a sign and a point alone. Too large for the type is error 8115.
+CREATE FUNCTION bd_textnum(value text, kind text, p int, s int) RETURNS numeric
+LANGUAGE plpgsql STABLE STRICT AS $$
+DECLARE
+    t text COLLATE "default" := btrim(value, E' \t');
+    m text[];
+    r numeric;
+    lim numeric;
+BEGIN
+    IF kind = 'decimal' THEN
+        IF t !~ '^[+-]?([0-9]+\.?[0-9]*|\.[0-9]+)$' THEN
+            RAISE EXCEPTION USING MESSAGE = '从数据类型 varchar 转换为 numeric 时出错。', ERRCODE = 'B8114';
+        END IF;
+        r := round(t::numeric, s);
+        IF abs(r) >= 10::numeric ^ (p - s) THEN
+            RAISE EXCEPTION USING MESSAGE = '将 varchar 转换为数据类型 numeric 时出现算术溢出错误。',
+                ERRCODE = 'B8115';
+        END IF;
+        RETURN r;
+    END IF;
+    m := regexp_match(t, '^([+-]?)(\$|¥|£|€|￥)?([+-]?)([0-9,]*\.?[0-9,]*)$');
+    IF m IS NULL OR (m[1] <> '' AND m[3] <> '') OR (m[4] <> '' AND replace(m[4], ',', '') !~ '[0-9]') THEN
+        RAISE EXCEPTION USING MESSAGE = '无法将 char 值转换为 money。该 char 值的语法有误。', ERRCODE = 'B0235';
+    END IF;
+    r := CASE WHEN replace(m[4], ',', '') = '' THEN 0 ELSE round(replace(m[4], ',', '')::numeric, 4) END;
+    IF m[1] = '-' OR m[3] = '-' THEN
+        r := -r;
+    END IF;
+    lim := CASE kind WHEN 'money' THEN 922337203685477.5807 ELSE 214748.3647 END;
+    IF r > lim OR r < -lim - 0.0001 THEN
+        RAISE EXCEPTION USING MESSAGE = '将 varchar 转换为数据类型 ' || kind || ' 时出现算术溢出错误。',
+            ERRCODE = 'B8115';
+    END IF;
+    RETURN r;
+END
+$$;
+
+-- A date written month first ('mdy') or day first ('dmy') with a year of `year_digits` digits
+-- (two: 1950 to 2049), as 'YYYY-MM-DD' and what follows it (a time), for bd_dt. A date of eight
+-- digits, a time alone and '' go through as they are; any other text is error 241, for it would
+-- be read in another order.
+CREATE FUNCTION bd_ymd(value text, date_order text, year_digits int) RETURNS text
+LANGUAGE plpgsql STABLE STRICT AS $$
+DECLARE
+    s text COLLATE "default" := btrim(value, E' \t');
+    m text[];
+    y text;
+BEGIN
+    IF s = '' OR s ~ '^[0-9]*:' OR s ~ '^[0-9]{8}([ Tt]|$)' THEN
+        RETURN value;
+    END IF;
+    m := regexp_match(s, '^([0-9]{1,2})([-/.])([0-9]{1,2})\2([0-9]{' || year_digits || '})([ Tt].*)?$');
+    IF m IS NULL THEN
+        RAISE EXCEPTION USING MESSAGE = '从字符串转换日期和/或时间时，转换失败。', ERRCODE = 'B0241';
+    END IF;
+    y := CASE WHEN year_digits = 2 THEN CASE WHEN m[4]::int < 50 THEN '20' ELSE '19' END || m[4] ELSE m[4] END;
+    RETURN y || '-' || CASE WHEN date_order = 'mdy' THEN m[1] || '-' || m[3] ELSE m[3] || '-' || m[1] END
+           || coalesce(m[5], '');
+END
 $$;
 
 -- ROUND at a decimal place (left of the point when negative), half away from zero; cut instead
