@@ -160,6 +160,7 @@ void Connection::Open(std::string_view connection_string) {
     }
     session_ = parsed->driver->open(parsed->cs);
     connection_string_ = std::string(connection_string);
+    log_ = sql_log::wanted();
     if (parsed->timeout >= 0) command_timeout_ = parsed->timeout;
 }
 
@@ -186,6 +187,10 @@ void Connection::Close() {
     s->close();
 }
 
+void Connection::log(std::string_view sql) const {
+    if (log_) sql_log::write(sql);
+}
+
 int Connection::State() const {
     return session_ ? adStateOpen : adStateClosed;
 }
@@ -199,7 +204,7 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* recor
                                                long options) {
     if (options != adOptionUnspecified && (options & adExecuteNoRecords)) {
         auto s = session();
-        sql_log::write(sql);
+        log(sql);
         long affected = -1;
         driver::ExecOptions exec;
         exec.timeout_seconds = command_timeout_;
@@ -213,7 +218,7 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* recor
 std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* records_affected,
                                                long timeout_seconds) {
     auto s = session();
-    sql_log::write(sql);
+    log(sql);
     long affected = -1;
     driver::ExecOptions options;
     options.timeout_seconds = timeout_seconds;
@@ -335,7 +340,10 @@ void Recordset::Open() {
 void Recordset::open_statement(std::string_view source, std::shared_ptr<driver::Session> session,
                                std::shared_ptr<Connection> connection, bool client_side,
                                long timeout_seconds) {
-    sql_log::write(source);
+    if (connection)
+        connection->log(source);
+    else
+        sql_log::write(source);
     driver::ExecOptions options;
     options.read_only = true;
     options.timeout_seconds = timeout_seconds;
@@ -546,7 +554,7 @@ std::shared_ptr<Recordset> Command::Execute(long* records_affected, long /*optio
                                          CommandTimeout());
     }
     auto s = ActiveConnection->session();
-    sql_log::write(CommandText);
+    ActiveConnection->log(CommandText);
     std::vector<driver::ProcArg> args;
     args.reserve(parameters_.items_.size());
     for (const auto& p : parameters_.items_) {

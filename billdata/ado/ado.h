@@ -106,12 +106,16 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   private:
     friend class Command;
+    friend class Recordset;
     Connection();
     std::shared_ptr<Recordset> execute(std::string_view sql, long* records_affected,
                                        long timeout_seconds);
+    // Writes `sql` to the statement log when the log was wanted as the connection opened.
+    void log(std::string_view sql) const;
     std::string connection_string_;
     std::shared_ptr<driver::Session> session_;
     long command_timeout_;
+    bool log_ = false;  // sql_log::wanted() when opened
 };
 
 class Field {

@@ -47,6 +47,11 @@ LogFile& log_file() {
 
 }  // namespace
 
+bool wanted() {
+    const char* target = std::getenv("BILLDATA_SQL_LOG");
+    return (target && *target) || log_file().in_use.load(std::memory_order_acquire);
+}
+
 void write(std::string_view statement) {
     const char* target = std::getenv("BILLDATA_SQL_LOG");
     LogFile& log = log_file();

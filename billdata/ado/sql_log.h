@@ -14,4 +14,11 @@ namespace billdata::ado::sql_log {
 // statements go on unlogged. Thread-safe.
 void write(std::string_view statement);
 
+// Whether write() may have anything to do now: the variable is set, or a log file is still open
+// (the next write closes it). A connection asks once when it opens and leaves out write() for
+// its statements when not: reading the environment at every statement of a till sale costs more
+// than the rest of the log's check. So the variable takes effect for connections opened after it
+// is set or cleared. Thread-safe.
+bool wanted();
+
 }  // namespace billdata::ado::sql_log

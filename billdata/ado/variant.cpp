@@ -18,6 +18,33 @@ using util::trim;
 
 // Shortest fixed-notation text of a finite, non-negative double that reads back exactly.
 std::string fixed_text(double v) {
+    // Prices, amounts and rates have a few decimals: find them without the general search. For
+    // v * 10^k below 2^50 at most one number of k decimals reads back as v, and the rounded
+    // product is that number when there is one; the division, rounded as a reader rounds, tells
+    // whether it reads back. The first k that works is the shortest text, the general search's.
+    static constexpr double kScale[] = {1, 10, 100, 1000, 10000};
+    for (int k = 0; k < 5; ++k) {
+        const double scaled = v * kScale[k];
+        if (!(scaled < 0x1p50)) break;
+        const double whole = std::nearbyint(scaled);
+        if (whole / kScale[k] != v) continue;
+        char digits[24];
+        auto r = std::to_chars(digits, digits + sizeof digits, static_cast<std::int64_t>(whole));
+        std::string_view d(digits, static_cast<std::size_t>(r.ptr - digits));
+        if (k == 0) return std::string(d);
+        const auto decimals = static_cast<std::size_t>(k);
+        std::string out;
+        if (d.size() <= decimals) {
+            out = "0.";
+            out.append(decimals - d.size(), '0');
+            out += d;
+        } else {
+            out.assign(d.substr(0, d.size() - decimals));
+            out += '.';
+            out += d.substr(d.size() - decimals);
+        }
+        return out;
+    }
     char buf[512];
     auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed);
     return std::string(buf, r.ptr);

@@ -56,6 +56,8 @@ struct Shape {
     std::vector<Literal> literals;
 };
 Shape statement_shape(std::string_view tsql);
+// The same into `out`, whose buffers are reused: a driver keeps one for its statements.
+void statement_shape(std::string_view tsql, Shape& out);
 
 // The value a literal token (as written: 12, 1.5, 'it''s', N'x') stands for, as the engine
 // would read it inline. False when it is not bound as a parameter but kept in the text: a whole

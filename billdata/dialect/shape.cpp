@@ -105,9 +105,16 @@ bool literal_value(std::string_view token, LiteralValue& out) {
 // everything else as it stands. It runs for every statement the driver executes, before the
 // cache is asked, so it builds no tokens and looks up no keywords.
 Shape statement_shape(std::string_view tsql) {
+    Shape shape;
+    statement_shape(tsql, shape);
+    return shape;
+}
+
+void statement_shape(std::string_view tsql, Shape& shape) {
     const char* s = tsql.data();
     const std::size_t n = tsql.size();
-    Shape shape;
+    shape.key.clear();
+    shape.literals.clear();
     shape.key.reserve(n + 16);
     shape.literals.reserve(32);  // a bill line's insert has about twenty
     std::size_t copied = 0;
@@ -227,7 +234,6 @@ Shape statement_shape(std::string_view tsql) {
         }
     }
     shape.key.append(s + copied, n - copied);
-    return shape;
 }
 
 }  // namespace billdata::dialect

@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
+#include <cmath>
 #include <ctime>
 #include <functional>
+#include <random>
+#include <string>
+#include <vector>
 
 #include "billdata/ado/com_error.h"
 #include "support/test_support.h"
@@ -19,6 +24,33 @@ namespace err = billdata::ado::err;
 // The platform error number a call raises, or 0 when it raises nothing.
 int error_of(const std::function<void()>& fn) {
     return billdata::testing::error_of(fn).number();
+}
+
+// A number goes into a statement as the shortest text that reads back as the same double: for
+// amounts with a few decimals, for sums that picked up binary noise, and for the very large and
+// very small, next to the general shortest fixed text.
+TEST(Variant, NumberTextIsTheShortestThatReadsBack) {
+    auto general = [](double v) {
+        char buf[512];
+        auto r = std::to_chars(buf, buf + sizeof buf, std::fabs(v), std::chars_format::fixed);
+        return (v < 0 ? "-" : "") + std::string(buf, r.ptr);
+    };
+    std::mt19937_64 random(7);
+    std::vector<double> values = {0.8,  45.5,       0.005,          1234.5678, 0.1 + 0.2,   2.675,
+                                  1e-7, 1e14 + 0.5, 123456789.0001, 0.0001,    99999.99995, -0.3};
+    for (int i = 0; i < 20000; ++i) {
+        const double cents = static_cast<double>(random() % 100000000) / 100.0;
+        const double mills = static_cast<double>(random() % 10000000) / 10000.0;
+        values.push_back(cents);
+        values.push_back(-mills);
+        values.push_back(cents * 0.8);
+        values.push_back(mills / 3);
+    }
+    for (double v : values) {
+        if (v == std::trunc(v)) continue;  // whole numbers are written as integers
+        const std::string text = Variant::format_double(v);
+        ASSERT_EQ(text, general(v)) << "for " << v;
+    }
 }
 
 TEST(Variant, IntegerConversionsRoundHalfToEven) {

@@ -200,6 +200,8 @@ struct Handle {
         }
         void disarm() { limit_seconds = 0; }
     } watch;
+    // Reused by every statement's shape scan, across the sessions that take the handle.
+    dialect::Shape shape_buffer;
     // The write group of this handle; shared with the process's registry of open groups.
     std::shared_ptr<WriteGroup> group = std::make_shared<WriteGroup>();
 
@@ -209,6 +211,7 @@ struct Handle {
             // whatever is still open, so the registry must not keep it.
             std::lock_guard use(group->use);
             drop_group(*group);
+            finalize_commands(*group);
             group->db = nullptr;
         }
         cache.clear();
@@ -423,12 +426,12 @@ class SqliteSession final : public ado::driver::Session {
         auto use = enter();
         commit_own_group();
         schema_checked_ = false;
-        run_control("BEGIN IMMEDIATE");
+        run_control(TransactionCommand::Begin);
     }
     void commit() override {
         auto use = enter();
         schema_checked_ = false;
-        run_control("COMMIT");
+        run_control(TransactionCommand::Commit);
         if (handle_->sync_full) {
             const int rc = sync_log(db_);
             if (rc != SQLITE_OK) throw error(rc);
@@ -438,7 +441,7 @@ class SqliteSession final : public ado::driver::Session {
     void rollback() override {
         auto use = enter();
         schema_checked_ = false;
-        run_control("ROLLBACK");
+        run_control(TransactionCommand::Rollback);
     }
     // A transaction of the caller's; a write group is none.
     bool in_transaction() const override {
@@ -484,6 +487,7 @@ class SqliteSession final : public ado::driver::Session {
         return outside_group(database_error(db_, rc));
     }
     std::recursive_mutex& use_mutex() { return group_.use; }
+    bool group_open() const { return group_.open.load(std::memory_order_acquire); }
 
   private:
     bool callers_transaction() const { return !sqlite3_get_autocommit(db_) && !group_.open; }
@@ -522,7 +526,7 @@ class SqliteSession final : public ado::driver::Session {
     }
 
     void drain_cursors();
-    void run_control(const char* sql);
+    void run_control(TransactionCommand command);
     bool has_more_statements(const char* tail, const char* end);
     dialect::Translation translate(std::string_view tsql, bool parameterise);
     // Prepares a translation: raises for a second statement; fills what the cache keeps.
@@ -602,7 +606,10 @@ bool SqliteCursor::next(std::vector<Variant>& row) {
         return true;
     }
     if (!stmt_) return false;
-    std::lock_guard use(session_->use_mutex());
+    // With no write group open, no other thread touches the handle (see WriteGroup::open): the
+    // row needs no lock. With one open, the step keeps a commit from outside away.
+    std::unique_lock<std::recursive_mutex> use;
+    if (session_->group_open()) use = std::unique_lock(session_->use_mutex());
     if (!pending_) {
         int rc = session_->step(stmt_, timeout_);
         if (rc == SQLITE_DONE) {
@@ -646,20 +653,23 @@ void SqliteCursor::read_row(std::vector<Variant>& row) const {
     row.resize(columns_.size());
     for (int i = 0; i < n; ++i) {
         auto& out = row[static_cast<std::size_t>(i)];
-        switch (sqlite3_column_type(stmt_, i)) {
+        // The column's value itself, read with no further lookup of the column: the handle is
+        // used by one thread at a time, and the value is read before the next step.
+        sqlite3_value* value = sqlite3_column_value(stmt_, i);
+        switch (sqlite3_value_type(value)) {
             case SQLITE_INTEGER:
-                out = Variant(static_cast<std::int64_t>(sqlite3_column_int64(stmt_, i)));
+                out = Variant(static_cast<std::int64_t>(sqlite3_value_int64(value)));
                 break;
             case SQLITE_FLOAT:
-                out = Variant(sqlite3_column_double(stmt_, i));
+                out = Variant(sqlite3_value_double(value));
                 break;
             case SQLITE_NULL:
                 out = Variant::null();
                 break;
             default: {
-                const auto* p = static_cast<const char*>(sqlite3_column_blob(stmt_, i));
+                const auto* p = static_cast<const char*>(sqlite3_value_blob(value));
                 std::string_view text(p ? p : "",
-                                      static_cast<std::size_t>(sqlite3_column_bytes(stmt_, i)));
+                                      static_cast<std::size_t>(sqlite3_value_bytes(value)));
                 if (columns_[static_cast<std::size_t>(i)].type == VarType::Date) {
                     if (auto d = ado::DateTime::parse(text)) {
                         out = Variant(*d);
@@ -743,12 +753,10 @@ void SqliteSession::drain_cursors() {
         c->drain();
 }
 
-void SqliteSession::run_control(const char* sql) {
+void SqliteSession::run_control(TransactionCommand command) {
     drain_cursors();
-    StmtGuard g;
-    int rc = sqlite3_prepare_v2(db_, sql, -1, &g.stmt, nullptr);
-    if (rc == SQLITE_OK) rc = sqlite3_step(g.stmt);
-    if (rc != SQLITE_DONE && rc != SQLITE_OK) throw error(rc);
+    const int rc = run_command(group_, command);
+    if (rc != SQLITE_OK) throw error(rc);
 }
 
 bool SqliteSession::has_more_statements(const char* tail, const char* end) {
@@ -830,6 +838,21 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 continue;
             }
         }
+        if (l.kind == dialect::Literal::Kind::Number && l.length <= 18) {
+            // Ids, kinds and counts: plain digits that always fit, read here directly.
+            std::int64_t whole = 0;
+            std::size_t i = 0;
+            for (; i < l.length; ++i) {
+                const char c = tsql[l.offset + i];
+                if (c < '0' || c > '9') break;
+                whole = whole * 10 + (c - '0');
+            }
+            if (i == l.length) {
+                rc = sqlite3_bind_int64(stmt, index, whole);
+                if (rc != SQLITE_OK) throw error(rc);
+                continue;
+            }
+        }
         if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
         switch (v.type) {
             case dialect::LiteralValue::Type::Integer:
@@ -859,9 +882,16 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
         schema_checked_ = transaction;
     }
     if (use_cache_) {
-        dialect::Shape shape;
+        // The session's buffers, lent to this statement and given back however it ends.
+        struct Lent {
+            dialect::Shape& home;
+            dialect::Shape shape;
+            explicit Lent(dialect::Shape& h) : home(h), shape(std::move(h)) {}
+            ~Lent() { home = std::move(shape); }
+        } lent(handle_->shape_buffer);
+        dialect::Shape& shape = lent.shape;
         try {
-            shape = dialect::statement_shape(tsql);
+            dialect::statement_shape(tsql, shape);
         } catch (const dialect::DialectError& e) {
             throw ComError(err::kDatabase, e.what());
         }

@@ -94,8 +94,31 @@ std::vector<std::shared_ptr<WriteGroup>> others_on_file(const WriteGroup& self) 
 
 }  // namespace
 
+int run_command(WriteGroup& g, TransactionCommand command) {
+    static constexpr const char* kText[] = {"BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+    const auto k = static_cast<std::size_t>(command);
+    sqlite3_stmt*& stmt = g.commands[k];
+    if (!stmt) {
+        const int rc = sqlite3_prepare_v2(g.db, kText[k], -1, &stmt, nullptr);
+        if (rc != SQLITE_OK) return rc;
+    }
+    int rc = sqlite3_step(stmt);
+    if (rc == SQLITE_DONE) rc = SQLITE_OK;
+    // The statement's own error stays the handle's message until the next call on it; a reset
+    // statement holds nothing.
+    sqlite3_reset(stmt);
+    return rc;
+}
+
+void finalize_commands(WriteGroup& g) {
+    for (sqlite3_stmt*& stmt : g.commands) {
+        sqlite3_finalize(stmt);
+        stmt = nullptr;
+    }
+}
+
 int open_group(WriteGroup& g, std::chrono::milliseconds window) {
-    const int rc = sqlite3_exec(g.db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    const int rc = run_command(g, TransactionCommand::Begin);
     if (rc != SQLITE_OK) return rc;
     g.open = true;
     g.deadline = GroupClock::now() + window;
@@ -115,11 +138,11 @@ int open_group(WriteGroup& g, std::chrono::milliseconds window) {
 
 int commit_group(WriteGroup& g) {
     if (!g.open) return SQLITE_OK;
-    g.open = false;
     forget(registry(), g);
-    int rc = sqlite3_exec(g.db, "COMMIT", nullptr, nullptr, nullptr);
+    int rc = run_command(g, TransactionCommand::Commit);
     if (rc != SQLITE_OK && !sqlite3_get_autocommit(g.db))
-        sqlite3_exec(g.db, "ROLLBACK", nullptr, nullptr, nullptr);
+        run_command(g, TransactionCommand::Rollback);
+    g.open = false;  // after the last call on the handle (see WriteGroup::open)
     return rc;
 }
 

@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -26,13 +27,29 @@ struct WriteGroup : std::enable_shared_from_this<WriteGroup> {
     int busy_ms = 0;  // how long a statement of this handle waits for a lock
     GroupClock::time_point busy_since;
 
-    // Guarded by `use`.
-    bool open = false;
+    // Written under `use`. Only the owning session opens a group, and whoever commits one from
+    // outside stores false only after its last call on the handle: so the owner, reading false,
+    // knows that no other thread touches the handle until it opens a group again, and may step a
+    // cursor without taking `use`.
+    std::atomic<bool> open{false};
     GroupClock::time_point deadline;
     // A commit made from outside the session failed (its work is lost, as on a power cut): the
     // session raises it at its next call, so that the caller hears of it.
     int failed = SQLITE_OK;
+
+    // BEGIN IMMEDIATE, COMMIT and ROLLBACK, each prepared once per handle (see run_command);
+    // finalised with the handle.
+    sqlite3_stmt* commands[3] = {nullptr, nullptr, nullptr};
 };
+
+enum class TransactionCommand { Begin, Commit, Rollback };
+
+// Runs one transaction command on the group's handle (the caller holds `use`) with a statement
+// kept prepared for it. Returns the engine's result; the handle's error message tells why.
+int run_command(WriteGroup& g, TransactionCommand command);
+
+// Lets the prepared commands go (before the handle closes).
+void finalize_commands(WriteGroup& g);
 
 // Opens a group on the handle (the caller holds `use`; no transaction is open): BEGIN IMMEDIATE,
 // to be committed `window` from now at the latest. Returns the engine's result.
