@@ -5,6 +5,7 @@
 // the numbers shown are the same on every run.
 
 #include <unistd.h>
+#include <algorithm>
 
 #include <cstdint>
 #include <filesystem>
@@ -98,23 +99,43 @@ class Narrator {
         rs->Close();
     }
 
-    // Prints the named columns of a list a class returned, in that order.
+    // Prints the named columns of a list a class returned, in that order. A list orders its
+    // bills, not the lines of one bill: rows in a run with the same first column (a bill's
+    // lines) are shown by their texts, so that the day reads the same on every engine.
     void list(const std::string& caption, const std::shared_ptr<Recordset>& rs,
               const std::vector<std::string>& columns) {
+        std::vector<std::vector<Variant>> rows;
+        for (; !rs->Eof(); rs->MoveNext()) {
+            std::vector<Variant>& row = rows.emplace_back();
+            for (const auto& name : columns)
+                row.push_back(last_named(*rs, name).Value());
+        }
+        rs->Close();
+        auto texts = [](const std::vector<Variant>& row) {
+            std::vector<std::string> out;
+            for (const Variant& v : row)
+                out.push_back(v.to_string());
+            return out;
+        };
+        for (auto run = rows.begin(); run != rows.end();) {
+            auto end = std::find_if(run, rows.end(), [&](const std::vector<Variant>& r) {
+                return r.front().to_string() != run->front().to_string();
+            });
+            std::stable_sort(run, end,
+                             [&](const auto& a, const auto& b) { return texts(a) < texts(b); });
+            run = end;
+        }
         auto view = Recordset::create();
         for (const auto& name : columns)
             view->GetFields().Append(name, ado::adVariant);
         view->Open();
-        bool any = false;
-        for (; !rs->Eof(); rs->MoveNext()) {
+        for (const auto& row : rows) {
             view->AddNew();
             for (std::size_t i = 0; i < columns.size(); ++i)
-                view->Fields(i).SetValue(last_named(*rs, columns[i]).Value());
+                view->Fields(i).SetValue(row[i]);
             view->Update();
-            any = true;
         }
-        rs->Close();
-        if (any) view->MoveFirst();
+        if (!rows.empty()) view->MoveFirst();
         out_ << caption << "\n";
         print_recordset(out_, *view, Format::Table);
     }
