@@ -311,6 +311,23 @@ LANGUAGE sql STABLE AS $$
     END
 $$;
 
+-- A decimal result of the dialect's type decimal(p, s) whose precision reached 38 digits:
+-- beyond it is the dialect's arithmetic overflow.
+CREATE FUNCTION bd_dchk(value numeric, p int, s int) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN abs(value) >= 10::numeric ^ (p - s)
+                THEN bd_fail(8115, '将 expression 转换为数据类型 numeric 时出现算术溢出错误。', value)
+                ELSE value END
+$$;
+
+-- A quotient of decimals as the dialect gives it: cut towards zero (not rounded) at the scale
+-- s of its type decimal(p, s). div() is exact; the rounding to s places before the shift only
+-- gives the whole number those places, so that the shift is exact too.
+CREATE FUNCTION bd_ddiv(a numeric, b numeric, p int, s int) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT bd_dchk(trunc(round(div(a * 10::numeric ^ s, b), s) / 10::numeric ^ s, s), p, s)
+$$;
+
 -- ROUND at a decimal place (left of the point when negative), half away from zero; cut instead
 -- when `cut` is not 0.
 CREATE FUNCTION bd_round(value numeric, digits bigint, cut bigint) RETURNS numeric
