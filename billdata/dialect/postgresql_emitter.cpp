@@ -744,7 +744,9 @@ class PostgresHooks final : public EngineHooks {
                     em.text("), count(");
                     if (f.distinct) em.text("DISTINCT ");
                     em.expr(*f.args[0]);
-                    em.text("), 38, " + std::to_string(s) + ")");
+                    em.text("), 38, ");
+                    em.text(std::to_string(s));
+                    em.ch(')');
                     return;
                 }
                 // The average of whole numbers is a whole number, cut towards zero.
@@ -944,15 +946,20 @@ class PostgresHooks final : public EngineHooks {
     bool decimal_arithmetic(Emitter& em, const Binary& b) const override {
         int precision = 0, scale = 0;
         if (!decimal_digits(b.sql, precision, scale)) return false;
-        const std::string tail =
-            ", " + std::to_string(precision) + ", " + std::to_string(scale) + ")";
+        const auto tail = [&] {
+            em.text(", ");
+            em.text(std::to_string(precision));
+            em.text(", ");
+            em.text(std::to_string(scale));
+            em.ch(')');
+        };
         if (b.rounding == DecimalRounding::Truncate) {
             em.text(names::kDecimalDivide);
             em.text("(");
             decimal_operand(em, *b.lhs);
             em.text(", ");
             decimal_operand(em, *b.rhs);
-            em.text(tail);
+            tail();
             return true;
         }
         const bool checked = precision == 38;
@@ -969,8 +976,12 @@ class PostgresHooks final : public EngineHooks {
                 : b.op == BinaryOp::Mul ? " * "
                                         : " % ");
         decimal_operand(em, *b.rhs);
-        if (rounded) em.text(", " + std::to_string(scale) + ")");
-        if (checked) em.text(tail);
+        if (rounded) {
+            em.text(", ");
+            em.text(std::to_string(scale));
+            em.ch(')');
+        }
+        if (checked) tail();
         return true;
     }
 

@@ -545,8 +545,11 @@ class SqliteHooks final : public EngineHooks {
         em.expr(*b.lhs);
         em.text(", ");
         em.expr(*b.rhs);
-        em.text(", " + std::to_string(op) + ", " + std::to_string(precision) + ", " +
-                std::to_string(scale) + ", " + std::to_string(mode) + ")");
+        for (const int n : {op, precision, scale, mode}) {
+            em.text(", ");
+            em.text(std::to_string(n));
+        }
+        em.ch(')');
         return true;
     }
 
@@ -560,26 +563,36 @@ class SqliteHooks final : public EngineHooks {
         if (f.over != nullptr || !is_scaled(f.sql) || !decimal_digits(x.sql, p, s_in) ||
             !is_scaled(x.sql) || !decimal_digits(f.sql, p, s_out))
             return false;
-        const std::string in = std::to_string(s_in);
-        const std::string out = std::to_string(s_out);
         if (!f.distinct) {
             em.text(f.func == Func::Sum ? runtime::kDecimalSum : runtime::kDecimalAvg);
             em.ch('(');
             em.expr(x);
-            em.text(", " + in);
-            if (f.func == Func::Avg) em.text(", " + out);
+            em.text(", ");
+            em.text(std::to_string(s_in));
+            if (f.func == Func::Avg) {
+                em.text(", ");
+                em.text(std::to_string(s_out));
+            }
             em.ch(')');
             return true;
         }
         em.text(runtime::kDecimalOp);
-        em.text(f.func == Func::Avg ? "(" + std::string(runtime::kDecimalOp) + "(" : "(");
+        em.ch('(');
+        if (f.func == Func::Avg) {
+            em.text(runtime::kDecimalOp);
+            em.ch('(');
+        }
         em.text("sum(DISTINCT ");
         em.expr(x);
-        em.text("), 0, 0, 38, " + in + ", 1)");
+        em.text("), 0, 0, 38, ");
+        em.text(std::to_string(s_in));
+        em.text(", 1)");
         if (f.func == Func::Avg) {
             em.text(", count(DISTINCT ");
             em.expr(x);
-            em.text("), 3, 38, " + out + ", 3)");
+            em.text("), 3, 38, ");
+            em.text(std::to_string(s_out));
+            em.text(", 3)");
         }
         return true;
     }

@@ -202,8 +202,9 @@ double double_of(const Decimal& d) {
     const double m = static_cast<double>(d.m);  // exact: 15 digits
     if (d.scale >= 0 && d.scale <= kExactPow10) return m / kPow10[d.scale];
     if (d.scale < 0 && -d.scale <= kExactPow10) return m * kPow10[-d.scale];
-    const std::string text =
-        std::to_string(static_cast<long long>(d.m)) + "e" + std::to_string(-d.scale);
+    std::string text = std::to_string(static_cast<long long>(d.m));
+    text.push_back('e');
+    text.append(std::to_string(-d.scale));
     double out = 0;
     std::from_chars(text.data(), text.data() + text.size(), out);
     return out;
@@ -214,37 +215,51 @@ std::string decimal_text(Decimal d) {
     Wide m = negative ? -d.m : d.m;
     std::string digits;
     do {
-        digits.insert(digits.begin(), static_cast<char>('0' + static_cast<int>(m % 10)));
+        digits.push_back(static_cast<char>('0' + static_cast<int>(m % 10)));
         m /= 10;
     } while (m != 0);
-    if (d.scale < 0) digits.append(static_cast<std::size_t>(-d.scale), '0');
-    if (d.scale > 0) {
-        if (static_cast<int>(digits.size()) <= d.scale)
-            digits.insert(
-                0, static_cast<std::size_t>(d.scale - static_cast<int>(digits.size()) + 1), '0');
-        digits.insert(digits.size() - static_cast<std::size_t>(d.scale), ".");
+    while (static_cast<int>(digits.size()) <= d.scale)
+        digits.push_back('0');
+    std::string out;
+    if (negative) out.push_back('-');
+    for (std::size_t i = digits.size(); i-- > 0;) {
+        out.push_back(digits[i]);
+        if (d.scale > 0 && i == static_cast<std::size_t>(d.scale)) out.push_back('.');
     }
-    return negative ? "-" + digits : digits;
-}
-
-std::string type_text(int precision, int scale, bool money) {
-    return money ? "money"
-                 : "decimal(" + std::to_string(precision) + "," + std::to_string(scale) + ")";
+    if (d.scale < 0) out.append(static_cast<std::size_t>(-d.scale), '0');
+    return out;
 }
 
 void result_fault(sqlite3_context* ctx, Fault fault, const Decimal& d, int precision, int scale,
                   bool money) {
+    std::string message;
     switch (fault) {
         case Fault::Overflow:
-            result_server_error(ctx, 8115,
-                                std::string("将 expression 转换为数据类型 ") +
-                                    (money ? "money" : "numeric") + " 时出现算术溢出错误。");
+            message = "将 expression 转换为数据类型 ";
+            message.append(money ? "money" : "numeric");
+            message.append(" 时出现算术溢出错误。");
+            result_server_error(ctx, 8115, message);
             return;
         case Fault::TooManyDigits:
-            result_error(ctx, "the exact " + type_text(precision, scale, money) + " result " +
-                                  (d.m != 0 ? decimal_text(d) + " " : std::string()) +
-                                  "has more than 15 significant digits, more than the embedded "
-                                  "engine holds exactly");
+            message = "the exact ";
+            if (money) {
+                message.append("money");
+            } else {
+                message.append("decimal(");
+                message.append(std::to_string(precision));
+                message.push_back(',');
+                message.append(std::to_string(scale));
+                message.push_back(')');
+            }
+            message.append(" result ");
+            if (d.m != 0) {
+                message.append(decimal_text(d));
+                message.push_back(' ');
+            }
+            message.append(
+                "has more than 15 significant digits, more than the embedded engine holds "
+                "exactly");
+            result_error(ctx, message);
             return;
         case Fault::DivideByZero:
             result_server_error(ctx, 8134, "遇到以零作除数错误。");
