@@ -183,6 +183,9 @@ struct Binary : Expr {
     // Whole-number arithmetic whose result the engine must check against the range of this
     // type (the server raises an overflow where the engines would widen); Unknown when none.
     SqlBase range_check = SqlBase::Unknown;
+    // Arithmetic whose result is a scaled exact number (decimal, money): how the exact result
+    // comes to the scale of the type (e.sql); None for any other operator or type.
+    DecimalRounding rounding = DecimalRounding::None;
     Binary(std::uint32_t p, BinaryOp o, Expr* l, Expr* r) : Expr(kType, p), op(o), lhs(l), rhs(r) {}
 };
 

@@ -1197,6 +1197,32 @@ void Binder::check_order_grouping(const Select& select, const Scope& scope) cons
     }
 }
 
+namespace {
+
+// A literal operand, or a negated one.
+LiteralExpr* literal_operand(Expr& e) {
+    Expr* x = &e;
+    if (x->is<Unary>() && x->as<Unary>().op == UnaryOp::Neg) x = x->as<Unary>().operand;
+    return x->is<LiteralExpr>() ? &x->as<LiteralExpr>() : nullptr;
+}
+
+SqlType decimal_operand(Expr& e, const SqlType& other) {
+    if (other.base != SqlBase::Decimal) return e.sql;
+    const LiteralExpr* l = literal_operand(e);
+    if (l == nullptr || l->kind != LiteralExpr::Kind::Integer) return e.sql;
+    std::string_view digits = l->text;
+    while (digits.size() > 1 && digits.front() == '0')
+        digits.remove_prefix(1);
+    if (e.sql.base != SqlBase::Int) return e.sql;  // too long for int: decimal already
+    return integer_literal_as_decimal(static_cast<int>(digits.size()));
+}
+
+void keep_inline(Expr& e) {
+    if (LiteralExpr* l = literal_operand(e)) l->inline_only = true;
+}
+
+}  // namespace
+
 void Binder::type_expr(Expr& e) {
     switch (e.type) {
         case NodeType::Literal: {
@@ -1211,8 +1237,9 @@ void Binder::type_expr(Expr& e) {
         }
         case NodeType::Binary: {
             auto& b = e.as<Binary>();
-            const SqlType& l = b.lhs->sql;
-            const SqlType& r = b.rhs->sql;
+            // An integer literal meeting a decimal is a decimal of its own digits.
+            const SqlType l = decimal_operand(*b.lhs, b.rhs->sql);
+            const SqlType r = decimal_operand(*b.rhs, b.lhs->sql);
             switch (b.op) {
                 case BinaryOp::Add:
                 case BinaryOp::Sub:
@@ -1245,6 +1272,23 @@ void Binder::type_expr(Expr& e) {
                     break;
                 default:
                     break;  // a predicate has no value type
+            }
+            const bool numeric = b.arith == ArithKind::Numeric || b.op == BinaryOp::Mul ||
+                                 b.op == BinaryOp::Div || b.op == BinaryOp::Mod;
+            if (numeric && is_scaled(e.sql)) {
+                const ArithOp op = b.op == BinaryOp::Add   ? ArithOp::Add
+                                   : b.op == BinaryOp::Sub ? ArithOp::Sub
+                                   : b.op == BinaryOp::Mul ? ArithOp::Mul
+                                   : b.op == BinaryOp::Div ? ArithOp::Div
+                                                           : ArithOp::Mod;
+                b.rounding = decimal_rounding(op, l, r, e.sql);
+                // The scale the result is brought to depends on how the literals are written
+                // (1.5 or 1.50, 3 or 30): they stay in the text, not parameters that a statement
+                // of the same shape with other digits would share.
+                if (b.rounding != DecimalRounding::None) {
+                    keep_inline(*b.lhs);
+                    keep_inline(*b.rhs);
+                }
             }
             break;
         }

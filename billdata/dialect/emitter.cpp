@@ -754,6 +754,7 @@ void Emitter::expr(const Expr& e) {
         }
         case NodeType::Binary: {
             const auto& b = e.as<Binary>();
+            if (b.rounding != DecimalRounding::None && hooks_.decimal_arithmetic(*this, b)) return;
             switch (b.op) {
                 case BinaryOp::Or:
                 case BinaryOp::And:

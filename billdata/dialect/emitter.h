@@ -44,6 +44,10 @@ class EngineHooks {
     // `+` and `-` that are not plain numeric arithmetic (concatenation, date ± days, decided by
     // value), and `/`, `%`, `^` whose semantics differ between engines.
     virtual void arithmetic(Emitter& em, const Binary& b) const = 0;
+    // Arithmetic whose result is a decimal or money (Binary::rounding is not None), written so
+    // that the result is exact at its type's scale; false when the engine writes it as other
+    // arithmetic.
+    virtual bool decimal_arithmetic(Emitter& /*em*/, const Binary& /*b*/) const { return false; }
     virtual void like(Emitter& em, const Like& like) const = 0;
     // Appended after an operand so that it compares as text (case-insensitively, trailing
     // blanks ignored) or as a date.

@@ -746,6 +746,23 @@ class PostgresHooks final : public EngineHooks {
             case Func::Max:
             case Func::Min:
             case Func::Avg: {
+                // The average of decimals is their sum divided by their count, cut at the
+                // dialect's scale as a quotient is.
+                int p = 0, s = 0;
+                if (f.func == Func::Avg && !f.args.empty() && !f.over && is_scaled(f.sql) &&
+                    is_scaled(f.args[0]->sql) && decimal_digits(f.sql, p, s)) {
+                    em.text(names::kDecimalDivide);
+                    em.text("(sum(");
+                    if (f.distinct) em.text("DISTINCT ");
+                    em.expr(*f.args[0]);
+                    em.text("), count(");
+                    if (f.distinct) em.text("DISTINCT ");
+                    em.expr(*f.args[0]);
+                    em.text("), 38, ");
+                    em.text(std::to_string(s));
+                    em.ch(')');
+                    return;
+                }
                 // The average of whole numbers is a whole number, cut towards zero.
                 const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
                 if (int_avg) em.text("CAST(trunc(");
@@ -987,6 +1004,60 @@ class PostgresHooks final : public EngineHooks {
                 return;
             default:
                 throw std::logic_error("not an engine-specific operator");
+        }
+    }
+
+    // Numeric arithmetic is exact here and keeps the server dialect's scales for + - * %; a
+    // quotient is cut at the dialect's scale, a result with more places than its type keeps is
+    // rounded, and one whose type reached 38 digits is checked against them.
+    bool decimal_arithmetic(Emitter& em, const Binary& b) const override {
+        int precision = 0, scale = 0;
+        if (!decimal_digits(b.sql, precision, scale)) return false;
+        const auto tail = [&] {
+            em.text(", ");
+            em.text(std::to_string(precision));
+            em.text(", ");
+            em.text(std::to_string(scale));
+            em.ch(')');
+        };
+        if (b.rounding == DecimalRounding::Truncate) {
+            em.text(names::kDecimalDivide);
+            em.text("(");
+            decimal_operand(em, *b.lhs);
+            em.text(", ");
+            decimal_operand(em, *b.rhs);
+            tail();
+            return true;
+        }
+        const bool checked = precision == 38;
+        const bool rounded = b.rounding == DecimalRounding::Round;
+        if (!checked && !rounded) return false;
+        if (checked) {
+            em.text(names::kDecimalCheck);
+            em.ch('(');
+        }
+        if (rounded) em.text("round(");
+        decimal_operand(em, *b.lhs);
+        em.text(b.op == BinaryOp::Add   ? " + "
+                : b.op == BinaryOp::Sub ? " - "
+                : b.op == BinaryOp::Mul ? " * "
+                                        : " % ");
+        decimal_operand(em, *b.rhs);
+        if (rounded) {
+            em.text(", ");
+            em.text(std::to_string(scale));
+            em.ch(')');
+        }
+        if (checked) tail();
+        return true;
+    }
+
+    // An operand of decimal arithmetic as a numeric.
+    static void decimal_operand(Emitter& em, const Expr& e) {
+        if (e.vtype == ColumnType::Integer || e.vtype == ColumnType::Real) {
+            em.operand(e, kOutMul + 1);
+        } else {
+            cast(em, e, "numeric");
         }
     }
 

@@ -48,6 +48,12 @@ inline constexpr std::string_view kIsDate = "bd_isdate";        // (value): 1 or
 inline constexpr std::string_view kRange = "bd_range";          // (n, 'int'): n, or overflow
 inline constexpr std::string_view kFit = "bd_fit";              // (text, n, table, column)
 inline constexpr std::string_view kSingle = "bd_single";        // aggregate (value): the only row's
+// Exact decimal arithmetic: (a, b, op, precision, scale, mode) with op 0 + 1 - 2 * 3 / 4 %, mode
+// 1 exact at the scale, 2 rounded to it, 3 cut to it, plus 4 when the result is money.
+inline constexpr std::string_view kDecimalOp = "bd_decop";
+inline constexpr std::string_view kDecimalSum = "bd_dsum";  // aggregate (value, scale)
+inline constexpr std::string_view kDecimalAvg =
+    "bd_davg";  // aggregate (value, scale, result scale)
 
 inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollation};
 
@@ -55,10 +61,15 @@ inline constexpr std::string_view kCollations[] = {kTextCollation, kDateCollatio
 // above that its translation writes, with the same meaning, and two of its own.
 inline constexpr std::string_view kDateFromDays = "bd_dt_days";  // (days since 1900-01-01)
 inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it holds ('' is 0)
+// A decimal result checked against its type's precision: (value, precision, scale).
+inline constexpr std::string_view kDecimalCheck = "bd_dchk";
+// A quotient cut towards zero at the result's scale: (a, b, precision, scale).
+inline constexpr std::string_view kDecimalDivide = "bd_ddiv";
 inline constexpr std::string_view kServerFunctions[] = {
-    kDateTime, kDateFromDays, kDatePart, kDateAdd,  kDateDiff, kDateText,  kInt,       kBit,
-    kFloat,    kNumber,       kRound,    kLeft,     kRight,    kSubstring, kCharIndex, kReplace,
-    kLike,     kReplicate,    kStuff,    kPatIndex, kIsDate,   kRange,     kFit};
+    kDateTime,  kDateFromDays, kDatePart,     kDateAdd,      kDateDiff, kDateText, kInt,
+    kBit,       kFloat,        kNumber,       kRound,        kLeft,     kRight,    kSubstring,
+    kCharIndex, kReplace,      kLike,         kReplicate,    kStuff,    kPatIndex, kIsDate,
+    kRange,     kFit,          kDecimalCheck, kDecimalDivide};
 inline constexpr std::string_view kFunctions[] = {
     kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
     kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,

@@ -377,6 +377,7 @@ class SqliteHooks final : public EngineHooks {
             case Func::Max:
             case Func::Min:
             case Func::Avg: {
+                if (decimal_aggregate(em, f)) return;
                 // The average of integers is an integer on the server (truncated).
                 const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
                 if (int_avg) em.text("CAST(");
@@ -587,6 +588,76 @@ class SqliteHooks final : public EngineHooks {
             default:
                 throw std::logic_error("not an engine-specific operator");
         }
+    }
+
+    // Exact at the result's scale: the runtime computes with the operands' decimals.
+    bool decimal_arithmetic(Emitter& em, const Binary& b) const override {
+        int precision = 0, scale = 0;
+        if (!decimal_digits(b.sql, precision, scale)) return false;
+        const int op = b.op == BinaryOp::Add   ? 0
+                       : b.op == BinaryOp::Sub ? 1
+                       : b.op == BinaryOp::Mul ? 2
+                       : b.op == BinaryOp::Div ? 3
+                                               : 4;
+        const int mode = (b.rounding == DecimalRounding::Exact   ? 1
+                          : b.rounding == DecimalRounding::Round ? 2
+                                                                 : 3) +
+                         (b.sql.base == SqlBase::Decimal ? 0 : 4);
+        em.text(runtime::kDecimalOp);
+        em.ch('(');
+        em.expr(*b.lhs);
+        em.text(", ");
+        em.expr(*b.rhs);
+        for (const int n : {op, precision, scale, mode}) {
+            em.text(", ");
+            em.text(std::to_string(n));
+        }
+        em.ch(')');
+        return true;
+    }
+
+    // SUM and AVG of decimals or money, exact: the values are counted in units of their last
+    // place. A DISTINCT one (the engine's own aggregates alone take DISTINCT) adds the engine's
+    // way and comes back to the scale.
+    static bool decimal_aggregate(Emitter& em, const Function& f) {
+        int p = 0, s_in = 0, s_out = 0;
+        if ((f.func != Func::Sum && f.func != Func::Avg) || f.args.empty()) return false;
+        const Expr& x = *f.args[0];
+        if (f.over != nullptr || !is_scaled(f.sql) || !decimal_digits(x.sql, p, s_in) ||
+            !is_scaled(x.sql) || !decimal_digits(f.sql, p, s_out))
+            return false;
+        if (!f.distinct) {
+            em.text(f.func == Func::Sum ? runtime::kDecimalSum : runtime::kDecimalAvg);
+            em.ch('(');
+            em.expr(x);
+            em.text(", ");
+            em.text(std::to_string(s_in));
+            if (f.func == Func::Avg) {
+                em.text(", ");
+                em.text(std::to_string(s_out));
+            }
+            em.ch(')');
+            return true;
+        }
+        em.text(runtime::kDecimalOp);
+        em.ch('(');
+        if (f.func == Func::Avg) {
+            em.text(runtime::kDecimalOp);
+            em.ch('(');
+        }
+        em.text("sum(DISTINCT ");
+        em.expr(x);
+        em.text("), 0, 0, 38, ");
+        em.text(std::to_string(s_in));
+        em.text(", 1)");
+        if (f.func == Func::Avg) {
+            em.text(", count(DISTINCT ");
+            em.expr(x);
+            em.text("), 3, 38, ");
+            em.text(std::to_string(s_out));
+            em.text(", 3)");
+        }
+        return true;
     }
 
     void like(Emitter& em, const Like& l) const override {

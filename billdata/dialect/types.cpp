@@ -11,8 +11,9 @@ namespace {
 
 constexpr int kMaxPrecision = 38;
 
-// Precision and scale of an exact number as a decimal operand sees it.
-bool as_decimal(const SqlType& t, int& p, int& s) {
+}  // namespace
+
+bool decimal_digits(const SqlType& t, int& p, int& s) {
     s = 0;
     switch (t.base) {
         case SqlBase::Bit:
@@ -45,6 +46,12 @@ bool as_decimal(const SqlType& t, int& p, int& s) {
         default:
             return false;
     }
+}
+
+namespace {
+
+bool as_decimal(const SqlType& t, int& p, int& s) {
+    return decimal_digits(t, p, s);
 }
 
 SqlType capped(int p, int s, int integral) {
@@ -309,6 +316,25 @@ SqlType arithmetic_type(ArithOp op, const SqlType& a, const SqlType& b) {
         }
     }
     return {};
+}
+
+DecimalRounding decimal_rounding(ArithOp op, const SqlType& a, const SqlType& b,
+                                 const SqlType& result) {
+    int p1, s1, p2, s2, p, s;
+    if (!is_scaled(result) || !decimal_digits(a, p1, s1) || !decimal_digits(b, p2, s2) ||
+        !decimal_digits(result, p, s))
+        return DecimalRounding::None;
+    switch (op) {
+        case ArithOp::Add:
+        case ArithOp::Sub:
+        case ArithOp::Mod:
+            return s < std::max(s1, s2) ? DecimalRounding::Round : DecimalRounding::Exact;
+        case ArithOp::Mul:
+            return s < s1 + s2 ? DecimalRounding::Round : DecimalRounding::Exact;
+        case ArithOp::Div:
+            return DecimalRounding::Truncate;
+    }
+    return DecimalRounding::None;
 }
 
 SqlType common_type(const SqlType& a, const SqlType& b) {

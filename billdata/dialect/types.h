@@ -88,6 +88,25 @@ SqlType higher(const SqlType& a, const SqlType& b);
 SqlType literal_type(std::string_view token);
 
 enum class ArithOp : std::uint8_t { Add, Sub, Mul, Div, Mod };
+// The precision and scale of an exact number as a decimal operand sees it: int is
+// decimal(10,0), money decimal(19,4) and so on. False for other types.
+bool decimal_digits(const SqlType& t, int& precision, int& scale);
+// Whether a type holds decimals with a scale of their own (decimal, money, smallmoney).
+inline bool is_scaled(const SqlType& t) {
+    return t.base == SqlBase::Decimal || t.base == SqlBase::Money || t.base == SqlBase::SmallMoney;
+}
+// How the exact result of `a op b` comes to its result type's scale: it already has it
+// (Exact), it has more places than the type keeps and is rounded half away from zero (Round:
+// a product or sum whose type reached 38 digits, money times money), or it is cut towards zero
+// (Truncate: a quotient, which never ends in general). None when the result is no scaled type.
+enum class DecimalRounding : std::uint8_t { None, Exact, Round, Truncate };
+DecimalRounding decimal_rounding(ArithOp op, const SqlType& a, const SqlType& b,
+                                 const SqlType& result);
+// The type an integer literal of `digits` digits has where it meets a decimal: the server
+// takes it as decimal(digits,0), not as int's decimal(10,0), so that 1.0/3 is 0.333333.
+inline SqlType integer_literal_as_decimal(int digits) {
+    return SqlType::decimal(digits < 1 ? 1 : digits > 38 ? 38 : digits, 0);
+}
 // The result of `a op b` on two numbers: the higher type; two decimals by the precision and
 // scale rules (capped at 38 digits). An integer meeting a decimal counts as decimal(10,0) (int),
 // decimal(19,0) (bigint) and so on; money as decimal(19,4). Number when either is only known to

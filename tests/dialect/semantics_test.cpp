@@ -851,6 +851,95 @@ TEST_P(Conversions, ConversionsFromText) {
     expect_error_number(*this, "select cast('x' as float)", 8114);
 }
 
+// Decimal and money arithmetic gives the exact result at the type the server's precision and
+// scale rules give it (decimal(18,4) columns, literals of their own digits, money of 4 places).
+class ExactNumbers : public WithBills<OnEveryEngine> {
+  protected:
+    // Lines of bill 9 with these prices and quantities.
+    void add_lines(const std::vector<std::pair<std::string, std::string>>& price_qty) {
+        std::string sql = "INSERT INTO ICStockBillEntry(FInterID, FEntryID, FPrice, FQty) VALUES ";
+        int entry = 0;
+        for (const auto& [price, qty] : price_qty) {
+            if (entry) sql += ", ";
+            sql += "(9, " + std::to_string(++entry) + ", " + price + ", " + qty + ")";
+        }
+        raw(sql + ";");
+    }
+};
+BILLDATA_ON_EVERY_ENGINE(ExactNumbers);
+
+// + - * of decimals are exact (their scale is the larger scale, the sum of the scales), so
+// stored amounts add up to the amount written the same way, and compare equal to it.
+TEST_P(ExactNumbers, SumsProductsAndComparisonsOfStoredAmountsAreExact) {
+    add_lines({{"0.1", "0.2"}, {"1.1", "3"}});
+    expect_values({
+        {"select count(*) from ICStockBillEntry where FPrice + FQty = 0.3", "1"},
+        {"select FPrice + FQty from ICStockBillEntry where FInterID = 9 and FEntryID = 1", "0.3"},
+        {"select FPrice * FQty from ICStockBillEntry where FInterID = 9 and FEntryID = 2", "3.3"},
+        {"select count(*) from ICStockBillEntry where FPrice * FQty = 3.3", "1"},
+        {"select FQty - FPrice - FPrice from ICStockBillEntry where FEntryID = 2 and FInterID = 9",
+         "0.8"},
+        // An int meets a decimal as decimal(10,0), a literal as the decimal of its digits.
+        {"select FEntryID * 1.1 from ICStockBillEntry where FEntryID = 2 and FInterID = 9", "2.2"},
+        {"select 3 * 1.1 + 0.1 * 0.1", "3.31"},
+        {"select -FPrice * 3 from ICStockBillEntry where FEntryID = 1 and FInterID = 9", "-0.3"},
+    });
+}
+
+// A quotient of decimals has scale max(6, s1 + p2 + 1) and is cut there, not rounded; money
+// divided by an int is money, cut at 4 places; money times money is rounded to 4 places.
+TEST_P(ExactNumbers, QuotientsAreCutAtTheScaleOfTheirType) {
+    add_lines({{"125", "10"}, {"0.3", "0.1"}});
+    expect_values({
+        {"select 1.0/3", "0.333333"},  // decimal(2,1) / decimal(1,0): decimal(8,6)
+        {"select 2.0/3", "0.666666"},
+        {"select 1.0/(1.0/60.0)", "60.002400096"},  // 1.0/0.016666 at 10 places
+        {"select FPrice/FQty from ICStockBillEntry where FInterID = 9 and FEntryID = 1", "12.5"},
+        {"select FPrice/FQty from ICStockBillEntry where FInterID = 9 and FEntryID = 2", "3"},
+        {"select FPrice % FQty from ICStockBillEntry where FInterID = 9 and FEntryID = 2", "0"},
+        {"select cast(7 as money)/3", "2.3333"},
+        {"select cast(10 as money)/3*3", "9.9999"},
+        {"select cast(1 as money)/cast(18.4172 as money)", "0.0542"},
+        {"select cast(18.4172 as money)*cast(1.1562 as money)", "21.294"},
+    });
+}
+
+// SUM of decimal(p,s) is decimal(38,s) and exact however many rows it adds; AVG is
+// decimal(38, max(s,6)).
+TEST_P(ExactNumbers, SumAndAverageOfAmountsAreExact) {
+    std::vector<std::pair<std::string, std::string>> lines(1000, {"0.1", "1"});
+    lines.push_back({"0.0001", "2"});
+    add_lines(lines);
+    expect_values({
+        {"select sum(FPrice) from ICStockBillEntry where FInterID = 9", "100.0001"},
+        {"select count(*) from (select sum(FPrice) as s from ICStockBillEntry where FInterID = 9) t "
+         "where s = 100.0001",
+         "1"},
+        {"select sum(FPrice * FQty) from ICStockBillEntry where FInterID = 9", "100.0002"},
+        {"select avg(FQty) from ICStockBillEntry where FInterID = 9 and FEntryID in (1, 2, 1001)",
+         "1.333333"},
+        {"select sum(FPrice) from ICStockBillEntry where FInterID = 10", "NULL"},
+    });
+}
+
+// A result beyond its type's precision is the server's arithmetic overflow (8115). On the
+// embedded engine a decimal is a double: a result whose exact value needs more than 15
+// significant digits is refused, never answered approximately.
+TEST_P(ExactNumbers, OverflowAndResultsBeyondWhatTheEngineHolds) {
+    expect_error("select cast(90000000 as decimal(38,30)) + cast(90000000 as decimal(38,30))",
+                 "将 expression 转换为数据类型 numeric 时出现算术溢出错误。");
+    add_lines({{"100", "3"}});
+    const std::string third =
+        "select FPrice/FQty from ICStockBillEntry where FInterID = 9";  // decimal(38,20)
+    if (on_server()) {
+        EXPECT_EQ(value(third), "33.333333333333336");
+        return;
+    }
+    expect_error(third,
+                 "the exact decimal(38,20) result 33.33333333333333333333 has more than 15 "
+                 "significant digits, more than the embedded engine holds exactly");
+}
+
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0
 // or 1900-01-01). The embedded engine keeps such a text as it is: server cases only.
 class ServerSemantics : public WithBills<OnEveryEngine> {};

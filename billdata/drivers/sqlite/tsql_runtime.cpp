@@ -34,8 +34,9 @@ int register_tsql_runtime(sqlite3* db) {
     rc = sqlite3_create_collation_v2(db, names::kDateCollation.data(), SQLITE_UTF8, nullptr,
                                      collate_date, nullptr);
     if (rc != SQLITE_OK) return rc;
-    for (const auto functions : {runtime::date_functions(), runtime::number_functions(),
-                                 runtime::text_functions(), runtime::convert_functions()}) {
+    for (const auto functions :
+         {runtime::date_functions(), runtime::number_functions(), runtime::text_functions(),
+          runtime::convert_functions(), runtime::decimal_functions()}) {
         for (const runtime::FunctionDef& f : functions) {
             rc = sqlite3_create_function_v2(db, f.name.data(), f.args,
                                             SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS,
@@ -43,7 +44,9 @@ int register_tsql_runtime(sqlite3* db) {
             if (rc != SQLITE_OK) return rc;
         }
     }
-    return runtime::register_aggregates(db);
+    rc = runtime::register_aggregates(db);
+    if (rc != SQLITE_OK) return rc;
+    return runtime::register_decimal_aggregates(db);
 }
 
 }  // namespace billdata::drivers::sqlite

@@ -29,9 +29,12 @@ std::span<const FunctionDef> text_functions();
 std::span<const FunctionDef> number_functions();
 std::span<const FunctionDef> date_functions();
 std::span<const FunctionDef> convert_functions();
+std::span<const FunctionDef> decimal_functions();
 
 // Aggregates: the single value of a subquery used as a value (error 512 on a second row).
 int register_aggregates(sqlite3* db);
+// Aggregates: exact sums and averages of decimals.
+int register_decimal_aggregates(sqlite3* db);
 
 // ---- values and results ------------------------------------------------------------------
 

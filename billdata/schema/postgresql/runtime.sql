@@ -321,7 +321,7 @@ $$;
 -- A number of a known type as text, as CONVERT writes it (see bd_numfit for the length): a whole
 -- number plainly, a decimal with its scale, money with two places (style 0), with two and
 -- thousands separated by commas (1) or with four (2).
-CREATE FUNCTION bd_numtext(value numeric, kind text, digits int, target text, n int) RETURNS text
+CREATE OR REPLACE FUNCTION bd_numtext(value numeric, kind text, digits int, target text, n int) RETURNS text
 LANGUAGE plpgsql STABLE STRICT AS $$
 DECLARE
     t text COLLATE "default";
@@ -344,7 +344,7 @@ $$;
 -- A float (or a real) as text: six significant digits without trailing zeros, in the exponent
 -- form (at least three exponent digits) below 1e-4 and from 1e6 (style 0); always in the
 -- exponent form with eight (style 1) or sixteen digits (style 2).
-CREATE FUNCTION bd_numtext(value float8, kind text, digits int, target text, n int) RETURNS text
+CREATE OR REPLACE FUNCTION bd_numtext(value float8, kind text, digits int, target text, n int) RETURNS text
 LANGUAGE plpgsql STABLE STRICT AS $$
 DECLARE
     x float8 := CASE WHEN kind = 'real' THEN value::float4::float8 ELSE value END;
@@ -382,7 +382,7 @@ $$;
 -- The text of a number in a text of type `target` and `n` characters (-1: max), filled up with
 -- blanks for char and nchar. Too long, a whole number is '*' in char and varchar; anything else
 -- is the server dialect's error.
-CREATE FUNCTION bd_numfit(t text, kind text, target text, n int, shown text) RETURNS text
+CREATE OR REPLACE FUNCTION bd_numfit(t text, kind text, target text, n int, shown text) RETURNS text
 LANGUAGE sql STABLE AS $$
     SELECT CASE
         WHEN n < 0 THEN t
@@ -402,7 +402,7 @@ $$;
 -- A text as decimal(p, s) ('decimal'), or as 'money' or 'smallmoney': a money text may carry a
 -- sign and a currency symbol in either order and commas anywhere among its digits ('' is 0); a
 -- decimal text is digits with a sign and a point alone. Too large for the type is error 8115.
-CREATE FUNCTION bd_textnum(value text, kind text, p int, s int) RETURNS numeric
+CREATE OR REPLACE FUNCTION bd_textnum(value text, kind text, p int, s int) RETURNS numeric
 LANGUAGE plpgsql STABLE STRICT AS $$
 DECLARE
     t text COLLATE "default" := btrim(value, E' \t');
@@ -442,7 +442,7 @@ $$;
 -- (two: 1950 to 2049), as 'YYYY-MM-DD' and what follows it (a time), for bd_dt. A date of eight
 -- digits, a time alone and '' go through as they are; any other text is error 241, for it would
 -- be read in another order.
-CREATE FUNCTION bd_ymd(value text, date_order text, year_digits int) RETURNS text
+CREATE OR REPLACE FUNCTION bd_ymd(value text, date_order text, year_digits int) RETURNS text
 LANGUAGE plpgsql STABLE STRICT AS $$
 DECLARE
     s text COLLATE "default" := btrim(value, E' \t');
@@ -460,6 +460,23 @@ BEGIN
     RETURN y || '-' || CASE WHEN date_order = 'mdy' THEN m[1] || '-' || m[3] ELSE m[3] || '-' || m[1] END
            || coalesce(m[5], '');
 END
+$$;
+
+-- A decimal result of the dialect's type decimal(p, s) whose precision reached 38 digits:
+-- beyond it is the dialect's arithmetic overflow.
+CREATE OR REPLACE FUNCTION bd_dchk(value numeric, p int, s int) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN abs(value) >= 10::numeric ^ (p - s)
+                THEN bd_fail(8115, '将 expression 转换为数据类型 numeric 时出现算术溢出错误。', value)
+                ELSE value END
+$$;
+
+-- A quotient of decimals as the dialect gives it: cut towards zero (not rounded) at the scale
+-- s of its type decimal(p, s). div() is exact; the rounding to s places before the shift only
+-- gives the whole number those places, so that the shift is exact too.
+CREATE OR REPLACE FUNCTION bd_ddiv(a numeric, b numeric, p int, s int) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT bd_dchk(trunc(round(div(a * 10::numeric ^ s, b), s) / 10::numeric ^ s, s), p, s)
 $$;
 
 -- ROUND at a decimal place (left of the point when negative), half away from zero; cut instead
