@@ -46,7 +46,7 @@
 #include "pos_list.h"
 #include "pos_sale.h"
 #include "reliability/harness.h"
-#include "support/postgres.h"
+#include "support/server_db.h"
 
 namespace {
 
@@ -56,7 +56,7 @@ using bench::kSentinel;
 
 // A fresh database with the schema and the demo shop, dropped when the object goes.
 struct Shop {
-    testing::PostgresDatabase db;
+    testing::ServerDatabase db;
     Shop() { schema::create_database(db.connection_string(), true, 2025, 3); }
     const std::string& cs() const { return db.connection_string(); }
 };

@@ -366,7 +366,7 @@ void fn_ymd(sqlite3_context* ctx, int, sqlite3_value** argv) {
         const std::size_t start = i;
         while (i < s.size() && s[i] >= '0' && s[i] <= '9' && i - start < max)
             ++i;
-        out.assign(s.substr(start, i - start));
+        out = std::string(s.data() + start, i - start);
         return out.size() >= min && !(i < s.size() && s[i] >= '0' && s[i] <= '9');
     };
     std::string a, b, year;
