@@ -527,6 +527,7 @@ struct InsertColumn {
     ColumnType type = ColumnType::Unknown;
     std::int32_t fit = 0;   // a text column's declared length in characters; 0: not checked
     bool national = false;  // the column is declared nchar or nvarchar
+    SqlType scaled = {};    // a decimal or money column's declared type; unknown for others
 };
 
 struct Insert : Node {
@@ -547,6 +548,7 @@ struct SetItem {
     ColumnType type = ColumnType::Unknown;
     std::int32_t fit = 0;   // as InsertColumn::fit
     bool national = false;  // as InsertColumn::national
+    SqlType scaled = {};    // as InsertColumn::scaled
 };
 
 struct Update : Node {

@@ -158,6 +158,12 @@ std::int32_t declared_length(const SqlType& t) {
     return t.is_text() && t.length > 0 ? t.length : 0;
 }
 
+// The type a number written to a column of type `t` is rounded and checked to: a decimal or
+// money column's own; unknown for any other.
+SqlType declared_scale(const SqlType& t) {
+    return is_scaled(t) ? t : SqlType{};
+}
+
 }  // namespace
 
 void Binder::bind_statement(Node& stmt) {
@@ -188,6 +194,7 @@ void Binder::bind_statement(Node& stmt) {
             for (auto& c : ins.columns) {
                 const SqlType declared = catalog_.declared_type(ins.table->name, c.name);
                 c.fit = declared_length(declared);
+                c.scaled = declared_scale(declared);
                 c.national = declared.base == SqlBase::NChar || declared.base == SqlBase::NVarChar;
             }
             Scope empty(nullptr, arena_.resource());
@@ -248,6 +255,7 @@ void Binder::bind_statement(Node& stmt) {
                 }
                 const SqlType declared = catalog_.declared_type(target->name, item.column);
                 item.fit = declared_length(declared);
+                item.scaled = declared_scale(declared);
                 item.national =
                     declared.base == SqlBase::NChar || declared.base == SqlBase::NVarChar;
                 bind_expr(*item.value, scope);

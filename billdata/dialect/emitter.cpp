@@ -475,6 +475,9 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         } else if (as_text && !(grouping_ != nullptr && grouping_term(e))) {
             operand(e, kOutCollate);
             hooks_.collation(*this, CompareKind::Text);
+        } else if (write && i < write->size() && scaled_open(e, (*write)[i].scaled)) {
+            expr(e);
+            scaled_close((*write)[i].scaled);
         } else {
             expr(e);
         }
@@ -636,15 +639,46 @@ void Emitter::insert(const Insert& ins) {
                        ins.columns[i].national)) {
                 continue;
             }
+            const bool scaled = scaled_open(e, ins.columns[i].scaled);
             if (ins.columns[i].type == ColumnType::Date && e.vtype != ColumnType::Date &&
                 !null_literal) {
                 hooks_.date_value(*this, e);
             } else {
                 hooks_.converted(*this, e, ins.columns[i].type);
             }
+            if (scaled) scaled_close(ins.columns[i].scaled);
         }
         out_.push_back(')');
     }
+}
+
+bool Emitter::scaled_open(const Expr& value, const SqlType& scaled) {
+    if (!scaled.known() || hooks_.scale_check().empty()) return false;
+    int cp = 0, cs = 0, p = 0, s = 0;
+    decimal_digits(scaled, cp, cs);
+    // A literal bound as a parameter may hold any number at the next run of the translation.
+    bool typed = true;
+    if (value.is<LiteralExpr>()) {
+        const auto& l = value.as<LiteralExpr>();
+        if (l.kind == LiteralExpr::Kind::Null) return false;
+        typed = !(parameters_ && inline_literals_ == 0 && !l.inline_only);
+    }
+    if (typed && value.sql.is_exact_numeric() && decimal_digits(value.sql, p, s) && s <= cs &&
+        p - s <= cp - cs)
+        return false;
+    out_.append(hooks_.scale_check());
+    out_.push_back('(');
+    return true;
+}
+
+void Emitter::scaled_close(const SqlType& scaled) {
+    int p = 0, s = 0;
+    decimal_digits(scaled, p, s);
+    out_.append(", ");
+    out_.append(std::to_string(p));
+    out_.append(", ");
+    out_.append(std::to_string(s));
+    out_.append(scaled.base == SqlBase::Decimal ? ", 0)" : ", 1)");
 }
 
 bool Emitter::fitted(const Expr& value, std::int32_t fit, std::string_view table,

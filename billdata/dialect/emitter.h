@@ -112,6 +112,10 @@ class EngineHooks {
     // Written after a value that is not known to be a text (in parentheses) so that the check
     // receives it as one.
     virtual std::string_view fit_check_operand() const { return {}; }
+    // The runtime function that rounds a number written to a decimal or money column to the
+    // column's scale and refuses one beyond its precision: (value, precision, scale, money).
+    // Empty when the engine's column does so itself.
+    virtual std::string_view scale_check() const { return {}; }
     // A subquery used as a value that may yield more than one row (Subquery::check_single_row),
     // for engines that would take the first row where the server refuses; by default as it is.
     virtual void many_row_subquery(Emitter& em, const Subquery& sub) const;
@@ -135,6 +139,11 @@ class Emitter {
     // no check, or the value is known to fit.
     bool fitted(const Expr& value, std::int32_t fit, std::string_view table,
                 std::string_view column, bool national = true);
+    // Opens the engine's rounding of a value written to a decimal or money column (`scaled`,
+    // InsertColumn::scaled) and returns true; the caller writes the value and closes it with
+    // scaled_close. False, with nothing written, when the value's type shows that it fits.
+    bool scaled_open(const Expr& value, const SqlType& scaled);
+    void scaled_close(const SqlType& scaled);
     void text(std::string_view s) { out_.append(s); }
     void ch(char c) { out_.push_back(c); }
     void name(std::string_view n) { hooks_.name(*this, n); }

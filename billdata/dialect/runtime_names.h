@@ -51,6 +51,9 @@ inline constexpr std::string_view kSingle = "bd_single";        // aggregate (va
 // Exact decimal arithmetic: (a, b, op, precision, scale, mode) with op 0 + 1 - 2 * 3 / 4 %, mode
 // 1 exact at the scale, 2 rounded to it, 3 cut to it, plus 4 when the result is money.
 inline constexpr std::string_view kDecimalOp = "bd_decop";
+// A number written to a decimal or money column: rounded half away from zero to the column's
+// scale and checked against its precision, (value, precision, scale, money).
+inline constexpr std::string_view kDecimalFit = "bd_dfit";
 inline constexpr std::string_view kDecimalSum = "bd_dsum";  // aggregate (value, scale)
 inline constexpr std::string_view kDecimalAvg =
     "bd_davg";  // aggregate (value, scale, result scale)

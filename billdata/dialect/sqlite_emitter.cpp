@@ -708,6 +708,9 @@ class SqliteHooks final : public EngineHooks {
                 v.is<LiteralExpr>() && v.as<LiteralExpr>().kind == LiteralExpr::Kind::Null;
             if (item.type == ColumnType::Date && v.vtype != ColumnType::Date && !null_literal) {
                 date_value(em, v);
+            } else if (em.scaled_open(v, item.scaled)) {
+                em.expr(v);
+                em.scaled_close(item.scaled);
             } else {
                 em.expr(v);
             }
@@ -789,6 +792,7 @@ class SqliteHooks final : public EngineHooks {
     // The engine widens whole numbers to 64 bits and then to floating point.
     std::string_view range_check() const override { return runtime::kRange; }
     std::string_view fit_check() const override { return runtime::kFit; }
+    std::string_view scale_check() const override { return runtime::kDecimalFit; }
 
     // The engine would take the first row: the rows go through an aggregate that refuses a
     // second one.

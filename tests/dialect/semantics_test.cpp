@@ -854,6 +854,10 @@ TEST_P(Conversions, ConversionsFromText) {
 // Decimal and money arithmetic gives the exact result at the type the server's precision and
 // scale rules give it (decimal(18,4) columns, literals of their own digits, money of 4 places).
 class ExactNumbers : public WithBills<OnEveryEngine> {
+  public:
+    void run_statement(const std::string& tsql) { run(tsql); }
+    int error_number() const { return last_error_number_; }
+
   protected:
     // Lines of bill 9 with these prices and quantities.
     void add_lines(const std::vector<std::pair<std::string, std::string>>& price_qty) {
@@ -938,6 +942,34 @@ TEST_P(ExactNumbers, OverflowAndResultsBeyondWhatTheEngineHolds) {
     expect_error(third,
                  "the exact decimal(38,20) result 33.33333333333333333333 has more than 15 "
                  "significant digits, more than the embedded engine holds exactly");
+}
+
+// A number written to a decimal(18,4) column is stored rounded half away from zero to 4 places,
+// whether inserted, selected into it or set by an update; one of 15 whole digits or more is the
+// arithmetic overflow (8115), and the statement stores nothing.
+TEST_P(ExactNumbers, ValuesWrittenToAmountColumnsAreRoundedToTheirScale) {
+    run("insert into ICStockBillEntry(FInterID, FEntryID, FPrice, FQty, FAmount) "
+        "values (9, 1, 1.23456, 1.23455, -1.23455)");
+    run("insert into ICStockBillEntry(FInterID, FEntryID, FPrice, FQty) "
+        "select 9, 2, FQty + 0.00005, FAmount / 3 from ICStockBillEntry where FInterID = 9");
+    run("update ICStockBillEntry set FAmount = FAmount - 0.00005, FSaleQty = 2.00005 "
+        "where FInterID = 9 and FEntryID = 1");
+    EXPECT_EQ(run("select FPrice, FQty, FAmount, FSaleQty from ICStockBillEntry "
+                  "where FInterID = 9 order by FEntryID"),
+              (Rows{{"1.2346", "1.2346", "-1.2347", "2.0001"}, {"1.2347", "-0.4115", "0", "0"}}));
+    expect_error_number(*this,
+                        "insert into ICStockBillEntry(FInterID, FEntryID, FPrice) "
+                        "values (9, 3, 1), (9, 4, 100000000000000)",
+                        8115);
+    expect_error_number(*this,
+                        "update ICStockBillEntry set FQty = 1, FPrice = FPrice * 100000000000000 "
+                        "where FInterID = 9",
+                        8115);
+    expect_values({
+        {"select count(*) from ICStockBillEntry where FInterID = 9 and (FEntryID > 2 or FQty = 1)",
+         "0"},
+        {"select sum(FPrice) from ICStockBillEntry where FInterID = 9", "2.4693"},
+    });
 }
 
 // A text where a number or a date belongs is converted as the server dialect converts it ('' is 0

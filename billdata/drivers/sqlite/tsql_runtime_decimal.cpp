@@ -348,6 +348,65 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_result_double(ctx, double_of(r));
 }
 
+// bd_dfit(x, precision, scale, money): a number written to a column of the decimal type (money
+// when `money` is 1), rounded half away from zero to its scale; beyond its precision is the
+// server's overflow.
+void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
+    const int type = sqlite3_value_type(argv[0]);
+    if (type == SQLITE_NULL) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    const int precision = sqlite3_value_int(argv[1]);
+    const int scale = sqlite3_value_int(argv[2]);
+    const bool money = sqlite3_value_int(argv[3]) != 0;
+    auto overflow = [&] {
+        result_server_error(ctx, 8115,
+                            std::string("将 numeric 转换为数据类型 ") +
+                                (money ? "money" : "numeric") + " 时出现算术溢出错误。");
+    };
+    if (type == SQLITE_INTEGER && precision - scale <= kExactDigits) {
+        const long long n = sqlite3_value_int64(argv[0]);
+        if (n > -kPow10[precision - scale] && n < kPow10[precision - scale]) {
+            sqlite3_result_value(ctx, argv[0]);
+        } else {
+            overflow();
+        }
+        return;
+    }
+    double x = 0;
+    if (!read_number(ctx, argv[0], x)) return;
+    if (scale <= kExactPow10) {
+        // Whole units of the last place already, as a double of 15 digits or fewer is exactly
+        // when its product with the unit is a whole number (the product's error is far below
+        // the smallest fraction such a decimal leaves); the double nearest to them is the value.
+        const double units = x * kPow10[scale];
+        if (std::fabs(units) < kSafeUnits && units == std::trunc(units)) {
+            if (std::fabs(units) >= kPow10[precision]) {
+                overflow();
+                return;
+            }
+            sqlite3_result_double(ctx, (units + 0.0) / kPow10[scale]);
+            return;
+        }
+    }
+    Decimal d;
+    if (!decimal_of(x, d)) {
+        result_fault(ctx, Fault::TooManyDigits, {}, precision, scale, money);
+        return;
+    }
+    const Fault fault = finish(d, precision, scale, false);
+    if (fault == Fault::Overflow) {
+        overflow();
+        return;
+    }
+    if (fault != Fault::None) {
+        result_fault(ctx, fault, d, precision, scale, money);
+        return;
+    }
+    sqlite3_result_double(ctx, double_of(d));
+}
+
 // bd_dsum(x, scale) and bd_davg(x, scale, result scale): the exact sum of decimals of `scale`
 // places, counted in whole units of the last place; the average is the sum divided by the
 // count, cut at the result's scale as a quotient is. A sum beyond what 128 bits count is refused
@@ -465,6 +524,7 @@ void davg_final(sqlite3_context* ctx) {
 
 constexpr FunctionDef kDecimalFunctions[] = {
     {names::kDecimalOp, 6, fn_decop},
+    {names::kDecimalFit, 4, fn_decfit},
 };
 
 }  // namespace
