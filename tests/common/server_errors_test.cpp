@@ -25,6 +25,8 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
          "将 expression 转换为数据类型 int 时出现算术溢出错误。"},
         {"select cast(90000000 as decimal(38,30)) + cast(90000000 as decimal(38,30))", 8115,
          "将 expression 转换为数据类型 numeric 时出现算术溢出错误。"},
+        {"insert into ICStockBillEntry(FInterID, FEntryID, FPrice) values (1, 1, 100000000000000)",
+         8115, "将 numeric 转换为数据类型 numeric 时出现算术溢出错误。"},
         {"select (select FItemID from t_Stock)", 512,
          "子查询返回的值不止一个。当子查询跟随在 =、!=、<、<=、>、>= "
          "之后，或子查询用作表达式时，这种情况是不允许的。"},

@@ -21,6 +21,7 @@
 
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/postgresql/catalog.h"
+#include "billdata/drivers/postgresql/server_error.h"
 #include "billdata/drivers/sqlite/catalog.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/builtin_catalog.h"
@@ -233,9 +234,8 @@ class DialectDb : public ::testing::Test {
             PQclear);
         const ExecStatusType status = PQresultStatus(r.get());
         if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
-            // The runtime raises the server dialect's error n as the state 'B' and n.
             const char* state = PQresultErrorField(r.get(), PG_DIAG_SQLSTATE);
-            last_error_number_ = state && state[0] == 'B' ? std::atoi(state + 1) : 0;
+            last_error_number_ = state ? drivers::postgresql::dialect_number(state) : 0;
             throw std::runtime_error(std::string(PQresultErrorMessage(r.get())) + " in: " + t.sql);
         }
         Rows rows;

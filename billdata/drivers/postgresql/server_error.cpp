@@ -22,8 +22,8 @@ int native_number(const char* state) {
     return n;
 }
 
-// The server dialect's error number of a state: the runtime raises its errors as 'B' and the
-// number in four digits; three of the engine's own states are errors the dialect numbers too.
+}  // namespace
+
 int dialect_number(std::string_view state) {
     if (state.size() == 5 && state[0] == 'B') {
         int n = 0;
@@ -38,8 +38,6 @@ int dialect_number(std::string_view state) {
     if (state == "22012") return 8134;  // a division (or modulo) by zero
     return 0;
 }
-
-}  // namespace
 
 bool transaction_lost(std::string_view state) {
     return state == "40P01" || state == "40001";
@@ -77,6 +75,9 @@ ComError server_error(std::string_view state, std::string message, bool transact
                 "之后，或子查询用作表达式时，这种情况是不允许的。";
         } else if (number == 8134) {
             message = "遇到以零作除数错误。";
+        } else if (number == 8115 && message.rfind("numeric field overflow", 0) == 0) {
+            // A number stored into a decimal column beyond the column's precision.
+            message = "将 numeric 转换为数据类型 numeric 时出现算术溢出错误。";
         }
         return ComError(err::kDatabase, std::move(message))
             .classify(ErrorClass::Other, number, {}, transaction_open);

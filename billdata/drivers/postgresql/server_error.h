@@ -11,6 +11,10 @@ namespace billdata::drivers::postgresql {
 // Deadlock (40P01) and serialization failure (40001): the server has chosen this transaction
 // as the one to end; it cannot go on.
 bool transaction_lost(std::string_view state);
+// The server dialect's error number of a state: the runtime raises its errors as 'B' and the
+// number in four digits; three of the engine's own states are errors the dialect numbers too.
+// 0 for any other state.
+int dialect_number(std::string_view state);
 // The same for the native code of an error this driver raised.
 bool transaction_lost(int native_code);
 
