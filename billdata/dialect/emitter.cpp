@@ -675,10 +675,8 @@ void Emitter::scaled_close(const SqlType& scaled) {
     int p = 0, s = 0;
     decimal_digits(scaled, p, s);
     out_.append(", ");
-    out_.append(std::to_string(p));
-    out_.append(", ");
-    out_.append(std::to_string(s));
-    out_.append(scaled.base == SqlBase::Decimal ? ", 0)" : ", 1)");
+    out_.append(std::to_string(p * 100 + s + (scaled.base == SqlBase::Decimal ? 0 : 10000)));
+    out_.push_back(')');
 }
 
 bool Emitter::fitted(const Expr& value, std::int32_t fit, std::string_view table,

@@ -113,7 +113,7 @@ class EngineHooks {
     // receives it as one.
     virtual std::string_view fit_check_operand() const { return {}; }
     // The runtime function that rounds a number written to a decimal or money column to the
-    // column's scale and refuses one beyond its precision: (value, precision, scale, money).
+    // column's scale and refuses one beyond its precision (kDecimalFit's arguments).
     // Empty when the engine's column does so itself.
     virtual std::string_view scale_check() const { return {}; }
     // A subquery used as a value that may yield more than one row (Subquery::check_single_row),

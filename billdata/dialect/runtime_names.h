@@ -52,7 +52,7 @@ inline constexpr std::string_view kSingle = "bd_single";        // aggregate (va
 // 1 exact at the scale, 2 rounded to it, 3 cut to it, plus 4 when the result is money.
 inline constexpr std::string_view kDecimalOp = "bd_decop";
 // A number written to a decimal or money column: rounded half away from zero to the column's
-// scale and checked against its precision, (value, precision, scale, money).
+// scale and checked against its precision: (value, precision × 100 + scale, plus 10000 for money).
 inline constexpr std::string_view kDecimalFit = "bd_dfit";
 inline constexpr std::string_view kDecimalSum = "bd_dsum";  // aggregate (value, scale)
 inline constexpr std::string_view kDecimalAvg =

@@ -348,29 +348,52 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_result_double(ctx, double_of(r));
 }
 
-// bd_dfit(x, precision, scale, money): a number written to a column of the decimal type (money
-// when `money` is 1), rounded half away from zero to its scale; beyond its precision is the
-// server's overflow.
+// A number too large for the decimal or money column it is written to.
+void write_overflow(sqlite3_context* ctx, bool money) {
+    result_server_error(ctx, 8115,
+                        money ? "将 numeric 转换为数据类型 money 时出现算术溢出错误。"
+                              : "将 numeric 转换为数据类型 numeric 时出现算术溢出错误。");
+}
+
+// bd_dfit(x, type): a number written to a column of the decimal type coded as precision × 100 +
+// scale, plus 10000 for money, rounded half away from zero to its scale; beyond its precision
+// is the server's overflow. On every amount a sale writes: whole numbers take the short way.
 void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
     const int type = sqlite3_value_type(argv[0]);
     if (type == SQLITE_NULL) {
         sqlite3_result_null(ctx);
         return;
     }
-    const int precision = sqlite3_value_int(argv[1]);
-    const int scale = sqlite3_value_int(argv[2]);
-    const bool money = sqlite3_value_int(argv[3]) != 0;
-    auto overflow = [&] {
-        result_server_error(ctx, 8115,
-                            std::string("将 numeric 转换为数据类型 ") +
-                                (money ? "money" : "numeric") + " 时出现算术溢出错误。");
-    };
-    if (type == SQLITE_INTEGER && precision - scale <= kExactDigits) {
+    const int code = sqlite3_value_int(argv[1]);
+    const int precision = code / 100 % 100;
+    const int scale = code % 100;
+    const bool money = code >= 10000;
+    if (type == SQLITE_INTEGER) {
+        static constexpr long long kLimit[] = {1LL,
+                                               10LL,
+                                               100LL,
+                                               1000LL,
+                                               10000LL,
+                                               100000LL,
+                                               1000000LL,
+                                               10000000LL,
+                                               100000000LL,
+                                               1000000000LL,
+                                               10000000000LL,
+                                               100000000000LL,
+                                               1000000000000LL,
+                                               10000000000000LL,
+                                               100000000000000LL,
+                                               1000000000000000LL,
+                                               10000000000000000LL,
+                                               100000000000000000LL,
+                                               1000000000000000000LL};
+        const int whole = precision - scale;
         const long long n = sqlite3_value_int64(argv[0]);
-        if (n > -kPow10[precision - scale] && n < kPow10[precision - scale]) {
-            sqlite3_result_value(ctx, argv[0]);
+        if (whole > 18 || (n < kLimit[whole] && n > -kLimit[whole])) {
+            sqlite3_result_int64(ctx, n);
         } else {
-            overflow();
+            write_overflow(ctx, money);
         }
         return;
     }
@@ -383,7 +406,7 @@ void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
         const double units = x * kPow10[scale];
         if (std::fabs(units) < kSafeUnits && units == std::trunc(units)) {
             if (std::fabs(units) >= kPow10[precision]) {
-                overflow();
+                write_overflow(ctx, money);
                 return;
             }
             sqlite3_result_double(ctx, (units + 0.0) / kPow10[scale]);
@@ -397,7 +420,7 @@ void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
     }
     const Fault fault = finish(d, precision, scale, false);
     if (fault == Fault::Overflow) {
-        overflow();
+        write_overflow(ctx, money);
         return;
     }
     if (fault != Fault::None) {
@@ -524,7 +547,7 @@ void davg_final(sqlite3_context* ctx) {
 
 constexpr FunctionDef kDecimalFunctions[] = {
     {names::kDecimalOp, 6, fn_decop},
-    {names::kDecimalFit, 4, fn_decfit},
+    {names::kDecimalFit, 2, fn_decfit},
 };
 
 }  // namespace
