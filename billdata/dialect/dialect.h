@@ -32,6 +32,10 @@ struct Translation {
     // Only with TranslateOptions::parameterise: the source offset of the literal that ?1, ?2, …
     // stand for (a literal printed twice is one parameter).
     std::vector<std::size_t> parameters;
+    // For each of `parameters`: the decimal or money column type its value is written to, coded as
+    // runtime::kDecimalFit's second argument, or 0. The engine that checks such writes with that
+    // function does so for these parameters when it binds them (the translation has no check).
+    std::vector<int> parameter_scales;
     // A select that reads the rows of one table, with no aggregate, DISTINCT, GROUP BY or set
     // operator, so that a server engine can lock the rows it reads (`FOR UPDATE` appended to
     // `sql`): that table as the statement names it. Empty otherwise.

@@ -530,6 +530,13 @@ bool Emitter::parameter(const LiteralExpr& l) {
     const std::size_t offset = l.pos;
     auto it = std::find(parameters_->begin(), parameters_->end(), offset);
     if (it == parameters_->end()) it = parameters_->insert(parameters_->end(), offset);
+    if (parameter_scales_) {
+        const auto index = static_cast<std::size_t>(it - parameters_->begin());
+        parameter_scales_->resize(parameters_->size());
+        if (pending_scale_ != 0 && pending_offset_ == offset)
+            (*parameter_scales_)[index] = pending_scale_;
+        pending_scale_ = 0;
+    }
     hooks_.parameter(*this, static_cast<std::size_t>(it - parameters_->begin() + 1), l);
     return true;
 }
@@ -656,12 +663,21 @@ bool Emitter::scaled_open(const Expr& value, const SqlType& scaled) {
     if (!scaled.known() || hooks_.scale_check().empty()) return false;
     int cp = 0, cs = 0, p = 0, s = 0;
     decimal_digits(scaled, cp, cs);
-    // A literal bound as a parameter may hold any number at the next run of the translation.
+    // A literal bound as a parameter may hold any number at the next run of the translation: a
+    // number is checked as it is bound (no call for each of a sale's amounts), a text here.
     bool typed = true;
     if (value.is<LiteralExpr>()) {
         const auto& l = value.as<LiteralExpr>();
         if (l.kind == LiteralExpr::Kind::Null) return false;
-        typed = !(parameters_ && inline_literals_ == 0 && !l.inline_only);
+        LiteralValue v;
+        typed =
+            !(parameters_ && inline_literals_ == 0 && !l.inline_only && literal_value(l.text, v));
+        if (!typed && parameter_scales_ &&
+            (l.kind == LiteralExpr::Kind::Integer || l.kind == LiteralExpr::Kind::Decimal)) {
+            pending_scale_ = scale_code(scaled);
+            pending_offset_ = l.pos;
+            return false;
+        }
     }
     if (typed && value.sql.is_exact_numeric() && decimal_digits(value.sql, p, s) && s <= cs &&
         p - s <= cp - cs)
@@ -671,11 +687,15 @@ bool Emitter::scaled_open(const Expr& value, const SqlType& scaled) {
     return true;
 }
 
-void Emitter::scaled_close(const SqlType& scaled) {
+int Emitter::scale_code(const SqlType& scaled) {
     int p = 0, s = 0;
     decimal_digits(scaled, p, s);
+    return p * 100 + s + (scaled.base == SqlBase::Decimal ? 0 : 10000);
+}
+
+void Emitter::scaled_close(const SqlType& scaled) {
     out_.append(", ");
-    out_.append(std::to_string(p * 100 + s + (scaled.base == SqlBase::Decimal ? 0 : 10000)));
+    out_.append(std::to_string(scale_code(scaled)));
     out_.push_back(')');
 }
 

@@ -144,6 +144,8 @@ class Emitter {
     // scaled_close. False, with nothing written, when the value's type shows that it fits.
     bool scaled_open(const Expr& value, const SqlType& scaled);
     void scaled_close(const SqlType& scaled);
+    // A decimal or money type as kDecimalFit's second argument.
+    static int scale_code(const SqlType& scaled);
     void text(std::string_view s) { out_.append(s); }
     void ch(char c) { out_.push_back(c); }
     void name(std::string_view n) { hooks_.name(*this, n); }
@@ -160,7 +162,10 @@ class Emitter {
     }
     // From here on, literals that can be bound are written as ?N parameters; `offsets` receives
     // the source offset of the literal behind each parameter.
-    void parameterise(std::vector<std::size_t>* offsets) { parameters_ = offsets; }
+    void parameterise(std::vector<std::size_t>* offsets, std::vector<int>* scales = nullptr) {
+        parameters_ = offsets;
+        parameter_scales_ = scales;
+    }
     // Literals inside stay inline while the guard lives (positions, unnamed result columns).
     struct InlineLiterals {
         explicit InlineLiterals(Emitter& em) : em_(em) { ++em_.inline_literals_; }
@@ -235,6 +240,9 @@ class Emitter {
     const List<InsertColumn>* write_columns_ = nullptr;  // INSERT … SELECT target columns
     std::string_view write_table_;                       // and their table
     std::vector<std::size_t>* parameters_ = nullptr;
+    std::vector<int>* parameter_scales_ = nullptr;  // Translation::parameter_scales
+    int pending_scale_ = 0;           // the scale check of the number literal about to be bound
+    std::size_t pending_offset_ = 0;  // and that literal's place
     int inline_literals_ = 0;
     const std::vector<std::string>* grouping_ = nullptr;
     bool in_grouping_ = false;  // writing a grouping term itself

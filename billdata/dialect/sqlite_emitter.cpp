@@ -859,7 +859,7 @@ Translation translate_sqlite(std::string_view tsql, const Catalog& catalog,
     t.sql.reserve(tsql.size() + tsql.size() / 2 + 32);
     const SqliteHooks hooks;
     Emitter emitter(hooks, t.sql);
-    if (options.parameterise) emitter.parameterise(&t.parameters);
+    if (options.parameterise) emitter.parameterise(&t.parameters, &t.parameter_scales);
     if (!whole_table_aggregate(emitter, *stmt, catalog)) emitter.statement(*stmt);
     t.lockable_table = lockable_table(*stmt);
     t.kind = parser.kind();

@@ -65,6 +65,13 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
                   std::string(50, 'x') + "'.");
     cn->Execute("insert into t_Stock(FItemID, FNumber) values (4, '" + std::string(50, 'x') + "')");
     cn->CommitTrans();
+    // Amounts are stored at their column's scale, rounded half away from zero, however the
+    // statement's literals reach the engine.
+    cn->Execute("insert into ICStockBillEntry(FInterID, FEntryID, FPrice) values (1, 2, 1.23455)");
+    cn->Execute("insert into ICStockBillEntry(FInterID, FEntryID, FPrice) values (1, 3, 2.00005)");
+    EXPECT_EQ(
+        scalar("select count(*) from ICStockBillEntry where FPrice in (1.2346, 2.0001)").to_int32(),
+        2);
     EXPECT_EQ(scalar("select count(*) from t_Stock where FItemID = 3 or FName = 'Side shop' or "
                      "len(FNumber) = 50")
                   .to_int32(),

@@ -159,6 +159,7 @@ struct CachedStatement {
     bool writes = false;              // what the engine says, transaction control included
     bool outside_groups = false;      // a write group is committed before it (runs_outside_groups)
     std::vector<ColumnInfo> columns;  // empty when the statement yields no rows
+    std::vector<int> scales;          // dialect::Translation::parameter_scales
     bool busy = false;                // a cursor stands on it
     ~CachedStatement() { sqlite3_finalize(stmt); }
 };
@@ -532,6 +533,8 @@ class SqliteSession final : public ado::driver::Session {
     // Prepares a translation: raises for a second statement; fills what the cache keeps.
     CachedPtr prepare(const dialect::Translation& tr);
     CachedPtr lookup(std::string_view tsql, const dialect::Shape& shape);
+    template <class Number>
+    void fit_scaled(Number& n, int code);
     bool bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
               const dialect::Shape& shape);
     std::unique_ptr<ado::driver::Cursor> run(sqlite3_stmt* stmt, CachedPtr cached,
@@ -816,6 +819,18 @@ CachedPtr SqliteSession::lookup(std::string_view tsql, const dialect::Shape& sha
     return nullptr;
 }
 
+// A number bound for a decimal or money column, rounded to the column's scale as the runtime's
+// check would round it in the statement; one that does not fit fails as the check would.
+template <class Number>
+void SqliteSession::fit_scaled(Number& n, int code) {
+    std::string message;
+    const int number = fit_decimal_column(n, code, message);
+    if (number == 0) return;
+    throw outside_group(
+        ComError(err::kDatabase, std::move(message))
+            .classify(ado::ErrorClass::Other, number, {}, !sqlite3_get_autocommit(db_)));
+}
+
 bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
                          const dialect::Shape& shape) {
     // A statement without rows runs to its end before execute returns, while the caller's text
@@ -848,12 +863,19 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 whole = whole * 10 + (c - '0');
             }
             if (i == l.length) {
+                if (k < entry.scales.size() && entry.scales[k] != 0)
+                    fit_scaled(whole, entry.scales[k]);
                 rc = sqlite3_bind_int64(stmt, index, whole);
                 if (rc != SQLITE_OK) throw error(rc);
                 continue;
             }
         }
         if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
+        if (k < entry.scales.size() && entry.scales[k] != 0) {
+            if (v.type == dialect::LiteralValue::Type::Integer)
+                fit_scaled(v.integer, entry.scales[k]);
+            if (v.type == dialect::LiteralValue::Type::Real) fit_scaled(v.real, entry.scales[k]);
+        }
         switch (v.type) {
             case dialect::LiteralValue::Type::Integer:
                 rc = sqlite3_bind_int64(stmt, index, v.integer);
@@ -901,6 +923,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
             if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
             entry = prepare(tr);
             entry->binding = ShapeBinding::of(tsql, shape, tr.parameters);
+            entry->scales = std::move(tr.parameter_scales);
             auto& cache = handle_->cache;
             if (cache.size() >= kMaxCachedShapes) cache.clear();
             auto& variants = cache[shape.key];

@@ -6,6 +6,9 @@
 
 #include <sqlite3.h>
 
+#include <cstdint>
+#include <string>
+
 namespace billdata::drivers::sqlite {
 
 // Registers every runtime function and collation on the handle. Returns SQLITE_OK or the first
@@ -18,6 +21,13 @@ int register_tsql_runtime(sqlite3* db);
 constexpr int server_error_code(int number) {
     return SQLITE_ERROR | (number << 8);
 }
+// A number bound for a column of the decimal or money type `code` (coded as bd_dfit's second
+// argument): rounded to the column's scale as bd_dfit does. 0 when it fits; otherwise the
+// error's number, with its message: 8115 beyond the column's precision, SQLITE_ERROR beyond what
+// the engine holds exactly.
+int fit_decimal_column(std::int64_t& n, int code, std::string& message);
+int fit_decimal_column(double& x, int code, std::string& message);
+
 // The server's error number an extended result code carries; 0 when it carries none (the
 // engine's own extended codes of SQLITE_ERROR stay far below the server's numbers).
 constexpr int server_error_number(int extended_code) {

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "billdata/dialect/runtime_names.h"
+#include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/drivers/sqlite/tsql_runtime_internal.h"
 
 namespace billdata::drivers::sqlite::runtime {
@@ -348,16 +349,59 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_result_double(ctx, double_of(r));
 }
 
-// A number too large for the decimal or money column it is written to.
-void write_overflow(sqlite3_context* ctx, bool money) {
-    result_server_error(ctx, 8115,
-                        money ? "将 numeric 转换为数据类型 money 时出现算术溢出错误。"
-                              : "将 numeric 转换为数据类型 numeric 时出现算术溢出错误。");
+constexpr const char* kWriteOverflow[] = {"将 numeric 转换为数据类型 numeric 时出现算术溢出错误。",
+                                          "将 numeric 转换为数据类型 money 时出现算术溢出错误。"};
+
+constexpr long long kWholeLimit[] = {1LL,
+                                     10LL,
+                                     100LL,
+                                     1000LL,
+                                     10000LL,
+                                     100000LL,
+                                     1000000LL,
+                                     10000000LL,
+                                     100000000LL,
+                                     1000000000LL,
+                                     10000000000LL,
+                                     100000000000LL,
+                                     1000000000000LL,
+                                     10000000000000LL,
+                                     100000000000000LL,
+                                     1000000000000000LL,
+                                     10000000000000000LL,
+                                     100000000000000000LL,
+                                     1000000000000000000LL};
+
+bool whole_fits(long long n, int code) {
+    const int whole = code / 100 % 100 - code % 100;
+    return whole > 18 || (n < kWholeLimit[whole] && n > -kWholeLimit[whole]);
+}
+
+// x rounded half away from zero to the scale of the column type `code`, checked against its
+// precision.
+Fault fit_number(double& x, int code, Decimal& d) {
+    const int precision = code / 100 % 100;
+    const int scale = code % 100;
+    if (scale <= kExactPow10) {
+        // Whole units of the last place already, as a double of 15 digits or fewer is exactly
+        // when its product with the unit is a whole number (the product's error is far below
+        // the smallest fraction such a decimal leaves); the double nearest to them is the value.
+        const double units = x * kPow10[scale];
+        if (std::fabs(units) < kSafeUnits && units == std::trunc(units)) {
+            if (std::fabs(units) >= kPow10[precision]) return Fault::Overflow;
+            x = (units + 0.0) / kPow10[scale];
+            return Fault::None;
+        }
+    }
+    if (!decimal_of(x, d)) return Fault::TooManyDigits;
+    const Fault fault = finish(d, precision, scale, false);
+    if (fault == Fault::None) x = double_of(d);
+    return fault;
 }
 
 // bd_dfit(x, type): a number written to a column of the decimal type coded as precision × 100 +
 // scale, plus 10000 for money, rounded half away from zero to its scale; beyond its precision
-// is the server's overflow. On every amount a sale writes: whole numbers take the short way.
+// is the server's overflow.
 void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
     const int type = sqlite3_value_type(argv[0]);
     if (type == SQLITE_NULL) {
@@ -365,69 +409,27 @@ void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
         return;
     }
     const int code = sqlite3_value_int(argv[1]);
-    const int precision = code / 100 % 100;
-    const int scale = code % 100;
     const bool money = code >= 10000;
     if (type == SQLITE_INTEGER) {
-        static constexpr long long kLimit[] = {1LL,
-                                               10LL,
-                                               100LL,
-                                               1000LL,
-                                               10000LL,
-                                               100000LL,
-                                               1000000LL,
-                                               10000000LL,
-                                               100000000LL,
-                                               1000000000LL,
-                                               10000000000LL,
-                                               100000000000LL,
-                                               1000000000000LL,
-                                               10000000000000LL,
-                                               100000000000000LL,
-                                               1000000000000000LL,
-                                               10000000000000000LL,
-                                               100000000000000000LL,
-                                               1000000000000000000LL};
-        const int whole = precision - scale;
         const long long n = sqlite3_value_int64(argv[0]);
-        if (whole > 18 || (n < kLimit[whole] && n > -kLimit[whole])) {
+        if (whole_fits(n, code)) {
             sqlite3_result_int64(ctx, n);
         } else {
-            write_overflow(ctx, money);
+            result_server_error(ctx, 8115, kWriteOverflow[money]);
         }
         return;
     }
     double x = 0;
     if (!read_number(ctx, argv[0], x)) return;
-    if (scale <= kExactPow10) {
-        // Whole units of the last place already, as a double of 15 digits or fewer is exactly
-        // when its product with the unit is a whole number (the product's error is far below
-        // the smallest fraction such a decimal leaves); the double nearest to them is the value.
-        const double units = x * kPow10[scale];
-        if (std::fabs(units) < kSafeUnits && units == std::trunc(units)) {
-            if (std::fabs(units) >= kPow10[precision]) {
-                write_overflow(ctx, money);
-                return;
-            }
-            sqlite3_result_double(ctx, (units + 0.0) / kPow10[scale]);
-            return;
-        }
-    }
     Decimal d;
-    if (!decimal_of(x, d)) {
-        result_fault(ctx, Fault::TooManyDigits, {}, precision, scale, money);
-        return;
-    }
-    const Fault fault = finish(d, precision, scale, false);
+    const Fault fault = fit_number(x, code, d);
     if (fault == Fault::Overflow) {
-        write_overflow(ctx, money);
-        return;
+        result_server_error(ctx, 8115, kWriteOverflow[money]);
+    } else if (fault != Fault::None) {
+        result_fault(ctx, fault, d, code / 100 % 100, code % 100, money);
+    } else {
+        sqlite3_result_double(ctx, x);
     }
-    if (fault != Fault::None) {
-        result_fault(ctx, fault, d, precision, scale, money);
-        return;
-    }
-    sqlite3_result_double(ctx, double_of(d));
 }
 
 // bd_dsum(x, scale) and bd_davg(x, scale, result scale): the exact sum of decimals of `scale`
@@ -566,3 +568,29 @@ int register_decimal_aggregates(sqlite3* db) {
 }
 
 }  // namespace billdata::drivers::sqlite::runtime
+
+namespace billdata::drivers::sqlite {
+
+int fit_decimal_column(std::int64_t& n, int code, std::string& message) {
+    if (runtime::whole_fits(n, code)) return 0;
+    message = runtime::kWriteOverflow[code >= 10000];
+    return 8115;
+}
+
+int fit_decimal_column(double& x, int code, std::string& message) {
+    runtime::Decimal d;
+    switch (runtime::fit_number(x, code, d)) {
+        case runtime::Fault::None:
+            return 0;
+        case runtime::Fault::Overflow:
+            message = runtime::kWriteOverflow[code >= 10000];
+            return 8115;
+        default:
+            message = "the exact decimal value " + runtime::decimal_text(d) +
+                      " has more than 15 significant digits, more than the embedded engine "
+                      "holds exactly";
+            return SQLITE_ERROR;
+    }
+}
+
+}  // namespace billdata::drivers::sqlite
