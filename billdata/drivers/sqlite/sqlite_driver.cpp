@@ -863,7 +863,8 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 whole = whole * 10 + (c - '0');
             }
             if (i == l.length) {
-                if (k < entry.scales.size() && entry.scales[k] != 0)
+                if (k < entry.scales.size() && entry.scales[k] != 0 &&
+                    !whole_fits_decimal(whole, entry.scales[k]))
                     fit_scaled(whole, entry.scales[k]);
                 rc = sqlite3_bind_int64(stmt, index, whole);
                 if (rc != SQLITE_OK) throw error(rc);

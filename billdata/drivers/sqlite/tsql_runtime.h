@@ -27,6 +27,30 @@ constexpr int server_error_code(int number) {
 // the engine holds exactly.
 int fit_decimal_column(std::int64_t& n, int code, std::string& message);
 int fit_decimal_column(double& x, int code, std::string& message);
+// Whether a whole number fits such a column as it is (the short way of the first).
+inline bool whole_fits_decimal(std::int64_t n, int code) {
+    static constexpr std::int64_t kLimit[] = {1,
+                                              10,
+                                              100,
+                                              1000,
+                                              10000,
+                                              100000,
+                                              1000000,
+                                              10000000,
+                                              100000000,
+                                              1000000000,
+                                              10000000000,
+                                              100000000000,
+                                              1000000000000,
+                                              10000000000000,
+                                              100000000000000,
+                                              1000000000000000,
+                                              10000000000000000,
+                                              100000000000000000,
+                                              1000000000000000000};
+    const int whole = code / 100 % 100 - code % 100;
+    return whole > 18 || (n < kLimit[whole] && n > -kLimit[whole]);
+}
 
 // The server's error number an extended result code carries; 0 when it carries none (the
 // engine's own extended codes of SQLITE_ERROR stay far below the server's numbers).

@@ -352,29 +352,8 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
 constexpr const char* kWriteOverflow[] = {"将 numeric 转换为数据类型 numeric 时出现算术溢出错误。",
                                           "将 numeric 转换为数据类型 money 时出现算术溢出错误。"};
 
-constexpr long long kWholeLimit[] = {1LL,
-                                     10LL,
-                                     100LL,
-                                     1000LL,
-                                     10000LL,
-                                     100000LL,
-                                     1000000LL,
-                                     10000000LL,
-                                     100000000LL,
-                                     1000000000LL,
-                                     10000000000LL,
-                                     100000000000LL,
-                                     1000000000000LL,
-                                     10000000000000LL,
-                                     100000000000000LL,
-                                     1000000000000000LL,
-                                     10000000000000000LL,
-                                     100000000000000000LL,
-                                     1000000000000000000LL};
-
 bool whole_fits(long long n, int code) {
-    const int whole = code / 100 % 100 - code % 100;
-    return whole > 18 || (n < kWholeLimit[whole] && n > -kWholeLimit[whole]);
+    return whole_fits_decimal(n, code);
 }
 
 // x rounded half away from zero to the scale of the column type `code`, checked against its
