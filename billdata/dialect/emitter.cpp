@@ -1049,6 +1049,23 @@ void Emitter::quoted_text(std::string_view text) {
     ch('\'');
 }
 
+void Emitter::number_text_call(std::string_view function, const NumberTextForm& form,
+                               std::string_view target, int length,
+                               const std::function<void()>& value) {
+    out_.append(function);
+    out_.push_back('(');
+    value();
+    out_.append(", '");
+    out_.append(form.kind);
+    out_.append("', ");
+    out_.append(std::to_string(form.digits));
+    out_.append(", '");
+    out_.append(target);
+    out_.append("', ");
+    out_.append(std::to_string(length));
+    out_.push_back(')');
+}
+
 void Emitter::date_name(DatePart part, std::string_view text_type,
                         const std::function<void()>& part_value) {
     const auto names = date_part_value_names(part);

@@ -203,6 +203,10 @@ class Emitter {
     // `text_type` otherwise. `part_value` prints the engine's number of the part.
     void date_name(DatePart part, std::string_view text_type,
                    const std::function<void()>& part_value);
+    // The runtime's `function` that writes a number as text: function(value, form's kind, form's
+    // digits, target, length), `value` printing the number as the engine's function takes it.
+    void number_text_call(std::string_view function, const NumberTextForm& form,
+                          std::string_view target, int length, const std::function<void()>& value);
     // A ranking function with its OVER clause: row_number() OVER (PARTITION BY … ORDER BY …).
     void ranking(const Function& f);
     // ntile, lag, lead, first_value and last_value with their OVER clause.

@@ -904,19 +904,9 @@ class PostgresHooks final : public EngineHooks {
     void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
                      std::string_view target, int length) const override {
         // The number in the kind the runtime's function takes it.
-        em.text(names::kNumberText);
-        em.ch('(');
         const bool floating = e.sql.base == SqlBase::Float || e.sql.base == SqlBase::Real;
-        cast(em, e, floating ? "float8" : "numeric");
-        em.text(", '");
-        em.text(form.kind);
-        em.text("', ");
-        em.text(std::to_string(form.digits));
-        em.text(", '");
-        em.text(target);
-        em.text("', ");
-        em.text(std::to_string(length));
-        em.ch(')');
+        em.number_text_call(names::kNumberText, form, target, length,
+                            [&] { cast(em, e, floating ? "float8" : "numeric"); });
     }
 
     // A number for `+` decided by the operand types: a text is read as a whole number next to a

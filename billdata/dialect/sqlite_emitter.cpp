@@ -466,18 +466,7 @@ class SqliteHooks final : public EngineHooks {
 
     void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
                      std::string_view target, int length) const override {
-        em.text(runtime::kNumberText);
-        em.ch('(');
-        em.expr(e);
-        em.text(", '");
-        em.text(form.kind);
-        em.text("', ");
-        em.text(std::to_string(form.digits));
-        em.text(", '");
-        em.text(target);
-        em.text("', ");
-        em.text(std::to_string(length));
-        em.ch(')');
+        em.number_text_call(runtime::kNumberText, form, target, length, [&] { em.expr(e); });
     }
 
     // A text read as a decimal or money of type `to`.

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "billdata/util/text.h"
+
 namespace billdata::server {
 
 namespace {
@@ -23,24 +25,6 @@ int hex_digit(char c) {
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
-}
-
-void append_utf8(std::string& out, std::uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
 }
 
 // A number too large or too small for the fast conversion: the C library's, which gives the
@@ -246,7 +230,7 @@ struct JsonDoc::Reader {
                     } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
                         return false;
                     }
-                    append_utf8(decoded, cp);
+                    util::append_utf8(decoded, cp);
                     break;
                 }
                 default:

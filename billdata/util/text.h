@@ -42,6 +42,26 @@ inline std::string_view trim(std::string_view s) {
     return s;
 }
 
+// Appends the UTF-8 form of the code point `cp` (at most U+10FFFF; surrogates are the caller's
+// to pair first).
+inline void append_utf8(std::string& out, char32_t cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
 // The byte offset of the first byte that is not part of well-formed UTF-8 (a stray continuation
 // byte, a sequence cut short, an overlong form, a surrogate, a code point past U+10FFFF), or npos
 // when the whole text is well-formed.
