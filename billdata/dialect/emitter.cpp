@@ -389,6 +389,26 @@ void EngineHooks::limited_member_end(Emitter& em) const {
 }
 
 void Emitter::body(const Node& b, bool top_level, bool in_compound) {
+    if (b.is<SetOperation>() && compound_numbers_ == nullptr) {
+        // A column that a member gives as a number is a number in every member, as the server
+        // converts by type precedence: another member's text is read as that number.
+        std::vector<const QuerySpec*> members;
+        member_specs(b, members);
+        std::vector<ColumnType> numbers(members.front()->items.size(), ColumnType::Unknown);
+        for (const QuerySpec* q : members) {
+            numbers.resize(std::min(numbers.size(), q->items.size()));
+            for (std::size_t i = 0; i < numbers.size(); ++i) {
+                const ColumnType t = q->items[i].expr->vtype;
+                if (t == ColumnType::Real ||
+                    (t == ColumnType::Integer && numbers[i] != ColumnType::Real))
+                    numbers[i] = t;
+            }
+        }
+        compound_numbers_ = &numbers;
+        body(b, top_level, in_compound);
+        compound_numbers_ = nullptr;
+        return;
+    }
     if (b.is<SetOperation>() && compound_texts_ == nullptr && removes_duplicates(b)) {
         // The columns whose values are texts in every member compare as texts do when the
         // union removes duplicates; a column that a member gives as a number is a number.
@@ -440,6 +460,8 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
     write_columns_ = nullptr;
     const std::vector<bool>* compound_texts = compound_texts_;
     compound_texts_ = nullptr;  // not the subqueries'
+    const std::vector<ColumnType>* compound_numbers = compound_numbers_;
+    compound_numbers_ = nullptr;
     std::vector<std::string> grouping;
     const std::vector<std::string>* outer_grouping = grouping_;
     grouping_ = nullptr;
@@ -472,6 +494,9 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
         } else if (write && i < write->size() && (*write)[i].type == ColumnType::Date &&
                    e.vtype != ColumnType::Date && !null_literal) {
             hooks_.date_value(*this, e);
+        } else if (compound_numbers && i < compound_numbers->size() &&
+                   (*compound_numbers)[i] != ColumnType::Unknown && e.vtype == ColumnType::Text) {
+            hooks_.converted(*this, e, (*compound_numbers)[i]);
         } else if (as_text && !(grouping_ != nullptr && grouping_term(e))) {
             operand(e, kOutCollate);
             hooks_.collation(*this, CompareKind::Text);
@@ -494,6 +519,7 @@ void Emitter::spec(const QuerySpec& q, bool top_level) {
     write_columns_ = write;
     grouping_ = outer_grouping;
     compound_texts_ = compound_texts;
+    compound_numbers_ = compound_numbers;
 }
 
 void Emitter::spec_tail(const QuerySpec& q) {

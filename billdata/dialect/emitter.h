@@ -252,6 +252,9 @@ class Emitter {
     bool in_grouping_ = false;  // writing a grouping term itself
     // Inside a union that removes duplicates: which columns are texts in every member.
     const std::vector<bool>* compound_texts_ = nullptr;
+    // Inside a union: the number type a column takes where a member gives a number (Integer,
+    // Real), Unknown where none does; a member's text in such a column is converted to it.
+    const std::vector<ColumnType>* compound_numbers_ = nullptr;
     bool top_level_ = false;
 };
 

@@ -797,6 +797,16 @@ class SqliteHooks final : public EngineHooks {
 
     // A text compared with a number is read as a number, as the server converts by type
     // precedence; a text that is no number is the server's conversion error, not a mismatch.
+    // A text where a number belongs (a CASE of numbers, a union's number column, a number
+    // column written) is read as the number, as the server converts it (245 when it is none).
+    void converted(Emitter& em, const Expr& e, ColumnType to) const override {
+        if (e.vtype == ColumnType::Text && (to == ColumnType::Integer || to == ColumnType::Real)) {
+            single(em, to == ColumnType::Integer ? runtime::kInt : runtime::kFloat, e);
+        } else {
+            em.expr(e);
+        }
+    }
+
     bool plain_compared(Emitter& em, const Expr& e, const Expr& other) const override {
         const bool number = other.vtype == ColumnType::Integer || other.vtype == ColumnType::Real;
         if (e.vtype != ColumnType::Text || !number) return false;

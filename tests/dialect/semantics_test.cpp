@@ -994,6 +994,20 @@ TEST_P(ServerSemantics, TextsConvertToTheTypeTheirPlaceNeeds) {
     EXPECT_EQ(value("select FName from t_Stock where FItemID=0"), "零");
 }
 
+// A text where a number belongs, in a CASE of numbers or a union's number column, is read as
+// that number by type precedence ('' is 0), and a text that is no number is error 245.
+TEST_P(Conversions, ATextMeetingANumberInACaseOrAUnionIsReadAsTheNumber) {
+    expect_values({
+        {"select case when FInterID=5 then 1 else '' end from ICStockBill where FInterID=6", "0"},
+        {"select case when 1=1 then ' 5 ' else 1 end + 1", "6"},
+        {"select count(*) from (select FInterID from ICStockBill union select '5') t", "4"},
+        {"select max(x) from (select 2.5 x union all select '7.25') t", "7.25"},
+    });
+    expect_error_number(*this, "select case when FInterID=5 then 1 else 'x' end from ICStockBill",
+                        245);
+    expect_error_number(*this, "select FInterID from ICStockBill union select 'x'", 245);
+}
+
 class EmbeddedPlans : public WithBills<DialectDb> {};
 
 TEST_F(EmbeddedPlans, FixedQueriesKeepPlainComparisonsOnIndexedColumns) {
