@@ -1092,6 +1092,21 @@ void Emitter::number_text_call(std::string_view function, const NumberTextForm& 
     out_.push_back(')');
 }
 
+void Emitter::text_number_call(std::string_view function, const SqlType& to,
+                               const std::function<void()>& value) {
+    out_.append(function);
+    out_.push_back('(');
+    value();
+    if (to.base == SqlBase::Money) {
+        out_.append(", 'money', 19, 4)");
+    } else if (to.base == SqlBase::SmallMoney) {
+        out_.append(", 'smallmoney', 10, 4)");
+    } else {
+        out_.append(", 'decimal', " + std::to_string(to.precision) + ", " +
+                    std::to_string(to.scale) + ")");
+    }
+}
+
 void Emitter::date_name(DatePart part, std::string_view text_type,
                         const std::function<void()>& part_value) {
     const auto names = date_part_value_names(part);

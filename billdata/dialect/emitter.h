@@ -207,6 +207,10 @@ class Emitter {
     // digits, target, length), `value` printing the number as the engine's function takes it.
     void number_text_call(std::string_view function, const NumberTextForm& form,
                           std::string_view target, int length, const std::function<void()>& value);
+    // The runtime's `function` that reads a text as a decimal or money of type `to`:
+    // function(value, 'decimal', p, s), (value, 'money', 19, 4) or (value, 'smallmoney', 10, 4).
+    void text_number_call(std::string_view function, const SqlType& to,
+                          const std::function<void()>& value);
     // A ranking function with its OVER clause: row_number() OVER (PARTITION BY … ORDER BY …).
     void ranking(const Function& f);
     // ntile, lag, lead, first_value and last_value with their OVER clause.

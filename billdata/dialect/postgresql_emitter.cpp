@@ -818,19 +818,8 @@ class PostgresHooks final : public EngineHooks {
                 return;
             case TypeSpec::Base::Decimal:
                 if (e.vtype == ColumnType::Text) {
-                    const SqlType& to = c.target.sql;
-                    em.text(names::kTextNumber);
-                    em.ch('(');
-                    cast(em, e, "text");
-                    em.text(to.base == SqlBase::Money        ? ", 'money', 19, 4)"
-                            : to.base == SqlBase::SmallMoney ? ", 'smallmoney', 10, 4)"
-                                                             : ", 'decimal', ");
-                    if (to.base == SqlBase::Decimal) {
-                        em.text(std::to_string(to.precision));
-                        em.text(", ");
-                        em.text(std::to_string(to.scale));
-                        em.ch(')');
-                    }
+                    em.text_number_call(names::kTextNumber, c.target.sql,
+                                        [&] { cast(em, e, "text"); });
                     return;
                 }
                 em.text("round(");

@@ -402,7 +402,7 @@ class SqliteHooks final : public EngineHooks {
                 return;
             case TypeSpec::Base::Decimal:
                 if (e.vtype == ColumnType::Text) {
-                    text_number(em, e, c.target.sql);
+                    em.text_number_call(runtime::kTextNumber, c.target.sql, [&] { em.expr(e); });
                     return;
                 }
                 em.text(runtime::kDecimal);
@@ -467,22 +467,6 @@ class SqliteHooks final : public EngineHooks {
     void number_text(Emitter& em, const Expr& e, const NumberTextForm& form,
                      std::string_view target, int length) const override {
         em.number_text_call(runtime::kNumberText, form, target, length, [&] { em.expr(e); });
-    }
-
-    // A text read as a decimal or money of type `to`.
-    static void text_number(Emitter& em, const Expr& e, const SqlType& to) {
-        em.text(runtime::kTextNumber);
-        em.ch('(');
-        em.expr(e);
-        em.text(to.base == SqlBase::Money        ? ", 'money', 19, 4)"
-                : to.base == SqlBase::SmallMoney ? ", 'smallmoney', 10, 4)"
-                                                 : ", 'decimal', ");
-        if (to.base == SqlBase::Decimal) {
-            em.text(std::to_string(to.precision));
-            em.text(", ");
-            em.text(std::to_string(to.scale));
-            em.ch(')');
-        }
     }
 
     static void single(Emitter& em, std::string_view fn, const Expr& e) {

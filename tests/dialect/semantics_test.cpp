@@ -8,6 +8,11 @@ namespace {
 // The bills and master rows the cases read.
 template <class Base>
 class WithBills : public Base {
+  public:
+    // What expect_error_number runs, and the server dialect's number of its last failure.
+    void run_statement(const std::string& tsql) { this->run(tsql); }
+    int error_number() const { return this->last_error_number_; }
+
   protected:
     void SetUp() override {
         Base::SetUp();
@@ -776,11 +781,7 @@ void expect_error_number(Fixture& t, const std::string& tsql, int number) {
     }
 }
 
-class Conversions : public WithBills<OnEveryEngine> {
-  public:
-    void run_statement(const std::string& tsql) { run(tsql); }
-    int error_number() const { return last_error_number_; }
-};
+class Conversions : public WithBills<OnEveryEngine> {};
 BILLDATA_ON_EVERY_ENGINE(Conversions);
 
 // A number becomes text by its type: a decimal with its scale, money with two places (style 0),
@@ -854,10 +855,6 @@ TEST_P(Conversions, ConversionsFromText) {
 // Decimal and money arithmetic gives the exact result at the type the server's precision and
 // scale rules give it (decimal(18,4) columns, literals of their own digits, money of 4 places).
 class ExactNumbers : public WithBills<OnEveryEngine> {
-  public:
-    void run_statement(const std::string& tsql) { run(tsql); }
-    int error_number() const { return last_error_number_; }
-
   protected:
     // Lines of bill 9 with these prices and quantities.
     void add_lines(const std::vector<std::pair<std::string, std::string>>& price_qty) {
