@@ -822,6 +822,22 @@ class PostgresHooks final : public EngineHooks {
                                         [&] { cast(em, e, "text"); });
                     return;
                 }
+                if (e.vtype != ColumnType::Date && !fits_scaled(e.sql, c.target.sql)) {
+                    // Rounded and checked against the type's precision or money's range.
+                    int p = 0, s = 0;
+                    decimal_digits(c.target.sql, p, s);
+                    em.text(names::kDecimalCast);
+                    em.ch('(');
+                    cast(em, e, "numeric");
+                    em.text(", " + std::to_string(p) + ", " + std::to_string(s) + ", ");
+                    em.quoted_text(overflow_source_name(e.sql));
+                    em.text(", ");
+                    em.quoted_text(c.target.sql.base == SqlBase::Money        ? "money"
+                                   : c.target.sql.base == SqlBase::SmallMoney ? "smallmoney"
+                                                                              : "numeric");
+                    em.ch(')');
+                    return;
+                }
                 em.text("round(");
                 if (e.vtype == ColumnType::Text || e.vtype == ColumnType::Date) {
                     em.text(names::kNumber);

@@ -68,11 +68,14 @@ inline constexpr std::string_view kNumber = "bd_num";  // (text): the decimal it
 inline constexpr std::string_view kDecimalCheck = "bd_dchk";
 // A quotient cut towards zero at the result's scale: (a, b, precision, scale).
 inline constexpr std::string_view kDecimalDivide = "bd_ddiv";
+// A number converted to a decimal or money type, rounded half away from zero and checked:
+// (value, precision, scale, name of the type converted from, 'numeric', 'money' or 'smallmoney').
+inline constexpr std::string_view kDecimalCast = "bd_dcast";
 inline constexpr std::string_view kServerFunctions[] = {
-    kDateTime,  kDateFromDays, kDatePart,     kDateAdd,      kDateDiff, kDateText, kInt,
-    kBit,       kFloat,        kNumber,       kRound,        kLeft,     kRight,    kSubstring,
-    kCharIndex, kReplace,      kLike,         kReplicate,    kStuff,    kPatIndex, kIsDate,
-    kRange,     kFit,          kDecimalCheck, kDecimalDivide};
+    kDateTime,  kDateFromDays, kDatePart,     kDateAdd,       kDateDiff,   kDateText, kInt,
+    kBit,       kFloat,        kNumber,       kRound,         kLeft,       kRight,    kSubstring,
+    kCharIndex, kReplace,      kLike,         kReplicate,     kStuff,      kPatIndex, kIsDate,
+    kRange,     kFit,          kDecimalCheck, kDecimalDivide, kDecimalCast};
 inline constexpr std::string_view kFunctions[] = {
     kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
     kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,

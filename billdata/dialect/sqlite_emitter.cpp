@@ -405,13 +405,25 @@ class SqliteHooks final : public EngineHooks {
                     em.text_number_call(runtime::kTextNumber, c.target.sql, [&] { em.expr(e); });
                     return;
                 }
-                em.text(runtime::kDecimal);
-                em.ch('(');
-                em.expr(e);
-                em.text(", ");
-                em.text(std::to_string(c.target.scale));
-                em.ch(')');
-                return;
+                {
+                    // Rounded; checked against the type's precision or money's range unless the
+                    // value's type shows that it fits.
+                    const bool checked =
+                        e.vtype != ColumnType::Date && !fits_scaled(e.sql, c.target.sql);
+                    em.text(checked ? runtime::kDecimalFit : runtime::kDecimal);
+                    em.ch('(');
+                    em.expr(e);
+                    em.text(", ");
+                    if (checked) {
+                        em.text(std::to_string(Emitter::scale_code(c.target.sql)));
+                        em.text(", ");
+                        em.quoted_text(overflow_source_name(e.sql));
+                    } else {
+                        em.text(std::to_string(c.target.scale));
+                    }
+                    em.ch(')');
+                    return;
+                }
             case TypeSpec::Base::DateTime:
             case TypeSpec::Base::Date: {
                 em.text(c.target.base == TypeSpec::Base::Date ? runtime::kDate

@@ -394,6 +394,46 @@ const char* day_first_order(int style, int& year_digits) {
     }
 }
 
+bool fits_scaled(const SqlType& from, const SqlType& to) {
+    if (from.base == to.base && to.base != SqlBase::Decimal) return true;
+    if (from.base == SqlBase::SmallMoney && to.base == SqlBase::Money) return true;
+    int p0 = 0, s0 = 0, p = 0, s = 0;
+    if (!from.is_exact_numeric() || !decimal_digits(from, p0, s0) || !decimal_digits(to, p, s))
+        return false;
+    // Rounding to fewer places may carry into one more whole digit (9.99 is 10.0).
+    const int whole = p0 - s0 + (s0 > s ? 1 : 0);
+    // Below 10^14 and 10^5 is within money's and smallmoney's ranges.
+    const int room = to.base == SqlBase::Money ? 14 : to.base == SqlBase::SmallMoney ? 5 : p - s;
+    return whole <= room;
+}
+
+const char* overflow_source_name(const SqlType& t) {
+    switch (t.base) {
+        case SqlBase::Bit:
+            return "bit";
+        case SqlBase::TinyInt:
+            return "tinyint";
+        case SqlBase::SmallInt:
+            return "smallint";
+        case SqlBase::Int:
+            return "int";
+        case SqlBase::BigInt:
+            return "bigint";
+        case SqlBase::SmallMoney:
+            return "smallmoney";
+        case SqlBase::Money:
+            return "money";
+        case SqlBase::Decimal:
+            return "numeric";
+        case SqlBase::Real:
+            return "real";
+        case SqlBase::Float:
+            return "float";
+        default:
+            return "expression";
+    }
+}
+
 int widest_text(const SqlType& t) {
     switch (t.base) {
         case SqlBase::Bit:

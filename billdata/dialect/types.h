@@ -142,6 +142,13 @@ const char* day_first_order(int style, int& year_digits);
 // The most characters a whole number of type `t` takes as text (20 for anything else).
 int widest_text(const SqlType& t);
 
+// Whether every value of type `from` converts to the decimal or money type `to`, rounded half
+// away from zero to its scale, without overflowing it (so that the conversion needs no check).
+bool fits_scaled(const SqlType& from, const SqlType& to);
+// A number's type as the server's overflow message names what it converts: "int", "numeric",
+// "money", "float"; "expression" when the type is not exactly known.
+const char* overflow_source_name(const SqlType& t);
+
 // The range of a whole-number type, for overflow checks; false for other types.
 bool integer_range(SqlBase base, std::int64_t& min, std::int64_t& max);
 

@@ -1005,6 +1005,31 @@ TEST_P(Conversions, ATextMeetingANumberInACaseOrAUnionIsReadAsTheNumber) {
     expect_error_number(*this, "select FInterID from ICStockBill union select 'x'", 245);
 }
 
+// The last differences from the server's results: conversions that overflow their type, STR,
+// aggregates in WHERE.
+class ServerResults : public WithBills<OnEveryEngine> {};
+BILLDATA_ON_EVERY_ENGINE(ServerResults);
+
+// A number converted to decimal(p,s) or numeric(p,s) is rounded half away from zero to s places
+// first; what then needs more than p - s whole digits is the arithmetic overflow 8115.
+TEST_P(ServerResults, ConversionToDecimalChecksThePrecisionAfterRounding) {
+    expect_values({
+        {"select cast(9.94 as decimal(2,1))", "9.9"},
+        {"select convert(numeric(3,1), -99.949)", "-99.9"},
+        {"select cast(FQty * 1000 as decimal(5,0)) from ICStockBillEntry where FInterID = 5",
+         "10000"},
+        {"select cast(cast(-0.05 as float) as decimal(1,1))", "-0.1"},
+    });
+    for (const char* tsql : {
+             "select cast(9.95 as decimal(2,1))",
+             "select convert(numeric(3,1), -99.95)",
+             "select cast(FQty * 10000 as decimal(5,0)) from ICStockBillEntry where FInterID = 5",
+             "select cast(FInterID * 100 as decimal(3,1)) from ICStockBill where FInterID = 5",
+             "select cast(cast(0.95 as float) as decimal(1,1))",
+         })
+        expect_error_number(*this, tsql, 8115);
+}
+
 class EmbeddedPlans : public WithBills<DialectDb> {};
 
 TEST_F(EmbeddedPlans, FixedQueriesKeepPlainComparisonsOnIndexedColumns) {

@@ -185,16 +185,41 @@ Fault divide(const Decimal& a, const Decimal& b, int scale, Decimal& out) {
     return Fault::None;
 }
 
-// The exact result at the type's scale, checked against its precision and against what a
-// double holds.
-Fault finish(Decimal& d, int precision, int scale, bool truncate) {
+// Money counts ten-thousandths in 64 bits, smallmoney (money's precision is 19, smallmoney's 10)
+// in 32: money runs from -922,337,203,685,477.5808 to 922,337,203,685,477.5807, smallmoney from
+// -214,748.3648 to 214,748.3647. `units` are ten-thousandths.
+template <class N>
+bool outside_money(N units, int precision) {
+    if (precision == 10) return units > N(2147483647) || units < -N(2147483647) - 1;
+    return units > N(9223372036854775807LL) || units < -N(9223372036854775807LL) - 1;
+}
+
+// The exact result at the type's scale, checked against its precision (and money's range) and
+// against what a double holds.
+Fault finish(Decimal& d, int precision, int scale, bool truncate, bool money = false) {
     to_scale(d, scale, truncate);
     strip_zeros(d);
     if (d.m == 0) return Fault::None;
     const int digits = digits_of(d.m);
     if (digits - d.scale > precision - scale) return Fault::Overflow;
+    // Within 15 whole digits and 4 places the units take 19 digits at most.
+    if (money && outside_money(d.m * pow10w(scale - d.scale), precision)) return Fault::Overflow;
     if (digits > kExactDigits) return Fault::TooManyDigits;
     return Fault::None;
+}
+
+// The name of a scaled type in the overflow's message: money's precision is 19, smallmoney's 10.
+const char* scaled_type_name(bool money, int precision) {
+    return !money ? "numeric" : precision == 10 ? "smallmoney" : "money";
+}
+
+std::string overflow_message(std::string_view source, bool money, int precision) {
+    std::string message = "将 ";
+    message.append(source);
+    message.append(" 转换为数据类型 ");
+    message.append(scaled_type_name(money, precision));
+    message.append(" 时出现算术溢出错误。");
+    return message;
 }
 
 // The double nearest to an exact decimal of 15 significant digits at most.
@@ -236,10 +261,7 @@ void result_fault(sqlite3_context* ctx, Fault fault, const Decimal& d, int preci
     std::string message;
     switch (fault) {
         case Fault::Overflow:
-            message = "将 expression 转换为数据类型 ";
-            message.append(money ? "money" : "numeric");
-            message.append(" 时出现算术溢出错误。");
-            result_server_error(ctx, 8115, message);
+            result_server_error(ctx, 8115, overflow_message("expression", money, precision));
             return;
         case Fault::TooManyDigits:
             message = "the exact ";
@@ -304,7 +326,8 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
         const double size = op == kMul ? std::fabs(x) : std::fabs(a) + std::fabs(b);
         if (size * kPow10[scale] < kSafeUnits) {
             const double units = std::nearbyint(x * kPow10[scale]) + 0.0;  // no -0
-            if (std::fabs(units) >= kPow10[precision]) {
+            if (std::fabs(units) >= kPow10[precision] ||
+                (money && outside_money(units, precision))) {
                 result_fault(ctx, Fault::Overflow, {}, precision, scale, money);
                 return;
             }
@@ -341,7 +364,7 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
             fault = divide(x, y, scale, r);
             break;
     }
-    if (fault == Fault::None) fault = finish(r, precision, scale, mode == kTruncate);
+    if (fault == Fault::None) fault = finish(r, precision, scale, mode == kTruncate, money);
     if (fault != Fault::None) {
         result_fault(ctx, fault, r, precision, scale, money);
         return;
@@ -349,11 +372,14 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_result_double(ctx, double_of(r));
 }
 
-constexpr const char* kWriteOverflow[] = {"将 numeric 转换为数据类型 numeric 时出现算术溢出错误。",
-                                          "将 numeric 转换为数据类型 money 时出现算术溢出错误。"};
+// A scaled type as kDecimalFit codes it: precision × 100 + scale, plus 10000 for money.
+constexpr int kMoneyCode = 10000;
 
 bool whole_fits(long long n, int code) {
-    return whole_fits_decimal(n, code);
+    if (!whole_fits_decimal(n, code)) return false;
+    // A whole number of money's 15 digits may still be beyond its range (smallmoney's 6 are).
+    return code < kMoneyCode || n == 0 ||
+           !outside_money(static_cast<Wide>(n) * 10000, code / 100 % 100);
 }
 
 // x rounded half away from zero to the scale of the column type `code`, checked against its
@@ -367,34 +393,41 @@ Fault fit_number(double& x, int code, Decimal& d) {
         // the smallest fraction such a decimal leaves); the double nearest to them is the value.
         const double units = x * kPow10[scale];
         if (std::fabs(units) < kSafeUnits && units == std::trunc(units)) {
-            if (std::fabs(units) >= kPow10[precision]) return Fault::Overflow;
+            if (std::fabs(units) >= kPow10[precision] ||
+                (code >= kMoneyCode && outside_money(units, precision)))
+                return Fault::Overflow;
             x = (units + 0.0) / kPow10[scale];
             return Fault::None;
         }
     }
     if (!decimal_of(x, d)) return Fault::TooManyDigits;
-    const Fault fault = finish(d, precision, scale, false);
+    const Fault fault = finish(d, precision, scale, false, code >= kMoneyCode);
     if (fault == Fault::None) x = double_of(d);
     return fault;
 }
 
-// bd_dfit(x, type): a number written to a column of the decimal type coded as precision × 100 +
-// scale, plus 10000 for money, rounded half away from zero to its scale; beyond its precision
-// is the server's overflow.
-void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
+// bd_dfit(x, type[, source]): a number written to a column of the decimal type coded as
+// precision × 100 + scale, plus 10000 for money, or converted to that type, rounded half away
+// from zero to its scale; beyond its precision (money's range) is the server's overflow, whose
+// message names the type converted from (`source`, numeric for a column's value).
+void fn_decfit(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     const int type = sqlite3_value_type(argv[0]);
     if (type == SQLITE_NULL) {
         sqlite3_result_null(ctx);
         return;
     }
     const int code = sqlite3_value_int(argv[1]);
-    const bool money = code >= 10000;
+    const bool money = code >= kMoneyCode;
+    const auto overflow = [&] {
+        const std::string_view source = argc > 2 ? value_text(argv[2]) : "numeric";
+        result_server_error(ctx, 8115, overflow_message(source, money, code / 100 % 100));
+    };
     if (type == SQLITE_INTEGER) {
         const long long n = sqlite3_value_int64(argv[0]);
         if (whole_fits(n, code)) {
             sqlite3_result_int64(ctx, n);
         } else {
-            result_server_error(ctx, 8115, kWriteOverflow[money]);
+            overflow();
         }
         return;
     }
@@ -403,7 +436,7 @@ void fn_decfit(sqlite3_context* ctx, int, sqlite3_value** argv) {
     Decimal d;
     const Fault fault = fit_number(x, code, d);
     if (fault == Fault::Overflow) {
-        result_server_error(ctx, 8115, kWriteOverflow[money]);
+        overflow();
     } else if (fault != Fault::None) {
         result_fault(ctx, fault, d, code / 100 % 100, code % 100, money);
     } else {
@@ -529,6 +562,7 @@ void davg_final(sqlite3_context* ctx) {
 constexpr FunctionDef kDecimalFunctions[] = {
     {names::kDecimalOp, 6, fn_decop},
     {names::kDecimalFit, 2, fn_decfit},
+    {names::kDecimalFit, 3, fn_decfit},
 };
 
 }  // namespace
@@ -552,7 +586,7 @@ namespace billdata::drivers::sqlite {
 
 int fit_decimal_column(std::int64_t& n, int code, std::string& message) {
     if (runtime::whole_fits(n, code)) return 0;
-    message = runtime::kWriteOverflow[code >= 10000];
+    message = runtime::overflow_message("numeric", code >= runtime::kMoneyCode, code / 100 % 100);
     return 8115;
 }
 
@@ -562,7 +596,8 @@ int fit_decimal_column(double& x, int code, std::string& message) {
         case runtime::Fault::None:
             return 0;
         case runtime::Fault::Overflow:
-            message = runtime::kWriteOverflow[code >= 10000];
+            message =
+                runtime::overflow_message("numeric", code >= runtime::kMoneyCode, code / 100 % 100);
             return 8115;
         default:
             message = "the exact decimal value " + runtime::decimal_text(d) +

@@ -672,3 +672,16 @@ EXCEPTION WHEN others THEN
     RETURN 0;
 END
 $$;
+
+-- A number converted to decimal(p, s) ('numeric'), 'money' or 'smallmoney': rounded half away
+-- from zero to the scale; beyond the precision or money's range is the dialect's overflow, whose
+-- message names the type converted from (`source`).
+CREATE OR REPLACE FUNCTION bd_dcast(value numeric, p int, s int, source text, target text) RETURNS numeric
+LANGUAGE sql STABLE AS $$
+    SELECT CASE WHEN CASE target
+                         WHEN 'money' THEN round(value, s) NOT BETWEEN -922337203685477.5808 AND 922337203685477.5807
+                         WHEN 'smallmoney' THEN round(value, s) NOT BETWEEN -214748.3648 AND 214748.3647
+                         ELSE abs(round(value, s)) >= 10::numeric ^ (p - s) END
+                THEN bd_fail(8115, '将 ' || source || ' 转换为数据类型 ' || target || ' 时出现算术溢出错误。', value)
+                ELSE round(value, s) END
+$$;
