@@ -763,6 +763,11 @@ class PostgresHooks final : public EngineHooks {
                     em.ch(')');
                     return;
                 }
+                if (f.func == Func::Sum &&
+                    (f.sql.base == SqlBase::Money || f.sql.base == SqlBase::SmallMoney)) {
+                    money_check(em, SqlType::of(SqlBase::Money), [&] { em.aggregate(f); });
+                    return;
+                }
                 // The average of whole numbers is a whole number, cut towards zero.
                 const bool int_avg = f.func == Func::Avg && f.args[0]->vtype == ColumnType::Integer;
                 if (int_avg) em.text("CAST(trunc(");
@@ -1006,6 +1011,32 @@ class PostgresHooks final : public EngineHooks {
     // quotient is cut at the dialect's scale, a result with more places than its type keeps is
     // rounded, and one whose type reached 38 digits is checked against them.
     bool decimal_arithmetic(Emitter& em, const Binary& b) const override {
+        if (b.sql.base != SqlBase::Money && b.sql.base != SqlBase::SmallMoney)
+            return scaled_arithmetic(em, b);
+        // A money result is checked against money's range.
+        money_check(em, b.sql, [&] {
+            if (scaled_arithmetic(em, b)) return;
+            decimal_operand(em, *b.lhs);
+            em.text(b.op == BinaryOp::Add   ? " + "
+                    : b.op == BinaryOp::Sub ? " - "
+                    : b.op == BinaryOp::Mul ? " * "
+                                            : " % ");
+            decimal_operand(em, *b.rhs);
+        });
+        return true;
+    }
+
+    // A money or smallmoney value, rounded to its 4 places, beyond the type's range is the
+    // dialect's overflow.
+    static void money_check(Emitter& em, const SqlType& type, const std::function<void()>& value) {
+        em.text(names::kDecimalCast);
+        em.ch('(');
+        value();
+        em.text(type.base == SqlBase::Money ? ", 19, 4, 'expression', 'money')"
+                                            : ", 10, 4, 'expression', 'smallmoney')");
+    }
+
+    bool scaled_arithmetic(Emitter& em, const Binary& b) const {
         int precision = 0, scale = 0;
         if (!decimal_digits(b.sql, precision, scale)) return false;
         const auto tail = [&] {

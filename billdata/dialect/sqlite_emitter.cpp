@@ -611,6 +611,23 @@ class SqliteHooks final : public EngineHooks {
         if (f.over != nullptr || !is_scaled(f.sql) || !decimal_digits(x.sql, p, s_in) ||
             !is_scaled(x.sql) || !decimal_digits(f.sql, p, s_out))
             return false;
+        // A sum of money is checked against money's range.
+        const bool money = f.func == Func::Sum && f.sql.base != SqlBase::Decimal;
+        if (money) {
+            em.text(runtime::kDecimalFit);
+            em.ch('(');
+        }
+        unchecked_decimal_aggregate(em, f, s_in, s_out);
+        if (money) {
+            em.text(", ");
+            em.text(std::to_string(Emitter::scale_code(SqlType::of(SqlBase::Money))));
+            em.text(", 'expression')");
+        }
+        return true;
+    }
+
+    static void unchecked_decimal_aggregate(Emitter& em, const Function& f, int s_in, int s_out) {
+        const Expr& x = *f.args[0];
         if (!f.distinct) {
             em.text(f.func == Func::Sum ? runtime::kDecimalSum : runtime::kDecimalAvg);
             em.ch('(');
@@ -622,7 +639,7 @@ class SqliteHooks final : public EngineHooks {
                 em.text(std::to_string(s_out));
             }
             em.ch(')');
-            return true;
+            return;
         }
         em.text(runtime::kDecimalOp);
         em.ch('(');
@@ -642,7 +659,6 @@ class SqliteHooks final : public EngineHooks {
             em.text(std::to_string(s_out));
             em.text(", 3)");
         }
-        return true;
     }
 
     void like(Emitter& em, const Like& l) const override {

@@ -1030,6 +1030,26 @@ TEST_P(ServerResults, ConversionToDecimalChecksThePrecisionAfterRounding) {
         expect_error_number(*this, tsql, 8115);
 }
 
+// money holds -922,337,203,685,477.5808 to 922,337,203,685,477.5807, smallmoney -214,748.3648 to
+// 214,748.3647: a conversion, a result or a sum beyond them is the arithmetic overflow 8115.
+TEST_P(ServerResults, MoneyAndSmallmoneyHoldTheirRanges) {
+    expect_values({
+        {"select cast(922337203685477 as money)", "922337203685477"},
+        {"select cast(-214748.3648 as smallmoney)", "-214748.3648"},
+        {"select cast(214748 as smallmoney) + cast(0.3647 as smallmoney)", "214748.3647"},
+    });
+    for (const char* tsql : {
+             "select cast(922337203685478 as money)",
+             "select cast(214748.36475 as smallmoney)",
+             "select cast(FInterID - 214754 as smallmoney) from ICStockBill where FInterID = 5",
+             "select cast(214748 as smallmoney) + cast(1 as smallmoney)",
+             "select cast(462000000000000 as money) * 2",
+             "select sum(x) from (select cast(462000000000000 as money) x union all "
+             "select cast(462000000000000 as money)) t",
+         })
+        expect_error_number(*this, tsql, 8115);
+}
+
 class EmbeddedPlans : public WithBills<DialectDb> {};
 
 TEST_F(EmbeddedPlans, FixedQueriesKeepPlainComparisonsOnIndexedColumns) {
