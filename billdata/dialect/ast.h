@@ -318,6 +318,7 @@ enum class Func : std::uint8_t {
     PatIndex,
     IsDate,
     DateName,
+    Str,
     // ranking window functions (always with OVER)
     RowNumber,
     Rank,

@@ -868,6 +868,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
                 case Func::Reverse:
                 case Func::Stuff:
                 case Func::DateName:
+                case Func::Str:
                     e.vtype = ColumnType::Text;
                     break;
                 case Func::Round:

@@ -102,6 +102,7 @@ constexpr FuncEntry kFunctions[] = {
     {"patindex", Func::PatIndex, 2, 2},
     {"isdate", Func::IsDate, 1, 1},
     {"datename", Func::DateName, 1, 1},
+    {"str", Func::Str, 1, 3},
     {"row_number", Func::RowNumber, 0, 0},
     {"rank", Func::Rank, 0, 0},
     {"dense_rank", Func::DenseRank, 0, 0},

@@ -668,6 +668,36 @@ class PostgresHooks final : public EngineHooks {
             case Func::Reverse:
                 texts_call(em, "reverse", f.args, 1);
                 return;
+            case Func::Str:
+                // A float; the length (10 unless given) and the decimal (0) as whole numbers.
+                em.text(names::kStr);
+                em.ch('(');
+                if (f.args[0]->vtype == ColumnType::Text) {
+                    em.text(names::kFloat);
+                    em.ch('(');
+                    text_arg(em, *f.args[0]);
+                    em.ch(')');
+                } else {
+                    cast(em, *f.args[0], "float8");
+                }
+                for (std::size_t i = 1; i < 3; ++i) {
+                    em.text(", ");
+                    if (i >= f.args.size()) {
+                        em.text(i == 1 ? "10" : "0");
+                    } else if (f.args[i]->vtype == ColumnType::Integer) {
+                        cast(em, *f.args[i], "int");
+                    } else {
+                        em.text("CAST(trunc(");
+                        if (f.args[i]->vtype == ColumnType::Text) {
+                            number_arg(em, *f.args[i]);
+                        } else {
+                            cast(em, *f.args[i], "numeric");
+                        }
+                        em.text(") AS int)");
+                    }
+                }
+                em.ch(')');
+                return;
             case Func::Stuff:
                 em.text(names::kStuff);
                 em.ch('(');

@@ -48,6 +48,12 @@ inline constexpr std::string_view kIsDate = "bd_isdate";        // (value): 1 or
 inline constexpr std::string_view kRange = "bd_range";          // (n, 'int'): n, or overflow
 inline constexpr std::string_view kFit = "bd_fit";              // (text, n, table, column)
 inline constexpr std::string_view kSingle = "bd_single";        // aggregate (value): the only row's
+inline constexpr std::string_view kStr = "bd_str";              // (number, length, decimal): STR
+// STR's length must be at least 1 and its decimal 0 or more: the server documents no result for
+// others, which both engines refuse with this message.
+inline constexpr std::string_view kStrArgumentsRefused =
+    "STR with a length below 1 or a negative decimal is not supported: its result is not "
+    "documented";
 // Exact decimal arithmetic: (a, b, op, precision, scale, mode) with op 0 + 1 - 2 * 3 / 4 %, mode
 // 1 exact at the scale, 2 rounded to it, 3 cut to it, plus 4 when the result is money.
 inline constexpr std::string_view kDecimalOp = "bd_decop";
@@ -72,15 +78,15 @@ inline constexpr std::string_view kDecimalDivide = "bd_ddiv";
 // (value, precision, scale, name of the type converted from, 'numeric', 'money' or 'smallmoney').
 inline constexpr std::string_view kDecimalCast = "bd_dcast";
 inline constexpr std::string_view kServerFunctions[] = {
-    kDateTime,  kDateFromDays, kDatePart,     kDateAdd,       kDateDiff,   kDateText, kInt,
-    kBit,       kFloat,        kNumber,       kRound,         kLeft,       kRight,    kSubstring,
-    kCharIndex, kReplace,      kLike,         kReplicate,     kStuff,      kPatIndex, kIsDate,
-    kRange,     kFit,          kDecimalCheck, kDecimalDivide, kDecimalCast};
+    kDateTime,  kDateFromDays, kDatePart,     kDateAdd,       kDateDiff,    kDateText, kInt,
+    kBit,       kFloat,        kNumber,       kRound,         kLeft,        kRight,    kSubstring,
+    kCharIndex, kReplace,      kLike,         kReplicate,     kStuff,       kPatIndex, kIsDate,
+    kRange,     kFit,          kDecimalCheck, kDecimalDivide, kDecimalCast, kStr};
 inline constexpr std::string_view kFunctions[] = {
-    kDateTime, kDate,  kDatePart, kDateAdd,   kDateDiff,  kDateText, kVarchar, kInt,
-    kBit,      kFloat, kDecimal,  kRound,     kFloor,     kCeiling,  kNonZero, kMod,
-    kAdd,      kLeft,  kRight,    kSubstring, kCharIndex, kReplace,  kLike,    kReplicate,
-    kReverse,  kStuff, kPower,    kPatIndex,  kIsDate,    kRange,    kFit,     kSingle};
+    kDateTime, kDate,      kDatePart,  kDateAdd, kDateDiff, kDateText,  kVarchar, kInt,   kBit,
+    kFloat,    kDecimal,   kRound,     kFloor,   kCeiling,  kNonZero,   kMod,     kAdd,   kLeft,
+    kRight,    kSubstring, kCharIndex, kReplace, kLike,     kReplicate, kReverse, kStuff, kPower,
+    kPatIndex, kIsDate,    kRange,     kFit,     kSingle,   kStr};
 
 // The conversions between numbers and texts by type, which both engines' runtimes have:
 // (number, kind, digits, target, length): a number of a type the translator knows, as text;

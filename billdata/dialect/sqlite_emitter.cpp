@@ -319,6 +319,20 @@ class SqliteHooks final : public EngineHooks {
             case Func::Reverse:
                 call(em, runtime::kReverse, f.args);
                 return;
+            case Func::Str:
+                // The length is 10 and the decimal 0 unless given.
+                em.text(runtime::kStr);
+                em.ch('(');
+                for (std::size_t i = 0; i < 3; ++i) {
+                    if (i) em.text(", ");
+                    if (i < f.args.size()) {
+                        em.expr(*f.args[i]);
+                    } else {
+                        em.text(i == 1 ? "10" : "0");
+                    }
+                }
+                em.ch(')');
+                return;
             case Func::Stuff:
                 call(em, runtime::kStuff, f.args);
                 return;

@@ -1,5 +1,6 @@
 // Translated statements give the results the server gives, checked on real data.
 
+#include "billdata/dialect/runtime_names.h"
 #include "dialect/dialect_fixture.h"
 
 namespace billdata::testing {
@@ -1048,6 +1049,26 @@ TEST_P(ServerResults, MoneyAndSmallmoneyHoldTheirRanges) {
              "select cast(462000000000000 as money)) t",
          })
         expect_error_number(*this, tsql, 8115);
+}
+
+// STR(float [, length [, decimal]]): right-justified in length characters (10 unless given), the
+// number rounded to decimal places (0 unless given, at most 16) or to as many as fit, and the
+// length filled with '*' when the whole part does not fit; NULL for a NULL argument. The
+// documentation gives no result for a length below 1 or a negative decimal: refused.
+TEST_P(ServerResults, StrRightJustifiesARoundedNumber) {
+    expect_values({
+        {"select str(123.45, 6, 1)", " 123.5"},
+        {"select str(123.45, 2, 2)", "**"},
+        {"select str(floor(123.45), 8, 3)", " 123.000"},
+        {"select str(1234567.89, 7, 2) + '|' + str(1234567.89, 6, 2)", "1234568|******"},
+        {"select str(12) + '|' + str(-2.5) + '|'", "        12|        -3|"},
+        {"select str(0.5, 20, 18)", "  0.5000000000000000"},
+        {"select str(FPrice, 8, 2) from ICStockBillEntry where FInterID = 5", "   12.50"},
+        {"select isnull(str(null), 'null') + isnull(str(1, null), 'null')", "nullnull"},
+    });
+    const std::string refused(dialect::runtime::kStrArgumentsRefused);
+    expect_error("select str(1, 0)", refused);
+    expect_error("select str(1, 5, -1)", refused);
 }
 
 class EmbeddedPlans : public WithBills<DialectDb> {};

@@ -381,12 +381,75 @@ void fn_power(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     sqlite3_result_double(ctx, r);
 }
 
+// x in fixed notation with `places` decimals, rounded half away from zero on its shortest
+// decimal form (the one the server engine's function reads too).
+std::string fixed_text(double x, int places) {
+    char buf[512];
+    const auto res = std::to_chars(buf, buf + sizeof(buf), x, std::chars_format::fixed);
+    std::string_view text(buf, static_cast<std::size_t>(res.ptr - buf));
+    const bool negative = !text.empty() && text[0] == '-';
+    if (negative) text.remove_prefix(1);
+    const std::size_t dot = text.find('.');
+    std::string digits(text.substr(0, dot));
+    const std::size_t whole = digits.size();
+    if (dot != std::string_view::npos) digits.append(text.substr(dot + 1));
+    const std::size_t keep = whole + static_cast<std::size_t>(places);
+    const bool up = keep < digits.size() && digits[keep] >= '5';
+    digits.resize(keep, '0');
+    std::size_t i = keep;
+    for (; up && i > 0; --i) {
+        if (digits[i - 1] != '9') {
+            ++digits[i - 1];
+            break;
+        }
+        digits[i - 1] = '0';
+    }
+    if (up && i == 0) digits.insert(digits.begin(), '1');
+    const std::size_t point = digits.size() - static_cast<std::size_t>(places);
+    std::string out;
+    if (negative && digits.find_first_not_of('0') != std::string::npos) out.push_back('-');
+    out.append(digits, 0, point);
+    if (places > 0) {
+        out.push_back('.');
+        out.append(digits, point);
+    }
+    return out;
+}
+
+// STR(x, length, decimal): x right-justified in `length` characters with `decimal` places (at
+// most 16), or with as many of them as fit; '*' filling the length when not even the rounded
+// whole number fits. The server documents no result for a length below 1 or a negative decimal:
+// refused.
+void fn_str(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+    if (any_null(argc, argv)) {
+        sqlite3_result_null(ctx);
+        return;
+    }
+    double x = 0;
+    if (!number_of(ctx, argv[0], x, kBadFloat)) return;
+    const long long length = sqlite3_value_int64(argv[1]);
+    const long long places = sqlite3_value_int64(argv[2]);
+    if (length < 1 || places < 0) {
+        result_error(ctx, std::string(names::kStrArgumentsRefused));
+        return;
+    }
+    for (int k = static_cast<int>(places > 16 ? 16 : places); k >= 0; --k) {
+        const std::string text = fixed_text(x, k);
+        if (static_cast<long long>(text.size()) <= length) {
+            result_text(ctx,
+                        std::string(static_cast<std::size_t>(length) - text.size(), ' ') + text);
+            return;
+        }
+    }
+    result_text(ctx, std::string(static_cast<std::size_t>(length), '*'));
+}
+
 constexpr FunctionDef kNumberFunctions[] = {
     {names::kInt, 1, fn_int},     {names::kBit, 1, fn_bit},         {names::kFloat, 1, fn_float},
     {names::kDecimal, 2, fn_dec}, {names::kRound, 2, fn_round},     {names::kRound, 3, fn_round},
     {names::kFloor, 1, fn_floor}, {names::kCeiling, 1, fn_ceiling}, {names::kNonZero, 1, fn_nz},
     {names::kMod, 2, fn_mod},     {names::kAdd, 2, fn_add},         {names::kPower, 2, fn_power},
-    {names::kRange, 2, fn_range},
+    {names::kRange, 2, fn_range}, {names::kStr, 3, fn_str},
 };
 
 // bd_single: the value of the only row; a second row is the server's error 512.

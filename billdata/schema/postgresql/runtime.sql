@@ -685,3 +685,31 @@ LANGUAGE sql STABLE AS $$
                 THEN bd_fail(8115, '将 ' || source || ' 转换为数据类型 ' || target || ' 时出现算术溢出错误。', value)
                 ELSE round(value, s) END
 $$;
+
+-- STR(x, length, decimal): x right-justified in `length` characters with `decimal` places (at
+-- most 16), or with as many of them as fit; '*' filling the length when not even the rounded
+-- whole number fits. x is rounded half away from zero on its shortest decimal form. The dialect
+-- documents no result for a length below 1 or a negative decimal: refused.
+CREATE OR REPLACE FUNCTION bd_str(value float8, len int, places int) RETURNS text
+LANGUAGE plpgsql STABLE SET extra_float_digits = 1 AS $$
+DECLARE
+    n numeric;
+    t text;
+BEGIN
+    IF value IS NULL OR len IS NULL OR places IS NULL THEN
+        RETURN NULL;
+    END IF;
+    IF len < 1 OR places < 0 THEN
+        RAISE EXCEPTION USING MESSAGE = 'STR with a length below 1 or a negative decimal is not supported: its result is not documented',
+            ERRCODE = '22000';
+    END IF;
+    n := value::text::numeric;
+    FOR k IN REVERSE least(places, 16)..0 LOOP
+        t := round(n, k)::text;
+        IF char_length(t) <= len THEN
+            RETURN lpad(t, len);
+        END IF;
+    END LOOP;
+    RETURN repeat('*', len);
+END
+$$;
