@@ -12,6 +12,7 @@ struct Scope {
     List<TableSource*> sources;  // tables and derived tables, joins flattened
     const QuerySpec* spec = nullptr;
     bool outer_aggregate = false;  // a subquery holds an aggregate of this query
+    bool in_where = false;         // its WHERE clause is being bound
     Scope(Scope* p, std::pmr::memory_resource* r) : parent(p), sources(r) {}
 };
 
@@ -260,7 +261,7 @@ void Binder::bind_statement(Node& stmt) {
                     declared.base == SqlBase::NChar || declared.base == SqlBase::NVarChar;
                 bind_expr(*item.value, scope);
             }
-            if (upd.where) bind_expr(*upd.where, scope);
+            if (upd.where) bind_where(*upd.where, scope);
             break;
         }
         case NodeType::Delete: {
@@ -290,7 +291,7 @@ void Binder::bind_statement(Node& stmt) {
                 }
                 force_qualify_ = true;
             }
-            if (del.where) bind_expr(*del.where, scope);
+            if (del.where) bind_where(*del.where, scope);
             break;
         }
         case NodeType::Truncate:
@@ -374,7 +375,7 @@ void Binder::bind_spec(QuerySpec& spec, Scope* parent, Select* owner) {
         }
         bind_expr(e, scope);
     }
-    if (spec.where) bind_expr(*spec.where, scope);
+    if (spec.where) bind_where(*spec.where, scope);
     for (Expr* g : spec.group_by)
         bind_expr(*g, scope);
     if (spec.having) bind_expr(*spec.having, scope);
@@ -799,6 +800,7 @@ void Binder::bind_expr(Expr& e, Scope& scope) {
             for (Expr* a : f.args)
                 bind_expr(*a, scope);
             if (f.is_aggregate() && !f.star && !f.over && scope.parent) place_aggregate(f, scope);
+            if (f.is_aggregate() && !f.over && !f.outer && scope.in_where) aggregate_in_where(f);
             if (f.over) {
                 for (Expr* p : f.over->partition_by)
                     bind_expr(*p, scope);
@@ -1128,6 +1130,19 @@ void argument_columns(const Expr& e, std::vector<const ColumnRef*>& out) {
 
 }  // namespace
 
+void Binder::bind_where(Expr& where, Scope& scope) {
+    scope.in_where = true;
+    bind_expr(where, scope);
+    scope.in_where = false;
+}
+
+void Binder::aggregate_in_where(const Function& f) {
+    throw DialectError(
+        "聚合不应出现在 WHERE 子句中，除非该聚合位于 HAVING "
+        "子句或选择列表所包含的子查询中，并且要对其进行聚合的列是外部引用。",
+        f.pos, std::string(f.name), 147);
+}
+
 void Binder::place_aggregate(Function& f, Scope& scope) {
     std::vector<const ColumnRef*> columns;
     for (const Expr* a : f.args)
@@ -1151,6 +1166,8 @@ void Binder::place_aggregate(Function& f, Scope& scope) {
         fail("unsupported construct 'aggregate of an outer column together with other columns'",
              f.pos, std::string(f.name));
     }
+    // Computed in the query's groups, which its WHERE clause comes before.
+    if (owner->in_where) aggregate_in_where(f);
     f.outer = true;
     owner->outer_aggregate = true;
     ++outer_aggregates_;

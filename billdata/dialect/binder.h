@@ -41,6 +41,9 @@ class Binder {
     void check_order_grouping(const Select& select, const Scope& scope) const;
     // Finds the query an aggregate over columns of enclosing queries belongs to.
     void place_aggregate(Function& f, Scope& scope);
+    // Binds a WHERE clause, in which no aggregate of its own query may appear (error 147).
+    void bind_where(Expr& where, Scope& scope);
+    [[noreturn]] static void aggregate_in_where(const Function& f);
 
     const Catalog& catalog_;
     Arena& arena_;

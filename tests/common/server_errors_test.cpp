@@ -43,6 +43,11 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
         {"select FNumber, count(*) from t_Stock group by FNumber order by FName", 8127,
          "列 \"t_Stock.FName\" 在 ORDER BY 子句中无效，因为该列没有包含在聚合函数或 GROUP BY "
          "子句中。"},
+        {"select FItemID from t_Stock where FItemID = (select max(t_Stock.FItemID) from "
+         "ICStockBill)",
+         147,
+         "聚合不应出现在 WHERE 子句中，除非该聚合位于 HAVING "
+         "子句或选择列表所包含的子查询中，并且要对其进行聚合的列是外部引用。"},
         {"select top 1 with ties FItemID from t_Stock", 1062,
          "The TOP N WITH TIES clause is not allowed without a corresponding ORDER BY clause."},
     };

@@ -1071,6 +1071,28 @@ TEST_P(ServerResults, StrRightJustifiesARoundedNumber) {
     expect_error("select str(1, 5, -1)", refused);
 }
 
+// An aggregate is computed over its query's groups, which come after the WHERE clause: one in
+// WHERE, directly or over an outer column from a subquery there, is error 147. A subquery's
+// aggregate of its own columns is its own value.
+TEST_P(ServerResults, AnAggregateOfTheQueryInItsWhereClauseIsRefused) {
+    const std::string message =
+        "聚合不应出现在 WHERE 子句中，除非该聚合位于 HAVING "
+        "子句或选择列表所包含的子查询中，并且要对其进行聚合的列是外部引用。";
+    for (
+        const char* tsql : {
+            "select count(*) from ICStockBill where sum(FSumQty) > 1",
+            "select FInterID from ICStockBill where FSumQty = (select max(ICStockBill.FSumAmount) "
+            "from t_Stock)",
+            "delete from ICStockBill where count(*) > 0",
+            "update ICStockBill set FRemark = 'x' where FSumQty < (select avg(ICStockBill.FSumQty) "
+            "from t_Stock)",
+        })
+        expect_error(tsql, message);
+    EXPECT_EQ(value("select count(*) from ICStockBill where FSumQty >= (select avg(b.FSumQty) from "
+                    "ICStockBill b)"),
+              "1");
+}
+
 class EmbeddedPlans : public WithBills<DialectDb> {};
 
 TEST_F(EmbeddedPlans, FixedQueriesKeepPlainComparisonsOnIndexedColumns) {
