@@ -1077,6 +1077,8 @@ class PostgresHooks final : public EngineHooks {
             em.ch(')');
         };
         if (b.rounding == DecimalRounding::Truncate) {
+            // A money quotient is checked against money's range around it, not its digits.
+            if (b.sql.base != SqlBase::Decimal) precision = 38;
             em.text(names::kDecimalDivide);
             em.text("(");
             decimal_operand(em, *b.lhs);

@@ -27,6 +27,9 @@ TEST_F(DatabaseTest, ServerErrorsReachTheCallerWithTheServersNumber) {
          "将 int 转换为数据类型 numeric 时出现算术溢出错误。"},
         {"select cast(FItemID * 200000 as smallmoney) from t_Stock where FItemID = 2", 8115,
          "将 int 转换为数据类型 smallmoney 时出现算术溢出错误。"},
+        {"select cast(FItemID * 450000000000000 as money) / cast(0.5 as money) from t_Stock "
+         "where FItemID = 2",
+         8115, "将 expression 转换为数据类型 money 时出现算术溢出错误。"},
         {"select cast(90000000 as decimal(38,30)) + cast(90000000 as decimal(38,30))", 8115,
          "将 expression 转换为数据类型 numeric 时出现算术溢出错误。"},
         {"insert into ICStockBillEntry(FInterID, FEntryID, FPrice) values (1, 1, 100000000000000)",
