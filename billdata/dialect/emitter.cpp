@@ -366,6 +366,10 @@ void Emitter::grouped(const Expr& e) {
     in_grouping_ = outer;
 }
 
+void EngineHooks::number_literal(Emitter& em, const LiteralExpr& l) const {
+    em.text(l.text);
+}
+
 void EngineHooks::star(Emitter& em, const Star& star, const QuerySpec&, bool) const {
     if (!star.qualifier.empty()) {
         em.name(star.qualifier);
@@ -779,7 +783,7 @@ void Emitter::expr(const Expr& e) {
             switch (l.kind) {
                 case LiteralExpr::Kind::Integer:
                 case LiteralExpr::Kind::Decimal:
-                    out_.append(l.text);
+                    hooks_.number_literal(*this, l);
                     break;
                 case LiteralExpr::Kind::String:
                 case LiteralExpr::Kind::NString:

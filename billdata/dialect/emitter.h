@@ -39,6 +39,8 @@ class EngineHooks {
     // A table, alias or column name, quoted when the engine needs it.
     virtual void name(Emitter& em, std::string_view name) const = 0;
     virtual void string_literal(Emitter& em, const LiteralExpr& literal) const = 0;
+    // A number literal (integer or decimal), written as it stands unless the engine cannot.
+    virtual void number_literal(Emitter& em, const LiteralExpr& literal) const;
     virtual void function(Emitter& em, const Function& fn) const = 0;
     virtual void cast(Emitter& em, const Cast& cast) const = 0;
     // `+` and `-` that are not plain numeric arithmetic (concatenation, date ± days, decided by

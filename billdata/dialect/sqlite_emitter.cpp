@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +16,7 @@
 #include "billdata/dialect/parser.h"
 #include "billdata/dialect/runtime_names.h"
 #include "billdata/dialect/text_util.h"
+#include "billdata/util/numbers.h"
 
 namespace billdata::dialect {
 
@@ -200,6 +204,27 @@ class SqliteHooks final : public EngineHooks {
         std::string_view t = l.text;
         if (l.kind == LiteralExpr::Kind::NString) t.remove_prefix(1);
         em.text(t);
+    }
+
+    // The engine holds an exact number as a 64-bit integer or a double: a literal whose digits
+    // neither holds would be computed with as another number, so it is refused instead.
+    void number_literal(Emitter& em, const LiteralExpr& l) const override {
+        if (!held_exactly(l.text))
+            throw DialectError("the number " + std::string(l.text) + " at position " +
+                                   std::to_string(l.pos) +
+                                   " has more significant digits than the embedded engine holds "
+                                   "exactly",
+                               l.pos, "number of more than 15 significant digits");
+        em.text(l.text);
+    }
+
+    static bool held_exactly(std::string_view t) {
+        std::int64_t whole = 0;
+        const auto w = std::from_chars(t.data(), t.data() + t.size(), whole);
+        if (w.ec == std::errc() && w.ptr == t.data() + t.size()) return true;  // an integer
+        double v = 0;
+        auto r = std::from_chars(t.data(), t.data() + t.size(), v);
+        return r.ec == std::errc() && util::double_holds_decimal(t, v);
     }
 
     void call(Emitter& em, std::string_view fn, const List<Expr*>& args) const {

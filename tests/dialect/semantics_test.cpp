@@ -1093,6 +1093,29 @@ TEST_P(ServerResults, AnAggregateOfTheQueryInItsWhereClauseIsRefused) {
               "1");
 }
 
+// A number literal is exact: 0.1234567890123456789 is decimal(19,19). The server engine holds it
+// as written; the embedded engine, which holds exact numbers as doubles, refuses one a double
+// cannot hold rather than compute with another number, and takes every other one.
+TEST_P(ServerResults, ANumberLiteralIsTheNumberItsDigitsWrite) {
+    expect_values({
+        {"select 0.30000000000000004", "0.30000000000000004"},
+        {"select case when 9999999999999999 > 9999999999999998 then 1 else 0 end", "1"},
+        {"select 1.10000000000000000000 * 2", "2.2"},
+    });
+    if (on_server()) {
+        EXPECT_EQ(value("select case when 0.1234567890123456789 = 0.12345678901234568 then 1 "
+                        "else 0 end"),
+                  "0");
+        return;
+    }
+    for (const std::string number :
+         {"0.1234567890123456789", "922337203685477.5807", "99999999999999999999"})
+        expect_error("select FInterID from ICStockBill where FSumAmount < " + number,
+                     "the number " + number +
+                         " at position 52 has more significant digits than the embedded engine "
+                         "holds exactly");
+}
+
 class EmbeddedPlans : public WithBills<DialectDb> {};
 
 TEST_F(EmbeddedPlans, FixedQueriesKeepPlainComparisonsOnIndexedColumns) {
