@@ -1,17 +1,13 @@
-// The PostgreSQL scripts on a real server: what they create against the embedded schema, the
-// keys, and both procedures against the embedded ones on the same rows.
+// The PostgreSQL scripts on a real server: what they create against the embedded schema, and the
+// keys.
 #include <gtest/gtest.h>
-#include <libpq-fe.h>
 
 #include <algorithm>
-#include <functional>
 #include <memory>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "billdata/ado/ado.h"
 #include "billdata/schema/schema.h"
 #include "support/raw_db.h"
 #include "support/server_db.h"
@@ -138,119 +134,6 @@ TEST_F(PostgresSchema, KeysCompareAsTheEmbeddedEngineDoes) {
     EXPECT_EQ(pg_rows("SELECT count(DISTINCT FName) FROM t_Stock"), std::vector<std::string>{"2|"});
     EXPECT_EQ(pg_->exec("SELECT FItemID FROM t_Stock ORDER BY FName, FItemID"),
               (std::vector<std::string>{"2|", "3|", "1|", "4|"}));
-}
-
-// The same rows on the embedded engine and on the server. Bills of every kind, in the current
-// period (2025-03), before it and after it, by FYear/FPeriod or by date only; a voided bill,
-// pre-sent and adjustment rows, a line selling lent goods, lines without a header, an item that
-// starts from its FPjCost and one that goes below zero.
-const char* kCostedRows = R"sql(
-INSERT INTO t_ICItem (FItemID, FNumber, FPjCost) VALUES (1, 'A', 40), (2, 'B', 50), (3, 'C', 0);
-INSERT INTO ICInitData (FStockID, FItemID, FQty, FAmount) VALUES (1, 1, 10, 400), (2, 1, 3, 130);
-INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice) VALUES
-    (1, 1, 1, 5, 46.37), (1, 2, 2, 4, 55), (1, 3, 1, 2, 47.11),
-    (2, 1, 1, 3, 99), (2, NULL, 1, 1, 99), (2, -1, 1, 0, 12), (2, 2, 3, 2, 80),
-    (3, 1, 1, 4, 50.5),
-    (4, 1, 2, 1, 61.3),
-    (5, 1, 2, 2, 0),
-    (6, 1, 2, 1, 0),
-    (7, 1, 1, 2, 0),
-    (8, 1, 3, 5, 30.25),
-    (9, 1, 1, 1, 99),
-    (10, 1, 3, 1, 99), (10, 2, 1, 1, 99),
-    (11, 1, 1, 7, 3);
-INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice, FRefTranType) VALUES
-    (2, 3, 1, 2, 99, 27);
-INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FOutStockID, FYear, FPeriod, FDate,
-                         FDeleted) VALUES
-    (1, 112, 1, NULL, 2025, 2, '2025-02-10', 0),
-    (2, 99, NULL, 1, 2025, 3, '2025-03-01', 0),
-    (3, 31, 2, 1, 2025, 3, '2025-03-02', 0),
-    (4, 114, 1, NULL, 2025, 3, '2025-03-03', 0),
-    (5, 27, NULL, 1, 2025, 3, '2025-03-03', 0),
-    (6, 17, 1, NULL, 2025, 3, '2025-03-04', 0),
-    (7, 125, NULL, 2, NULL, NULL, '2025-04-02', 0),
-    (8, 115, 1, NULL, 2025, 3, '2025-03-05', 0),
-    (9, 99, NULL, 1, 2025, 3, '2025-03-05', 1),
-    (10, 99, NULL, 1, NULL, NULL, '2025-02-27', 0);
-)sql";
-
-TEST_F(PostgresSchema, ProceduresGiveTheEmbeddedResults) {
-    TempDir dir;
-    const std::string path = dir.file("shop.db");
-    billdata::schema::create_database(path, false, 2025, 3);
-    RawDb lite(path);
-    auto cn = billdata::ado::Connection::create();
-    cn->Open("Provider=SQLite;Data Source=" + path);
-    pg_->exec(
-        "INSERT INTO t_SystemProfile (FKey, FValue) VALUES ('CurrentYear', '2025'), "
-        "('CurrentPeriod', '3')");
-    auto both = [&](const std::string& sql) {
-        lite.exec(sql);
-        pg_->exec(sql);
-    };
-    both(kCostedRows);
-
-    using namespace billdata::ado;
-    for (int stock : {1, 2})
-        for (int item : {1, 2, 3})
-            for (int inter : {0, 2, 3}) {
-                auto cmd = Command::create();
-                cmd->CommandText = "sp_GetStockQty";
-                cmd->CommandType = adCmdStoredProc;
-                cmd->ActiveConnection = cn;
-                cmd->Parameters().Append(
-                    cmd->CreateParameter("@StockID", adInteger, adParamInput, 0, stock));
-                cmd->Parameters().Append(
-                    cmd->CreateParameter("@ItemID", adInteger, adParamInput, 0, item));
-                cmd->Parameters().Append(
-                    cmd->CreateParameter("@InterID", adInteger, adParamInput, 0, inter));
-                cmd->Parameters().Append(
-                    cmd->CreateParameter("@RtnQty", adDouble, adParamOutput, 0));
-                cmd->Execute();
-                const double embedded = cmd->Parameters().Item("@RtnQty").Value().to_double();
-                const std::string server =
-                    pg_value("SELECT rtnqty FROM sp_getstockqty(" + std::to_string(stock) + "," +
-                             std::to_string(item) + "," + std::to_string(inter) + ")");
-                EXPECT_DOUBLE_EQ(std::stod(server), embedded)
-                    << "stock " << stock << ", item " << item << ", bill " << inter;
-            }
-
-    // Costs in ten-thousandths, so that both engines print them alike.
-    auto costs = [&](const std::function<std::string(const std::string&)>& scaled) {
-        return "SELECT FInterID, FEntryID, FItemID, " + scaled("FUnitCost") + ", " +
-               scaled("FCost") + " FROM ICStockBillEntry UNION ALL SELECT FItemID, NULL, NULL, " +
-               scaled("FPjCost") + ", NULL FROM t_ICItem";
-    };
-    const std::string lite_costs =
-        costs([](const std::string& c) { return "CAST(round(" + c + " * 10000) AS INTEGER)"; });
-    const std::string pg_costs =
-        costs([](const std::string& c) { return "round(" + c + " * 10000)::bigint"; });
-    auto recalculate_and_compare = [&](const std::string& step) {
-        SCOPED_TRACE(step);
-        auto cmd = Command::create();
-        cmd->CommandText = "Sp_CacuCost";
-        cmd->CommandType = adCmdStoredProc;
-        cmd->ActiveConnection = cn;
-        cmd->Execute();
-        pg_->exec("SELECT sp_cacucost()");
-        const auto expected = lite.rows(lite_costs);
-        EXPECT_EQ(pg_rows(pg_costs), expected);
-        EXPECT_EQ(lite.integer("SELECT count(*) FROM ICCostDirty"), 0);
-        EXPECT_EQ(pg_value("SELECT count(*) FROM ICCostDirty"), "0|");
-        return expected;
-    };
-    const auto first = recalculate_and_compare("first run");
-    // Changes that make only some items dirty: a later receipt and a re-priced early line.
-    both(
-        "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice) VALUES "
-        "(12, 1, 1, 6, 61.7); INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FYear, "
-        "FPeriod) VALUES (12, 112, 1, 2025, 3);"
-        "UPDATE ICStockBillEntry SET FPrice = 33 WHERE FInterID = 8 AND FEntryID = 1;");
-    EXPECT_NE(recalculate_and_compare("after a receipt and a new price"), first);
-    // An earlier current period makes every item dirty and more bills writable.
-    both("UPDATE t_SystemProfile SET FValue = '2' WHERE FKey = 'CurrentPeriod'");
-    recalculate_and_compare("after the period moved back");
 }
 
 }  // namespace
