@@ -97,10 +97,6 @@ class StockBillTest : public DatabaseTest {
         exec("insert into t_SystemProfile(FKey,FValue) values('CostStyle','1')");
     }
 
-    // The rows of a query as text, one line per row with the columns joined by '|'.
-    std::vector<std::string> rows(const std::string& sql) const {
-        return query_rows(connection_string(), sql);
-    }
     // Adjustment rows: bill, entry, stock, item, quantity, price, amount, memo, previous price.
     std::vector<std::string> adjustments() const {
         return rows(
