@@ -20,10 +20,7 @@ using namespace billdata::ado;
 using billdata::drivers::odbc::Dialect;
 using billdata::drivers::odbc::odbc_target;
 using billdata::testing::error_of;
-
-bool mentions(const ComError& e, const std::string& text) {
-    return e.description().find(text) != std::string::npos;
-}
+using billdata::testing::mentions;
 
 std::shared_ptr<Connection> open(const std::string& cs) {
     auto cn = Connection::create();

@@ -20,13 +20,10 @@ namespace {
 
 using namespace billdata::ado;
 using billdata::testing::error_of;
+using billdata::testing::mentions;
 using billdata::testing::PrivateServer;
 using billdata::testing::resident_bytes;
 using billdata::testing::ServerDatabase;
-
-bool mentions(const ComError& e, const std::string& text) {
-    return e.description().find(text) != std::string::npos;
-}
 
 std::string scalar(Connection& cn, const std::string& sql) {
     auto rs = cn.Execute(sql);
