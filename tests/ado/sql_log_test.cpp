@@ -12,28 +12,17 @@
 #include "billdata/ado/ado.h"
 #include "billdata/drivers/sqlite/sqlite_driver.h"
 #include "drivers/sqlite_fixture.h"
+#include "support/sql_log.h"
 #include "support/test_support.h"
 
 namespace {
 
 using namespace billdata::ado;
+using billdata::testing::file_lines;
+using billdata::testing::SqlLog;
 using billdata::testing::TempDir;
 
-std::vector<std::string> lines_of(const std::string& path) {
-    std::ifstream in(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 void do_nothing(sqlite3*, std::vector<driver::ProcArg>&) {}
-
-// Clears the variable whatever the test's outcome.
-struct LogTo {
-    explicit LogTo(const std::string& path) { setenv("BILLDATA_SQL_LOG", path.c_str(), 1); }
-    ~LogTo() { unsetenv("BILLDATA_SQL_LOG"); }
-};
 
 TEST(SqlLog, EveryIssuedStatementIsAppendedAsGiven) {
     TempDir dir;
@@ -41,7 +30,7 @@ TEST(SqlLog, EveryIssuedStatementIsAppendedAsGiven) {
     billdata::testing::create_database(db, billdata::testing::kItemTable);
     billdata::drivers::sqlite::register_procedure("sp_TestNothing", do_nothing);
     {
-        LogTo on(log);
+        SqlLog on(log);
         auto cn = Connection::create();
         cn->Open(billdata::testing::sqlite_connection(db));
         cn->Execute("update T  set FQty=1\nwhere FID=1");
@@ -72,13 +61,13 @@ TEST(SqlLog, EveryIssuedStatementIsAppendedAsGiven) {
                                                "delete from T where FID=3",
                                                "update T set FName='cap' where FID=2",
                                                "select FNoSuchColumn from T"};
-    EXPECT_EQ(lines_of(log), expected);
+    EXPECT_EQ(file_lines(log), expected);
 }
 
 TEST(SqlLog, LinesFromSeveralThreadsStayWhole) {
     TempDir dir;
     const std::string log = dir.file("sql.log");
-    LogTo on(log);
+    SqlLog on(log);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([t] {
@@ -87,7 +76,7 @@ TEST(SqlLog, LinesFromSeveralThreadsStayWhole) {
         });
     for (auto& th : threads)
         th.join();
-    auto lines = lines_of(log);
+    auto lines = file_lines(log);
     ASSERT_EQ(lines.size(), 1000u);
     for (const auto& line : lines) {
         ASSERT_EQ(line.size(), 208u);
@@ -100,7 +89,7 @@ TEST(SqlLog, ALogThatCannotBeOpenedIsToldOnceAndTheWorkGoesOn) {
     TempDir dir;
     const std::string db = dir.file("shop.db");
     billdata::testing::create_database(db, billdata::testing::kItemTable);
-    LogTo on(dir.file("no such folder/sql.log"));
+    SqlLog on(dir.file("no such folder/sql.log"));
     auto cn = Connection::create();
     cn->Open(billdata::testing::sqlite_connection(db));
     ::testing::internal::CaptureStderr();

@@ -9,12 +9,14 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "billdata/ado/ado.h"
 #include "billdata/common/session.h"
 #include "billdata/drivers/sqlite/sqlite_driver.h"
 #include "billdata/drivers/sqlite/tsql_runtime.h"
 #include "billdata/schema/schema.h"
+#include "support/caller_rows.h"
 #include "support/server_db.h"
 #include "support/test_support.h"
 
@@ -63,6 +65,11 @@ class DatabaseTest : public ::testing::Test {
         rs->Close();
         cn->Close();
         return v;
+    }
+    double number(const std::string& sql) const { return scalar(sql).to_double(); }
+    // Every row of a query, the columns of a row joined by '|'.
+    std::vector<std::string> rows(const std::string& sql) const {
+        return query_rows(connection_string(), sql);
     }
 
     // Makes the database refuse `event` (INSERT, UPDATE, DELETE) on `table` for the rows where

@@ -36,15 +36,8 @@ using Rows = std::vector<std::vector<std::string>>;
 enum class Engine { Sqlite, Postgres, PostgresParameters };
 
 inline std::string engine_name(const ::testing::TestParamInfo<Engine>& info) {
-    switch (info.param) {
-        case Engine::Sqlite:
-            return "Sqlite";
-        case Engine::Postgres:
-            return "Postgres";
-        case Engine::PostgresParameters:
-            return "PostgresParameters";
-    }
-    return "Unknown";
+    const char* const names[] = {"Sqlite", "Postgres", "PostgresParameters"};
+    return names[static_cast<int>(info.param)];
 }
 
 class DialectDb : public ::testing::Test {

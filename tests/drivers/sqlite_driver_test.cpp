@@ -15,13 +15,10 @@ namespace {
 using namespace billdata::ado;
 using billdata::testing::create_database;
 using billdata::testing::error_of;
+using billdata::testing::mentions;
 using billdata::testing::scalar;
 using billdata::testing::sqlite_connection;
 using billdata::testing::TempDir;
-
-bool mentions(const ComError& e, const std::string& text) {
-    return e.description().find(text) != std::string::npos;
-}
 
 TEST(SqliteDriver, BadConnectionInputIsRefusedClearly) {
     TempDir dir;

@@ -19,9 +19,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
 
-#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +31,7 @@
 
 #include "billdata/ado/ado.h"
 #include "billdata/schema/schema.h"
+#include "support/program.h"
 #include "support/server_db.h"
 #include "support/test_support.h"
 
@@ -166,19 +165,13 @@ class HostileInput : public ::testing::TestWithParam<Case> {
         const std::string input = dir_->file("in.jsonl"), log = dir_->file("sql.log");
         std::ofstream(input, std::ios::trunc) << lines << "\n";
         std::remove(log.c_str());
-        const std::string command = "BILLDATA_SQL_LOG='" + log + "' " + BILLDATA_CLI +
-                                    " batch --db '" + db_ + "' < '" + input + "' 2>/dev/null";
         Answers run;
-        FILE* pipe = ::popen(command.c_str(), "r");
-        std::string out;
-        std::array<char, 65536> buffer{};
-        for (std::size_t n; pipe && (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-            out.append(buffer.data(), n);
-        const int status = pipe ? ::pclose(pipe) : -1;
-        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        const Outcome out = shell("BILLDATA_SQL_LOG='" + log + "' " + BILLDATA_CLI +
+                                  " batch --db '" + db_ + "' < '" + input + "'");
+        run.status = out.status;
         run.exited = run.status <= 1;
         std::ifstream logged(log);
-        std::istringstream answers(out);
+        std::istringstream answers(out.out);
         for (std::string l; std::getline(answers, l);)
             run.answers.push_back(l);
         for (std::string l; logged && std::getline(logged, l);)

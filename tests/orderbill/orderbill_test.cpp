@@ -35,10 +35,6 @@ class OrderBillTest : public DatabaseTest {
                          {0, 5, "r2", 0, "", 0, 2}});
         return order.SaveData(11, DateTime(2025, 3, 9), no, 101, "first", 1, id, rs, amount, 2, d);
     }
-    double num(const std::string& sql) const { return scalar(sql).to_double(); }
-    std::vector<std::string> rows(const std::string& sql) const {
-        return query_rows(connection_string(), sql);
-    }
 
     OrderBill order;
 };
@@ -61,7 +57,7 @@ TEST_F(OrderBillTest, NewOrderWritesLinesHeaderAndAdvance) {
     std::int32_t id2 = 0;
     save_two_lines(id2, no, 150);
     EXPECT_EQ(no, "CD250309-002");
-    EXPECT_EQ(num("select FEarnest from ICOrder where FInterID=" + std::to_string(id2)), 150);
+    EXPECT_EQ(number("select FEarnest from ICOrder where FInterID=" + std::to_string(id2)), 150);
     EXPECT_EQ(rows("select FOrderBillID,FTranType,FSumAmount,FAcctID,FOrgaID,FEmpID,FBillNo from "
                    "WLBill"),
               std::vector<std::string>{std::to_string(id2) + "|13|150|2|101|0|Fkd250309-001"});
@@ -72,8 +68,8 @@ TEST_F(OrderBillTest, NewOrderWritesLinesHeaderAndAdvance) {
         "values(1000000003,0,6,'s1',4)");
     std::int32_t id3 = 0;
     save_two_lines(id3, no, 0);
-    EXPECT_EQ(num("select FQty from ICOrderEntry_1 where FInterID=1000000003 and FItemID=6 and "
-                  "FSizeID=0 and FColor='' and FColorEntryID=0"),
+    EXPECT_EQ(number("select FQty from ICOrderEntry_1 where FInterID=1000000003 and FItemID=6 and "
+                     "FSizeID=0 and FColor='' and FColorEntryID=0"),
               4);
 }
 
@@ -92,8 +88,8 @@ TEST_F(OrderBillTest, ModifyingReplacesTheOrderUnlessAudited) {
         [&] { order.SaveData(11, DateTime(2025, 3, 9), no, 102, "again", 1, old, rs, 0, 1, d); },
         kComponent, "删除单据失败，单据“CD250309-001”已经审核！");
     EXPECT_EQ(old, id);
-    EXPECT_EQ(num("select count(*) from ICOrderEntry" + where), 2);
-    EXPECT_EQ(num("select count(*) from WLBill where FOrderBillID=" + std::to_string(id)), 1);
+    EXPECT_EQ(number("select count(*) from ICOrderEntry" + where), 2);
+    EXPECT_EQ(number("select count(*) from WLBill where FOrderBillID=" + std::to_string(id)), 1);
 
     // Not audited: same id, the caller's number, payment bills gone, lines rebuilt.
     exec("update ICOrder set FCheckerID=0" + where);
@@ -134,8 +130,8 @@ TEST_F(OrderBillTest, VoidDeleteRestoreAndLists) {
     save_two_lines(b, no, 0);
 
     order.DeleteBill(11, a, nullptr, true);
-    EXPECT_EQ(num("select FDeleted from ICOrder where FInterID=" + std::to_string(a)), 1);
-    EXPECT_EQ(num("select FDeleted from WLBill"), 1);
+    EXPECT_EQ(number("select FDeleted from ICOrder where FInterID=" + std::to_string(a)), 1);
+    EXPECT_EQ(number("select FDeleted from WLBill"), 1);
 
     // One row per size cell, the void order's marked.
     EXPECT_EQ(column(order.GetBillList(11, ""), "FDeleted"),
@@ -154,8 +150,8 @@ TEST_F(OrderBillTest, VoidDeleteRestoreAndLists) {
 
     order.UnblankOut(a);
     order.UnblankOut(12345);  // no such order: nothing happens
-    EXPECT_EQ(num("select sum(FDeleted) from ICOrder"), 0);
-    EXPECT_EQ(num("select FDeleted from WLBill"), 0);
+    EXPECT_EQ(number("select sum(FDeleted) from ICOrder"), 0);
+    EXPECT_EQ(number("select FDeleted from WLBill"), 0);
 
     // Deleting removes the three order tables' rows and leaves the payment bill.
     order.DeleteBill(11, a);

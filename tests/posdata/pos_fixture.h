@@ -124,13 +124,9 @@ class PosTest : public DatabaseTest {
         if (IsSkipped()) return;
         PosData().Init(connection_string(), 2025, 3);
     }
-    double number(const std::string& sql) const { return scalar(sql).to_double(); }
     std::string text(const std::string& sql) const { return scalar(sql).to_string(); }
     std::int32_t count(const std::string& sql) const {
         return scalar("select count(*) from " + sql).to_int32();
-    }
-    std::vector<std::string> rows(const std::string& sql) const {
-        return query_rows(connection_string(), sql);
     }
 };
 

@@ -2,14 +2,13 @@
 // Fixture of the stock-bill tests: a fresh demo database per test, bills written directly where
 // a test needs a given history, the caller's line record sets, and the statement log.
 
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "common/fixture.h"
 #include "support/caller_rows.h"
+#include "support/sql_log.h"
 
 namespace billdata::testing {
 
@@ -24,42 +23,6 @@ inline std::shared_ptr<ado::Recordset> receipt_lines(
                         "FRetailAmount", "FZkRate", "FMemo", "FHisPrice"},
                        rows);
 }
-
-// Sets BILLDATA_SQL_LOG to a file of its own while it lives.
-class SqlLog {
-  public:
-    explicit SqlLog(const std::string& path) : path_(path) {
-        setenv("BILLDATA_SQL_LOG", path_.c_str(), 1);
-    }
-    ~SqlLog() { unsetenv("BILLDATA_SQL_LOG"); }
-    SqlLog(const SqlLog&) = delete;
-    SqlLog& operator=(const SqlLog&) = delete;
-
-    std::vector<std::string> lines() const {
-        std::ifstream in(path_);
-        std::vector<std::string> out;
-        for (std::string line; std::getline(in, line);)
-            out.push_back(line);
-        return out;
-    }
-    void clear() const { std::ofstream(path_, std::ios::trunc); }
-    // Index of the first logged statement that starts with `prefix` at or after `from`, or -1.
-    int find(const std::string& prefix, int from = 0) const {
-        auto all = lines();
-        for (int i = from; i < static_cast<int>(all.size()); ++i)
-            if (all[i].rfind(prefix, 0) == 0) return i;
-        return -1;
-    }
-    int count(const std::string& prefix) const {
-        int n = 0;
-        for (const auto& l : lines())
-            n += l.rfind(prefix, 0) == 0;
-        return n;
-    }
-
-  private:
-    std::string path_;
-};
 
 class StockBillTest : public DatabaseTest {
   protected:
@@ -97,10 +60,6 @@ class StockBillTest : public DatabaseTest {
         exec("insert into t_SystemProfile(FKey,FValue) values('CostStyle','1')");
     }
 
-    // The rows of a query as text, one line per row with the columns joined by '|'.
-    std::vector<std::string> rows(const std::string& sql) const {
-        return query_rows(connection_string(), sql);
-    }
     // Adjustment rows: bill, entry, stock, item, quantity, price, amount, memo, previous price.
     std::vector<std::string> adjustments() const {
         return rows(

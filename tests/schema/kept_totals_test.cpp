@@ -1,21 +1,30 @@
-// The row counts and stock balances that triggers keep, checked against what a full scan of the
-// tables says after every kind of change, rolled-back ones included.
+// The row counts and stock balances that triggers keep, on the embedded engine and on the
+// server, checked against what a full scan of the tables says after every kind of change,
+// rolled-back ones included (and, on the server, two writers at once).
 #include <gtest/gtest.h>
+#include <libpq-fe.h>
 
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "billdata/schema/schema.h"
 #include "support/raw_db.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
 using billdata::testing::RawDb;
+using billdata::testing::ServerDatabase;
 using billdata::testing::TempDir;
 
 namespace {
 
-// Stock on hand summed over the whole history, the definition the kept balance must match.
+// Stock on hand per stock and item summed over the whole history (in ten-thousandths): the
+// definition that the kept balance must match.
 const char* kScannedBalances = R"sql(
-SELECT FStockID, FItemID, sum(FQty) FROM (
+SELECT FStockID, FItemID, CAST(round(sum(FQty) * 10000) AS INTEGER) FROM (
     SELECT FStockID, FItemID, coalesce(FQty, 0) AS FQty FROM ICInitData
     UNION ALL
     SELECT h.FInStockID, e.FItemID,
@@ -28,118 +37,176 @@ SELECT FStockID, FItemID, sum(FQty) FROM (
     FROM ICStockBillEntry e JOIN ICStockBill h ON h.FInterID = e.FInterID
     WHERE coalesce(h.FDeleted, 0) = 0 AND (e.FEntryID IS NULL OR e.FEntryID >= 0)
       AND h.FTranType IN (99, 125, 27, 31)
-      AND NOT (h.FTranType = 99 AND coalesce(e.FRefTranType, 0) = 27))
+      AND NOT (h.FTranType = 99 AND coalesce(e.FRefTranType, 0) = 27)) m
 WHERE FStockID IS NOT NULL AND FItemID IS NOT NULL
 GROUP BY FStockID, FItemID HAVING sum(FQty) <> 0
 )sql";
 
-std::string rows_of(RawDb& db, const std::string& sql) {
-    sqlite3_stmt* st = nullptr;
-    EXPECT_EQ(sqlite3_prepare_v2(db.handle(), sql.c_str(), -1, &st, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(db.handle());
-    std::string out;
-    while (sqlite3_step(st) == SQLITE_ROW) {
-        for (int i = 0; i < sqlite3_column_count(st); ++i) {
-            auto* t = sqlite3_column_text(st, i);
-            out += t ? reinterpret_cast<const char*>(t) : "null";
-            out += i + 1 < sqlite3_column_count(st) ? "," : ";";
+const char* kKeptBalances = R"sql(
+SELECT FStockID, FItemID, CAST(round(sum(FQty) * 10000) AS INTEGER) FROM ICStockQty
+GROUP BY FStockID, FItemID HAVING sum(FQty) <> 0
+)sql";
+
+std::string line(int inter, const std::string& entry, int item, double qty, int ref_kind = 0) {
+    return "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FRefTranType) "
+           "VALUES (" +
+           std::to_string(inter) + "," + entry + "," + std::to_string(item) + "," +
+           std::to_string(qty) + "," + std::to_string(ref_kind) + ");";
+}
+
+std::string header(int inter, int kind, const std::string& in, const std::string& out) {
+    return "INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FOutStockID) VALUES (" +
+           std::to_string(inter) + "," + std::to_string(kind) + "," + in + "," + out + ");";
+}
+
+// A server connection of its own that stays open between statements (a transaction left open).
+class Session {
+  public:
+    explicit Session(const std::string& conninfo) : pg_(PQconnectdb(conninfo.c_str())) {}
+    ~Session() { PQfinish(pg_); }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // The server's message, empty on success.
+    std::string run(const std::string& sql) {
+        PGresult* r = PQexec(pg_, sql.c_str());
+        const ExecStatusType status = PQresultStatus(r);
+        std::string error =
+            status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK ? "" : PQresultErrorMessage(r);
+        PQclear(r);
+        return error;
+    }
+
+  private:
+    PGconn* pg_;
+};
+
+// The parameter: on the tests' PostgreSQL server (else a new embedded database file).
+class KeptTotals : public ::testing::TestWithParam<bool> {
+  protected:
+    void SetUp() override {
+        if (!GetParam()) {
+            billdata::schema::create_database(dir_.file("shop.db"), false, 2025, 3);
+            lite_ = std::make_unique<RawDb>(dir_.file("shop.db"));
+            return;
         }
+        if (billdata::testing::postgres_server().empty())
+            GTEST_SKIP() << "no PostgreSQL server configured (BILLDATA_TEST_POSTGRES is not set)";
+        pg_ = std::make_unique<ServerDatabase>();
+        pg_->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
+                  std::string(billdata::schema::postgresql_schema()) + "\n" +
+                  billdata::schema::information_schema_sql(true));
     }
-    sqlite3_finalize(st);
-    return out;
-}
 
-void expect_kept_equals_scanned(RawDb& db, const std::string& step) {
-    SCOPED_TRACE(step);
-    // Every line carries its bill's kind, or nothing while its header is not written.
-    EXPECT_EQ(rows_of(db,
-                      "SELECT e.rowid, e.FHeadTranType FROM ICStockBillEntry e "
-                      "WHERE e.FHeadTranType IS NOT (SELECT h.FTranType FROM ICStockBill h "
-                      "WHERE h.FInterID = e.FInterID)"),
-              "");
-    EXPECT_EQ(rows_of(db,
-                      "SELECT FStockID, FItemID, FQty FROM ICStockQty WHERE FQty <> 0 "
-                      "ORDER BY FStockID, FItemID"),
-              rows_of(db, std::string(kScannedBalances) + " ORDER BY FStockID, FItemID"));
-    for (const char* t : {"ICStockBill", "ICStockBillEntry", "ICStockBillEntry_1", "ICOrder",
-                          "ICOrderEntry", "WLBill"}) {
-        EXPECT_EQ(db.integer(std::string("SELECT ") + t + " FROM t_TableRows"),
-                  db.integer(std::string("SELECT count(*) FROM ") + t))
-            << t;
+    void exec(const std::string& sql) const { lite_ ? lite_->exec(sql) : (void)pg_->exec(sql); }
+    // The rows as "a|b|" texts, sorted.
+    std::vector<std::string> rows(const std::string& sql) const {
+        if (lite_) return lite_->rows(sql);
+        auto rows = pg_->exec(sql);
+        std::sort(rows.begin(), rows.end());
+        return rows;
     }
+    std::string value(const std::string& sql) const {
+        const auto all = rows(sql);
+        return all.empty() ? "" : all.front();
+    }
+
+    void expect_kept_equals_counted(const std::string& step) const {
+        SCOPED_TRACE(step);
+        // Every line carries its bill's kind, or nothing while its header is not written.
+        EXPECT_EQ(rows("SELECT e.FInterID, e.FEntryID FROM ICStockBillEntry e WHERE "
+                       "e.FHeadTranType IS DISTINCT FROM (SELECT h.FTranType FROM "
+                       "ICStockBill h WHERE h.FInterID = e.FInterID)"),
+                  std::vector<std::string>{});
+        EXPECT_EQ(rows(kKeptBalances), rows(kScannedBalances));
+        for (const char* t : {"ICStockBill", "ICStockBillEntry", "ICStockBillEntry_1", "ICOrder",
+                              "ICOrderEntry", "ICOrderEntry_1", "WLBill", "WLBillEntry", "ICSpTjd"})
+            EXPECT_EQ(value(std::string("SELECT ") + t + " FROM t_TableRows"),
+                      value(std::string("SELECT count(*) FROM ") + t))
+                << t;
+    }
+
+    TempDir dir_;
+    std::unique_ptr<RawDb> lite_;
+    std::unique_ptr<ServerDatabase> pg_;
+};
+std::string engine_name(const ::testing::TestParamInfo<bool>& engine) {
+    return engine.param ? "Server" : "Embedded";
 }
+INSTANTIATE_TEST_SUITE_P(Engines, KeptTotals, ::testing::Bool(), engine_name);
 
-void line(RawDb& db, int inter, const std::string& entry, int item, double qty, int ref_kind = 0) {
-    db.exec(
-        "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FRefTranType) "
-        "VALUES (" +
-        std::to_string(inter) + "," + entry + "," + std::to_string(item) + "," +
-        std::to_string(qty) + "," + std::to_string(ref_kind) + ")");
-}
+TEST_P(KeptTotals, FollowEveryChangeOfBillsLinesAndOpeningData) {
+    expect_kept_equals_counted("empty");
+    EXPECT_EQ(value("SELECT count(*) FROM t_TableRows"), "1|");
+    EXPECT_EQ(rows("SELECT FTable, FCountTable FROM t_KeptRowCounts WHERE FTable = 'WLBill'"),
+              std::vector<std::string>{"WLBill|t_TableRows|"});
 
-void header(RawDb& db, int inter, int kind, const std::string& in, const std::string& out) {
-    db.exec("INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FOutStockID) VALUES (" +
-            std::to_string(inter) + "," + std::to_string(kind) + "," + in + "," + out + ")");
-}
-
-TEST(KeptTotals, FollowEveryChangeOfBillsLinesAndOpeningData) {
-    TempDir dir;
-    const std::string path = dir.file("shop.db");
-    billdata::schema::create_database(path, false, 2025, 3);
-    RawDb db(path);
-    expect_kept_equals_scanned(db, "empty");
-    EXPECT_EQ(db.integer("SELECT count(*) FROM t_TableRows"), 1);
-
-    db.exec("INSERT INTO ICInitData (FStockID, FItemID, FQty) VALUES (1, 7, 10), (2, 7, 4)");
+    exec("INSERT INTO ICInitData (FStockID, FItemID, FQty) VALUES (1, 7, 10), (2, 7, 4)");
     // Lines first, header after: they count from the moment the header is written.
-    line(db, 1, "1", 7, 5);
-    line(db, 1, "2", 8, 3);
-    line(db, 1, "-1", 7, 100);  // adjustment row: never counts
-    expect_kept_equals_scanned(db, "lines without header");
-    EXPECT_EQ(db.integer("SELECT count(FHeadTranType) FROM ICStockBillEntry"), 0);
-    header(db, 1, 112, "1", "NULL");
-    line(db, 2, "1", 7, 2);
-    line(db, 2, "NULL", 7, 1);   // pre-sent row: counts
-    line(db, 2, "2", 7, 4, 27);  // sells lent goods: moves nothing
-    header(db, 2, 99, "NULL", "1");
-    line(db, 3, "1", 7, 6);
-    header(db, 3, 31, "2", "1");  // transfer: out of 1, into 2
-    line(db, 4, "1", 8, 1);
-    header(db, 4, 114, "1", "NULL");  // return to the supplier
-    expect_kept_equals_scanned(db, "bills written");
-    EXPECT_DOUBLE_EQ(db.real("SELECT FQty FROM ICStockQty WHERE FStockID = 1 AND FItemID = 7"),
-                     10 + 5 - 2 - 1 - 6);
+    exec(line(1, "1", 7, 5) + line(1, "2", 8, 3) + line(1, "-1", 7, 100));
+    expect_kept_equals_counted("lines without header");
+    EXPECT_EQ(value("SELECT count(FHeadTranType) FROM ICStockBillEntry"), "0|");
+    // A pre-sent row counts; an adjustment row and a line selling lent goods move nothing.
+    exec(header(1, 112, "1", "NULL") + line(2, "1", 7, 2) + line(2, "NULL", 7, 1) +
+         line(2, "2", 7, 4, 27) + header(2, 99, "NULL", "1") + line(3, "1", 7, 6) +
+         header(3, 31, "2", "1") + line(4, "1", 8, 1) + header(4, 114, "1", "NULL"));
+    exec(
+        "INSERT INTO ICOrderEntry (FInterID, FEntryID, FItemID) VALUES (9, 1, 7), (9, 2, 7);"
+        "INSERT INTO ICOrderEntry_1 (FInterID, FItemID) VALUES (9, 7);"
+        "INSERT INTO ICOrder (FInterID, FTranType) VALUES (9, 11);"
+        "INSERT INTO ICStockBillEntry_1 (FInterID, FItemID) VALUES (1, 7), (2, 7);");
+    expect_kept_equals_counted("bills written");
+    EXPECT_EQ(value("SELECT CAST(sum(FQty) AS INTEGER) FROM ICStockQty WHERE FStockID = 1 AND "
+                    "FItemID = 7"),
+              std::to_string(10 + 5 - 2 - 1 - 6) + "|");
 
-    db.exec("UPDATE ICStockBill SET FDeleted = 1 WHERE FInterID = 2");
-    expect_kept_equals_scanned(db, "voided");
-    db.exec("UPDATE ICStockBill SET FDeleted = 0 WHERE FInterID = 2");
-    db.exec("UPDATE ICStockBill SET FTranType = 125, FOutStockID = 2 WHERE FInterID = 3");
-    db.exec(
-        "UPDATE ICStockBillEntry SET FQty = 9, FItemID = 8 WHERE FInterID = 1 AND FEntryID = 1");
-    db.exec("UPDATE ICStockBillEntry SET FInterID = 4 WHERE FInterID = 1 AND FEntryID = 2");
-    db.exec("UPDATE ICStockBillEntry SET FInterID = 4 WHERE FInterID = 4 AND FEntryID = 2");
-    db.exec("UPDATE ICStockBillEntry SET FInterID = 77 WHERE FInterID = 4 AND FEntryID = 2");
-    db.exec("UPDATE ICInitData SET FQty = 12 WHERE FStockID = 1");
-    expect_kept_equals_scanned(db, "restored and changed");
+    exec("UPDATE ICStockBill SET FDeleted = 1 WHERE FInterID = 2");
+    expect_kept_equals_counted("voided");
+    exec(
+        "UPDATE ICStockBill SET FDeleted = 0 WHERE FInterID = 2;"
+        "UPDATE ICStockBill SET FTranType = 125, FOutStockID = 2 WHERE FInterID = 3;"
+        "UPDATE ICStockBillEntry SET FQty = 9, FItemID = 8 WHERE FInterID = 1 AND FEntryID = 1;"
+        "UPDATE ICStockBillEntry SET FInterID = 4 WHERE FInterID = 1 AND FEntryID = 2;"
+        "UPDATE ICStockBillEntry SET FInterID = 4 WHERE FInterID = 4 AND FEntryID = 2;"
+        "UPDATE ICStockBillEntry SET FInterID = 77 WHERE FInterID = 4 AND FEntryID = 2;"
+        "UPDATE ICStockBill SET FInterID = 5 WHERE FInterID = 4;"
+        "UPDATE ICInitData SET FQty = 12 WHERE FStockID = 1;");
+    expect_kept_equals_counted("restored and changed");
 
-    db.exec("BEGIN");
-    db.exec("DELETE FROM ICStockBill WHERE FInterID = 1");
-    line(db, 5, "1", 7, 50);
-    header(db, 5, 115, "1", "NULL");
-    db.exec("ROLLBACK");
-    expect_kept_equals_scanned(db, "rolled back");
+    exec("BEGIN; DELETE FROM ICStockBill WHERE FInterID = 1;" + line(6, "1", 7, 50) +
+         header(6, 115, "1", "NULL") + "ROLLBACK;");
+    expect_kept_equals_counted("rolled back");
 
-    db.exec("DELETE FROM ICStockBill WHERE FInterID = 1");  // its lines go with it
-    db.exec("DELETE FROM ICStockBillEntry WHERE FInterID = 2 AND FEntryID IS NULL");
-    db.exec("DELETE FROM ICInitData WHERE FStockID = 2");
-    expect_kept_equals_scanned(db, "deleted");
-    EXPECT_EQ(db.integer("SELECT count(*) FROM ICStockBillEntry WHERE FInterID = 1"), 0);
+    // A header's delete takes its lines and size/colour rows with it, and nothing else.
+    exec(
+        "DELETE FROM ICStockBill WHERE FInterID = 1; DELETE FROM ICOrder WHERE FInterID = 9;"
+        "DELETE FROM ICStockBillEntry WHERE FInterID = 2 AND FEntryID IS NULL;"
+        "DELETE FROM ICInitData WHERE FStockID = 2;");
+    expect_kept_equals_counted("deleted");
+    EXPECT_EQ(value("SELECT count(*) FROM ICStockBillEntry WHERE FInterID = 1"), "0|");
+    EXPECT_EQ(value("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID = 1"), "0|");
+    EXPECT_EQ(value("SELECT count(*) FROM ICStockBillEntry_1 WHERE FInterID = 2"), "1|");
+    EXPECT_EQ(
+        value("SELECT count(*) FROM ICOrderEntry") + value("SELECT count(*) FROM ICOrderEntry_1"),
+        "0|0|");
 
-    // A statement that fails half-way leaves the counts as they were.
-    EXPECT_FALSE(db.try_exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (90, 112), "
-                             "(2, 112)")
-                     .empty());
-    expect_kept_equals_scanned(db, "failed statement");
+    // A statement that fails half-way leaves the totals as they were.
+    EXPECT_THROW(exec("INSERT INTO ICStockBill (FInterID, FTranType) VALUES (90, 112), (2, 112)"),
+                 std::runtime_error);
+    expect_kept_equals_counted("failed statement");
+    if (!pg_) return;
+
+    // Two tills saving a sale of the same item from the same stock at once: the second neither
+    // waits for the first's commit nor deadlocks with it, and both are counted.
+    Session first(pg_->conninfo()), second(pg_->conninfo());
+    ASSERT_EQ(first.run("BEGIN; " + line(20, "1", 7, 1) + line(20, "2", 8, 1) +
+                        header(20, 99, "NULL", "1")),
+              "");
+    ASSERT_EQ(second.run("SET lock_timeout = '2s'; BEGIN; " + line(21, "1", 8, 2) +
+                         line(21, "2", 7, 2) + header(21, 99, "NULL", "1") + "COMMIT;"),
+              "");
+    ASSERT_EQ(first.run("COMMIT"), "");
+    expect_kept_equals_counted("two writers");
 }
 
 }  // namespace

@@ -3,13 +3,16 @@
 // translate_sqlite with the variables put in as literals, and the results compared with what
 // the embedded procedures and triggers leave on the same rows. Only the transaction control
 // (BEGIN/SAVE/COMMIT/ROLLBACK TRAN) is not translated: it is not a statement the translator
-// takes, and runs as the engine's own BEGIN, SAVEPOINT, COMMIT and ROLLBACK [TO].
+// takes, and runs as the engine's own BEGIN, SAVEPOINT, COMMIT and ROLLBACK [TO]. The PostgreSQL
+// script's procedures are held to the same results on the tests' server.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,6 +24,7 @@
 #include "billdata/schema/builtin_catalog.h"
 #include "billdata/schema/schema.h"
 #include "support/raw_db.h"
+#include "support/server_db.h"
 #include "support/test_support.h"
 
 namespace dialect = billdata::dialect;
@@ -28,6 +32,7 @@ using billdata::ado::Variant;
 using billdata::ado::VarType;
 using billdata::ado::driver::ProcArg;
 using billdata::testing::RawDb;
+using billdata::testing::ServerDatabase;
 using dialect::ScriptKind;
 using dialect::ScriptStatement;
 
@@ -321,12 +326,13 @@ const ScriptStatement& created(std::string_view name) {
 constexpr const char* kRows = R"sql(
 INSERT INTO t_ICItem (FItemID, FNumber, FPjCost) VALUES (1, 'A', 40), (2, 'B', 50), (3, 'C', 0);
 INSERT INTO ICInitData (FStockID, FItemID, FQty, FAmount) VALUES (1, 1, 10, 400), (2, 1, 3, 130);
+INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice) VALUES
+    (1, 1, 1, 5, 46.37), (1, 2, 2, 4, 55), (1, 3, 1, 2, 47.11),
+    (2, 1, 1, 3, 99), (2, NULL, 1, 1, 99), (2, -1, 1, 0, 12), (2, 2, 3, 2, 80),
+    (3, 1, 1, 4, 50.5), (4, 1, 2, 1, 61.3), (5, 1, 2, 2, 0), (6, 1, 2, 1, 0), (7, 1, 1, 2, 0),
+    (8, 1, 3, 5, 30.25), (9, 1, 1, 1, 99), (10, 1, 3, 1, 99), (10, 2, 1, 1, 99), (11, 1, 1, 7, 3);
 INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice, FRefTranType) VALUES
-    (1, 1, 1, 5, 46.37, 0), (1, 2, 2, 4, 55, 0), (1, 3, 1, 2, 47.11, 0),
-    (2, 1, 1, 3, 99, 0), (2, NULL, 1, 1, 99, 0), (2, -1, 1, 0, 12, 0), (2, 2, 3, 2, 80, 0),
-    (2, 3, 1, 2, 99, 27), (3, 1, 1, 4, 50.5, 0), (4, 1, 2, 1, 61.3, 0), (5, 1, 2, 2, 0, 0),
-    (6, 1, 2, 1, 0, 0), (7, 1, 1, 2, 0, 0), (8, 1, 3, 5, 30.25, 0), (9, 1, 1, 1, 99, 0),
-    (10, 1, 3, 1, 99, 0), (10, 2, 1, 1, 99, 0), (11, 1, 1, 7, 3, 0);
+    (2, 3, 1, 2, 99, 27);
 INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FOutStockID, FYear, FPeriod, FDate,
                          FDeleted) VALUES
     (1, 112, 1, NULL, 2025, 2, '2025-02-10', 0), (2, 99, NULL, 1, 2025, 3, '2025-03-01', 0),
@@ -336,26 +342,38 @@ INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FOutStockID, FYear, FP
     (9, 99, NULL, 1, 2025, 3, '2025-03-05', 1), (10, 99, NULL, 1, NULL, NULL, '2025-02-27', 0);
 )sql";
 
-// Costs in ten-thousandths, and the items still waiting for a recalculation.
+// Costs in ten-thousandths, so that every engine prints them alike.
 constexpr const char* kCosts =
     "SELECT FInterID, FEntryID, FItemID, CAST(round(FUnitCost * 10000) AS INTEGER), "
     "CAST(round(FCost * 10000) AS INTEGER) FROM ICStockBillEntry "
     "UNION ALL SELECT FItemID, NULL, NULL, CAST(round(FPjCost * 10000) AS INTEGER), NULL "
-    "FROM t_ICItem UNION ALL SELECT 'dirty', FItemID, NULL, NULL, NULL FROM ICCostDirty";
+    "FROM t_ICItem";
 
 }  // namespace
 
+// The SQL Server script's procedures, and the PostgreSQL ones on the tests' server when there is
+// one, against the embedded ones on the same rows.
 TEST(ScriptProcedures, GiveWhatTheEmbeddedProceduresGiveOnTheSameRows) {
     billdata::testing::TempDir dir;
     const std::string embedded_path = dir.file("embedded.db"), script_path = dir.file("script.db");
     billdata::schema::create_database(embedded_path, false, 2025, 3);
     billdata::schema::create_database(script_path, false, 2025, 3);
     RawDb embedded(embedded_path), scripted(script_path);
-    auto both = [&](const std::string& sql) {
+    std::unique_ptr<ServerDatabase> pg;
+    if (!billdata::testing::postgres_server().empty()) {
+        pg = std::make_unique<ServerDatabase>();
+        pg->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
+                 std::string(billdata::schema::postgresql_schema()) + "\n" +
+                 billdata::schema::information_schema_sql(true) +
+                 "\nINSERT INTO t_SystemProfile (FKey, FValue) VALUES ('CurrentYear', '2025'), "
+                 "('CurrentPeriod', '3')");
+    }
+    auto all = [&](const std::string& sql) {
         embedded.exec(sql);
         scripted.exec(sql);
+        if (pg) pg->exec(sql);
     };
-    both(kRows);
+    all(kRows);
     const auto& catalog = billdata::schema::builtin_catalog();
     const std::string_view text = billdata::schema::sqlserver_schema();
 
@@ -364,6 +382,8 @@ TEST(ScriptProcedures, GiveWhatTheEmbeddedProceduresGiveOnTheSameRows) {
     for (int stock : {1, 2})
         for (int item : {1, 2, 3})
             for (int inter : {0, 2, 3}) {
+                SCOPED_TRACE("stock " + std::to_string(stock) + ", item " + std::to_string(item) +
+                             ", bill " + std::to_string(inter));
                 std::vector<ProcArg> args = {
                     {"@StockID", VarType::Long, 1, Variant(std::int32_t{stock})},
                     {"@ItemID", VarType::Long, 1, Variant(std::int32_t{item})},
@@ -378,8 +398,14 @@ TEST(ScriptProcedures, GiveWhatTheEmbeddedProceduresGiveOnTheSameRows) {
                                 i < 3 ? Value{Value::Kind::Integer, value, 0, {}} : Value{});
                 }
                 run.run(stock_body.body);
-                EXPECT_DOUBLE_EQ(run.get("@RtnQty").number(), args[3].value.to_double())
-                    << "stock " << stock << ", item " << item << ", bill " << inter;
+                EXPECT_DOUBLE_EQ(run.get("@RtnQty").number(), args[3].value.to_double());
+                if (pg) {
+                    EXPECT_DOUBLE_EQ(
+                        std::stod(pg->scalar("SELECT rtnqty FROM sp_getstockqty(" +
+                                             std::to_string(stock) + "," + std::to_string(item) +
+                                             "," + std::to_string(inter) + ")")),
+                        args[3].value.to_double());
+                }
             }
 
     const auto cost = billdata::drivers::sqlite::find_procedure("sp_cacucost");
@@ -390,19 +416,26 @@ TEST(ScriptProcedures, GiveWhatTheEmbeddedProceduresGiveOnTheSameRows) {
         BodyRunner(scripted.handle(), text, catalog).run(created("Sp_CacuCost").body);
         const auto expected = embedded.rows(kCosts);
         EXPECT_EQ(scripted.rows(kCosts), expected);
-        EXPECT_EQ(embedded.integer("SELECT count(*) FROM ICCostDirty"), 0);
+        for (const RawDb* db : {&embedded, &scripted})
+            EXPECT_EQ(db->integer("SELECT count(*) FROM ICCostDirty"), 0);
+        if (pg) {
+            pg->exec("SELECT sp_cacucost()");
+            auto server = pg->exec(kCosts);
+            std::sort(server.begin(), server.end());
+            EXPECT_EQ(server, expected);
+            EXPECT_EQ(pg->scalar("SELECT count(*) FROM ICCostDirty"), "0");
+        }
         return expected;
     };
     const auto first = recalculate_and_compare("first run");
     // Changes that make only some items dirty: a later receipt and a re-priced early line.
-    both(
-        "INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice) VALUES "
+    all("INSERT INTO ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FPrice) VALUES "
         "(12, 1, 1, 6, 61.7); INSERT INTO ICStockBill (FInterID, FTranType, FInStockID, FYear, "
         "FPeriod) VALUES (12, 112, 1, 2025, 3);"
         "UPDATE ICStockBillEntry SET FPrice = 33 WHERE FInterID = 8 AND FEntryID = 1;");
     EXPECT_NE(recalculate_and_compare("after a receipt and a new price"), first);
     // An earlier current period makes every item dirty and more bills writable.
-    both("UPDATE t_SystemProfile SET FValue = '2' WHERE FKey = 'CurrentPeriod'");
+    all("UPDATE t_SystemProfile SET FValue = '2' WHERE FKey = 'CurrentPeriod'");
     recalculate_and_compare("after the period moved back");
 }
 

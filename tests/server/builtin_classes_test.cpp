@@ -15,7 +15,7 @@
 
 #include "billdata/ado/datetime.h"
 #include "billdata/server/dispatch.h"
-#include "server/program.h"
+#include "support/program.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {

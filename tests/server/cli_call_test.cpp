@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "server/program.h"
+#include "support/program.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {

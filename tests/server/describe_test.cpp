@@ -9,7 +9,7 @@
 
 #include "billdata/server/describe.h"
 #include "billdata/server/dispatch.h"
-#include "server/program.h"
+#include "support/program.h"
 #include "support/test_support.h"
 
 namespace billdata::testing {

@@ -21,10 +21,6 @@ class SFKDataTest : public DatabaseTest {
         EXPECT_EQ(sfk.SaveData(kind, date, no, 1, orga, 2, amount, oddment, "memo", 1, 0, 0, 0), 0);
         return no;
     }
-    double num(const std::string& sql) const { return scalar(sql).to_double(); }
-    std::vector<std::string> rows(const std::string& sql) const {
-        return query_rows(connection_string(), sql);
-    }
 
     SFKData sfk;
 };
@@ -38,7 +34,7 @@ TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
     // The time of saving is this machine's clock.
     EXPECT_EQ(scalar("select FSysTime from WLBill where FInterID=1").to_date().date_only(),
               DateTime::today());
-    EXPECT_EQ(num("select FMaxNum from ICMaxNum where FTranType=4"), 2);
+    EXPECT_EQ(number("select FMaxNum from ICMaxNum where FTranType=4"), 2);
 
     // A correction replaces the row under the same id and the caller's number, from the
     // arguments alone: audit and void marks are not carried over; odd amount 0 settles the sum.
@@ -51,7 +47,7 @@ TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
         rows("select FBillNo,FSettleAmount,FCheckerID,FDeleted,FOrderBillID,FStockBillID from "
              "WLBill where FInterID=1"),
         Texts{"MANUAL-1|60|0|0|7|8"});
-    EXPECT_EQ(num("select FMaxNum from ICMaxNum where FTranType=4"), 2);
+    EXPECT_EQ(number("select FMaxNum from ICMaxNum where FTranType=4"), 2);
 
     // A failing insert leaves the corrected bill as it was.
     refuse("INSERT", "WLBill", "new.FMemo='refused'", "disk full");
@@ -60,7 +56,7 @@ TEST_F(SFKDataTest, SavesNewBillsAndCorrections) {
             sfk.SaveData(13, DateTime(2025, 3, 10), no, 2, 102, 0, 1, 0, "refused", 1, 1, 0, 0);
         },
         kComponent, "disk full");
-    EXPECT_EQ(num("select FSumAmount from WLBill where FInterID=1"), 60);
+    EXPECT_EQ(number("select FSumAmount from WLBill where FInterID=1"), 60);
 }
 
 TEST_F(SFKDataTest, DeleteRefusesEarlierMonthsAndAuditedBills) {
@@ -76,18 +72,18 @@ TEST_F(SFKDataTest, DeleteRefusesEarlierMonthsAndAuditedBills) {
                      "对不起，该单据已经审核，不能删除或修改！");
     expect_com_error([&] { sfk.DeleteBill(13, 2); }, kComponent,
                      "对不起，该单据已经审核，不能删除或修改！");
-    EXPECT_EQ(num("select count(*) from WLBill where FInterID in (1,2) and FDeleted=0"), 2);
+    EXPECT_EQ(number("select count(*) from WLBill where FInterID in (1,2) and FDeleted=0"), 2);
 
     sfk.DeleteBill(13, 3);
     sfk.DeleteBill(23, 4, nullptr, true);
-    EXPECT_EQ(num("select FDeleted from WLBill where FInterID=4"), 1);
+    EXPECT_EQ(number("select FDeleted from WLBill where FInterID=4"), 1);
     sfk.UnblankOut(4);
-    EXPECT_EQ(num("select FDeleted from WLBill where FInterID=4"), 0);
+    EXPECT_EQ(number("select FDeleted from WLBill where FInterID=4"), 0);
     sfk.DeleteBill(23, 4, nullptr, true);
     sfk.DeleteBill(23, 4);    // a voided bill can be deleted, with its lines
     sfk.DeleteBill(23, 999);  // nothing to delete: no error
-    EXPECT_EQ(num("select count(*) from WLBill where FInterID in (3,4)"), 0);
-    EXPECT_EQ(num("select count(*) from WLBillEntry"), 0);
+    EXPECT_EQ(number("select count(*) from WLBill where FInterID in (3,4)"), 0);
+    EXPECT_EQ(number("select count(*) from WLBillEntry"), 0);
 
     // On the caller's connection the caller's transaction decides.
     save(13, DateTime(2025, 3, 20), 50, 101);  // 5
@@ -97,7 +93,7 @@ TEST_F(SFKDataTest, DeleteRefusesEarlierMonthsAndAuditedBills) {
     EXPECT_TRUE(cn->InTransaction());
     cn->RollbackTrans();
     cn->Close();
-    EXPECT_EQ(num("select count(*) from WLBill where FInterID=5"), 1);
+    EXPECT_EQ(number("select count(*) from WLBill where FInterID=5"), 1);
 
     // Restoring has no handler: a connection failure keeps its own number.
     common::init_session("Provider=SQLite;Data Source=" + dir_.file("no/such/dir.db"), 2025, 3);
@@ -113,9 +109,9 @@ TEST_F(SFKDataTest, AuditMarksAreAllOrNone) {
     save(13, DateTime(2025, 3, 9), 30, 103);
     std::vector<std::int32_t> ids{1, 999, 2};
     sfk.CheckBill(ids, 7);  // an id that does not exist touches nothing
-    EXPECT_EQ(num("select sum(FCheckerID) from WLBill"), 14);
+    EXPECT_EQ(number("select sum(FCheckerID) from WLBill"), 14);
     sfk.UnCheckBill(ids, 7);
-    EXPECT_EQ(num("select sum(FCheckerID) from WLBill"), 0);
+    EXPECT_EQ(number("select sum(FCheckerID) from WLBill"), 0);
 
     std::vector<std::int32_t> none;
     expect_com_error([&] { sfk.CheckBill(none, 7); }, kComponent, "下标越界");
@@ -124,7 +120,7 @@ TEST_F(SFKDataTest, AuditMarksAreAllOrNone) {
     refuse("UPDATE", "WLBill", "new.FInterID=3", "bill 3 is locked");
     std::vector<std::int32_t> all{1, 2, 3};
     expect_com_error([&] { sfk.CheckBill(all, 7); }, kComponent, "bill 3 is locked");
-    EXPECT_EQ(num("select sum(FCheckerID) from WLBill"), 0);
+    EXPECT_EQ(number("select sum(FCheckerID) from WLBill"), 0);
 }
 
 TEST_F(SFKDataTest, ListsAndIdQueries) {

@@ -30,6 +30,10 @@ class TempDir {
 
 // The error `fn` raises; a ComError with number 0 when it raises nothing.
 ado::ComError error_of(const std::function<void()>& fn);
+// Whether an error's description holds `text`.
+inline bool mentions(const ado::ComError& e, const std::string& text) {
+    return e.description().find(text) != std::string::npos;
+}
 
 // Resident memory of this process in bytes.
 long resident_bytes();

@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
+#include <optional>
 #include <regex>
 #include <set>
 #include <string>
 
 #include "billdata/dialect/dialect.h"
+#include "support/sql_log.h"
 #include "support/test_support.h"
 #include "tools/cli_run.h"
 
@@ -52,22 +52,22 @@ TEST_F(StatementLog, EveryLoggedShapeIsInTheCorpus) {
 
     const EngineDatabase shop;
     const std::string log = shop.dir().file("sql.log");
-    setenv("BILLDATA_SQL_LOG", log.c_str(), 1);
+    std::optional<SqlLog> on(std::in_place, log);
     const std::string db = "'" + shop.target() + "'";
     const CliRun day = run_cli("demo --db " + db);
     const CliRun list = run_cli("call --db " + db + " --format json PosData.GetBillList_Simple " +
                                 R"('{"TranType":99,"strFilter":""}')");
     const CliRun bill =
         run_cli("call --db " + db + " --format json PosData.GetPosBill " + R"('{"BillID":1}')");
-    unsetenv("BILLDATA_SQL_LOG");
+    on.reset();
     ASSERT_EQ(day.status, 0) << day.out;
     ASSERT_EQ(list.status, 0) << list.out;
     ASSERT_EQ(bill.status, 0) << bill.out;
 
-    std::ifstream in(log);
     std::set<std::string> missing;
     int logged = 0;
-    for (std::string line; std::getline(in, line); ++logged) {
+    for (const std::string& line : file_lines(log)) {
+        ++logged;
         const std::string tsql = unescape(line);
         // A stored procedure's name, logged as the command that calls it.
         if (tsql.find(' ') == std::string::npos) continue;

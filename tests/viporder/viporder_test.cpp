@@ -16,16 +16,16 @@ class VipOrderTest : public DatabaseTest {
 
     // FItemID, FSalerID, FQty, FPrice, FAmount, FZkRate, FRetailPrice, FRetailAmount, FUnitCost,
     // FPreSend, FColor, FSizeID.
-    static std::shared_ptr<ado::Recordset> rows(const Rows& r) {
+    static std::shared_ptr<ado::Recordset> lines(const Rows& r) {
         return caller_rows(
             {"FItemID", "FSalerID", "FQty", "FPrice", "FAmount", "FZkRate", "FRetailPrice",
              "FRetailAmount", "FUnitCost", "FPreSend", "FColor", "FSizeID"},
             r);
     }
     static std::shared_ptr<ado::Recordset> three_rows() {
-        return rows({{1, 1, 2, 89, 178, 0.9, 99, 198, 40, 0, "黑色", 2},
-                     {3, 2, 1, 229, 229, 0.9, 259, 259, 110, 1, "蓝色", 6},
-                     {5, 1, 1, 119, 119, 1, 129, 129, 45, 0, "", 0}});
+        return lines({{1, 1, 2, 89, 178, 0.9, 99, 198, 40, 0, "黑色", 2},
+                      {3, 2, 1, 229, 229, 0.9, 259, 259, 110, 1, "蓝色", 6},
+                      {5, 1, 1, 119, 119, 1, 129, 129, 45, 0, "", 0}});
     }
     void save(std::int16_t kind, std::string& no, double earnest, std::int32_t modify,
               std::shared_ptr<ado::Recordset> data) {
@@ -34,7 +34,6 @@ class VipOrderTest : public DatabaseTest {
                      "13800000001", 3, modify, data);
         EXPECT_EQ(data, nullptr);  // the caller's reference is released
     }
-    double num(const std::string& sql) const { return scalar(sql).to_double(); }
     std::vector<std::string> table(const std::string& sql) const {
         return query_rows(connection_string(), sql);
     }
@@ -47,11 +46,11 @@ TEST_F(VipOrderTest, NewOrderWithItsEarnestReceipt) {
     save(21, no, 100, 0, three_rows());
     EXPECT_EQ(no, "XD250309-001");
     const std::string where = " where FInterID=1";
-    EXPECT_EQ(num("select count(*) from icorderEntry" + where + " and FRowKey=FEntryID"), 3);
-    EXPECT_EQ(num("select count(*) from icorderEntry_1" + where + " and FColorEntryID=0"), 3);
+    EXPECT_EQ(number("select count(*) from icorderEntry" + where + " and FRowKey=FEntryID"), 3);
+    EXPECT_EQ(number("select count(*) from icorderEntry_1" + where + " and FColorEntryID=0"), 3);
     EXPECT_EQ(scalar("select FColor from icorderEntry_1" + where + " and FRowKey='1'").to_string(),
               "蓝色");
-    EXPECT_EQ(num("select FPreSend from icorderEntry" + where + " and FEntryID=1"), 1);
+    EXPECT_EQ(number("select FPreSend from icorderEntry" + where + " and FEntryID=1"), 1);
     EXPECT_EQ(table("select FTranType,FSumQty,FSumAmount,FSumRetailAmount,FOwner,FPhone from "
                     "icorder" +
                     where),
@@ -63,25 +62,25 @@ TEST_F(VipOrderTest, NewOrderWithItsEarnestReceipt) {
 
     // Earnest 0 still writes its receipt, with amounts 0.
     save(21, no, 0, 0, three_rows());
-    EXPECT_EQ(num("select count(*) from WLBill where FOrderBillID=2 and FSumAmount=0 and "
-                  "FSettleAmount=0"),
+    EXPECT_EQ(number("select count(*) from WLBill where FOrderBillID=2 and FSumAmount=0 and "
+                     "FSettleAmount=0"),
               1);
 
     // Another kind changes only the number's prefix; the stored kind stays 21.
     save(11, no, 10, 0, three_rows());
     EXPECT_EQ(no, "CD250309-001");
-    EXPECT_EQ(num("select FTranType from icorder where FInterID=3"), 21);
+    EXPECT_EQ(number("select FTranType from icorder where FInterID=3"), 21);
 
     // The quantity sum is 16-bit: past 32767 the save fails and nothing stays.
     expect_com_error(
         [&] {
             save(21, no, 0, 0,
-                 rows({{5, 1, 30000, 1, 1, 1, 1, 1, 1, 0, "", 0},
-                       {5, 1, 3000, 1, 1, 1, 1, 1, 1, 0, "", 0}}));
+                 lines({{5, 1, 30000, 1, 1, 1, 1, 1, 1, 0, "", 0},
+                        {5, 1, 3000, 1, 1, 1, 1, 1, 1, 0, "", 0}}));
         },
         kComponent, "溢出");
-    EXPECT_EQ(num("select count(*) from icorder"), 3);
-    EXPECT_EQ(num("select count(*) from icorderEntry"), 9);
+    EXPECT_EQ(number("select count(*) from icorder"), 3);
+    EXPECT_EQ(number("select count(*) from icorderEntry"), 9);
 }
 
 TEST_F(VipOrderTest, ModifyingAndClashingIds) {
@@ -95,7 +94,7 @@ TEST_F(VipOrderTest, ModifyingAndClashingIds) {
     exec("insert into ICMaxNum(FTranType,FMaxNum,FDescription) values(4,9,'')");
 
     std::string no = "XD250301-001";
-    save(21, no, 50, 57, rows({{6, 1, 2, 139, 278, 1, 159, 318, 60, 0, "灰色", 0}}));
+    save(21, no, 50, 57, lines({{6, 1, 2, 139, 278, 1, 159, 318, 60, 0, "灰色", 0}}));
     EXPECT_EQ(no, "XD250301-001");
     EXPECT_EQ(table("select FItemID,(select FEarnest from icorder where FInterID=57) from "
                     "icorderEntry where FInterID=57"),
@@ -113,7 +112,7 @@ TEST_F(VipOrderTest, ModifyingAndClashingIds) {
                     "order by FInterID"),
               (std::vector<std::string>{"1|1", "2|3"}));
     EXPECT_EQ(scalar("select FBillNo from icorder where FInterID=1").to_string(), "CD-OTHER");
-    EXPECT_EQ(num("select FOrderBillID from WLBill where FSumAmount=20"), 2);
+    EXPECT_EQ(number("select FOrderBillID from WLBill where FSumAmount=20"), 2);
 }
 
 TEST_F(VipOrderTest, VoidDeleteRestoreAndList) {
@@ -122,8 +121,8 @@ TEST_F(VipOrderTest, VoidDeleteRestoreAndList) {
     save(21, no, 30, 0, three_rows());   // 2
 
     vip.DeleteBill(21, 1, nullptr, true);
-    EXPECT_EQ(num("select FDeleted from icorder where FInterID=1"), 1);
-    EXPECT_EQ(num("select FDeleted from WLBill where FOrderBillID=1"), 1);
+    EXPECT_EQ(number("select FDeleted from icorder where FInterID=1"), 1);
+    EXPECT_EQ(number("select FDeleted from WLBill where FOrderBillID=1"), 1);
     auto rs = vip.GetBillList(21, "");
     EXPECT_EQ(fields(rs, {"FVipCard", "FInterID"}), "V0001 刘洋 Liu Yang|2");
     EXPECT_EQ(column(rs, "FDeleted"), (std::vector<std::string>{"", "", "", "※", "※", "※"}));
@@ -131,9 +130,10 @@ TEST_F(VipOrderTest, VoidDeleteRestoreAndList) {
               std::vector<std::string>{"M"});
 
     vip.UnblankOut(1);
-    EXPECT_EQ(num("select FDeleted+(select FDeleted from WLBill where FOrderBillID=1) from icorder "
-                  "where FInterID=1"),
-              0);
+    EXPECT_EQ(
+        number("select FDeleted+(select FDeleted from WLBill where FOrderBillID=1) from icorder "
+               "where FInterID=1"),
+        0);
 
     exec("update icorder set FCheckerID=5 where FInterID=2");
     expect_com_error([&] { vip.DeleteBill(21, 2); }, kComponent,

@@ -10,21 +10,21 @@
 namespace billdata::testing {
 
 struct Outcome {
-    int status = -1;
+    int status = -1;  // the exit status, or 128 + the signal that ended it
     std::string out;
 };
 
-// Standard error is dropped unless the command redirects it itself.
-inline Outcome shell(const std::string& command) {
+// Standard error is dropped unless `with_errors` (then it comes with the output) or the command
+// redirects it itself.
+inline Outcome shell(const std::string& command, bool with_errors = false) {
     Outcome r;
-    FILE* pipe = ::popen((command + " 2>/dev/null").c_str(), "r");
+    FILE* pipe = ::popen((command + (with_errors ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
     if (!pipe) return r;
-    std::array<char, 4096> buffer{};
-    std::size_t n = 0;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
+    std::array<char, 65536> buffer{};
+    for (std::size_t n; (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
         r.out.append(buffer.data(), n);
     const int status = ::pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return r;
 }
 
