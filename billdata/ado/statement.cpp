@@ -144,7 +144,8 @@ void Statement::piece(std::size_t index) {
     append(skeleton_->pieces_[index]);
 }
 
-void Statement::number_written(std::size_t place, std::size_t start, std::int64_t known) {
+void Statement::number_written(std::size_t place, std::size_t start, std::int64_t known,
+                               double known_real) {
     if (!skeleton_->places_[place].bare) return;  // digits inside a text
     // A minus is an operator to the scan: the literal is the digits after it.
     const char* t = text_.data();
@@ -154,10 +155,21 @@ void Statement::number_written(std::size_t place, std::size_t start, std::int64_
         shaped_ = false;
         return;
     }
-    bool whole = true;
-    for (std::size_t i = start; i < size_; ++i)
-        if (t[i] == '.' || t[i] == 'e' || t[i] == 'E') whole = false;
-    written_[place] = Written{start, size_, whole ? known : -1};
+    bool whole = true, exponent = false;
+    std::size_t significant = 0;
+    for (std::size_t i = start; i < size_; ++i) {
+        const char c = t[i];
+        if (c == '.') {
+            whole = false;
+        } else if (c == 'e' || c == 'E') {
+            whole = false;
+            exponent = true;
+        } else if (!exponent && c >= '0' && c <= '9' && (significant > 0 || c != '0')) {
+            ++significant;
+        }
+    }
+    written_[place] =
+        Written{start, size_, whole ? known : -1, !whole && significant <= 15 ? known_real : -1};
     key_[kKeyStem + place] = negative ? (whole ? 'I' : 'D') : (whole ? 'i' : 'd');
 }
 
@@ -182,12 +194,14 @@ void Statement::put(std::size_t place, std::int64_t v) {
 
 void Statement::put(std::size_t place, double v) {
     const std::size_t start = size_;
-    append(Variant::format_double(v));
+    char* at = room(Variant::kDoubleTextRoom);
+    size_ += Variant::format_double(v, at);
     // Written as its whole digits below 1e15 (format_double), so its value is known.
     const bool whole =
         v == 0 || (std::fabs(v) < 1e15 && static_cast<double>(static_cast<std::int64_t>(v)) == v);
     const auto magnitude = static_cast<std::int64_t>(std::fabs(v));
-    number_written(place, start, whole ? magnitude : -1);
+    // Any other is written in the shortest form that reads back as it.
+    number_written(place, start, whole ? magnitude : -1, std::fabs(v));
 }
 
 void Statement::put(std::size_t place, const Variant& v) {
@@ -224,7 +238,7 @@ void Statement::put(std::size_t place, std::string_view v) {
     if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos)
         shaped_ = false;
     else
-        number_written(place, start, -1);
+        number_written(place, start, -1, -1);
 }
 
 void Statement::put(std::size_t place, const QuotedText& v) {
@@ -248,11 +262,11 @@ void Statement::finish() {
         if (f.place >= 0) {
             const Written& w = written_[static_cast<std::size_t>(f.place)];
             literals_.push_back(StatementLiteral{w.start, w.end - w.start,
-                                                 StatementLiteral::Kind::Number, w.whole});
+                                                 StatementLiteral::Kind::Number, w.whole, w.real});
         } else {
             const std::size_t start = piece_starts_[f.start_piece] + f.start_offset;
             const std::size_t end = piece_starts_[f.end_piece] + f.end_offset;
-            literals_.push_back(StatementLiteral{start, end - start, f.kind, f.whole});
+            literals_.push_back(StatementLiteral{start, end - start, f.kind, f.whole, -1});
         }
     }
 }

@@ -24,6 +24,9 @@ struct StatementLiteral {
     Kind kind = Kind::Number;
     // A whole number's value when the builder knows it (it wrote at most 18 digits), else -1.
     std::int64_t whole = -1;
+    // A decimal's value when the builder knows it (at most 15 significant digits, which every
+    // reader reads back as the same double), else -1.
+    double real = -1;
 };
 
 // A text value that goes between quotes with its single quotes doubled (as common::sql_text).
@@ -115,8 +118,9 @@ class Statement {
         size_ += s.size();
     }
     // A number's text just appended at `start` in a bare place: its literal's kind in the key.
-    // `whole`: the value's magnitude when it is a whole number of at most 18 digits, else -1.
-    void number_written(std::size_t place, std::size_t start, std::int64_t whole);
+    // `whole`: the value's magnitude when it is a whole number of at most 18 digits, else -1;
+    // `real`: its magnitude when it was written as a decimal that reads back as it, else -1.
+    void number_written(std::size_t place, std::size_t start, std::int64_t whole, double real);
     void text_written(std::size_t place, std::size_t start);
 
     const Skeleton* skeleton_ = nullptr;
@@ -129,6 +133,7 @@ class Statement {
     struct Written {
         std::size_t start = 0, end = 0;  // a bare place's literal
         std::int64_t whole = -1;
+        double real = -1;
     };
     std::vector<Written> written_;
 };

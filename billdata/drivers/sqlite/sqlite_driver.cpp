@@ -169,6 +169,12 @@ std::int64_t known_whole(const dialect::Literal&) {
 std::int64_t known_whole(const ado::StatementLiteral& l) {
     return l.whole;
 }
+double known_real(const dialect::Literal&) {
+    return -1;
+}
+double known_real(const ado::StatementLiteral& l) {
+    return l.real;
+}
 
 // One prepared statement of the cache: the translation of a statement shape with its literals
 // as parameters. `bound[k]` is the shape's literal bound to ?k+1; `kept` are the literals that
@@ -921,7 +927,12 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 continue;
             }
         }
-        if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
+        if (const double real = known_real(l); real >= 0) {
+            v.type = dialect::LiteralValue::Type::Real;
+            v.real = real;
+        } else if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) {
+            return false;
+        }
         if (k < entry.scales.size() && entry.scales[k] != 0) {
             if (v.type == dialect::LiteralValue::Type::Integer)
                 fit_scaled(v.integer, entry.scales[k]);
