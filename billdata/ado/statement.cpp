@@ -89,17 +89,19 @@ Skeleton::Skeleton(std::string_view text) {
             throw std::logic_error("a value's place is neither a number nor inside a text: " +
                                    probe);
     }
+    first_literal_.assign(pieces_.size() + 1, 0);
     for (const dialect::Literal& l : shape.literals) {
         FixedLiteral f;
         f.kind = kind_of(l.kind);
         const std::size_t start = piece_of(l.offset);
         if (l.kind == dialect::Literal::Kind::Number && start + 1 < piece_at.size() &&
             l.offset == piece_at[start] + pieces_[start].size()) {
-            f.place = static_cast<std::int32_t>(start);  // a bare place: where its value is
+            continue;  // a bare place: its value's literal comes with the value
         } else {
             const std::size_t last = piece_of(l.offset + l.length - 1);
-            f.start_piece = static_cast<std::uint32_t>(start);
             f.start_offset = static_cast<std::uint32_t>(l.offset - piece_at[start]);
+            for (std::size_t k = start + 1; k < first_literal_.size(); ++k)
+                ++first_literal_[k];
             f.end_piece = static_cast<std::uint32_t>(last);
             f.end_offset = static_cast<std::uint32_t>(l.offset + l.length - piece_at[last]);
             const std::string_view digits = std::string_view(probe).substr(l.offset, l.length);
@@ -134,14 +136,31 @@ void Statement::begin(const Skeleton& skeleton) {
     key_.assign(kKeyStem + skeleton.places(), '.');
     key_[0] = '\x02';
     std::memcpy(key_.data() + 1, &skeleton.id_, sizeof skeleton.id_);
-    piece_starts_.resize(skeleton.pieces_.size());
-    written_.resize(skeleton.places());
+    literals_.clear();
+    open_ = kNone;
     piece(0);
 }
 
 void Statement::piece(std::size_t index) {
-    piece_starts_[index] = size_;
-    append(skeleton_->pieces_[index]);
+    const std::size_t base = size_;
+    if (open_ != kNone && open_end_piece_ == index) {
+        literals_[open_].length = base + open_end_offset_ - literals_[open_].offset;
+        open_ = kNone;
+    }
+    const Skeleton& s = *skeleton_;
+    for (std::uint32_t i = s.first_literal_[index]; i < s.first_literal_[index + 1]; ++i) {
+        const Skeleton::FixedLiteral& f = s.literals_[i];
+        if (f.end_piece == index) {
+            literals_.push_back(StatementLiteral{base + f.start_offset,
+                                                 f.end_offset - f.start_offset, f.kind, f.whole});
+        } else {
+            literals_.push_back(StatementLiteral{base + f.start_offset, 0, f.kind});
+            open_ = literals_.size() - 1;
+            open_end_piece_ = f.end_piece;
+            open_end_offset_ = f.end_offset;
+        }
+    }
+    append(s.pieces_[index]);
 }
 
 void Statement::number_written(std::size_t place, std::size_t start, std::int64_t known,
@@ -168,8 +187,9 @@ void Statement::number_written(std::size_t place, std::size_t start, std::int64_
             ++significant;
         }
     }
-    written_[place] =
-        Written{start, size_, whole ? known : -1, !whole && significant <= 15 ? known_real : -1};
+    literals_.push_back(StatementLiteral{start, size_ - start, StatementLiteral::Kind::Number,
+                                         whole ? known : -1,
+                                         !whole && significant <= 15 ? known_real : -1});
     key_[kKeyStem + place] = negative ? (whole ? 'I' : 'D') : (whole ? 'i' : 'd');
 }
 
@@ -187,8 +207,9 @@ void Statement::put(std::size_t place, std::int64_t v) {
     constexpr std::int64_t kEighteenDigits = 999'999'999'999'999'999;
     const bool negative = v < 0;
     const std::int64_t magnitude = v >= -kEighteenDigits ? (negative ? -v : v) : -1;
-    written_[place] =
-        Written{start + (negative ? 1 : 0), size_, magnitude <= kEighteenDigits ? magnitude : -1};
+    const std::size_t digits = start + (negative ? 1 : 0);
+    literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
+                                         magnitude <= kEighteenDigits ? magnitude : -1});
     key_[kKeyStem + place] = negative ? 'I' : 'i';
 }
 
@@ -196,12 +217,19 @@ void Statement::put(std::size_t place, double v) {
     const std::size_t start = size_;
     char* at = room(Variant::kDoubleTextRoom);
     size_ += Variant::format_double(v, at);
+    if (!skeleton_->places_[place].bare) return;  // digits inside a text
     // Written as its whole digits below 1e15 (format_double), so its value is known.
-    const bool whole =
-        v == 0 || (std::fabs(v) < 1e15 && static_cast<double>(static_cast<std::int64_t>(v)) == v);
-    const auto magnitude = static_cast<std::int64_t>(std::fabs(v));
+    const double magnitude = std::fabs(v);
+    if (v == 0 || (magnitude < 1e15 && static_cast<double>(static_cast<std::int64_t>(v)) == v)) {
+        const bool negative = at[0] == '-';
+        const std::size_t digits = start + (negative ? 1 : 0);
+        literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
+                                             static_cast<std::int64_t>(magnitude)});
+        key_[kKeyStem + place] = negative ? 'I' : 'i';
+        return;
+    }
     // Any other is written in the shortest form that reads back as it.
-    number_written(place, start, whole ? magnitude : -1, std::fabs(v));
+    number_written(place, start, -1, magnitude);
 }
 
 void Statement::put(std::size_t place, const Variant& v) {
@@ -253,21 +281,9 @@ void Statement::put(std::size_t place, const QuotedText& v) {
 }
 
 void Statement::finish() {
-    literals_.clear();
     if (!shaped_) {
         key_.clear();
-        return;
-    }
-    for (const Skeleton::FixedLiteral& f : skeleton_->literals_) {
-        if (f.place >= 0) {
-            const Written& w = written_[static_cast<std::size_t>(f.place)];
-            literals_.push_back(StatementLiteral{w.start, w.end - w.start,
-                                                 StatementLiteral::Kind::Number, w.whole, w.real});
-        } else {
-            const std::size_t start = piece_starts_[f.start_piece] + f.start_offset;
-            const std::size_t end = piece_starts_[f.end_piece] + f.end_offset;
-            literals_.push_back(StatementLiteral{start, end - start, f.kind, f.whole, -1});
-        }
+        literals_.clear();
     }
 }
 

@@ -50,18 +50,18 @@ class Skeleton {
     struct Place {
         bool bare = false;  // a number of its own, else inside a quoted text
     };
-    // A literal of the fixed text: from an offset in one fixed piece to an offset in another,
-    // or the value of a bare place.
+    // A literal of the fixed text: from an offset in one fixed piece to an offset in the same
+    // or a later one (a text with places inside).
     struct FixedLiteral {
-        std::uint32_t start_piece = 0, start_offset = 0, end_piece = 0, end_offset = 0;
+        std::uint32_t start_offset = 0, end_piece = 0, end_offset = 0;
         StatementLiteral::Kind kind = StatementLiteral::Kind::Number;
-        std::int32_t place = -1;  // the bare place it is, or -1
         std::int64_t whole = -1;  // a fixed whole number's value (StatementLiteral::whole)
     };
     std::vector<std::string> pieces_;  // places() + 1 fixed pieces around the places
     std::vector<Place> places_;
-    std::vector<FixedLiteral> literals_;
-    std::uint64_t id_ = 0;  // unique in the process: the cache key's stem
+    std::vector<FixedLiteral> literals_;        // in order, grouped by the piece they start in
+    std::vector<std::uint32_t> first_literal_;  // per piece (and one past the last)
+    std::uint64_t id_ = 0;                      // unique in the process: the cache key's stem
     std::size_t fixed_size_ = 0;
 };
 
@@ -129,13 +129,10 @@ class Statement {
     std::size_t size_ = 0;
     std::string key_;
     std::vector<StatementLiteral> literals_;
-    std::vector<std::size_t> piece_starts_;  // where each fixed piece starts in text_
-    struct Written {
-        std::size_t start = 0, end = 0;  // a bare place's literal
-        std::int64_t whole = -1;
-        double real = -1;
-    };
-    std::vector<Written> written_;
+    // A text literal with places inside, until the piece that ends it is written.
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+    std::size_t open_ = kNone;
+    std::size_t open_end_piece_ = 0, open_end_offset_ = 0;
 };
 
 }  // namespace billdata::ado
