@@ -89,6 +89,7 @@ Skeleton::Skeleton(std::string_view text) {
             throw std::logic_error("a value's place is neither a number nor inside a text: " +
                                    probe);
     }
+    piece_views_.assign(pieces_.begin(), pieces_.end());
     first_literal_.assign(pieces_.size() + 1, 0);
     for (const dialect::Literal& l : shape.literals) {
         FixedLiteral f;
@@ -160,7 +161,7 @@ void Statement::piece(std::size_t index) {
             open_end_offset_ = f.end_offset;
         }
     }
-    append(s.pieces_[index]);
+    append(s.piece_views_[index]);
 }
 
 void Statement::number_written(std::size_t place, std::size_t start, std::int64_t known,

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -42,6 +43,8 @@ struct QuotedText {
 class Skeleton {
   public:
     explicit Skeleton(std::string_view text);
+    Skeleton(const Skeleton&) = delete;  // its pieces are seen through views into itself
+    Skeleton& operator=(const Skeleton&) = delete;
 
     std::size_t places() const { return places_.size(); }
 
@@ -57,7 +60,8 @@ class Skeleton {
         StatementLiteral::Kind kind = StatementLiteral::Kind::Number;
         std::int64_t whole = -1;  // a fixed whole number's value (StatementLiteral::whole)
     };
-    std::vector<std::string> pieces_;  // places() + 1 fixed pieces around the places
+    std::vector<std::string> pieces_;            // places() + 1 fixed pieces around the places
+    std::vector<std::string_view> piece_views_;  // the same, read on every statement
     std::vector<Place> places_;
     std::vector<FixedLiteral> literals_;        // in order, grouped by the piece they start in
     std::vector<std::uint32_t> first_literal_;  // per piece (and one past the last)
@@ -114,7 +118,7 @@ class Statement {
     }
     void grow(std::size_t n);
     void append(std::string_view s) {
-        s.copy(room(s.size()), s.size());
+        std::memcpy(room(s.size()), s.data(), s.size());
         size_ += s.size();
     }
     // A number's text just appended at `start` in a bare place: its literal's kind in the key.
