@@ -215,14 +215,30 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* recor
     return execute(sql, records_affected, command_timeout_);
 }
 
+std::shared_ptr<Recordset> Connection::Execute(const Statement& statement, long* records_affected,
+                                               long options) {
+    if (options != adOptionUnspecified && (options & adExecuteNoRecords)) {
+        auto s = session();
+        log(statement.text());
+        long affected = -1;
+        driver::ExecOptions exec;
+        exec.timeout_seconds = command_timeout_;
+        s->execute_statement(statement, exec, &affected);  // a cursor, if any, is let go unread
+        if (records_affected) *records_affected = affected;
+        return nullptr;
+    }
+    return execute(statement.text(), records_affected, command_timeout_, &statement);
+}
+
 std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* records_affected,
-                                               long timeout_seconds) {
+                                               long timeout_seconds, const Statement* built) {
     auto s = session();
     log(sql);
     long affected = -1;
     driver::ExecOptions options;
     options.timeout_seconds = timeout_seconds;
-    auto cursor = s->execute(sql, options, &affected);
+    auto cursor = built ? s->execute_statement(*built, options, &affected)
+                        : s->execute(sql, options, &affected);
     if (records_affected) *records_affected = affected;
     auto rs = Recordset::create();
     if (cursor) {

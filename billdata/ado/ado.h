@@ -63,6 +63,7 @@ enum ParameterDirectionEnum {
 enum ObjectStateEnum { adStateClosed = 0, adStateOpen = 1 };
 
 class Recordset;
+class Statement;
 
 // A connection to one database, chosen by its connection string (see ConnectionString).
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -94,6 +95,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // With `options` adExecuteNoRecords nothing is returned (nullptr) and rows are not read.
     std::shared_ptr<Recordset> Execute(std::string_view sql, long* records_affected = nullptr,
                                        long options = adOptionUnspecified);
+    // The same for a built statement (its text); the driver may use what the statement knows of
+    // its literals instead of reading them from the text again.
+    std::shared_ptr<Recordset> Execute(const Statement& statement, long* records_affected = nullptr,
+                                       long options = adOptionUnspecified);
 
     // One level of transaction; a second BeginTrans while one is open is an error.
     long BeginTrans();
@@ -108,8 +113,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     friend class Command;
     friend class Recordset;
     Connection();
+    // `built`, when given, is the statement `sql` is the text of.
     std::shared_ptr<Recordset> execute(std::string_view sql, long* records_affected,
-                                       long timeout_seconds);
+                                       long timeout_seconds, const Statement* built = nullptr);
     // Writes `sql` to the statement log when the log was wanted as the connection opened.
     void log(std::string_view sql) const;
     std::string connection_string_;

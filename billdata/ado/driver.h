@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "billdata/ado/com_error.h"
+#include "billdata/ado/statement.h"
 #include "billdata/ado/variant.h"
 
 namespace billdata::ado {
@@ -108,6 +109,12 @@ class Session {
     // `affected` (if given) receives the number of rows changed, -1 for a query.
     virtual std::unique_ptr<Cursor> execute(std::string_view tsql, const ExecOptions& options,
                                             long* affected) = 0;
+    // The same for a built statement. A driver whose statement cache can take the statement's
+    // own account of its literals overrides this; by default its text runs as any other.
+    virtual std::unique_ptr<Cursor> execute_statement(const Statement& statement,
+                                                      const ExecOptions& options, long* affected) {
+        return execute(statement.text(), options, affected);
+    }
 
     // BEGIN (on SQLite: BEGIN IMMEDIATE, so the write lock is taken at once), COMMIT, ROLLBACK.
     virtual void begin() = 0;

@@ -16,8 +16,9 @@ using util::iequals;
 using util::is_blank;
 using util::trim;
 
-// Shortest fixed-notation text of a finite, non-negative double that reads back exactly.
-std::string fixed_text(double v) {
+// Shortest fixed-notation text of a finite, non-negative double that reads back exactly, into
+// `out` (room for Variant::kDoubleTextRoom characters); its length.
+std::size_t fixed_text(double v, char* out) {
     // Prices, amounts and rates have a few decimals: find them without the general search. For
     // v * 10^k below 2^50 at most one number of k decimals reads back as v, and the rounded
     // product is that number when there is one; the division, rounded as a reader rounds, tells
@@ -31,23 +32,29 @@ std::string fixed_text(double v) {
         char digits[24];
         auto r = std::to_chars(digits, digits + sizeof digits, static_cast<std::int64_t>(whole));
         std::string_view d(digits, static_cast<std::size_t>(r.ptr - digits));
-        if (k == 0) return std::string(d);
+        if (k == 0) return d.copy(out, d.size());
         const auto decimals = static_cast<std::size_t>(k);
-        std::string out;
+        char* w = out;
         if (d.size() <= decimals) {
-            out = "0.";
-            out.append(decimals - d.size(), '0');
-            out += d;
+            *w++ = '0';
+            *w++ = '.';
+            for (std::size_t i = d.size(); i < decimals; ++i)
+                *w++ = '0';
+            w += d.copy(w, d.size());
         } else {
-            out.assign(d.substr(0, d.size() - decimals));
-            out += '.';
-            out += d.substr(d.size() - decimals);
+            w += d.copy(w, d.size() - decimals);
+            *w++ = '.';
+            w += d.copy(w, decimals, d.size() - decimals);
         }
-        return out;
+        return static_cast<std::size_t>(w - out);
     }
-    char buf[512];
-    auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed);
-    return std::string(buf, r.ptr);
+    auto r = std::to_chars(out, out + Variant::kDoubleTextRoom, v, std::chars_format::fixed);
+    return static_cast<std::size_t>(r.ptr - out);
+}
+
+std::string fixed_text(double v) {
+    char buf[Variant::kDoubleTextRoom];
+    return std::string(buf, fixed_text(v, buf));
 }
 
 // Rounds to an integral value half to even and checks the target range.
@@ -263,21 +270,29 @@ bool Variant::parse_number(std::string_view text, double& out) {
 }
 
 std::string Variant::format_double(double v) {
+    char buf[kDoubleTextRoom];
+    return std::string(buf, format_double(v, buf));
+}
+
+std::size_t Variant::format_double(double v, char* out) {
     if (!std::isfinite(v)) throw ComError::platform(err::kOverflow);
-    if (v == 0) return "0";
+    if (v == 0) {
+        *out = '0';
+        return 1;
+    }
     if (std::fabs(v) < 1e15) {
         // Whole amounts and quantities are most of what a bill writes: their digits directly.
         const auto whole = static_cast<std::int64_t>(v);
-        if (static_cast<double>(whole) == v) return std::to_string(whole);
-        std::string s = fixed_text(std::fabs(v));
-        return v < 0 ? "-" + s : s;
+        if (static_cast<double>(whole) == v)
+            return static_cast<std::size_t>(std::to_chars(out, out + 24, whole).ptr - out);
+        if (v > 0) return fixed_text(v, out);
+        *out = '-';
+        return 1 + fixed_text(-v, out + 1);
     }
-    char buf[64];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    std::string s(buf, r.ptr);
-    for (char& c : s)
-        if (c == 'e') c = 'E';
-    return s;
+    auto r = std::to_chars(out, out + kDoubleTextRoom, v);
+    for (char* c = out; c != r.ptr; ++c)
+        if (*c == 'e') *c = 'E';
+    return static_cast<std::size_t>(r.ptr - out);
 }
 
 }  // namespace billdata::ado

@@ -1,6 +1,7 @@
 #pragma once
 // The platform's variant value and its conversion rules.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -64,6 +65,9 @@ class Variant {
     // infinity or NaN has no such text, and would only break a statement it went into: it is
     // the platform's overflow, ComError 6. The text conversion of a Double goes through here.
     static std::string format_double(double v);
+    // The same text into `out`, which has room for kDoubleTextRoom characters; its length.
+    static std::size_t format_double(double v, char* out);
+    static constexpr std::size_t kDoubleTextRoom = 512;
 
   private:
     struct NullTag {

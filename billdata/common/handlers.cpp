@@ -69,12 +69,29 @@ std::chrono::milliseconds lock_timeout_cached(const std::string& connection_stri
     return last_timeout;
 }
 
+// The buffers of built statements, kept from one operation to the next of the thread so that
+// a till's sales find them grown to their statements' size.
+thread_local std::vector<std::unique_ptr<ado::Statement>> spare_statements;
+
 }  // namespace
 
 Executor::Executor(std::shared_ptr<ado::Connection> connection, Handler handler)
     : connection_(std::move(connection)),
       handler_(handler),
-      lock_timeout_(lock_timeout_cached(connection_->ConnectionString())) {}
+      lock_timeout_(lock_timeout_cached(connection_->ConnectionString())) {
+    if (spare_statements.empty()) {
+        statement_ = std::make_unique<ado::Statement>();
+    } else {
+        statement_ = std::move(spare_statements.back());
+        spare_statements.pop_back();
+    }
+}
+
+Executor::~Executor() {
+    // Operations nest a few deep at most; beyond that the buffers are let go.
+    if (statement_ && spare_statements.size() < 4)
+        spare_statements.push_back(std::move(statement_));
+}
 
 template <class Fn>
 auto Executor::run(Fn&& fn) -> decltype(fn()) {
@@ -105,11 +122,27 @@ long Executor::execute(const std::function<std::string()>& build) {
     });
 }
 
+long Executor::execute(util::FunctionRef<void(ado::Statement&)> build) {
+    return run([&] {
+        long affected = 0;
+        build(*statement_);
+        connection_->Execute(*statement_, &affected, ado::adExecuteNoRecords);
+        return affected;
+    });
+}
+
 long Executor::execute(std::string_view sql) {
     return run([&] {
         long affected = 0;
         connection_->Execute(sql, &affected, ado::adExecuteNoRecords);
         return affected;
+    });
+}
+
+std::shared_ptr<ado::Recordset> Executor::query(util::FunctionRef<void(ado::Statement&)> build) {
+    return run([&] {
+        build(*statement_);
+        return connection_->Execute(*statement_);
     });
 }
 

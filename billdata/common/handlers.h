@@ -20,6 +20,8 @@
 #include <string_view>
 
 #include "billdata/ado/ado.h"
+#include "billdata/ado/statement.h"
+#include "billdata/util/function_ref.h"
 
 namespace billdata::common {
 
@@ -59,6 +61,8 @@ decltype(auto) retry_on_lock(std::chrono::milliseconds timeout, bool in_transact
 class Executor {
   public:
     Executor(std::shared_ptr<ado::Connection> connection, Handler handler);
+    ~Executor();
+    Executor(Executor&&) = default;
 
     const std::shared_ptr<ado::Connection>& connection() const { return connection_; }
     Handler handler() const { return handler_; }
@@ -73,8 +77,12 @@ class Executor {
     // interior id reaches it. Returns the records affected.
     long execute(const std::function<std::string()>& build);
     long execute(std::string_view sql);
+    // The same for a statement that `build` makes from its skeleton into the executor's reused
+    // statement (built again after a retry).
+    long execute(util::FunctionRef<void(ado::Statement&)> build);
     // Runs a query on the connection and returns its forward-only record set.
     std::shared_ptr<ado::Recordset> query(std::string_view sql);
+    std::shared_ptr<ado::Recordset> query(util::FunctionRef<void(ado::Statement&)> build);
 
     // Begin/commit/rollback on the connection, under the same lock policy.
     void begin();
@@ -89,6 +97,7 @@ class Executor {
     Handler handler_;
     std::chrono::milliseconds lock_timeout_;
     std::function<void()> fresh_id_;
+    std::unique_ptr<ado::Statement> statement_;  // the thread's spare buffers while it lives
 };
 
 // Opens a forward-only record set on a statement through a private connection of the connection

@@ -4,12 +4,23 @@
 
 namespace billdata::common {
 
+using ado::Statement;
 using ado::Variant;
+
+namespace {
+
+// Drawn for every bill saved: built from their skeletons.
+const ado::Skeleton kMaxNum("select * from ICMaxNum where FTranType={}");
+const ado::Skeleton kMaxNumStep("Update ICMaxNum set FMaxNum=FMaxNum+{}  Where FtranType={}");
+const ado::Skeleton kBillNo("select * from ICBillNo where FDate='{}' and FTranType={}");
+const ado::Skeleton kBillNoStep("Update ICBillNo set FMaxNum={} where FTranType={} and FDate='{}'");
+
+}  // namespace
 
 std::int32_t NextInterID(Executor& ex, std::int16_t series, std::int16_t step) {
     const std::int32_t increment = step == 0 ? 1 : step;
     const std::string s = std::to_string(series);
-    auto rs = ex.query("select * from ICMaxNum where FTranType=" + s);
+    auto rs = ex.query([&](Statement& st) { st.build(kMaxNum, series); });
     if (rs->Eof()) {
         rs->Close();
         ex.execute("Insert Into ICMaxNum(FtranType,FMaxNUm,FDescription) Values(" + s + ",1,'')");
@@ -26,8 +37,7 @@ std::int32_t NextInterID(Executor& ex, std::int16_t series, std::int16_t step) {
         }
         check->Close();
     }
-    ex.execute("Update ICMaxNum set FMaxNum=FMaxNum+" + std::to_string(increment) +
-               "  Where FtranType=" + s);
+    ex.execute([&](Statement& st) { st.build(kMaxNumStep, increment, series); });
     return candidate;
 }
 
@@ -35,7 +45,7 @@ std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime&
                        std::string_view prefix) {
     const std::string date = bill_date.to_string();
     const std::string k(kind);
-    auto rs = ex.query("select * from ICBillNo where FDate='" + date + "' and FTranType=" + k);
+    auto rs = ex.query([&](Statement& st) { st.build(kBillNo, date, kind); });
     std::int16_t sequence = 1;
     if (rs->Eof()) {
         rs->Close();
@@ -44,8 +54,7 @@ std::string NextBillNo(Executor& ex, std::string_view kind, const ado::DateTime&
     } else {
         sequence = Variant(rs->Fields("FMaxNum").Value().to_double() + 1).to_int16();
         rs->Close();
-        ex.execute("Update ICBillNo set FMaxNum=" + std::to_string(sequence) +
-                   " where FTranType=" + k + " and FDate='" + date + "'");
+        ex.execute([&](Statement& st) { st.build(kBillNoStep, sequence, kind, date); });
     }
     std::string digits = std::to_string(sequence);
     std::string padding(digits.size() < 3 ? 3 - digits.size() : 0, '0');

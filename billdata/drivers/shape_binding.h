@@ -24,29 +24,39 @@ struct ShapeBinding {
     // literal behind each) of `tsql`, whose shape is `shape`.
     static ShapeBinding of(std::string_view tsql, const dialect::Shape& shape,
                            const std::vector<std::size_t>& parameters) {
+        return of(shape.literals, tsql, parameters);
+    }
+    // The same from the shape's literals alone (anything with an offset and a length).
+    template <class Literals>
+    static ShapeBinding of(const Literals& literals, std::string_view tsql,
+                           const std::vector<std::size_t>& parameters) {
         ShapeBinding b;
-        b.literal_count = shape.literals.size();
-        std::vector<bool> is_bound(shape.literals.size(), false);
+        b.literal_count = literals.size();
+        std::vector<bool> is_bound(literals.size(), false);
         for (std::size_t offset : parameters) {
-            auto at = std::find_if(shape.literals.begin(), shape.literals.end(),
-                                   [&](const dialect::Literal& l) { return l.offset == offset; });
-            if (at == shape.literals.end()) throw std::logic_error("parameter without literal");
-            const auto index = static_cast<std::size_t>(at - shape.literals.begin());
+            auto at = std::find_if(literals.begin(), literals.end(),
+                                   [&](const auto& l) { return l.offset == offset; });
+            if (at == literals.end()) throw std::logic_error("parameter without literal");
+            const auto index = static_cast<std::size_t>(at - literals.begin());
             b.bound.push_back(index);
             is_bound[index] = true;
         }
-        for (std::size_t i = 0; i < shape.literals.size(); ++i)
+        for (std::size_t i = 0; i < literals.size(); ++i)
             if (!is_bound[i])
-                b.kept.emplace_back(i, std::string(tsql.substr(shape.literals[i].offset,
-                                                               shape.literals[i].length)));
+                b.kept.emplace_back(
+                    i, std::string(tsql.substr(literals[i].offset, literals[i].length)));
         return b;
     }
 
     // Whether another statement of the same shape can use it: its inline literals are the same.
     bool fits(std::string_view tsql, const dialect::Shape& shape) const {
-        if (literal_count != shape.literals.size()) return false;
+        return fits(tsql, shape.literals);
+    }
+    template <class Literals>
+    bool fits(std::string_view tsql, const Literals& literals) const {
+        if (literal_count != literals.size()) return false;
         for (const auto& [index, text] : kept) {
-            const dialect::Literal& l = shape.literals[index];
+            const auto& l = literals[index];
             if (tsql.substr(l.offset, l.length) != text) return false;
         }
         return true;

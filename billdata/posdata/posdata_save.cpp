@@ -19,9 +19,33 @@ namespace billdata {
 
 namespace {
 
+using ado::QuotedText;
+using ado::Skeleton;
+using ado::Statement;
 using ado::Variant;
 using common::Handler;
 using common::sql_number;
+
+// The statements a sale writes for each line and once per sale, "{}" where each value goes.
+const Skeleton kSoldLine(
+    "Insert Into ICStockBillEntry(FInterID,FEntryID,FrowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FOddMentEntry,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FRefTranType) Values({},{},'{}',{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{})");
+const Skeleton kPreSentLine(
+    "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values({},'{}',{},{},0,0,0,{},{},0,0,1,{},{},0,0,'{}')");
+const Skeleton kSizeRow(
+    "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values({},'{}',{},'{}',{},0,{})");
+const Skeleton kHeader(
+    "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values({},99,'{}',{},{},{},{},getdate(),{},'{}',{},{},{},{},{},{},{},{},{},{},{},'{}','{}',{},{},{},{},{},{},'{}','{}',{},{},'{}',{},{})");
+const Skeleton kVipTotals(
+    "Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+{},FSumJf_Un=isnull(FSumJf_Un,0)+{},FSumJf=isnull(FSumJf,0)+{},FEditTime=getdate() where FVipID={}");
+const Skeleton kVipFullCard("Update Vip set FBogus=0 where FVipID={} and FSumBuyAmount>={}");
+const Skeleton kPointsEarned(
+    "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values({},{},'{}',{},'{}','消费增加积分,消费金额：{},单号:{}')");
+const Skeleton kPointsSpent(
+    "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values({},{},'{}',{},'{}','积分兑换金额：{},单号:{}')");
+const Skeleton kLentSold(
+    "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icstockbillentry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID={} and t2.FRefTranType=27");
+const Skeleton kOrderedSold(
+    "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icOrderentry t1 inner join icStockBillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID={} and t2.FRefTranType=21");
 
 // An amount with two decimals for the points-history memo, rounded half away from zero on the
 // decimal digits the amount is written with (89.5 -> "89.50", 2.675 -> "2.68").
@@ -106,14 +130,11 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
         }
 
         std::int32_t inter_id = 0;
-        auto id = [&] { return std::to_string(inter_id); };
         // The one size/colour row of a sold or pre-sent line, from the current row behind `v`.
-        auto size_row = [&](FieldsByName& v, const std::string& key) {
-            ex.execute([&] {
-                return "Insert Into ICStockBillEntry_1(FInterID,FRowKey,FItemID,FColor,FSizeID,FColorEntryID,FQty) Values(" +
-                       id() + ",'" + key + "'," + v("FItemID").to_string() + ",'" +
-                       common::sql_text(v("FColor").to_string()) + "'," + v("FSizeID").to_string() +
-                       ",0," + v("FQty").to_string() + ")";
+        auto size_row = [&](FieldsByName& v, std::int32_t key) {
+            ex.execute([&](Statement& st) {
+                st.build(kSizeRow, inter_id, key, v("FItemID"), QuotedText{v("FColor").to_string()},
+                         v("FSizeID"), v("FQty"));
             });
         };
         op.transaction([&] {
@@ -152,18 +173,13 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                     if (divisor == 0) throw ado::ComError(11, "除数为零");
                     odd_entry = Variant::round_half_even(amount / divisor * OddMent, 2);
                 }
-                const std::string key = std::to_string(line);
-                ex.execute([&] {
-                    return "Insert Into ICStockBillEntry(FInterID,FEntryID,FrowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FOddMentEntry,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FRefTranType) Values(" +
-                           id() + "," + key + ",'" + key + "'," + v("FItemID").to_string() + "," +
-                           v("FQty").to_string() + "," + v("FPrice").to_string() + "," +
-                           v("FAmount").to_string() + "," + v("FZkRate").to_string() + "," +
-                           v("FRetailPrice").to_string() + "," + v("FRetailAmount").to_string() +
-                           "," + sql_number(odd_entry) + "," + sql_number(retail_amount - amount) +
-                           "," + v("FSalerID").to_string() + "," + v("FPreSend").to_string() + "," +
-                           v("FUnitCost").to_string() + "," + sql_number(unit_cost * qty) + "," +
-                           v("FRefInterId").to_string() + "," + v("FRefEntryID").to_string() + "," +
-                           v("FRefTranType").to_string() + ")";
+                const std::int32_t key = line;
+                ex.execute([&](Statement& st) {
+                    st.build(kSoldLine, inter_id, key, key, v("FItemID"), v("FQty"), v("FPrice"),
+                             v("FAmount"), v("FZkRate"), v("FRetailPrice"), v("FRetailAmount"),
+                             odd_entry, retail_amount - amount, v("FSalerID"), v("FPreSend"),
+                             v("FUnitCost"), unit_cost * qty, v("FRefInterId"), v("FRefEntryID"),
+                             v("FRefTranType"));
                 });
                 cost_total += qty * unit_cost;
                 retail_total += retail_amount;
@@ -182,14 +198,11 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                     const double qty = v("FQty").to_double();
                     const double retail_price = v("FRetailPrice").to_double();
                     const double unit_cost = v("FUnitCost").to_double();
-                    const std::string key = std::to_string(line);
-                    ex.execute([&] {
-                        return "Insert Into ICStockBillEntry(FInterID,FRowKey,FItemID,FQty,FPrice,FAmount,FZkRate,FRetailPrice,FRetailAmount,FZkAmount,FSalerID,FPreSend,FUnitCost,FCost,FRefInterID,FRefEntryID,FMemo) Values(" +
-                               id() + ",'" + key + "'," + v("FItemID").to_string() + "," +
-                               v("FQty").to_string() + ",0,0,0," + v("FRetailPrice").to_string() +
-                               "," + sql_number(retail_price * qty) + ",0,0,1," +
-                               v("FUnitCost").to_string() + "," + sql_number(unit_cost * qty) +
-                               ",0,0,'" + common::sql_text(v("Fmemo").to_string()) + "')";
+                    const std::int32_t key = line;
+                    ex.execute([&](Statement& st) {
+                        st.build(kPreSentLine, inter_id, key, v("FItemID"), v("FQty"),
+                                 v("FRetailPrice"), retail_price * qty, v("FUnitCost"),
+                                 unit_cost * qty, QuotedText{v("Fmemo").to_string()});
                     });
                     cost_total += unit_cost * qty;
                     retail_total += retail_price * qty;
@@ -211,39 +224,25 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                                       (OddMent + GetDyq + GetJfAmount) / SumAmount * sum_jf, 2);
 
             const std::string date = BillDate.to_string();
-            ex.execute([&] {
-                return "Insert Into ICStockBill(FInterID,FTranType,FDate,FOutStockID,FBillerID,FYear,FPeriod,FSysTime,FVipID,FBillNo,FGetCash,FBzkBillAmount,FSumQty,FSumAmount,FSumRetailAmount,FSumZkAmount,FGetDyq,FGetBlank,FSumCost,FSumProfit,FSumOddMent,FRemark,FClassName,FSettleID,FQkAmount,FOrgaID,FGetAmount,FChange,FSumJf,FSeason,FMonth,FJfExchange,FGetJfAmount,FMachine,FPosGetMoney,FGetQk) values(" +
-                       id() + ",99,'" + date + "'," + std::to_string(StockID) + "," +
-                       std::to_string(BillerID) + "," + std::to_string(year) + "," +
-                       std::to_string(month) + ",getdate()," + std::to_string(VipID) + ",'" +
-                       bill_no_text + "'," + sql_number(GetCash) + "," + sql_number(amount_total) +
-                       "," + std::to_string(qty_total) + "," + sql_number(SumAmount) + "," +
-                       sql_number(retail_total) + "," + sql_number(discount_total) + "," +
-                       sql_number(GetDyq) + "," + sql_number(GetBlank) + "," +
-                       sql_number(cost_total) + "," + sql_number(SumAmount - cost_total) + "," +
-                       sql_number(OddMent) + ",'" + common::sql_text(BillRemark) + "','" +
-                       common::sql_text(ClassName) + "'," + (QkAmount != 0 ? "1" : "0") + "," +
-                       sql_number(QkAmount) + "," + std::to_string(VipID) + "," +
-                       sql_number(GetAmount) + "," + sql_number(ChangeAmount) + "," +
-                       sql_number(Variant::round_half_even(sum_jf, 2)) + ",'" + season + "','" +
-                       month_text + "'," + sql_number(JfExchange) + "," + sql_number(GetJfAmount) +
-                       ",'" + common::sql_text(Machine) + "'," + (pos_get_money ? "1" : "0") + "," +
-                       sql_number(GetQk) + ")";
+            ex.execute([&](Statement& st) {
+                st.build(kHeader, inter_id, date, StockID, BillerID, year, month, VipID,
+                         bill_no_text, GetCash, amount_total, qty_total, SumAmount, retail_total,
+                         discount_total, GetDyq, GetBlank, cost_total, SumAmount - cost_total,
+                         OddMent, QuotedText{BillRemark}, QuotedText{ClassName},
+                         QkAmount != 0 ? 1 : 0, QkAmount, VipID, GetAmount, ChangeAmount,
+                         Variant::round_half_even(sum_jf, 2), season, month_text, JfExchange,
+                         GetJfAmount, QuotedText{Machine}, pos_get_money ? 1 : 0, GetQk);
             });
             BillData.reset();
 
             if (VipID > 0) {
-                const std::string vip = std::to_string(VipID);
                 // Both the unused balance and the lifetime total move by the points earned less
                 // the points redeemed.
-                const std::string net = sql_number(sum_jf - JfExchange);
-                ex.execute("Update Vip set FSumBuyAmount=isnull(FSumBuyAmount,0)+" +
-                           sql_number(SumAmount) + ",FSumJf_Un=isnull(FSumJf_Un,0)+" + net +
-                           ",FSumJf=isnull(FSumJf,0)+" + net +
-                           ",FEditTime=getdate() where FVipID=" + vip);
+                const double net = sum_jf - JfExchange;
+                ex.execute(
+                    [&](Statement& st) { st.build(kVipTotals, SumAmount, net, net, VipID); });
                 // A provisional card becomes a full card once its purchases reach the threshold.
-                ex.execute("Update Vip set FBogus=0 where FVipID=" + vip +
-                           " and FSumBuyAmount>=" + sql_number(AmountBogusToVip));
+                ex.execute([&](Statement& st) { st.build(kVipFullCard, VipID, AmountBogusToVip); });
                 // The cashier's name as the user table holds it, quotes and all: the statement
                 // GetUserName runs, read here on the sale's own connection (the sale writes no
                 // user row) rather than on a second one opened for it.
@@ -254,30 +253,22 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                     biller = common::sql_text(rs->Fields("FUserName").Value().to_string());
                     rs->Close();
                 }
-                ex.execute([&] {
-                    return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
-                           id() + "," + vip + ",'" + date + "'," + sql_number(sum_jf) + ",'" +
-                           biller + "','消费增加积分,消费金额：" + format_two_decimals(SumAmount) +
-                           ",单号:" + bill_no_text + "')";
+                ex.execute([&](Statement& st) {
+                    st.build(kPointsEarned, inter_id, VipID, date, sum_jf, biller,
+                             format_two_decimals(SumAmount), bill_no_text);
                 });
                 if (JfExchange != 0) {
-                    ex.execute([&] {
-                        return "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values(" +
-                               id() + "," + vip + ",'" + date + "'," + sql_number(-JfExchange) +
-                               ",'" + biller + "','积分兑换金额：" +
-                               format_two_decimals(GetJfAmount) + ",单号:" + bill_no_text + "')";
+                    ex.execute([&](Statement& st) {
+                        st.build(kPointsSpent, inter_id, VipID, date, -JfExchange, biller,
+                                 format_two_decimals(GetJfAmount), bill_no_text);
                     });
                 }
             }
         });
 
         // Outside the transaction: a failure from here on leaves the sale saved.
-        ex.execute(
-            "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icstockbillentry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID=" +
-            id() + " and t2.FRefTranType=27");
-        ex.execute(
-            "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icOrderentry t1 inner join icStockBillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID=" +
-            id() + " and t2.FRefTranType=21");
+        ex.execute([&](Statement& st) { st.build(kLentSold, inter_id); });
+        ex.execute([&](Statement& st) { st.build(kOrderedSold, inter_id); });
         if (AutoDelRefBill) {
             // Purges every fully sold order line, not only those of this sale.
             ex.execute("delete from icorderentry where FQty=isnull(FSaleqty,0)");

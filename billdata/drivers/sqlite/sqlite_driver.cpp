@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -147,6 +148,33 @@ std::string excerpt(std::string_view text) {
 }
 
 // ---- physical handles and their statement cache ------------------------------------------
+
+// The kinds of literals, of a scanned shape or of a built statement.
+bool is_number(const dialect::Literal& l) {
+    return l.kind == dialect::Literal::Kind::Number;
+}
+bool is_number(const ado::StatementLiteral& l) {
+    return l.kind == ado::StatementLiteral::Kind::Number;
+}
+bool is_nstring(const dialect::Literal& l) {
+    return l.kind == dialect::Literal::Kind::NString;
+}
+bool is_nstring(const ado::StatementLiteral& l) {
+    return l.kind == ado::StatementLiteral::Kind::NString;
+}
+// A whole number's value when the literal comes with it (a built statement's), else -1.
+std::int64_t known_whole(const dialect::Literal&) {
+    return -1;
+}
+std::int64_t known_whole(const ado::StatementLiteral& l) {
+    return l.whole;
+}
+double known_real(const dialect::Literal&) {
+    return -1;
+}
+double known_real(const ado::StatementLiteral& l) {
+    return l.real;
+}
 
 // One prepared statement of the cache: the translation of a statement shape with its literals
 // as parameters. `bound[k]` is the shape's literal bound to ?k+1; `kept` are the literals that
@@ -422,7 +450,15 @@ class SqliteSession final : public ado::driver::Session {
 
     std::unique_ptr<ado::driver::Cursor> execute(std::string_view tsql,
                                                  const ado::driver::ExecOptions& options,
-                                                 long* affected) override;
+                                                 long* affected) override {
+        return execute(tsql, nullptr, options, affected);
+    }
+    std::unique_ptr<ado::driver::Cursor> execute_statement(const ado::Statement& statement,
+                                                           const ado::driver::ExecOptions& options,
+                                                           long* affected) override {
+        return execute(statement.text(), statement.key().empty() ? nullptr : &statement, options,
+                       affected);
+    }
     void begin() override {
         auto use = enter();
         commit_own_group();
@@ -526,17 +562,30 @@ class SqliteSession final : public ado::driver::Session {
         }
     }
 
+    // Runs `tsql`; `built`, when given, is the statement it was built as, whose literals the
+    // cache takes as they are instead of scanning the text for them.
+    std::unique_ptr<ado::driver::Cursor> execute(std::string_view tsql, const ado::Statement* built,
+                                                 const ado::driver::ExecOptions& options,
+                                                 long* affected);
     void drain_cursors();
     void run_control(TransactionCommand command);
     bool has_more_statements(const char* tail, const char* end);
     dialect::Translation translate(std::string_view tsql, bool parameterise);
     // Prepares a translation: raises for a second statement; fills what the cache keeps.
     CachedPtr prepare(const dialect::Translation& tr);
-    CachedPtr lookup(std::string_view tsql, const dialect::Shape& shape);
+    // Runs a statement through the cache, its shape given by `key` and `literals` (a scanned
+    // shape's, or a built statement's own); nothing when a literal must be written inline.
+    template <class Literals>
+    std::optional<std::unique_ptr<ado::driver::Cursor>> run_cached(
+        std::string_view tsql, const std::string& key, const Literals& literals,
+        const ado::driver::ExecOptions& options, long* affected);
+    template <class Literals>
+    CachedPtr lookup(std::string_view tsql, const std::string& key, const Literals& literals);
     template <class Number>
     void fit_scaled(Number& n, int code);
+    template <class Literals>
     bool bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
-              const dialect::Shape& shape);
+              const Literals& literals);
     std::unique_ptr<ado::driver::Cursor> run(sqlite3_stmt* stmt, CachedPtr cached,
                                              const CachedStatement& entry,
                                              const ado::driver::ExecOptions& options,
@@ -811,11 +860,13 @@ CachedPtr SqliteSession::prepare(const dialect::Translation& tr) {
     return entry;
 }
 
-CachedPtr SqliteSession::lookup(std::string_view tsql, const dialect::Shape& shape) {
-    auto it = handle_->cache.find(shape.key);
+template <class Literals>
+CachedPtr SqliteSession::lookup(std::string_view tsql, const std::string& key,
+                                const Literals& literals) {
+    auto it = handle_->cache.find(key);
     if (it == handle_->cache.end()) return nullptr;
     for (const CachedPtr& c : it->second)
-        if (c->binding.fits(tsql, shape)) return c;
+        if (c->binding.fits(tsql, literals)) return c;
     return nullptr;
 }
 
@@ -831,20 +882,21 @@ void SqliteSession::fit_scaled(Number& n, int code) {
             .classify(ado::ErrorClass::Other, number, {}, !sqlite3_get_autocommit(db_)));
 }
 
+template <class Literals>
 bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
-                         const dialect::Shape& shape) {
+                         const Literals& literals) {
     // A statement without rows runs to its end before execute returns, while the caller's text
     // is alive: its strings are bound straight from the text, uncopied, when they hold no
     // doubled quote. A cursor outlives the text, so its strings are copied.
     const bool runs_now = entry.columns.empty();
     dialect::LiteralValue v;
     for (std::size_t k = 0; k < entry.binding.bound.size(); ++k) {
-        const dialect::Literal& l = shape.literals[entry.binding.bound[k]];
+        const auto& l = literals[entry.binding.bound[k]];
         const int index = static_cast<int>(k + 1);
         int rc = SQLITE_OK;
-        if (l.kind != dialect::Literal::Kind::Number) {
+        if (!is_number(l)) {
             std::string_view body = tsql.substr(l.offset, l.length);
-            if (l.kind == dialect::Literal::Kind::NString) body.remove_prefix(1);
+            if (is_nstring(l)) body.remove_prefix(1);
             body = body.substr(1, body.size() - 2);  // the shape scan found both quotes
             if (body.find('\'') == std::string_view::npos) {
                 rc = sqlite3_bind_text(stmt, index, body.data(), static_cast<int>(body.size()),
@@ -853,14 +905,18 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 continue;
             }
         }
-        if (l.kind == dialect::Literal::Kind::Number && l.length <= 18) {
-            // Ids, kinds and counts: plain digits that always fit, read here directly.
-            std::int64_t whole = 0;
-            std::size_t i = 0;
-            for (; i < l.length; ++i) {
-                const char c = tsql[l.offset + i];
-                if (c < '0' || c > '9') break;
-                whole = whole * 10 + (c - '0');
+        if (is_number(l) && l.length <= 18) {
+            // Ids, kinds and counts: plain digits that always fit, read here directly unless
+            // the statement came with their value.
+            std::int64_t whole = known_whole(l);
+            std::size_t i = l.length;
+            if (whole < 0) {
+                whole = 0;
+                for (i = 0; i < l.length; ++i) {
+                    const char c = tsql[l.offset + i];
+                    if (c < '0' || c > '9') break;
+                    whole = whole * 10 + (c - '0');
+                }
             }
             if (i == l.length) {
                 if (k < entry.scales.size() && entry.scales[k] != 0 &&
@@ -871,7 +927,12 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 continue;
             }
         }
-        if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) return false;
+        if (const double real = known_real(l); real >= 0) {
+            v.type = dialect::LiteralValue::Type::Real;
+            v.real = real;
+        } else if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) {
+            return false;
+        }
         if (k < entry.scales.size() && entry.scales[k] != 0) {
             if (v.type == dialect::LiteralValue::Type::Integer)
                 fit_scaled(v.integer, entry.scales[k]);
@@ -894,7 +955,45 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
     return true;
 }
 
+template <class Literals>
+std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
+    std::string_view tsql, const std::string& key, const Literals& literals,
+    const ado::driver::ExecOptions& options, long* affected) {
+    CachedPtr entry = lookup(tsql, key, literals);
+    if (!entry) {
+        dialect::Translation tr = translate(tsql, true);
+        if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
+        entry = prepare(tr);
+        entry->binding = ShapeBinding::of(literals, tsql, tr.parameters);
+        entry->scales = std::move(tr.parameter_scales);
+        auto& cache = handle_->cache;
+        if (cache.size() >= kMaxCachedShapes) cache.clear();
+        auto& variants = cache[key];
+        if (variants.size() >= kMaxVariantsPerShape) variants.erase(variants.begin());
+        variants.push_back(entry);
+    }
+    if (options.read_only && entry->translation_writes) throw ado::driver::read_only_refusal();
+    CachedPtr use = entry;
+    if (entry->busy) {
+        // A cursor of the same shape is still open (a loop inside a loop): a statement of
+        // its own for this one, let go when it is done.
+        auto twin = std::make_shared<CachedStatement>(*entry);
+        twin->stmt = nullptr;
+        twin->busy = false;
+        int rc = sqlite3_prepare_v2(db_, sqlite3_sql(entry->stmt), -1, &twin->stmt, nullptr);
+        if (rc != SQLITE_OK) throw error(rc);
+        use = std::move(twin);
+    }
+    if (bind(use->stmt, *use, tsql, literals)) {
+        use->busy = true;
+        return run(use->stmt, use, *use, options, affected);
+    }
+    sqlite3_clear_bindings(use->stmt);  // a literal the engine reads its own way: inline
+    return std::nullopt;
+}
+
 std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
+                                                            const ado::Statement* built,
                                                             const ado::driver::ExecOptions& options,
                                                             long* affected) {
     auto held = enter();
@@ -905,49 +1004,26 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
         schema_checked_ = transaction;
     }
     if (use_cache_) {
-        // The session's buffers, lent to this statement and given back however it ends.
-        struct Lent {
-            dialect::Shape& home;
-            dialect::Shape shape;
-            explicit Lent(dialect::Shape& h) : home(h), shape(std::move(h)) {}
-            ~Lent() { home = std::move(shape); }
-        } lent(handle_->shape_buffer);
-        dialect::Shape& shape = lent.shape;
-        try {
-            dialect::statement_shape(tsql, shape);
-        } catch (const dialect::DialectError& e) {
-            throw ComError(err::kDatabase, e.what());
+        std::optional<std::unique_ptr<ado::driver::Cursor>> ran;
+        if (built) {
+            ran = run_cached(tsql, built->key(), built->literals(), options, affected);
+        } else {
+            // The session's buffers, lent to this statement and given back however it ends.
+            struct Lent {
+                dialect::Shape& home;
+                dialect::Shape shape;
+                explicit Lent(dialect::Shape& h) : home(h), shape(std::move(h)) {}
+                ~Lent() { home = std::move(shape); }
+            } lent(handle_->shape_buffer);
+            dialect::Shape& shape = lent.shape;
+            try {
+                dialect::statement_shape(tsql, shape);
+            } catch (const dialect::DialectError& e) {
+                throw ComError(err::kDatabase, e.what());
+            }
+            ran = run_cached(tsql, shape.key, shape.literals, options, affected);
         }
-        CachedPtr entry = lookup(tsql, shape);
-        if (!entry) {
-            dialect::Translation tr = translate(tsql, true);
-            if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
-            entry = prepare(tr);
-            entry->binding = ShapeBinding::of(tsql, shape, tr.parameters);
-            entry->scales = std::move(tr.parameter_scales);
-            auto& cache = handle_->cache;
-            if (cache.size() >= kMaxCachedShapes) cache.clear();
-            auto& variants = cache[shape.key];
-            if (variants.size() >= kMaxVariantsPerShape) variants.erase(variants.begin());
-            variants.push_back(entry);
-        }
-        if (options.read_only && entry->translation_writes) throw ado::driver::read_only_refusal();
-        CachedPtr use = entry;
-        if (entry->busy) {
-            // A cursor of the same shape is still open (a loop inside a loop): a statement of
-            // its own for this one, let go when it is done.
-            auto twin = std::make_shared<CachedStatement>(*entry);
-            twin->stmt = nullptr;
-            twin->busy = false;
-            int rc = sqlite3_prepare_v2(db_, sqlite3_sql(entry->stmt), -1, &twin->stmt, nullptr);
-            if (rc != SQLITE_OK) throw error(rc);
-            use = std::move(twin);
-        }
-        if (bind(use->stmt, *use, tsql, shape)) {
-            use->busy = true;
-            return run(use->stmt, use, *use, options, affected);
-        }
-        sqlite3_clear_bindings(use->stmt);  // a literal the engine reads its own way: inline
+        if (ran) return std::move(*ran);
     }
 
     dialect::Translation tr = translate(tsql, false);
