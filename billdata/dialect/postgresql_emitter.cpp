@@ -1047,13 +1047,18 @@ class PostgresHooks final : public EngineHooks {
         money_check(em, b.sql, [&] {
             if (scaled_arithmetic(em, b)) return;
             decimal_operand(em, *b.lhs);
-            em.text(b.op == BinaryOp::Add   ? " + "
-                    : b.op == BinaryOp::Sub ? " - "
-                    : b.op == BinaryOp::Mul ? " * "
-                                            : " % ");
+            em.text(operator_text(b.op));
             decimal_operand(em, *b.rhs);
         });
         return true;
+    }
+
+    // The operator of exact arithmetic other than a quotient, between its spaces.
+    static const char* operator_text(BinaryOp op) {
+        return op == BinaryOp::Add   ? " + "
+               : op == BinaryOp::Sub ? " - "
+               : op == BinaryOp::Mul ? " * "
+                                     : " % ";
     }
 
     // A money or smallmoney value, rounded to its 4 places, beyond the type's range is the
@@ -1096,10 +1101,7 @@ class PostgresHooks final : public EngineHooks {
         }
         if (rounded) em.text("round(");
         decimal_operand(em, *b.lhs);
-        em.text(b.op == BinaryOp::Add   ? " + "
-                : b.op == BinaryOp::Sub ? " - "
-                : b.op == BinaryOp::Mul ? " * "
-                                        : " % ");
+        em.text(operator_text(b.op));
         decimal_operand(em, *b.rhs);
         if (rounded) {
             em.text(", ");

@@ -407,28 +407,20 @@ bool fits_scaled(const SqlType& from, const SqlType& to) {
     return whole <= room;
 }
 
-const char* overflow_source_name(const SqlType& t) {
+std::string overflow_source_name(const SqlType& t) {
     switch (t.base) {
         case SqlBase::Bit:
-            return "bit";
         case SqlBase::TinyInt:
-            return "tinyint";
         case SqlBase::SmallInt:
-            return "smallint";
         case SqlBase::Int:
-            return "int";
         case SqlBase::BigInt:
-            return "bigint";
         case SqlBase::SmallMoney:
-            return "smallmoney";
         case SqlBase::Money:
-            return "money";
+        case SqlBase::Real:
+        case SqlBase::Float:
+            return type_name(t);
         case SqlBase::Decimal:
             return "numeric";
-        case SqlBase::Real:
-            return "real";
-        case SqlBase::Float:
-            return "float";
         default:
             return "expression";
     }

@@ -147,7 +147,7 @@ int widest_text(const SqlType& t);
 bool fits_scaled(const SqlType& from, const SqlType& to);
 // A number's type as the server's overflow message names what it converts: "int", "numeric",
 // "money", "float"; "expression" when the type is not exactly known.
-const char* overflow_source_name(const SqlType& t);
+std::string overflow_source_name(const SqlType& t);
 
 // The range of a whole-number type, for overflow checks; false for other types.
 bool integer_range(SqlBase base, std::int64_t& min, std::int64_t& max);
