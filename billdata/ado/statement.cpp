@@ -142,7 +142,7 @@ void Statement::begin(const Skeleton& skeleton) {
     piece(0);
 }
 
-void Statement::piece(std::size_t index) {
+void Statement::piece_with_literals(std::size_t index) {
     const std::size_t base = size_;
     if (open_ != kNone && open_end_piece_ == index) {
         literals_[open_].length = base + open_end_offset_ - literals_[open_].offset;
