@@ -142,7 +142,7 @@ void Statement::begin(const Skeleton& skeleton) {
     piece(0);
 }
 
-void Statement::piece(std::size_t index) {
+void Statement::piece_with_literals(std::size_t index) {
     const std::size_t base = size_;
     if (open_ != kNone && open_end_piece_ == index) {
         literals_[open_].length = base + open_end_offset_ - literals_[open_].offset;
@@ -229,7 +229,21 @@ void Statement::put(std::size_t place, double v) {
         key_[kKeyStem + place] = negative ? 'I' : 'i';
         return;
     }
-    // Any other is written in the shortest form that reads back as it.
+    if (magnitude < 1e15) {
+        // Its shortest digits with a point and no exponent (format_double): a decimal literal
+        // after the sign, its value known when a double holds its digits.
+        const std::size_t digits = start + (at[0] == '-' ? 1 : 0);
+        std::size_t significant = 0;
+        for (std::size_t i = digits; i < size_; ++i) {
+            const char c = text_[i];
+            if (c != '.' && (significant > 0 || c != '0')) ++significant;
+        }
+        literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
+                                             -1, significant <= 15 ? magnitude : -1});
+        key_[kKeyStem + place] = digits > start ? 'D' : 'd';
+        return;
+    }
+    // Any other is written in the shortest form that reads back as it, perhaps with an exponent.
     number_written(place, start, -1, magnitude);
 }
 

@@ -96,7 +96,15 @@ class Statement {
   private:
     [[noreturn]] static void throw_place_count(const Skeleton& skeleton);
     void begin(const Skeleton& skeleton);
-    void piece(std::size_t index);
+    // The fixed piece `index`: most hold no literal, and are only copied.
+    void piece(std::size_t index) {
+        const Skeleton& s = *skeleton_;
+        if (open_ == kNone && s.first_literal_[index] == s.first_literal_[index + 1])
+            append(s.piece_views_[index]);
+        else
+            piece_with_literals(index);
+    }
+    void piece_with_literals(std::size_t index);
     void finish();
 
     void put(std::size_t place, std::int64_t v);

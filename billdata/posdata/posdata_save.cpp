@@ -1,6 +1,8 @@
 // Saving a till sale.
 
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -81,21 +83,31 @@ std::string format_two_decimals(double v) {
 }
 
 // The caller's fields by name, each looked up once however many rows are read. The names are
-// this file's literals, so their addresses tell them apart.
+// this file's literals, so their addresses tell them apart: a small table keyed by the address
+// finds a field read before at once, the list of all of them when two addresses share a slot.
 class FieldsByName {
   public:
     explicit FieldsByName(ado::Recordset& rs) : rs_(rs) {}
     const Variant& operator()(const char* name) {
-        for (const auto& [seen, field] : seen_)
-            if (seen == name) return field->Value();
-        ado::Field& field = rs_.Fields(name);
-        seen_.emplace_back(name, &field);
-        return field.Value();
+        auto& slot = slots_[(reinterpret_cast<std::uintptr_t>(name) * 0x9E3779B97F4A7C15ULL) >>
+                            (64 - kSlotBits)];
+        if (slot.first == name) return slot.second->Value();
+        ado::Field* field = nullptr;
+        for (const auto& [seen, f] : seen_)
+            if (seen == name) field = f;
+        if (!field) {
+            field = &rs_.Fields(name);
+            seen_.emplace_back(name, field);
+        }
+        slot = {name, field};
+        return field->Value();
     }
 
   private:
+    static constexpr int kSlotBits = 7;
     ado::Recordset& rs_;
     std::vector<std::pair<const char*, ado::Field*>> seen_;
+    std::array<std::pair<const char*, ado::Field*>, (1u << kSlotBits)> slots_{};
 };
 
 }  // namespace
