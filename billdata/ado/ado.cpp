@@ -203,13 +203,7 @@ std::shared_ptr<driver::Session> Connection::session() const {
 std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* records_affected,
                                                long options) {
     if (options != adOptionUnspecified && (options & adExecuteNoRecords)) {
-        auto s = session();
-        log(sql);
-        long affected = -1;
-        driver::ExecOptions exec;
-        exec.timeout_seconds = command_timeout_;
-        s->execute(sql, exec, &affected);  // a cursor, if any, is let go unread
-        if (records_affected) *records_affected = affected;
+        execute_without_records(sql, nullptr, records_affected);
         return nullptr;
     }
     return execute(sql, records_affected, command_timeout_);
@@ -218,16 +212,25 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* recor
 std::shared_ptr<Recordset> Connection::Execute(const Statement& statement, long* records_affected,
                                                long options) {
     if (options != adOptionUnspecified && (options & adExecuteNoRecords)) {
-        auto s = session();
-        log(statement.text());
-        long affected = -1;
-        driver::ExecOptions exec;
-        exec.timeout_seconds = command_timeout_;
-        s->execute_statement(statement, exec, &affected);  // a cursor, if any, is let go unread
-        if (records_affected) *records_affected = affected;
+        execute_without_records(statement.text(), &statement, records_affected);
         return nullptr;
     }
     return execute(statement.text(), records_affected, command_timeout_, &statement);
+}
+
+void Connection::execute_without_records(std::string_view sql, const Statement* built,
+                                         long* records_affected) {
+    auto s = session();
+    log(sql);
+    long affected = -1;
+    driver::ExecOptions exec;
+    exec.timeout_seconds = command_timeout_;
+    // A cursor, if any, is let go unread.
+    if (built)
+        s->execute_statement(*built, exec, &affected);
+    else
+        s->execute(sql, exec, &affected);
+    if (records_affected) *records_affected = affected;
 }
 
 std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* records_affected,

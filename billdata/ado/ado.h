@@ -116,6 +116,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // `built`, when given, is the statement `sql` is the text of.
     std::shared_ptr<Recordset> execute(std::string_view sql, long* records_affected,
                                        long timeout_seconds, const Statement* built = nullptr);
+    // Runs a statement whose rows, if any, nobody reads (adExecuteNoRecords).
+    void execute_without_records(std::string_view sql, const Statement* built,
+                                 long* records_affected);
     // Writes `sql` to the statement log when the log was wanted as the connection opened.
     void log(std::string_view sql) const;
     std::string connection_string_;
