@@ -66,7 +66,9 @@ TEST(OdbcConnectionString, OleDbStringsMapOntoTheOdbcDriverAndOdbcStringsPassThr
              {"Provider=SQLOLEDB;Data Source=h;Integrated Security=SSPI", "User ID"},
              {"Provider=SQLOLEDB;Initial Catalog=Shop", "Data Source"},
              {"Driver={FreeTDS};Server=h;Dialect=Oracle", "Oracle"},
-             {"DSN=shop;Pooling=sometimes", "sometimes"}}) {
+             {"DSN=shop;Pooling=sometimes", "sometimes"},
+             {";driver=:;", "names no ODBC driver"},
+             {"Provider=SQLOLEDB;Data Source=h;Driver={/}", "names no ODBC driver"}}) {
         const ComError e = error_of([&] { target(text); });
         EXPECT_EQ(e.number(), err::kConnection) << text;
         EXPECT_TRUE(mentions(e, named)) << text << ": " << e.description();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <string_view>
 
@@ -45,6 +46,16 @@ std::string unbraced(const std::string& v) {
     return v.size() >= 2 && v.front() == '{' && v.back() == '}' ? v.substr(1, v.size() - 2) : v;
 }
 
+// A driver is named by its entry in the driver manager's list or by its library's path: a value
+// with neither letter nor digit is neither, and the driver manager would try to load a library
+// of that name (one of only ':' and '/' aborts the process inside its loader).
+void check_driver(const std::string& driver) {
+    if (std::none_of(driver.begin(), driver.end(),
+                     [](unsigned char c) { return std::isalnum(c) != 0 || c >= 0x80; }))
+        throw ComError(err::kConnection, "the connection string's Driver '" +
+                                             util::excerpt(driver) + "' names no ODBC driver");
+}
+
 std::string from_oledb(const ado::ConnectionString& cs, std::string& where) {
     for (const char* integrated : {"integrated security", "trusted_connection"})
         if (cs.has(integrated))
@@ -74,6 +85,7 @@ std::string from_oledb(const ado::ConnectionString& cs, std::string& where) {
     // "(local)" and "." are the machine itself.
     if (host == "." || util::iequals(host, "(local)")) host = "127.0.0.1";
     const std::string driver = cs.has("driver") ? unbraced(cs.get("driver")) : "FreeTDS";
+    check_driver(driver);
     std::string out = "Driver={" + driver + "};Server=" + odbc_value(host);
     if (!port.empty()) out += ";Port=" + port;
     if (cs.has("initial catalog") || cs.has("database"))
@@ -91,6 +103,7 @@ std::string from_oledb(const ado::ConnectionString& cs, std::string& where) {
 }
 
 std::string from_odbc(const ado::ConnectionString& cs, std::string& where) {
+    if (cs.has("driver")) check_driver(unbraced(cs.get("driver")));
     std::string out;
     for (const auto& [key, value] : cs.items()) {
         if (own_keyword(key)) continue;
