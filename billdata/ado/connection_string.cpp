@@ -100,6 +100,8 @@ std::vector<std::pair<std::string, std::string>> split_pairs(std::string_view te
 ConnectionString ConnectionString::parse(std::string_view text) {
     ConnectionString cs;
     cs.text_ = std::string(text);
+    // Every layer below reads a value up to its first NUL: "Driver=:\0x" would name ':' there.
+    if (text.find('\0') != std::string_view::npos) throw bad_string("it holds a NUL character");
     std::string_view body = trim(text);
     if (body.empty()) throw bad_string("the text is empty");
     const std::string head = lower(body.substr(0, 13));

@@ -30,8 +30,11 @@ TEST(ConnectionString, ReadsKeywordsQuotesAndBarePaths) {
 }
 
 TEST(ConnectionString, MalformedTextIsRefused) {
-    for (const char* bad : {"", "Provider=SQLite;Data Source", "Data Source=\"/tmp/a.db", "=x",
-                            "Data Source='a.db' trailing", "/tmp/notes.txt"}) {
+    for (const std::string& bad :
+         {std::string(), std::string("Provider=SQLite;Data Source"),
+          std::string("Data Source=\"/tmp/a.db"), std::string("=x"),
+          std::string("Data Source='a.db' trailing"), std::string("/tmp/notes.txt"),
+          std::string("Driver=:\0odbc;Server=h", 22)}) {
         const ComError e = billdata::testing::error_of([&] { ConnectionString::parse(bad); });
         EXPECT_EQ(e.number(), err::kConnection) << bad;
         EXPECT_FALSE(e.description().empty());
