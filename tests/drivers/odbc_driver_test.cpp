@@ -68,6 +68,7 @@ TEST(OdbcConnectionString, OleDbStringsMapOntoTheOdbcDriverAndOdbcStringsPassThr
              {"Driver={FreeTDS};Server=h;Dialect=Oracle", "Oracle"},
              {"DSN=shop;Pooling=sometimes", "sometimes"},
              {";driver=:;", "names no ODBC driver"},
+             {"DSN=shop;Driver={PostgreSQL Unicode}", "both a DSN and a Driver"},
              {"Provider=SQLOLEDB;Data Source=h;Driver={/}", "names no ODBC driver"}}) {
         const ComError e = error_of([&] { target(text); });
         EXPECT_EQ(e.number(), err::kConnection) << text;

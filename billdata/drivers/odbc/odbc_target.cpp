@@ -103,6 +103,11 @@ std::string from_oledb(const ado::ConnectionString& cs, std::string& where) {
 }
 
 std::string from_odbc(const ado::ConnectionString& cs, std::string& where) {
+    // With both, the driver manager would use whichever comes first and ignore the other (and
+    // leaks memory on the way): the string must say which it means.
+    if (cs.has("driver") && cs.has("dsn"))
+        throw ComError(err::kConnection,
+                       "the connection string names both a DSN and a Driver: give one of them");
     if (cs.has("driver")) check_driver(unbraced(cs.get("driver")));
     std::string out;
     for (const auto& [key, value] : cs.items()) {
