@@ -69,6 +69,7 @@ TEST(OdbcConnectionString, OleDbStringsMapOntoTheOdbcDriverAndOdbcStringsPassThr
              {"DSN=shop;Pooling=sometimes", "sometimes"},
              {";driver=:;", "names no ODBC driver"},
              {"DSN=shop;Driver={PostgreSQL Unicode}", "both a DSN and a Driver"},
+             {"DSN=" + std::string(33, 'x'), "32 characters"},
              {"Provider=SQLOLEDB;Data Source=h;Driver={/}", "names no ODBC driver"}}) {
         const ComError e = error_of([&] { target(text); });
         EXPECT_EQ(e.number(), err::kConnection) << text;

@@ -109,6 +109,18 @@ std::string from_odbc(const ado::ConnectionString& cs, std::string& where) {
         throw ComError(err::kConnection,
                        "the connection string names both a DSN and a Driver: give one of them");
     if (cs.has("driver")) check_driver(unbraced(cs.get("driver")));
+    if (cs.has("dsn")) {
+        // A data source name has at most 32 characters in ODBC; the driver manager leaks memory
+        // on a longer one before it fails.
+        const std::string dsn = unbraced(cs.get("dsn"));
+        const auto characters = std::count_if(dsn.begin(), dsn.end(), [](char c) {
+            return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+        });
+        if (characters > 32)
+            throw ComError(err::kConnection, "the DSN '" + util::excerpt(dsn) +
+                                                 "' is longer than the 32 characters a data "
+                                                 "source name may have");
+    }
     std::string out;
     for (const auto& [key, value] : cs.items()) {
         if (own_keyword(key)) continue;
