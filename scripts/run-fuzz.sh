@@ -20,6 +20,7 @@ CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DBILLDATA_BUILD_FUZZ=ON 
 ninja -C build-fuzz "${targets[@]/#/fuzz_}"
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1
+export LSAN_OPTIONS="suppressions=$root/fuzz/lsan.supp:print_suppressions=0"
 failed=()
 for t in "${targets[@]}"; do
   corpus="$root/build-fuzz/corpus/$t"
