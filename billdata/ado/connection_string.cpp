@@ -102,6 +102,9 @@ ConnectionString ConnectionString::parse(std::string_view text) {
     cs.text_ = std::string(text);
     // Every layer below reads a value up to its first NUL: "Driver=:\0x" would name ':' there.
     if (text.find('\0') != std::string_view::npos) throw bad_string("it holds a NUL character");
+    // The drivers hand it on as UTF-16, where a byte that is no character would be lost.
+    if (util::invalid_utf8_at(text) != std::string_view::npos)
+        throw bad_string("it is not UTF-8 text");
     std::string_view body = trim(text);
     if (body.empty()) throw bad_string("the text is empty");
     const std::string head = lower(body.substr(0, 13));

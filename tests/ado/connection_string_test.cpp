@@ -34,7 +34,7 @@ TEST(ConnectionString, MalformedTextIsRefused) {
          {std::string(), std::string("Provider=SQLite;Data Source"),
           std::string("Data Source=\"/tmp/a.db"), std::string("=x"),
           std::string("Data Source='a.db' trailing"), std::string("/tmp/notes.txt"),
-          std::string("Driver=:\0odbc;Server=h", 22)}) {
+          std::string("Driver=:\0odbc;Server=h", 22), std::string("Driver=:\xd4;Server=h")}) {
         const ComError e = billdata::testing::error_of([&] { ConnectionString::parse(bad); });
         EXPECT_EQ(e.number(), err::kConnection) << bad;
         EXPECT_FALSE(e.description().empty());
