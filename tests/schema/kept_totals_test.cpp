@@ -93,9 +93,7 @@ class KeptTotals : public ::testing::TestWithParam<bool> {
         if (billdata::testing::postgres_server().empty())
             GTEST_SKIP() << "no PostgreSQL server configured (BILLDATA_TEST_POSTGRES is not set)";
         pg_ = std::make_unique<ServerDatabase>();
-        pg_->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
-                  std::string(billdata::schema::postgresql_schema()) + "\n" +
-                  billdata::schema::information_schema_sql(true));
+        pg_->create_postgresql_schema();
     }
 
     void exec(const std::string& sql) const { lite_ ? lite_->exec(sql) : (void)pg_->exec(sql); }

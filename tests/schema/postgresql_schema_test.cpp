@@ -25,9 +25,7 @@ class PostgresSchema : public ::testing::Test {
         if (billdata::testing::postgres_server().empty())
             GTEST_SKIP() << "no PostgreSQL server configured (BILLDATA_TEST_POSTGRES is not set)";
         pg_ = std::make_unique<ServerDatabase>();
-        pg_->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
-                  std::string(billdata::schema::postgresql_schema()) + "\n" +
-                  billdata::schema::information_schema_sql(true));
+        pg_->create_postgresql_schema();
     }
 
     std::vector<std::string> pg_rows(const std::string& sql) const {

@@ -362,11 +362,9 @@ TEST(ScriptProcedures, GiveWhatTheEmbeddedProceduresGiveOnTheSameRows) {
     std::unique_ptr<ServerDatabase> pg;
     if (!billdata::testing::postgres_server().empty()) {
         pg = std::make_unique<ServerDatabase>();
-        pg->exec(std::string(billdata::schema::postgresql_runtime()) + "\n" +
-                 std::string(billdata::schema::postgresql_schema()) + "\n" +
-                 billdata::schema::information_schema_sql(true) +
-                 "\nINSERT INTO t_SystemProfile (FKey, FValue) VALUES ('CurrentYear', '2025'), "
-                 "('CurrentPeriod', '3')");
+        pg->create_postgresql_schema(
+            "\nINSERT INTO t_SystemProfile (FKey, FValue) VALUES ('CurrentYear', '2025'), "
+            "('CurrentPeriod', '3')");
     }
     auto all = [&](const std::string& sql) {
         embedded.exec(sql);

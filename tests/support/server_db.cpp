@@ -12,6 +12,7 @@
 #include "billdata/ado/driver.h"
 #include "billdata/dialect/dialect.h"
 #include "billdata/drivers/odbc/odbc_driver.h"
+#include "billdata/schema/schema.h"
 
 namespace billdata::testing {
 
@@ -387,6 +388,12 @@ std::string ServerDatabase::scalar(const std::string& sql) const {
     } catch (const ado::ComError& e) {
         throw std::runtime_error(e.description() + " in: " + sql);
     }
+}
+
+void ServerDatabase::create_postgresql_schema(const std::string& then) const {
+    exec(std::string(schema::postgresql_runtime()) + "\n" +
+         std::string(schema::postgresql_schema()) + "\n" + schema::information_schema_sql(true) +
+         then);
 }
 
 std::vector<std::string> ServerDatabase::exec(const std::string& sql) const {

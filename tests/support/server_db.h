@@ -51,6 +51,9 @@ class ServerDatabase {
     // The first column of the first row of a query of the server's own SQL ("" when there is
     // none), on a connection of its own; std::runtime_error as exec.
     std::string scalar(const std::string& sql) const;
+    // Makes the component's PostgreSQL schema here, with its runtime functions and the
+    // information-schema views (PostgreSQL only); `then` runs in the same script.
+    void create_postgresql_schema(const std::string& then = {}) const;
     // The same on any database of the PostgreSQL server (libpq conninfo).
     static std::vector<std::string> exec_on(const std::string& conninfo, const std::string& sql);
 
