@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -39,6 +40,8 @@ using bench::SaleInput;
 // The captured sale's date and number, replaced when the large shop is generated.
 constexpr const char* kDate = bench::kSaleDate;
 constexpr const char* kBillNo = bench::kSaleBillNo;
+// The captured sale's place in its day: the bill-number counter is set to it.
+constexpr std::int64_t kSaleSequence = 2;
 
 std::string connection_string(const std::string& path, const std::string& sync) {
     return "Provider=SQLite;Data Source=" + path + ";Synchronous=" + sync;
@@ -54,11 +57,14 @@ std::vector<Captured> capture(const bench::Scratch& scratch) {
     return bench::capture_sale(connection_string(path, "Normal"), scratch.path("capture.log"));
 }
 
-// A parameter of a prepared statement: the captured literal's value, and whether it is the
-// captured sale's interior id (bound afresh for every sale).
+// A parameter of a prepared statement: the captured literal's value, and whether it is one of
+// the captured sale's own values that every sale draws afresh: its interior id, the day's
+// bill-number sequence the counter is set to, or a text holding its bill number.
 struct Param {
     dialect::LiteralValue value;
     bool is_id = false;
+    bool is_sequence = false;
+    bool has_bill_no = false;
 };
 
 struct Prepared {
@@ -119,6 +125,13 @@ class PlainProgram {
                     throw std::runtime_error("a literal that cannot be bound: " + c.tsql);
                 param.is_id = param.value.type == dialect::LiteralValue::Type::Integer &&
                               param.value.integer == kSentinel;
+                // The counter's new value: binding the captured one again would leave its row
+                // as it is, and the engine would skip writing that page for every later sale.
+                param.is_sequence = c.tsql.rfind("Update ICBillNo set FMaxNum=", 0) == 0 &&
+                                    param.value.type == dialect::LiteralValue::Type::Integer &&
+                                    param.value.integer == kSaleSequence;
+                param.has_bill_no = param.value.type == dialect::LiteralValue::Type::Text &&
+                                    param.value.text.find(kBillNo) != std::string::npos;
                 p.params.push_back(std::move(param));
             }
             if (sqlite3_prepare_v2(db_, tr.sql.c_str(), -1, &p.stmt, nullptr) != SQLITE_OK)
@@ -126,6 +139,11 @@ class PlainProgram {
             p.reads = sqlite3_stmt_readonly(p.stmt);
             statements_.push_back(std::move(p));
         }
+        int drawn = 0;
+        for (const Prepared& p : statements_)
+            for (const Param& param : p.params)
+                drawn += param.is_sequence ? 1 : 0;
+        if (drawn != 1) throw std::runtime_error("the bill-number counter's new value not found");
         sqlite3_prepare_v2(db_, "BEGIN IMMEDIATE", -1, &begin_, nullptr);
         sqlite3_prepare_v2(db_, "COMMIT", -1, &commit_, nullptr);
     }
@@ -139,21 +157,29 @@ class PlainProgram {
     PlainProgram(const PlainProgram&) = delete;
     PlainProgram& operator=(const PlainProgram&) = delete;
 
-    // One sale as the component issues it: the transaction, then the statements after it.
+    // One sale as the component issues it: the transaction, then the statements after it. Sale
+    // `id` (from 1) is the day's sale number `id + 1` (the shop's counter starts at 1), with the
+    // bill number the component gives it.
     void save(std::int64_t id) {
+        Drawn drawn{id, id + 1, {}};
+        char bill_no[32];
+        const int prefix = static_cast<int>(std::strchr(kBillNo, '-') - kBillNo) + 1;
+        std::snprintf(bill_no, sizeof bill_no, "%.*s%03lld", prefix, kBillNo,
+                      static_cast<long long>(drawn.sequence));
+        drawn.bill_no = bill_no;
         step(begin_);
         for (const Prepared& p : statements_)
-            if (!p.after_commit) run(p, id, nullptr);
+            if (!p.after_commit) run(p, drawn, nullptr);
         step(commit_);
         for (const Prepared& p : statements_)
-            if (p.after_commit) run(p, id, nullptr);
+            if (p.after_commit) run(p, drawn, nullptr);
     }
 
     // Writes one generated sale (no reads, no counter rows) with its id, date and number.
     void write_generated(std::int64_t id, const std::string& date, const std::string& bill_no) {
         const std::string substitutes[2][2] = {{kDate, date}, {kBillNo, bill_no}};
         for (const Prepared& p : statements_)
-            if (!p.after_commit && !p.reads && !p.counter) run(p, id, substitutes);
+            if (!p.after_commit && !p.reads && !p.counter) run(p, Drawn{id, 0, {}}, substitutes);
     }
 
     void exec(const std::string& sql) {
@@ -169,24 +195,40 @@ class PlainProgram {
         if (rc != SQLITE_DONE) fail(db_, sqlite3_sql(stmt));
     }
 
-    void run(const Prepared& p, std::int64_t id, const std::string (*substitutes)[2]) {
+    // What a sale draws for itself (see Param).
+    struct Drawn {
+        std::int64_t id = 0;
+        std::int64_t sequence = 0;
+        std::string bill_no;
+    };
+
+    void run(const Prepared& p, const Drawn& drawn, const std::string (*substitutes)[2]) {
         int index = 0;
+        std::string text;
         for (const Param& param : p.params) {
             ++index;
             switch (param.value.type) {
                 case dialect::LiteralValue::Type::Integer:
-                    sqlite3_bind_int64(p.stmt, index, param.is_id ? id : param.value.integer);
+                    sqlite3_bind_int64(p.stmt, index,
+                                       param.is_id         ? drawn.id
+                                       : param.is_sequence ? drawn.sequence
+                                                           : param.value.integer);
                     break;
                 case dialect::LiteralValue::Type::Real:
                     sqlite3_bind_double(p.stmt, index, param.value.real);
                     break;
                 case dialect::LiteralValue::Type::Text:
                     if (substitutes) {
-                        std::string text = param.value.text;
+                        text = param.value.text;
                         for (int s = 0; s < 2; ++s)
                             for (auto at = text.find(substitutes[s][0]); at != std::string::npos;
                                  at = text.find(substitutes[s][0], at + substitutes[s][1].size()))
                                 text.replace(at, substitutes[s][0].size(), substitutes[s][1]);
+                        sqlite3_bind_text(p.stmt, index, text.data(), static_cast<int>(text.size()),
+                                          SQLITE_TRANSIENT);
+                    } else if (param.has_bill_no) {
+                        text = param.value.text;
+                        text.replace(text.find(kBillNo), std::strlen(kBillNo), drawn.bill_no);
                         sqlite3_bind_text(p.stmt, index, text.data(), static_cast<int>(text.size()),
                                           SQLITE_TRANSIENT);
                     } else {
@@ -324,7 +366,10 @@ int main() {
         bench::Scratch scratch("billdata-bench-pos");
         const std::vector<Captured> sale = capture(scratch);
         const int runs = 7;
-        const std::string modes[2] = {"Normal", "Full"};
+        // BENCH_POS_SYNC=<mode> runs only that mode's side-by-side runs (for a profiler's run).
+        const char* only = std::getenv("BENCH_POS_SYNC");
+        std::vector<std::string> modes = {"Normal", "Full"};
+        if (only != nullptr && *only != '\0') modes = {only};
 
         // The component against the plain program, both on fresh shops.
         for (const std::string& sync : modes) {
@@ -351,6 +396,7 @@ int main() {
                 component, reference, "sales/s", 0.9);
         }
 
+        if (only != nullptr && *only != '\0') return 0;
         // The component on a shop with 200,000 sales against the component on a fresh shop.
         const long sales = bench::scaled(200000, 2000);
         const std::string large = large_shop(sale, scratch, sales);
