@@ -382,6 +382,7 @@ void Recordset::attach_cursor(std::unique_ptr<driver::Cursor> cursor,
                               std::shared_ptr<driver::Session> session, bool client_side) {
     fields_.fields_.clear();
     const auto& columns = cursor->columns();
+    fields_.fields_.reserve(columns.size());
     for (std::size_t i = 0; i < columns.size(); ++i)
         fields_.fields_.push_back(std::unique_ptr<Field>(
             new Field(this, i, columns[i].name, field_type(columns[i].type), 0)));

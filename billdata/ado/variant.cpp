@@ -98,10 +98,6 @@ void Variant::assign_text(std::string_view text) {
         v_.emplace<std::string>(text);
 }
 
-VarType Variant::type() const {
-    return static_cast<VarType>(v_.index());
-}
-
 bool Variant::is_numeric() const {
     switch (type()) {
         case VarType::Boolean:
@@ -135,7 +131,7 @@ std::string Variant::to_string() const {
     return {};
 }
 
-double Variant::to_double() const {
+double Variant::to_double_converted() const {
     switch (type()) {
         case VarType::Empty:
             return 0;
@@ -166,8 +162,7 @@ std::int16_t Variant::to_int16() const {
     return to_integer<std::int16_t>(to_double());
 }
 
-std::int32_t Variant::to_int32() const {
-    if (type() == VarType::Long) return std::get<std::int32_t>(v_);
+std::int32_t Variant::to_int32_converted() const {
     return to_integer<std::int32_t>(to_double());
 }
 

@@ -42,7 +42,7 @@ class Variant {
     // refills the same row's values for every row it reads.
     void assign_text(std::string_view text);
 
-    VarType type() const;
+    VarType type() const { return static_cast<VarType>(v_.index()); }
     bool is_empty() const { return type() == VarType::Empty; }
     bool is_null() const { return type() == VarType::Null; }
     bool is_numeric() const;  // Boolean, Integer, Long, Double
@@ -70,6 +70,10 @@ class Variant {
     static constexpr std::size_t kDoubleTextRoom = 512;
 
   private:
+    // The conversions of every other type.
+    std::int32_t to_int32_converted() const;
+    double to_double_converted() const;
+
     struct NullTag {
         bool operator==(const NullTag&) const = default;
     };
@@ -77,6 +81,17 @@ class Variant {
                  std::string>
         v_;
 };
+
+// A caller's amounts are mostly Doubles and its ids Longs: those convert here, in line.
+inline std::int32_t Variant::to_int32() const {
+    if (const auto* l = std::get_if<std::int32_t>(&v_)) return *l;
+    return to_int32_converted();
+}
+
+inline double Variant::to_double() const {
+    if (const auto* d = std::get_if<double>(&v_)) return *d;
+    return to_double_converted();
+}
 
 // Text as the statements write a value: the same as Variant::to_string().
 inline std::string str(const Variant& v) {

@@ -17,7 +17,7 @@ constexpr char ascii_lower(char c) {
 inline bool iequals(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
-        if (ascii_lower(a[i]) != ascii_lower(b[i])) return false;
+        if (a[i] != b[i] && ascii_lower(a[i]) != ascii_lower(b[i])) return false;
     }
     return true;
 }
