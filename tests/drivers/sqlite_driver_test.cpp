@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "billdata/ado/ado.h"
+#include "billdata/ado/statement.h"
 #include "drivers/sqlite_fixture.h"
 #include "support/test_support.h"
 
@@ -228,6 +229,53 @@ TEST(SqliteDriver, SchemaChangesMadeAfterConnectingAreSeen) {
     cn->Execute("insert into N(FID, FDate) values(1, '2025-03-09')");
     auto rs = cn->Execute("select FDate from N where FID=1");
     EXPECT_EQ(rs->Fields("FDate").Value(), Variant(DateTime(2025, 3, 9)));
+}
+
+// A pooled connection, whose last check of the schema outlived its own commits, comes back after
+// another connection changed an amount column from 2 decimals to 4: a statement of a shape it has
+// prepared is made again for the new column, in a transaction and in a write group alike.
+TEST(SqliteDriver, SchemaChangesBetweenTransactionsAreSeen) {
+    static const Skeleton kInsert("insert into N(FID, FAmount) values({}, {})");
+    Statement st;
+    auto insert = [&](Connection& cn, int id) {  // built, as a till sale's statements are
+        st.build(kInsert, id, 1.23456);
+        cn.Execute(st);
+    };
+    TempDir dir;
+    const std::string db = dir.file("shop.db");
+    create_database(db,
+                    "create table t_SchemaColumns(TABLE_NAME TEXT, COLUMN_NAME TEXT, DATA_TYPE "
+                    "TEXT, CHARACTER_MAXIMUM_LENGTH INTEGER, NUMERIC_PRECISION INTEGER, "
+                    "NUMERIC_SCALE INTEGER);"
+                    "insert into t_SchemaColumns values('N', 'FAmount', 'decimal', null, 18, 2);");
+    int version = 0;
+    auto change_to = [&](int scale) {  // a new table each time: the schema's text changes too
+        create_database(db, "drop table if exists N; create table N(FID INTEGER, FAmount REAL, F" +
+                                std::to_string(++version) +
+                                " TEXT); update t_SchemaColumns set NUMERIC_SCALE=" +
+                                std::to_string(scale) + ";");
+    };
+    for (const bool transaction : {true, false}) {
+        change_to(2);
+        {
+            auto cn = Connection::create();
+            cn->Open(sqlite_connection(db));
+            cn->BeginTrans();
+            insert(*cn, 1);
+            cn->CommitTrans();
+            insert(*cn, 2);  // a write group
+            cn->Close();
+        }
+        EXPECT_EQ(scalar(db, "select sum(FAmount) from N"), "2.46");
+        change_to(4);
+        auto cn = Connection::create();
+        cn->Open(sqlite_connection(db));
+        if (transaction) cn->BeginTrans();
+        insert(*cn, 3);
+        if (transaction) cn->CommitTrans();
+        cn->Close();
+        EXPECT_EQ(scalar(db, "select FAmount from N where FID=3"), "1.2346") << transaction;
+    }
 }
 
 }  // namespace

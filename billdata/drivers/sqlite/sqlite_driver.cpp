@@ -203,6 +203,12 @@ struct Handle {
     sqlite3* db = nullptr;
     sqlite3_stmt* version_stmt = nullptr;
     int schema_version = -1;
+    // The catalogue was last found current when the main database's data version (data_version)
+    // was `verified_data_version`. That version moves with every commit, this connection's own
+    // at once and another's when this connection next starts a transaction; while it has not
+    // moved, nothing, the schema included, has changed.
+    bool verified = false;
+    unsigned verified_data_version = 0;
     std::shared_ptr<const dialect::Catalog> catalog;
     std::unordered_map<std::string, std::vector<CachedPtr>> cache;  // shape key → variants
     bool broken = false;  // an error that says the handle itself is not to be trusted
@@ -388,16 +394,18 @@ class SqliteSession;
 // so that a failing query fails at Open/Execute as it does on a server.
 class SqliteCursor final : public ado::driver::Cursor {
   public:
+    // `columns`: those of the cache's statement, or of a statement run once (copied here).
     SqliteCursor(SqliteSession* session, sqlite3_stmt* stmt, CachedPtr cached,
-                 std::vector<ColumnInfo> columns, long timeout_seconds)
+                 const std::vector<ColumnInfo>& columns, long timeout_seconds)
         : session_(session),
           stmt_(stmt),
           cached_(std::move(cached)),
-          columns_(std::move(columns)),
+          columns_(cached_ ? Columns(cached_, &cached_->columns)
+                           : std::make_shared<const std::vector<ColumnInfo>>(columns)),
           timeout_(timeout_seconds) {}
     ~SqliteCursor() override;
 
-    const std::vector<ColumnInfo>& columns() const override { return columns_; }
+    const std::vector<ColumnInfo>& columns() const override { return *columns_; }
     bool next(std::vector<Variant>& row) override;
 
     void start();
@@ -414,7 +422,10 @@ class SqliteCursor final : public ado::driver::Cursor {
     SqliteSession* session_;
     sqlite3_stmt* stmt_;
     CachedPtr cached_;  // the cache's statement this cursor runs on, or null (finalised here)
-    std::vector<ColumnInfo> columns_;
+    // The cache's statement's columns, kept as long as the cursor (finish lets the statement go),
+    // else a copy.
+    using Columns = std::shared_ptr<const std::vector<ColumnInfo>>;
+    Columns columns_;
     long timeout_;           // bounds each step
     bool pending_ = false;   // the statement stands on a row not handed out yet
     bool buffered_ = false;  // drained: rows come from buffer_
@@ -439,7 +450,8 @@ class SqliteSession final : public ado::driver::Session {
             // close() commits the group, syncs what was committed outside transactions and
             // raises when it cannot; a session let go without it still does both, but a failure
             // here cannot be raised: the handle is not trusted again.
-            if (group_.open && commit_group(group_) != SQLITE_OK) handle_->broken = true;
+            if (group_.open && commit_carrying([&] { return commit_group(group_); }) != SQLITE_OK)
+                handle_->broken = true;
             if (group_.failed != SQLITE_OK) handle_->broken = true;
             if (unsynced_ && sync_log(db_) != SQLITE_OK) handle_->broken = true;
         }
@@ -506,6 +518,14 @@ class SqliteSession final : public ado::driver::Session {
         live_.erase(std::remove(live_.begin(), live_.end(), c), live_.end());
     }
     void refresh_catalog();
+    // Opens the write group that `entry`, a statement to run outside any transaction, would
+    // open when it runs; whether it did.
+    bool open_group_first(const CachedStatement& entry, const ado::driver::ExecOptions& options);
+    // Notes the catalogue found current now (Handle::verified).
+    void verified_now();
+    // Runs `commit` (a commit of this connection's transaction), keeping the catalogue's check.
+    template <class Commit>
+    int commit_carrying(Commit commit);
     // One step of a statement under a command timeout (0: none).
     int step(sqlite3_stmt* stmt, long timeout_seconds) {
         handle_->watch.arm(timeout_seconds);
@@ -555,7 +575,7 @@ class SqliteSession final : public ado::driver::Session {
     void commit_own_group() {
         if (!group_.open) return;
         schema_checked_ = false;
-        const int rc = commit_group(group_);
+        const int rc = commit_carrying([&] { return commit_group(group_); });
         if (rc != SQLITE_OK) {
             if (breaks_handle(rc)) handle_->broken = true;
             throw database_error(nullptr, rc);
@@ -575,10 +595,11 @@ class SqliteSession final : public ado::driver::Session {
     CachedPtr prepare(const dialect::Translation& tr);
     // Runs a statement through the cache, its shape given by `key` and `literals` (a scanned
     // shape's, or a built statement's own); nothing when a literal must be written inline.
+    // `found`: its prepared statement when the caller has looked it up already.
     template <class Literals>
     std::optional<std::unique_ptr<ado::driver::Cursor>> run_cached(
         std::string_view tsql, const std::string& key, const Literals& literals,
-        const ado::driver::ExecOptions& options, long* affected);
+        const ado::driver::ExecOptions& options, long* affected, CachedPtr found = nullptr);
     template <class Literals>
     CachedPtr lookup(std::string_view tsql, const std::string& key, const Literals& literals);
     template <class Number>
@@ -701,8 +722,9 @@ void SqliteCursor::detach() {
 }
 
 void SqliteCursor::read_row(std::vector<Variant>& row) const {
-    const int n = static_cast<int>(columns_.size());
-    row.resize(columns_.size());
+    const std::vector<ColumnInfo>& columns = *columns_;
+    const int n = static_cast<int>(columns.size());
+    row.resize(columns.size());
     for (int i = 0; i < n; ++i) {
         auto& out = row[static_cast<std::size_t>(i)];
         // The column's value itself, read with no further lookup of the column: the handle is
@@ -722,7 +744,7 @@ void SqliteCursor::read_row(std::vector<Variant>& row) const {
                 const auto* p = static_cast<const char*>(sqlite3_value_blob(value));
                 std::string_view text(p ? p : "",
                                       static_cast<std::size_t>(sqlite3_value_bytes(value)));
-                if (columns_[static_cast<std::size_t>(i)].type == VarType::Date) {
+                if (columns[static_cast<std::size_t>(i)].type == VarType::Date) {
                     if (auto d = ado::DateTime::parse(text)) {
                         out = Variant(*d);
                         break;
@@ -737,8 +759,20 @@ void SqliteCursor::read_row(std::vector<Variant>& row) const {
 
 // ---- session ------------------------------------------------------------------------------
 
+unsigned data_version(sqlite3* db) {
+    unsigned v = 0;
+    sqlite3_file_control(db, nullptr, SQLITE_FCNTL_DATA_VERSION, &v);  // the main database
+    return v;
+}
+
 void SqliteSession::refresh_catalog() {
     Handle& h = *handle_;
+    // Inside a transaction the data version is that of the transaction's own view: unmoved since
+    // the last check, no other connection has committed anything since.
+    if (h.verified && h.catalog && !sqlite3_get_autocommit(db_) &&
+        data_version(db_) == h.verified_data_version)
+        return;
+    h.verified = false;
     if (!h.version_stmt) {
         int rc = sqlite3_prepare_v2(db_, "PRAGMA schema_version", -1, &h.version_stmt, nullptr);
         if (rc != SQLITE_OK) throw error(rc);
@@ -751,7 +785,10 @@ void SqliteSession::refresh_catalog() {
     }
     const int version = sqlite3_column_int(h.version_stmt, 0);
     sqlite3_reset(h.version_stmt);  // holds no read transaction between statements
-    if (h.catalog && version == h.schema_version) return;
+    if (h.catalog && version == h.schema_version) {
+        verified_now();
+        return;
+    }
 
     // Translations were made against the old catalogue; statements of a cursor still running
     // stay alive through the cursor and are finalised when it lets them go.
@@ -780,6 +817,7 @@ void SqliteSession::refresh_catalog() {
         if (it != cache.by_schema.end()) {
             h.catalog = it->second;
             h.schema_version = version;
+            verified_now();
             return;
         }
     }
@@ -791,6 +829,27 @@ void SqliteSession::refresh_catalog() {
     }
     h.catalog = std::move(catalog);
     h.schema_version = version;
+    verified_now();
+}
+
+void SqliteSession::verified_now() {
+    handle_->verified = true;
+    handle_->verified_data_version = data_version(db_);
+}
+
+template <class Commit>
+int SqliteSession::commit_carrying(Commit commit) {
+    // A commit of this connection's own moves the data version but changes no schema (no
+    // statement it runs does): a check made in the transaction holds on after it.
+    Handle& h = *handle_;
+    const bool carry =
+        h.verified && !sqlite3_get_autocommit(db_) && data_version(db_) == h.verified_data_version;
+    const int rc = commit();
+    if (carry && rc == SQLITE_OK && sqlite3_get_autocommit(db_))
+        h.verified_data_version = data_version(db_);
+    else if (rc != SQLITE_OK)
+        h.verified = false;
+    return rc;
 }
 
 // A forward cursor and a write on the same connection: a service loop reads the rows of a query
@@ -807,7 +866,9 @@ void SqliteSession::drain_cursors() {
 
 void SqliteSession::run_control(TransactionCommand command) {
     drain_cursors();
-    const int rc = run_command(group_, command);
+    const int rc = command == TransactionCommand::Commit
+                       ? commit_carrying([&] { return run_command(group_, command); })
+                       : run_command(group_, command);
     if (rc != SQLITE_OK) throw error(rc);
 }
 
@@ -958,8 +1019,8 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
 template <class Literals>
 std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
     std::string_view tsql, const std::string& key, const Literals& literals,
-    const ado::driver::ExecOptions& options, long* affected) {
-    CachedPtr entry = lookup(tsql, key, literals);
+    const ado::driver::ExecOptions& options, long* affected, CachedPtr found) {
+    CachedPtr entry = found ? std::move(found) : lookup(tsql, key, literals);
     if (!entry) {
         dialect::Translation tr = translate(tsql, true);
         if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
@@ -992,21 +1053,42 @@ std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
     return std::nullopt;
 }
 
+bool SqliteSession::open_group_first(const CachedStatement& entry,
+                                     const ado::driver::ExecOptions& options) {
+    if (window_.count() == 0 || options.read_only || group_.open || !entry.writes ||
+        entry.outside_groups)
+        return false;
+    drain_cursors();  // as run does before it opens a group
+    const int rc = open_group(group_, window_);
+    if (rc != SQLITE_OK) throw error(rc);
+    return true;
+}
+
 std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsql,
                                                             const ado::Statement* built,
                                                             const ado::driver::ExecOptions& options,
                                                             long* affected) {
     auto held = enter();
     // Inside a transaction (the caller's or a group) the write lock keeps the schema as it is.
-    const bool transaction = !sqlite3_get_autocommit(db_);
+    // A group opened first makes the check one of the data version (refresh_catalog), where
+    // outside a transaction it reads the schema version in a transaction of its own.
+    bool transaction = !sqlite3_get_autocommit(db_);
+    CachedPtr found;
+    if (!transaction && use_cache_ && built) {
+        found = lookup(tsql, built->key(), built->literals());
+        if (found && open_group_first(*found, options)) transaction = true;
+    }
     if (!schema_checked_ || !transaction) {
+        const dialect::Catalog* before = handle_->catalog.get();
         refresh_catalog();
         schema_checked_ = transaction;
+        if (handle_->catalog.get() != before) found.reset();  // made against the old catalogue
     }
     if (use_cache_) {
         std::optional<std::unique_ptr<ado::driver::Cursor>> ran;
         if (built) {
-            ran = run_cached(tsql, built->key(), built->literals(), options, affected);
+            ran = run_cached(tsql, built->key(), built->literals(), options, affected,
+                             std::move(found));
         } else {
             // The session's buffers, lent to this statement and given back however it ends.
             struct Lent {
@@ -1068,6 +1150,9 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
             release();
             throw e;
         }
+        // This statement checked the schema outside any transaction just before (execute), and
+        // the group's write lock keeps it as it is until the group is committed.
+        schema_checked_ = true;
     }
 
     if (!entry.columns.empty()) {
