@@ -17,6 +17,8 @@ namespace {
 
 using namespace billdata::ado;
 using billdata::testing::create_database;
+using billdata::testing::error_of;
+using billdata::testing::scalar;
 using billdata::testing::sqlite_connection;
 using billdata::testing::TempDir;
 
@@ -115,6 +117,40 @@ TEST(StatementSkeleton, EachStatementRunsWithItsOwnValues) {
         EXPECT_EQ(first(), "0/State");
         cn->Execute("delete from T where FID=10");
         cn->Close();
+    }
+}
+
+// An amount bound for a decimal(6,2) column is stored as written when it has no more decimals
+// than the column keeps, rounded when it has more; beyond the column's four whole digits,
+// before or after rounding, it is the overflow (8115) and nothing is stored.
+TEST(StatementSkeleton, AmountsAreFittedToTheirColumn) {
+    TempDir dir;
+    const std::string db = dir.file("shop.db");
+    create_database(db,
+                    "create table N(FID INTEGER, FAmount REAL);"
+                    "create table t_SchemaColumns(TABLE_NAME TEXT, COLUMN_NAME TEXT, DATA_TYPE "
+                    "TEXT, CHARACTER_MAXIMUM_LENGTH INTEGER, NUMERIC_PRECISION INTEGER, "
+                    "NUMERIC_SCALE INTEGER);"
+                    "insert into t_SchemaColumns values('N', 'FAmount', 'decimal', null, 6, 2);");
+    const Skeleton insert("insert into N(FID, FAmount) values({}, {})");
+    for (const char* options : {";Statement Cache=True", ";Statement Cache=False"}) {
+        SCOPED_TRACE(options);
+        auto cn = Connection::create();
+        cn->Open(sqlite_connection(db, options));
+        Statement st;
+        int id = 0;
+        for (double amount : {1234.5, 9999.99, -9999.99, 1234.567, 0.125, 9999.994}) {
+            st.build(insert, ++id, amount);
+            cn->Execute(st);
+        }
+        for (double amount : {10000.5, 9999.995, -10000.0, 123456.0}) {
+            st.build(insert, ++id, amount);
+            EXPECT_EQ(error_of([&] { cn->Execute(st); }).native_code(), 8115) << amount;
+        }
+        cn->Close();
+        EXPECT_EQ(scalar(db, "select group_concat(FAmount, ' ') from N"),
+                  "1234.5 9999.99 -9999.99 1234.57 0.13 9999.99");
+        create_database(db, "delete from N");
     }
 }
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -176,6 +177,14 @@ double known_real(const ado::StatementLiteral& l) {
     return l.real;
 }
 
+// How many digits a number literal has after its point (none when it has an exponent, whose
+// digits the caller reads its own way: it then takes more than any column keeps).
+std::size_t decimals_of(std::string_view literal) {
+    if (literal.find_first_of("eE") != std::string_view::npos) return 99;
+    const auto point = literal.find('.');
+    return point == std::string_view::npos ? 0 : literal.size() - point - 1;
+}
+
 // One prepared statement of the cache: the translation of a statement shape with its literals
 // as parameters. `bound[k]` is the shape's literal bound to ?k+1; `kept` are the literals that
 // the translation wrote inline, with the text they had, and a statement of the same shape uses
@@ -188,7 +197,27 @@ struct CachedStatement {
     bool outside_groups = false;      // a write group is committed before it (runs_outside_groups)
     std::vector<ColumnInfo> columns;  // empty when the statement yields no rows
     std::vector<int> scales;          // dialect::Translation::parameter_scales
-    bool busy = false;                // a cursor stands on it
+    // Per parameter, what binding it takes: its literal, the decimal column type it is written
+    // to (coded as `scales`, 0 for none) and, for such a type, the magnitude below which a
+    // whole number fits it as it is.
+    struct BindStep {
+        std::size_t literal = 0;
+        int scale = 0;
+        std::int64_t whole_limit = 0;
+        double real_limit = 0;  // the same for a decimal literal; 0 for money (its own range)
+    };
+    std::vector<BindStep> plan;
+    void make_plan() {
+        plan.clear();
+        for (std::size_t k = 0; k < binding.bound.size(); ++k) {
+            const int scale = k < scales.size() ? scales[k] : 0;
+            const std::int64_t limit =
+                scale != 0 ? decimal_whole_limit(scale) : std::numeric_limits<std::int64_t>::max();
+            plan.push_back({binding.bound[k], scale, limit,
+                            scale >= kMoneyTypeCode ? 0.0 : static_cast<double>(limit)});
+        }
+    }
+    bool busy = false;  // a cursor stands on it
     ~CachedStatement() { sqlite3_finalize(stmt); }
 };
 using CachedPtr = std::shared_ptr<CachedStatement>;
@@ -951,9 +980,10 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
     // doubled quote. A cursor outlives the text, so its strings are copied.
     const bool runs_now = entry.columns.empty();
     dialect::LiteralValue v;
-    for (std::size_t k = 0; k < entry.binding.bound.size(); ++k) {
-        const auto& l = literals[entry.binding.bound[k]];
-        const int index = static_cast<int>(k + 1);
+    int index = 0;
+    for (const CachedStatement::BindStep& step : entry.plan) {
+        const auto& l = literals[step.literal];
+        ++index;
         int rc = SQLITE_OK;
         if (!is_number(l)) {
             std::string_view body = tsql.substr(l.offset, l.length);
@@ -980,9 +1010,7 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
                 }
             }
             if (i == l.length) {
-                if (k < entry.scales.size() && entry.scales[k] != 0 &&
-                    !whole_fits_decimal(whole, entry.scales[k]))
-                    fit_scaled(whole, entry.scales[k]);
+                if (whole >= step.whole_limit) fit_scaled(whole, step.scale);  // a magnitude
                 rc = sqlite3_bind_int64(stmt, index, whole);
                 if (rc != SQLITE_OK) throw error(rc);
                 continue;
@@ -994,10 +1022,12 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
         } else if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) {
             return false;
         }
-        if (k < entry.scales.size() && entry.scales[k] != 0) {
-            if (v.type == dialect::LiteralValue::Type::Integer)
-                fit_scaled(v.integer, entry.scales[k]);
-            if (v.type == dialect::LiteralValue::Type::Real) fit_scaled(v.real, entry.scales[k]);
+        if (step.scale != 0) {
+            if (v.type == dialect::LiteralValue::Type::Integer) fit_scaled(v.integer, step.scale);
+            if (v.type == dialect::LiteralValue::Type::Real &&
+                !(v.real < step.real_limit && decimals_of(tsql.substr(l.offset, l.length)) <=
+                                                  static_cast<std::size_t>(step.scale % 100)))
+                fit_scaled(v.real, step.scale);  // else written with what the column keeps
         }
         switch (v.type) {
             case dialect::LiteralValue::Type::Integer:
@@ -1027,6 +1057,7 @@ std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
         entry = prepare(tr);
         entry->binding = ShapeBinding::of(literals, tsql, tr.parameters);
         entry->scales = std::move(tr.parameter_scales);
+        entry->make_plan();
         auto& cache = handle_->cache;
         if (cache.size() >= kMaxCachedShapes) cache.clear();
         auto& variants = cache[key];

@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace billdata::drivers::sqlite {
@@ -27,8 +28,10 @@ constexpr int server_error_code(int number) {
 // the engine holds exactly.
 int fit_decimal_column(std::int64_t& n, int code, std::string& message);
 int fit_decimal_column(double& x, int code, std::string& message);
-// Whether a whole number fits such a column as it is (the short way of the first).
-inline bool whole_fits_decimal(std::int64_t n, int code) {
+// Added to a money type's code.
+inline constexpr int kMoneyTypeCode = 10000;
+// The bound below which, in magnitude, a whole number fits such a column as it is.
+inline std::int64_t decimal_whole_limit(int code) {
     static constexpr std::int64_t kLimit[] = {1,
                                               10,
                                               100,
@@ -49,7 +52,12 @@ inline bool whole_fits_decimal(std::int64_t n, int code) {
                                               100000000000000000,
                                               1000000000000000000};
     const int whole = code / 100 % 100 - code % 100;
-    return whole > 18 || (n < kLimit[whole] && n > -kLimit[whole]);
+    return whole > 18 ? std::numeric_limits<std::int64_t>::max() : kLimit[whole];
+}
+// Whether a whole number fits such a column as it is (the short way of the first).
+inline bool whole_fits_decimal(std::int64_t n, int code) {
+    const std::int64_t limit = decimal_whole_limit(code);
+    return n < limit && n > -limit;
 }
 
 // The server's error number an extended result code carries; 0 when it carries none (the

@@ -373,7 +373,7 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
 }
 
 // A scaled type as kDecimalFit codes it: precision × 100 + scale, plus 10000 for money.
-constexpr int kMoneyCode = 10000;
+constexpr int kMoneyCode = kMoneyTypeCode;
 
 bool whole_fits(long long n, int code) {
     if (!whole_fits_decimal(n, code)) return false;
