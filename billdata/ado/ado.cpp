@@ -275,10 +275,6 @@ bool Connection::InTransaction() const {
 
 // ---- Field / Fields -----------------------------------------------------------------------
 
-const Variant& Field::Value() const {
-    return owner_->value_at(index_);
-}
-
 void Field::SetValue(Variant value) {
     owner_->set_value_at(index_, std::move(value));
 }
@@ -506,12 +502,9 @@ void Recordset::Update() {
     editing_ = false;  // values are written into the row as they are set
 }
 
-const Variant& Recordset::value_at(std::size_t index) const {
+void Recordset::refuse_value_at(std::size_t) const {
     if (kind_ == Kind::Closed || eof_) throw ComError::platform(err::kNoCurrentRecord);
-    const std::vector<Variant>& row =
-        kind_ == Kind::Cursor ? current_ : rows_[static_cast<std::size_t>(position_)];
-    if (index >= row.size()) throw ComError::platform(err::kItemNotFound);
-    return row[index];
+    throw ComError::platform(err::kItemNotFound);
 }
 
 void Recordset::set_value_at(std::size_t index, Variant value) {

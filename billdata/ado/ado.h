@@ -226,7 +226,15 @@ class Recordset : public std::enable_shared_from_this<Recordset> {
     void attach_cursor(std::unique_ptr<driver::Cursor> cursor,
                        std::shared_ptr<driver::Session> session, bool client_side);
     void fetch();
-    const Variant& value_at(std::size_t index) const;
+    const Variant& value_at(std::size_t index) const {
+        if (kind_ != Kind::Closed && !eof_) {
+            const std::vector<Variant>& row =
+                kind_ == Kind::Cursor ? current_ : rows_[static_cast<std::size_t>(position_)];
+            if (index < row.size()) return row[index];
+        }
+        refuse_value_at(index);
+    }
+    [[noreturn]] void refuse_value_at(std::size_t index) const;
     void set_value_at(std::size_t index, Variant value);
 
     enum class Kind { Closed, Cursor, Static, Built };
@@ -245,6 +253,10 @@ class Recordset : public std::enable_shared_from_this<Recordset> {
     bool bof_ = true;
     bool editing_ = false;
 };
+
+inline const Variant& Field::Value() const {
+    return owner_->value_at(index_);
+}
 
 // A record set the caller builds, with these fields (typed as variants) and rows, positioned on
 // its first row: the way a front end hands bill lines to the component.

@@ -233,10 +233,14 @@ void Statement::put(std::size_t place, double v) {
         // Its shortest digits with a point and no exponent (format_double): a decimal literal
         // after the sign, its value known when a double holds its digits.
         const std::size_t digits = start + (at[0] == '-' ? 1 : 0);
-        std::size_t significant = 0;
-        for (std::size_t i = digits; i < size_; ++i) {
-            const char c = text_[i];
-            if (c != '.' && (significant > 0 || c != '0')) ++significant;
+        // Amounts and prices have few digits: all of them, point aside, are at most 15.
+        std::size_t significant = size_ - digits - 1;
+        if (significant > 15) {
+            significant = 0;
+            for (std::size_t i = digits; i < size_; ++i) {
+                const char c = text_[i];
+                if (c != '.' && (significant > 0 || c != '0')) ++significant;
+            }
         }
         literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
                                              -1, significant <= 15 ? magnitude : -1});

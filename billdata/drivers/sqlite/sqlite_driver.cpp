@@ -1269,7 +1269,7 @@ class SqliteDriver final : public ado::driver::Driver {
     }
 
     std::shared_ptr<ado::driver::Session> open(const ado::ConnectionString& cs) override {
-        const Options o = options_of(cs);
+        const Options& o = options_of(cs);
         const bool pooling = o.pooling && !switched_off("BILLDATA_POOLING");
         const bool cache = o.cache && !switched_off("BILLDATA_STATEMENT_CACHE");
         const std::string& path = o.path;
@@ -1364,14 +1364,15 @@ class SqliteDriver final : public ado::driver::Driver {
         return ms;
     }
 
-    static Options options_of(const ado::ConnectionString& cs) {
+    // The options of `cs`, valid until the thread's next call.
+    static const Options& options_of(const ado::ConnectionString& cs) {
         thread_local std::vector<std::pair<std::string, Options>> recent;  // newest last
         for (auto it = recent.rbegin(); it != recent.rend(); ++it)
             if (it->first == cs.text()) return it->second;
         Options o = parse_options(cs);
         if (recent.size() >= 4) recent.erase(recent.begin());
-        recent.emplace_back(cs.text(), o);
-        return o;
+        recent.emplace_back(cs.text(), std::move(o));
+        return recent.back().second;
     }
 
     static Options parse_options(const ado::ConnectionString& cs) {
