@@ -137,6 +137,7 @@ void Statement::begin(const Skeleton& skeleton) {
     key_.assign(kKeyStem + skeleton.places(), '.');
     key_[0] = '\x02';
     std::memcpy(key_.data() + 1, &skeleton.id_, sizeof skeleton.id_);
+    kinds_ = key_.data() + kKeyStem;
     literals_.clear();
     open_ = kNone;
     piece(0);
@@ -191,7 +192,7 @@ void Statement::number_written(std::size_t place, std::size_t start, std::int64_
     literals_.push_back(StatementLiteral{start, size_ - start, StatementLiteral::Kind::Number,
                                          whole ? known : -1,
                                          !whole && significant <= 15 ? known_real : -1});
-    key_[kKeyStem + place] = negative ? (whole ? 'I' : 'D') : (whole ? 'i' : 'd');
+    kinds_[place] = negative ? (whole ? 'I' : 'D') : (whole ? 'i' : 'd');
 }
 
 void Statement::text_written(std::size_t place, std::size_t start) {
@@ -211,7 +212,7 @@ void Statement::put(std::size_t place, std::int64_t v) {
     const std::size_t digits = start + (negative ? 1 : 0);
     literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
                                          magnitude <= kEighteenDigits ? magnitude : -1});
-    key_[kKeyStem + place] = negative ? 'I' : 'i';
+    kinds_[place] = negative ? 'I' : 'i';
 }
 
 void Statement::put(std::size_t place, double v) {
@@ -226,7 +227,7 @@ void Statement::put(std::size_t place, double v) {
         const std::size_t digits = start + (negative ? 1 : 0);
         literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
                                              static_cast<std::int64_t>(magnitude)});
-        key_[kKeyStem + place] = negative ? 'I' : 'i';
+        kinds_[place] = negative ? 'I' : 'i';
         return;
     }
     if (magnitude < 1e15) {
@@ -244,7 +245,7 @@ void Statement::put(std::size_t place, double v) {
         }
         literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
                                              -1, significant <= 15 ? magnitude : -1});
-        key_[kKeyStem + place] = digits > start ? 'D' : 'd';
+        kinds_[place] = digits > start ? 'D' : 'd';
         return;
     }
     // Any other is written in the shortest form that reads back as it, perhaps with an exponent.

@@ -140,6 +140,7 @@ class Statement {
     std::string text_;  // the text is its first size_ characters; the rest is room
     std::size_t size_ = 0;
     std::string key_;
+    char* kinds_ = nullptr;  // in key_: the kind of number in each place
     std::vector<StatementLiteral> literals_;
     // A text literal with places inside, until the piece that ends it is written.
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);

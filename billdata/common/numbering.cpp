@@ -13,6 +13,8 @@ namespace {
 const ado::Skeleton kMaxNum("select * from ICMaxNum where FTranType={}");
 const ado::Skeleton kMaxNumStep("Update ICMaxNum set FMaxNum=FMaxNum+{}  Where FtranType={}");
 const ado::Skeleton kBillNo("select * from ICBillNo where FDate='{}' and FTranType={}");
+const ado::Skeleton kMaxStockBill(
+    "Select max(finterID) as FMax,count(*) as Fcount from icstockbill");
 const ado::Skeleton kBillNoStep("Update ICBillNo set FMaxNum={} where FTranType={} and FDate='{}'");
 
 }  // namespace
@@ -30,7 +32,7 @@ std::int32_t NextInterID(Executor& ex, std::int16_t series, std::int16_t step) {
         Variant(rs->Fields("FMaxNum").Value().to_double() + increment).to_int32();
     rs->Close();
     if (series == kSeriesStockBill) {
-        auto check = ex.query("Select max(finterID) as FMax,count(*) as Fcount from icstockbill");
+        auto check = ex.query([&](Statement& st) { st.build(kMaxStockBill); });
         if (!check->Eof() && check->Fields("FCount").Value().to_int32() > 0) {
             std::int32_t max = check->Fields("FMax").Value().to_int32();
             if (max > candidate) candidate = Variant(static_cast<double>(max) + 1).to_int32();

@@ -44,6 +44,7 @@ const Skeleton kPointsEarned(
     "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values({},{},'{}',{},'{}','消费增加积分,消费金额：{},单号:{}')");
 const Skeleton kPointsSpent(
     "insert into vipjf_History(FBillInterID,FVipID,FDate,Fjf,FBiller,FMemo) values({},{},'{}',{},'{}','积分兑换金额：{},单号:{}')");
+const Skeleton kUserName("select FUserName from t_User where FUserID={}");
 const Skeleton kLentSold(
     "Update t1 set t1.FSaleQty=isnull(t1.FSaleQty,0)+t2.Fqty from icstockbillentry t1 inner join icstockbillentry t2 on t1.finterid=t2.frefinterid and t1.fentryid=t2.frefEntryid where t2.FInterID={} and t2.FRefTranType=27");
 const Skeleton kOrderedSold(
@@ -260,8 +261,7 @@ std::int32_t PosData::SaveData(std::int32_t StockID, const ado::DateTime& BillDa
                 // user row) rather than on a second one opened for it.
                 std::string biller;
                 {
-                    auto rs = ex.query("select FUserName from t_User where FUserID=" +
-                                       std::to_string(BillerID));
+                    auto rs = ex.query([&](Statement& st) { st.build(kUserName, BillerID); });
                     biller = common::sql_text(rs->Fields("FUserName").Value().to_string());
                     rs->Close();
                 }

@@ -180,9 +180,14 @@ double known_real(const ado::StatementLiteral& l) {
 // How many digits a number literal has after its point (none when it has an exponent, whose
 // digits the caller reads its own way: it then takes more than any column keeps).
 std::size_t decimals_of(std::string_view literal) {
-    if (literal.find_first_of("eE") != std::string_view::npos) return 99;
-    const auto point = literal.find('.');
-    return point == std::string_view::npos ? 0 : literal.size() - point - 1;
+    std::size_t decimals = 0;
+    bool after_point = false;
+    for (const char c : literal) {
+        if (c == 'e' || c == 'E') return 99;
+        decimals += after_point ? 1 : 0;
+        after_point = after_point || c == '.';
+    }
+    return decimals;
 }
 
 // One prepared statement of the cache: the translation of a statement shape with its literals
