@@ -243,11 +243,7 @@ TEST(SqliteDriver, SchemaChangesBetweenTransactionsAreSeen) {
     };
     TempDir dir;
     const std::string db = dir.file("shop.db");
-    create_database(db,
-                    "create table t_SchemaColumns(TABLE_NAME TEXT, COLUMN_NAME TEXT, DATA_TYPE "
-                    "TEXT, CHARACTER_MAXIMUM_LENGTH INTEGER, NUMERIC_PRECISION INTEGER, "
-                    "NUMERIC_SCALE INTEGER);"
-                    "insert into t_SchemaColumns values('N', 'FAmount', 'decimal', null, 18, 2);");
+    create_database(db, billdata::testing::declared_decimal("N", "FAmount", 18, 2));
     int version = 0;
     auto change_to = [&](int scale) {  // a new table each time: the schema's text changes too
         create_database(db, "drop table if exists N; create table N(FID INTEGER, FAmount REAL, F" +

@@ -19,6 +19,17 @@ inline void create_database(const std::string& path, const std::string& script) 
     RawDb(path, /*create=*/true).exec(script);
 }
 
+// The script of the table of declared column types the catalogue reads, declaring one column
+// decimal(precision, scale) (a decimal the driver rounds to its scale when it binds a value).
+inline std::string declared_decimal(const std::string& table, const std::string& column,
+                                    int precision, int scale) {
+    return "create table t_SchemaColumns(TABLE_NAME TEXT, COLUMN_NAME TEXT, DATA_TYPE TEXT, "
+           "CHARACTER_MAXIMUM_LENGTH INTEGER, NUMERIC_PRECISION INTEGER, NUMERIC_SCALE INTEGER);"
+           "insert into t_SchemaColumns values('" +
+           table + "', '" + column + "', 'decimal', null, " + std::to_string(precision) + ", " +
+           std::to_string(scale) + ");";
+}
+
 // A value read straight from the file, bypassing the data layer (which first commits the write
 // groups of the process, as a connection of the driver would).
 inline std::string scalar(const std::string& path, const std::string& sql) {

@@ -126,12 +126,8 @@ TEST(StatementSkeleton, EachStatementRunsWithItsOwnValues) {
 TEST(StatementSkeleton, AmountsAreFittedToTheirColumn) {
     TempDir dir;
     const std::string db = dir.file("shop.db");
-    create_database(db,
-                    "create table N(FID INTEGER, FAmount REAL);"
-                    "create table t_SchemaColumns(TABLE_NAME TEXT, COLUMN_NAME TEXT, DATA_TYPE "
-                    "TEXT, CHARACTER_MAXIMUM_LENGTH INTEGER, NUMERIC_PRECISION INTEGER, "
-                    "NUMERIC_SCALE INTEGER);"
-                    "insert into t_SchemaColumns values('N', 'FAmount', 'decimal', null, 6, 2);");
+    create_database(db, "create table N(FID INTEGER, FAmount REAL);" +
+                            billdata::testing::declared_decimal("N", "FAmount", 6, 2));
     const Skeleton insert("insert into N(FID, FAmount) values({}, {})");
     for (const char* options : {";Statement Cache=True", ";Statement Cache=False"}) {
         SCOPED_TRACE(options);
