@@ -1186,9 +1186,6 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
             release();
             throw e;
         }
-        // This statement checked the schema outside any transaction just before (execute), and
-        // the group's write lock keeps it as it is until the group is committed.
-        schema_checked_ = true;
     }
 
     if (!entry.columns.empty()) {
