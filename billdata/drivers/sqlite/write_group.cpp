@@ -23,6 +23,10 @@ struct Registry {
     std::vector<Entry> open;
     std::atomic<std::size_t> count{0};
     bool timer_started = false;
+    // When the timer wakes by itself (max: only when told). A group whose deadline is later
+    // needs no wake-up: the timer looks again by then. So a process saving sale after sale
+    // wakes it about once per window, not once per group.
+    GroupClock::time_point wakes_at = GroupClock::time_point::max();
 };
 
 Registry& registry() {
@@ -52,6 +56,7 @@ void run_timer() {
     std::unique_lock lock(r.mutex);
     for (;;) {
         if (r.open.empty()) {
+            r.wakes_at = GroupClock::time_point::max();
             r.changed.wait(lock);
             continue;
         }
@@ -61,6 +66,7 @@ void run_timer() {
                                       });
         const auto now = GroupClock::now();
         if (now < first->deadline) {
+            r.wakes_at = first->deadline;
             r.changed.wait_until(lock, first->deadline);
             continue;
         }
@@ -77,7 +83,10 @@ void run_timer() {
             }
         }
         lock.lock();
-        if (!done) r.changed.wait_for(lock, std::chrono::milliseconds(1));
+        if (!done) {
+            r.wakes_at = GroupClock::now() + std::chrono::milliseconds(1);
+            r.changed.wait_until(lock, r.wakes_at);
+        }
     }
 }
 
@@ -123,6 +132,7 @@ int open_group(WriteGroup& g, std::chrono::milliseconds window) {
     g.open = true;
     g.deadline = GroupClock::now() + window;
     Registry& r = registry();
+    bool wake = false;
     {
         std::lock_guard lock(r.mutex);
         r.open.push_back({g.shared_from_this(), g.deadline});
@@ -131,8 +141,9 @@ int open_group(WriteGroup& g, std::chrono::milliseconds window) {
             r.timer_started = true;
             std::thread(run_timer).detach();
         }
+        wake = g.deadline < r.wakes_at;
     }
-    r.changed.notify_one();
+    if (wake) r.changed.notify_one();
     return SQLITE_OK;
 }
 
