@@ -201,10 +201,9 @@ struct CachedStatement {
     bool writes = false;              // what the engine says, transaction control included
     bool outside_groups = false;      // a write group is committed before it (runs_outside_groups)
     std::vector<ColumnInfo> columns;  // empty when the statement yields no rows
-    std::vector<int> scales;          // dialect::Translation::parameter_scales
     // Per parameter, what binding it takes: its literal, the decimal column type it is written
-    // to (coded as `scales`, 0 for none) and, for such a type, the magnitude below which a
-    // whole number fits it as it is.
+    // to (coded as dialect::Translation::parameter_scales, 0 for none) and, for such a type, the
+    // magnitude below which a whole number fits it as it is.
     struct BindStep {
         std::size_t literal = 0;
         int scale = 0;
@@ -212,7 +211,7 @@ struct CachedStatement {
         double real_limit = 0;  // the same for a decimal literal; 0 for money (its own range)
     };
     std::vector<BindStep> plan;
-    void make_plan() {
+    void make_plan(const std::vector<int>& scales) {
         plan.clear();
         for (std::size_t k = 0; k < binding.bound.size(); ++k) {
             const int scale = k < scales.size() ? scales[k] : 0;
@@ -555,6 +554,13 @@ class SqliteSession final : public ado::driver::Session {
     // Opens the write group that `entry`, a statement to run outside any transaction, would
     // open when it runs; whether it did.
     bool open_group_first(const CachedStatement& entry, const ado::driver::ExecOptions& options);
+    // Whether `entry` opens a write group when it runs now: a write outside a transaction opens
+    // one that later ones join until it is committed; a read joins a group that is open and never
+    // opens one.
+    bool opens_group(const CachedStatement& entry) const {
+        return entry.writes && !entry.outside_groups && !group_.open && window_.count() > 0 &&
+               sqlite3_get_autocommit(db_);
+    }
     // Notes the catalogue found current now (Handle::verified).
     void verified_now();
     // Runs `commit` (a commit of this connection's transaction), keeping the catalogue's check.
@@ -1061,8 +1067,7 @@ std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
         if (options.read_only && tr.writes) throw ado::driver::read_only_refusal();
         entry = prepare(tr);
         entry->binding = ShapeBinding::of(literals, tsql, tr.parameters);
-        entry->scales = std::move(tr.parameter_scales);
-        entry->make_plan();
+        entry->make_plan(tr.parameter_scales);
         auto& cache = handle_->cache;
         if (cache.size() >= kMaxCachedShapes) cache.clear();
         auto& variants = cache[key];
@@ -1091,9 +1096,7 @@ std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
 
 bool SqliteSession::open_group_first(const CachedStatement& entry,
                                      const ado::driver::ExecOptions& options) {
-    if (window_.count() == 0 || options.read_only || group_.open || !entry.writes ||
-        entry.outside_groups)
-        return false;
+    if (options.read_only || !opens_group(entry)) return false;
     drain_cursors();  // as run does before it opens a group
     const int rc = open_group(group_, window_);
     if (rc != SQLITE_OK) throw error(rc);
@@ -1177,9 +1180,7 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::run(sqlite3_stmt* stmt, Cach
             release();
             throw;
         }
-    } else if (entry.writes && !group_.open && window_.count() > 0 && sqlite3_get_autocommit(db_)) {
-        // A write outside a transaction opens a group that later ones join until it is
-        // committed; a read joins a group that is open and never opens one.
+    } else if (opens_group(entry)) {
         const int rc = open_group(group_, window_);
         if (rc != SQLITE_OK) {
             ComError e = error(rc);

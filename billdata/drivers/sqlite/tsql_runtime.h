@@ -28,7 +28,7 @@ constexpr int server_error_code(int number) {
 // the engine holds exactly.
 int fit_decimal_column(std::int64_t& n, int code, std::string& message);
 int fit_decimal_column(double& x, int code, std::string& message);
-// Added to a money type's code.
+// A scaled type as kDecimalFit codes it: precision × 100 + scale, plus this for money.
 inline constexpr int kMoneyTypeCode = 10000;
 // The bound below which, in magnitude, a whole number fits such a column as it is.
 inline std::int64_t decimal_whole_limit(int code) {

@@ -372,13 +372,10 @@ void fn_decop(sqlite3_context* ctx, int, sqlite3_value** argv) {
     sqlite3_result_double(ctx, double_of(r));
 }
 
-// A scaled type as kDecimalFit codes it: precision × 100 + scale, plus 10000 for money.
-constexpr int kMoneyCode = kMoneyTypeCode;
-
 bool whole_fits(long long n, int code) {
     if (!whole_fits_decimal(n, code)) return false;
     // A whole number of money's 15 digits may still be beyond its range (smallmoney's 6 are).
-    return code < kMoneyCode || n == 0 ||
+    return code < kMoneyTypeCode || n == 0 ||
            !outside_money(static_cast<Wide>(n) * 10000, code / 100 % 100);
 }
 
@@ -394,14 +391,14 @@ Fault fit_number(double& x, int code, Decimal& d) {
         const double units = x * kPow10[scale];
         if (std::fabs(units) < kSafeUnits && units == std::trunc(units)) {
             if (std::fabs(units) >= kPow10[precision] ||
-                (code >= kMoneyCode && outside_money(units, precision)))
+                (code >= kMoneyTypeCode && outside_money(units, precision)))
                 return Fault::Overflow;
             x = (units + 0.0) / kPow10[scale];
             return Fault::None;
         }
     }
     if (!decimal_of(x, d)) return Fault::TooManyDigits;
-    const Fault fault = finish(d, precision, scale, false, code >= kMoneyCode);
+    const Fault fault = finish(d, precision, scale, false, code >= kMoneyTypeCode);
     if (fault == Fault::None) x = double_of(d);
     return fault;
 }
@@ -417,7 +414,7 @@ void fn_decfit(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
         return;
     }
     const int code = sqlite3_value_int(argv[1]);
-    const bool money = code >= kMoneyCode;
+    const bool money = code >= kMoneyTypeCode;
     const auto overflow = [&] {
         const std::string_view source = argc > 2 ? value_text(argv[2]) : "numeric";
         result_server_error(ctx, 8115, overflow_message(source, money, code / 100 % 100));
@@ -586,7 +583,7 @@ namespace billdata::drivers::sqlite {
 
 int fit_decimal_column(std::int64_t& n, int code, std::string& message) {
     if (runtime::whole_fits(n, code)) return 0;
-    message = runtime::overflow_message("numeric", code >= runtime::kMoneyCode, code / 100 % 100);
+    message = runtime::overflow_message("numeric", code >= kMoneyTypeCode, code / 100 % 100);
     return 8115;
 }
 
@@ -597,7 +594,7 @@ int fit_decimal_column(double& x, int code, std::string& message) {
             return 0;
         case runtime::Fault::Overflow:
             message =
-                runtime::overflow_message("numeric", code >= runtime::kMoneyCode, code / 100 % 100);
+                runtime::overflow_message("numeric", code >= kMoneyTypeCode, code / 100 % 100);
             return 8115;
         default:
             message = "the exact decimal value " + runtime::decimal_text(d) +
