@@ -212,16 +212,17 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* recor
 std::shared_ptr<Recordset> Connection::Execute(const Statement& statement, long* records_affected,
                                                long options) {
     if (options != adOptionUnspecified && (options & adExecuteNoRecords)) {
-        execute_without_records(statement.text(), &statement, records_affected);
+        execute_without_records({}, &statement, records_affected);
         return nullptr;
     }
-    return execute(statement.text(), records_affected, command_timeout_, &statement);
+    return execute({}, records_affected, command_timeout_, &statement);
 }
 
 void Connection::execute_without_records(std::string_view sql, const Statement* built,
                                          long* records_affected) {
     auto s = session();
-    log(sql);
+    // A built statement's text is written only when something reads it.
+    if (log_) log(built ? built->text() : sql);
     long affected = -1;
     driver::ExecOptions exec;
     exec.timeout_seconds = command_timeout_;
@@ -236,7 +237,7 @@ void Connection::execute_without_records(std::string_view sql, const Statement* 
 std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* records_affected,
                                                long timeout_seconds, const Statement* built) {
     auto s = session();
-    log(sql);
+    if (log_) log(built ? built->text() : sql);
     long affected = -1;
     driver::ExecOptions options;
     options.timeout_seconds = timeout_seconds;
@@ -246,7 +247,7 @@ std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* recor
     auto rs = Recordset::create();
     if (cursor) {
         rs->active_connection_ = shared_from_this();
-        rs->source_ = std::string(sql);
+        rs->source_ = std::string(built ? built->text() : sql);
         rs->timeout_ = timeout_seconds;
         rs->attach_cursor(std::move(cursor), s, false);
     }

@@ -14,6 +14,7 @@ namespace billdata::ado {
 namespace {
 
 constexpr std::string_view kPlace = "{}";
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 constexpr std::size_t kKeyStem = 9;  // the mark and the skeleton's id
 
 bool runs_into_number(char c) {
@@ -105,6 +106,10 @@ Skeleton::Skeleton(std::string_view text) {
                 ++first_literal_[k];
             f.end_piece = static_cast<std::uint32_t>(last);
             f.end_offset = static_cast<std::uint32_t>(l.offset + l.length - piece_at[last]);
+            const std::size_t quote = f.kind == StatementLiteral::Kind::NString ? 2 : 1;
+            if (last == start + 1 && f.end_offset == 1 &&
+                f.start_offset + quote == pieces_[start].size())
+                f.lone_place = static_cast<std::int32_t>(start);
             const std::string_view digits = std::string_view(probe).substr(l.offset, l.length);
             if (l.kind == dialect::Literal::Kind::Number && digits.size() <= 18 &&
                 digits.find_first_not_of("0123456789") == std::string_view::npos) {
@@ -122,134 +127,98 @@ void Statement::throw_place_count(const Skeleton& skeleton) {
                            " values built with another number: " + skeleton.pieces_.front());
 }
 
-void Statement::grow(std::size_t n) {
+void Statement::grow(std::size_t n) const {
     text_.resize(std::max(2 * text_.size(), size_ + n));
 }
+
+namespace {
+
+constexpr std::int64_t kEighteenDigits = 999'999'999'999'999'999;
+
+// What the scan makes of a number's text in a number's place: a minus is an operator to it, and
+// the literal is what follows.
+struct NumberText {
+    bool number = false;  // digits first: a number literal
+    bool negative = false;
+    bool whole = true;
+    std::size_t start = 0;        // where the literal starts
+    std::size_t significant = 0;  // digits from the first that is not 0, before any exponent
+};
+
+NumberText read_number(std::string_view t) {
+    NumberText n;
+    n.negative = !t.empty() && t[0] == '-';
+    n.start = n.negative ? 1 : 0;
+    if (n.start >= t.size() || t[n.start] < '0' || t[n.start] > '9') return n;
+    n.number = true;
+    bool exponent = false;
+    for (std::size_t i = n.start; i < t.size(); ++i) {
+        const char c = t[i];
+        if (c == '.') {
+            n.whole = false;
+        } else if (c == 'e' || c == 'E') {
+            n.whole = false;
+            exponent = true;
+        } else if (!exponent && c >= '0' && c <= '9' && (n.significant > 0 || c != '0')) {
+            ++n.significant;
+        }
+    }
+    return n;
+}
+
+}  // namespace
 
 void Statement::begin(const Skeleton& skeleton) {
     skeleton_ = &skeleton;
     shaped_ = true;
-    size_ = 0;
-    // Room for the usual values at once: a grown text keeps its room for the next statements.
-    const std::size_t usual = skeleton.fixed_size_ + 24 * skeleton.places();
-    if (text_.size() < usual) text_.resize(usual);
+    written_ = false;
+    values_.clear();
+    strings_.clear();
     // The key: a mark no scanned text starts with, the skeleton, then each place's kind of number.
     key_.assign(kKeyStem + skeleton.places(), '.');
     key_[0] = '\x02';
     std::memcpy(key_.data() + 1, &skeleton.id_, sizeof skeleton.id_);
     kinds_ = key_.data() + kKeyStem;
-    literals_.clear();
-    open_ = kNone;
-    piece(0);
 }
 
-void Statement::piece_with_literals(std::size_t index) {
-    const std::size_t base = size_;
-    if (open_ != kNone && open_end_piece_ == index) {
-        literals_[open_].length = base + open_end_offset_ - literals_[open_].offset;
-        open_ = kNone;
-    }
-    const Skeleton& s = *skeleton_;
-    for (std::uint32_t i = s.first_literal_[index]; i < s.first_literal_[index + 1]; ++i) {
-        const Skeleton::FixedLiteral& f = s.literals_[i];
-        if (f.end_piece == index) {
-            literals_.push_back(StatementLiteral{base + f.start_offset,
-                                                 f.end_offset - f.start_offset, f.kind, f.whole});
-        } else {
-            literals_.push_back(StatementLiteral{base + f.start_offset, 0, f.kind});
-            open_ = literals_.size() - 1;
-            open_end_piece_ = f.end_piece;
-            open_end_offset_ = f.end_offset;
-        }
-    }
-    append(s.piece_views_[index]);
-}
-
-void Statement::number_written(std::size_t place, std::size_t start, std::int64_t known,
-                               double known_real) {
-    if (!skeleton_->places_[place].bare) return;  // digits inside a text
-    // A minus is an operator to the scan: the literal is the digits after it.
-    const char* t = text_.data();
-    const bool negative = t[start] == '-';
-    if (negative) ++start;
-    if (start >= size_ || t[start] < '0' || t[start] > '9') {
-        shaped_ = false;
-        return;
-    }
-    bool whole = true, exponent = false;
-    std::size_t significant = 0;
-    for (std::size_t i = start; i < size_; ++i) {
-        const char c = t[i];
-        if (c == '.') {
-            whole = false;
-        } else if (c == 'e' || c == 'E') {
-            whole = false;
-            exponent = true;
-        } else if (!exponent && c >= '0' && c <= '9' && (significant > 0 || c != '0')) {
-            ++significant;
-        }
-    }
-    literals_.push_back(StatementLiteral{start, size_ - start, StatementLiteral::Kind::Number,
-                                         whole ? known : -1,
-                                         !whole && significant <= 15 ? known_real : -1});
-    kinds_[place] = negative ? (whole ? 'I' : 'D') : (whole ? 'i' : 'd');
-}
-
-void Statement::text_written(std::size_t place, std::size_t start) {
-    if (skeleton_->places_[place].bare ||
-        !quotes_doubled(std::string_view(text_.data() + start, size_ - start)))
-        shaped_ = false;
+void Statement::finish() {
+    if (!shaped_) key_.clear();
 }
 
 void Statement::put(std::size_t place, std::int64_t v) {
-    const std::size_t start = size_;
-    char* at = room(24);
-    size_ += static_cast<std::size_t>(std::to_chars(at, at + 24, v).ptr - at);
-    if (!skeleton_->places_[place].bare) return;  // digits inside a text
-    constexpr std::int64_t kEighteenDigits = 999'999'999'999'999'999;
-    const bool negative = v < 0;
-    const std::int64_t magnitude = v >= -kEighteenDigits ? (negative ? -v : v) : -1;
-    const std::size_t digits = start + (negative ? 1 : 0);
-    literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
-                                         magnitude <= kEighteenDigits ? magnitude : -1});
-    kinds_[place] = negative ? 'I' : 'i';
+    Value value;
+    value.whole = v;
+    values_.push_back(value);
+    if (bare(place)) kinds_[place] = v < 0 ? 'I' : 'i';
 }
 
 void Statement::put(std::size_t place, double v) {
-    const std::size_t start = size_;
-    char* at = room(Variant::kDoubleTextRoom);
-    size_ += Variant::format_double(v, at);
-    if (!skeleton_->places_[place].bare) return;  // digits inside a text
-    // Written as its whole digits below 1e15 (format_double), so its value is known.
-    const double magnitude = std::fabs(v);
-    if (v == 0 || (magnitude < 1e15 && static_cast<double>(static_cast<std::int64_t>(v)) == v)) {
-        const bool negative = at[0] == '-';
-        const std::size_t digits = start + (negative ? 1 : 0);
-        literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
-                                             static_cast<std::int64_t>(magnitude)});
-        kinds_[place] = negative ? 'I' : 'i';
+    Value value;
+    value.type = Value::Type::Real;
+    value.real = v;
+    if (std::fabs(v) < 1e15) {
+        // Written as its whole digits when it is whole, else with a point (format_double).
+        values_.push_back(value);
+        if (bare(place))
+            kinds_[place] = static_cast<double>(static_cast<std::int64_t>(v)) == v
+                                ? (v < 0 ? 'I' : 'i')
+                                : (v < 0 ? 'D' : 'd');
         return;
     }
-    if (magnitude < 1e15) {
-        // Its shortest digits with a point and no exponent (format_double): a decimal literal
-        // after the sign, its value known when a double holds its digits.
-        const std::size_t digits = start + (at[0] == '-' ? 1 : 0);
-        // Amounts and prices have few digits: all of them, point aside, are at most 15.
-        std::size_t significant = size_ - digits - 1;
-        if (significant > 15) {
-            significant = 0;
-            for (std::size_t i = digits; i < size_; ++i) {
-                const char c = text_[i];
-                if (c != '.' && (significant > 0 || c != '0')) ++significant;
-            }
-        }
-        literals_.push_back(StatementLiteral{digits, size_ - digits, StatementLiteral::Kind::Number,
-                                             -1, significant <= 15 ? magnitude : -1});
-        kinds_[place] = digits > start ? 'D' : 'd';
-        return;
-    }
-    // Any other is written in the shortest form that reads back as it, perhaps with an exponent.
-    number_written(place, start, -1, magnitude);
+    // Any other in the shortest form that reads back as it, perhaps with an exponent: written
+    // now, which also refuses what has no text.
+    char text[Variant::kDoubleTextRoom];
+    const std::string_view written(text, Variant::format_double(v, text));
+    value.at = static_cast<std::uint32_t>(strings_.size());
+    value.size = static_cast<std::uint32_t>(written.size());
+    strings_.append(written);
+    values_.push_back(value);
+    if (!bare(place)) return;
+    const NumberText n = read_number(written);
+    if (!n.number)
+        shaped_ = false;
+    else
+        kinds_[place] = n.negative ? (n.whole ? 'I' : 'D') : (n.whole ? 'i' : 'd');
 }
 
 void Statement::put(std::size_t place, const Variant& v) {
@@ -262,49 +231,154 @@ void Statement::put(std::size_t place, const Variant& v) {
             put(place, v.to_double());
             return;
         default:
-            break;
+            // Anything else is no number literal; in a text it is as good as any other text.
+            put_text(place, v.to_string(), Value::Type::Word);
     }
-    const std::size_t start = size_;
-    append(v.to_string());
-    // Anything else is no number literal; in a text it is as good as any other text.
-    if (skeleton_->places_[place].bare)
-        shaped_ = false;
-    else
-        text_written(place, start);
 }
 
 void Statement::put(std::size_t place, std::string_view v) {
-    const std::size_t start = size_;
-    append(v);
-    if (!skeleton_->places_[place].bare) {
-        text_written(place, start);
+    put_text(place, v, Value::Type::Text);
+}
+
+void Statement::put(std::size_t place, const QuotedText& v) {
+    put_text(place, v.text, Value::Type::Quoted);
+}
+
+void Statement::put_text(std::size_t place, std::string_view v, Value::Type type) {
+    Value value;
+    value.type = type;
+    value.at = static_cast<std::uint32_t>(strings_.size());
+    value.size = static_cast<std::uint32_t>(v.size());
+    strings_.append(v);
+    values_.push_back(value);
+    if (!bare(place)) {
+        if (type != Value::Type::Quoted && !quotes_doubled(v)) shaped_ = false;
         return;
     }
     // A whole number as text (a bill kind) is that number; any other text is no literal.
     std::string_view digits = v;
     if (!digits.empty() && digits.front() == '-') digits.remove_prefix(1);
-    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos)
+    if (type != Value::Type::Text || digits.empty() ||
+        digits.find_first_not_of("0123456789") != std::string_view::npos)
         shaped_ = false;
     else
-        number_written(place, start, -1, -1);
+        kinds_[place] = v.front() == '-' ? 'I' : 'i';
 }
 
-void Statement::put(std::size_t place, const QuotedText& v) {
-    std::string_view rest = v.text;
-    for (auto at = rest.find('\''); at != std::string_view::npos; at = rest.find('\'')) {
-        append(rest.substr(0, at + 1));
-        append("'");
-        rest.remove_prefix(at + 1);
+std::size_t Statement::write_value(const Value& v, char* out) const {
+    switch (v.type) {
+        case Value::Type::Whole:
+            return static_cast<std::size_t>(std::to_chars(out, out + 24, v.whole).ptr - out);
+        case Value::Type::Real:
+            if (v.size == 0) return Variant::format_double(v.real, out);
+            break;
+        default:
+            break;
     }
-    append(rest);
-    if (skeleton_->places_[place].bare) shaped_ = false;
+    const std::string_view t = text_of(v);
+    return t.copy(out, t.size());
 }
 
-void Statement::finish() {
+void Statement::append_value(std::size_t place, const Value& v) const {
+    const std::size_t start = size_;
+    if (v.type == Value::Type::Quoted) {
+        std::string_view rest = text_of(v);
+        for (auto at = rest.find('\''); at != std::string_view::npos; at = rest.find('\'')) {
+            append(rest.substr(0, at + 1));
+            append("'");
+            rest.remove_prefix(at + 1);
+        }
+        append(rest);
+        return;
+    }
+    if (v.type == Value::Type::Whole || (v.type == Value::Type::Real && v.size == 0))
+        size_ += write_value(v, room(Variant::kDoubleTextRoom));
+    else
+        append(text_of(v));
+    // A number's place holds a number here: the statement would have no shape otherwise.
+    if (!shaped_ || !bare(place)) return;
+    const std::string_view written(text_.data() + start, size_ - start);
+    const NumberText n = read_number(written);
+    const std::size_t digits = start + n.start;
+    StatementLiteral l{digits, size_ - digits, StatementLiteral::Kind::Number};
+    if (v.type == Value::Type::Whole) {
+        if (v.whole >= -kEighteenDigits && v.whole <= kEighteenDigits)
+            l.whole = v.whole < 0 ? -v.whole : v.whole;
+    } else if (v.type == Value::Type::Real) {
+        // Its value is known when its digits say it exactly; a text's is read by the driver.
+        const double magnitude = std::fabs(v.real);
+        if (n.whole && magnitude < 1e15) l.whole = static_cast<std::int64_t>(magnitude);
+        if (!n.whole && n.significant <= 15) l.real = magnitude;
+    }
+    literals_.push_back(l);
+    origins_.push_back(Origin{Origin::Kind::Place, static_cast<std::uint32_t>(place)});
+}
+
+void Statement::write_text() const {
+    const Skeleton& s = *skeleton_;
+    size_ = 0;
+    literals_.clear();
+    origins_.clear();
+    // Room for the usual values at once: a grown text keeps its room for the next statements.
+    const std::size_t usual = s.fixed_size_ + 24 * s.places();
+    if (text_.size() < usual) text_.resize(usual);
+    // A text literal with places inside, until the piece that ends it is written.
+    std::size_t open = kNone, open_end_piece = 0, open_end_offset = 0;
+    for (std::size_t index = 0;; ++index) {
+        const std::size_t base = size_;
+        if (open != kNone && open_end_piece == index) {
+            literals_[open].length = base + open_end_offset - literals_[open].offset;
+            open = kNone;
+        }
+        for (std::uint32_t i = s.first_literal_[index]; i < s.first_literal_[index + 1]; ++i) {
+            const Skeleton::FixedLiteral& f = s.literals_[i];
+            if (f.end_piece == index) {
+                literals_.push_back(StatementLiteral{
+                    base + f.start_offset, f.end_offset - f.start_offset, f.kind, f.whole});
+                origins_.push_back(Origin{Origin::Kind::Fixed, i});
+            } else {
+                literals_.push_back(StatementLiteral{base + f.start_offset, 0, f.kind});
+                origins_.push_back(Origin{Origin::Kind::Text, i});
+                open = literals_.size() - 1;
+                open_end_piece = f.end_piece;
+                open_end_offset = f.end_offset;
+            }
+        }
+        append(s.piece_views_[index]);
+        if (index == s.places()) break;
+        append_value(index, values_[index]);
+    }
     if (!shaped_) {
-        key_.clear();
         literals_.clear();
+        origins_.clear();
     }
+    written_ = true;
+}
+
+std::string_view Statement::text_literal(std::uint32_t index, std::string& out) const {
+    const Skeleton& s = *skeleton_;
+    const Skeleton::FixedLiteral& f = s.literals_[index];
+    std::size_t piece = 0;
+    while (s.first_literal_[piece + 1] <= index)
+        ++piece;
+    out.assign(s.piece_views_[piece].substr(f.start_offset));
+    char number[Variant::kDoubleTextRoom];
+    for (;;) {
+        const Value& v = values_[piece];
+        if (v.type == Value::Type::Quoted) {
+            for (const char c : text_of(v)) {
+                out.push_back(c);
+                if (c == '\'') out.push_back(c);
+            }
+        } else {
+            out.append(number, write_value(v, number));
+        }
+        ++piece;
+        if (piece == f.end_piece) break;
+        out.append(s.piece_views_[piece]);
+    }
+    out.append(s.piece_views_[piece].substr(0, f.end_offset));
+    return out;
 }
 
 }  // namespace billdata::ado

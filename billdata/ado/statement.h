@@ -2,7 +2,8 @@
 // Statements built from a fixed text and values, for the statements a busy operation runs over
 // and over (a till sale's lines). The text comes out byte for byte as concatenation would make
 // it, and with it where its literals are, so that a driver's statement cache need not scan the
-// text again to find them.
+// text again to find them. A driver that has the statement's shape prepared can take its
+// literals alone, and then the text is never written.
 
 #include <cstddef>
 #include <cstdint>
@@ -58,7 +59,8 @@ class Skeleton {
     struct FixedLiteral {
         std::uint32_t start_offset = 0, end_piece = 0, end_offset = 0;
         StatementLiteral::Kind kind = StatementLiteral::Kind::Number;
-        std::int64_t whole = -1;  // a fixed whole number's value (StatementLiteral::whole)
+        std::int64_t whole = -1;       // a fixed whole number's value (StatementLiteral::whole)
+        std::int32_t lone_place = -1;  // a text that is one place alone ('{}'): the place
     };
     std::vector<std::string> pieces_;            // places() + 1 fixed pieces around the places
     std::vector<std::string_view> piece_views_;  // the same, read on every statement
@@ -75,6 +77,10 @@ class Skeleton {
 // or a QuotedText. When a value leaves the text's literals other than the skeleton foresaw (a
 // word where a number goes, a lone quote in a text) the statement is still made, without a
 // shape: the driver then reads the text as it reads any other.
+//
+// Building takes the values in and makes the key; the text is written when first asked for. A
+// driver that has the statement's shape prepared can bind the values themselves (values(),
+// origins()), and then the text is never written.
 class Statement {
   public:
     template <class... Values>
@@ -82,29 +88,68 @@ class Statement {
         if (sizeof...(Values) != skeleton.places()) throw_place_count(skeleton);
         begin(skeleton);
         std::size_t place = 0;
-        ((put(place, values), piece(++place)), ...);
+        (put(place++, values), ...);
         finish();
     }
 
-    std::string_view text() const { return std::string_view(text_.data(), size_); }
+    std::string_view text() const {
+        if (!written_) write_text();
+        return std::string_view(text_.data(), size_);
+    }
     // The key of the statement's shape for a driver's cache, or empty when it has none (see
     // above). Two statements have the same key only when they come from the same skeleton with
-    // values of the same kinds in its number places.
+    // values of the same kinds in its number places: their literals then stand in the same
+    // order and come from the same places (origins()).
     const std::string& key() const { return key_; }
-    const std::vector<StatementLiteral>& literals() const { return literals_; }
+    const std::vector<StatementLiteral>& literals() const {
+        if (!written_) write_text();
+        return literals_;
+    }
+
+    // A value as it was given: a number, or a text (text_of).
+    struct Value {
+        enum class Type : std::uint8_t {
+            Whole,
+            Real,    // with a text only when it has no plain digits (beyond 1e15)
+            Text,    // written as it is; in a number's place, a number only when all digits
+            Word,    // a caller's field that is no number: written as it is, never a number
+            Quoted,  // a QuotedText: its quotes doubled when written
+        };
+        Type type = Type::Whole;
+        std::int64_t whole = 0;
+        double real = 0;
+        std::uint32_t at = 0, size = 0;
+    };
+    const std::vector<Value>& values() const { return values_; }
+    std::string_view text_of(const Value& v) const {
+        return std::string_view(strings_.data() + v.at, v.size);
+    }
+    // Where each literal of the text comes from, in the order of literals(): the skeleton's own
+    // text (`index`: its literal), a number's place (`index`: the place), or a text literal with
+    // places inside (`index`: the skeleton's literal, text_literal() writes it).
+    struct Origin {
+        enum class Kind : std::uint8_t { Fixed, Place, Text };
+        Kind kind = Kind::Fixed;
+        std::uint32_t index = 0;
+    };
+    const std::vector<Origin>& origins() const {
+        if (!written_) write_text();
+        return origins_;
+    }
+    // The skeleton's literal `index`, a text with places inside, as this statement writes it
+    // (quotes and all) into `out`. When it is one place alone between its quotes, its place
+    // instead (the value is then all of the text between them).
+    std::string_view text_literal(std::uint32_t index, std::string& out) const;
+    std::int32_t lone_place(std::uint32_t index) const {
+        return skeleton_->literals_[index].lone_place;
+    }
+    // A value's text as the statement's text has it, into `out`, which has room for
+    // Variant::kDoubleTextRoom characters when the value is a number; its length.
+    std::size_t write_value(const Value& v, char* out) const;
 
   private:
     [[noreturn]] static void throw_place_count(const Skeleton& skeleton);
     void begin(const Skeleton& skeleton);
-    // The fixed piece `index`: most hold no literal, and are only copied.
-    void piece(std::size_t index) {
-        const Skeleton& s = *skeleton_;
-        if (open_ == kNone && s.first_literal_[index] == s.first_literal_[index + 1])
-            append(s.piece_views_[index]);
-        else
-            piece_with_literals(index);
-    }
-    void piece_with_literals(std::size_t index);
     void finish();
 
     void put(std::size_t place, std::int64_t v);
@@ -119,33 +164,35 @@ class Statement {
     void put(std::size_t place, Int v) {
         put(place, static_cast<std::int64_t>(v));
     }
+    void put_text(std::size_t place, std::string_view v, Value::Type type);
+    bool bare(std::size_t place) const { return skeleton_->places_[place].bare; }
+
+    void write_text() const;
     // Room for `n` more characters at the end of the text.
-    char* room(std::size_t n) {
+    char* room(std::size_t n) const {
         if (size_ + n > text_.size()) grow(n);
         return text_.data() + size_;
     }
-    void grow(std::size_t n);
-    void append(std::string_view s) {
+    void grow(std::size_t n) const;
+    void append(std::string_view s) const {
         std::memcpy(room(s.size()), s.data(), s.size());
         size_ += s.size();
     }
-    // A number's text just appended at `start` in a bare place: its literal's kind in the key.
-    // `whole`: the value's magnitude when it is a whole number of at most 18 digits, else -1;
-    // `real`: its magnitude when it was written as a decimal that reads back as it, else -1.
-    void number_written(std::size_t place, std::size_t start, std::int64_t whole, double real);
-    void text_written(std::size_t place, std::size_t start);
+    // A value's text to the end of the text, with its literal in a number's place.
+    void append_value(std::size_t place, const Value& v) const;
 
     const Skeleton* skeleton_ = nullptr;
     bool shaped_ = true;
-    std::string text_;  // the text is its first size_ characters; the rest is room
-    std::size_t size_ = 0;
+    std::vector<Value> values_;
+    std::string strings_;
     std::string key_;
     char* kinds_ = nullptr;  // in key_: the kind of number in each place
-    std::vector<StatementLiteral> literals_;
-    // A text literal with places inside, until the piece that ends it is written.
-    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-    std::size_t open_ = kNone;
-    std::size_t open_end_piece_ = 0, open_end_offset_ = 0;
+    // The text, written when first asked for: its first size_ characters; the rest is room.
+    mutable bool written_ = false;
+    mutable std::string text_;
+    mutable std::size_t size_ = 0;
+    mutable std::vector<StatementLiteral> literals_;
+    mutable std::vector<Origin> origins_;
 };
 
 }  // namespace billdata::ado

@@ -19,37 +19,30 @@ using util::trim;
 // Shortest fixed-notation text of a finite, non-negative double that reads back exactly, into
 // `out` (room for Variant::kDoubleTextRoom characters); its length.
 std::size_t fixed_text(double v, char* out) {
-    // Prices, amounts and rates have a few decimals: find them without the general search. For
-    // v * 10^k below 2^50 at most one number of k decimals reads back as v, and the rounded
-    // product is that number when there is one; the division, rounded as a reader rounds, tells
-    // whether it reads back. The first k that works is the shortest text, the general search's.
-    static constexpr double kScale[] = {1, 10, 100, 1000, 10000};
-    for (int k = 0; k < 5; ++k) {
-        const double scaled = v * kScale[k];
-        if (!(scaled < 0x1p50)) break;
-        const double whole = std::nearbyint(scaled);
-        if (whole / kScale[k] != v) continue;
-        char digits[24];
-        auto r = std::to_chars(digits, digits + sizeof digits, static_cast<std::int64_t>(whole));
-        std::string_view d(digits, static_cast<std::size_t>(r.ptr - digits));
-        if (k == 0) return d.copy(out, d.size());
-        const auto decimals = static_cast<std::size_t>(k);
-        char* w = out;
-        if (d.size() <= decimals) {
-            *w++ = '0';
-            *w++ = '.';
-            for (std::size_t i = d.size(); i < decimals; ++i)
-                *w++ = '0';
-            w += d.copy(w, d.size());
-        } else {
-            w += d.copy(w, d.size() - decimals);
-            *w++ = '.';
-            w += d.copy(w, decimals, d.size() - decimals);
-        }
-        return static_cast<std::size_t>(w - out);
+    std::int64_t whole = 0;
+    int k = 0;
+    if (!Variant::few_decimals(v, whole, k)) {
+        auto r = std::to_chars(out, out + Variant::kDoubleTextRoom, v, std::chars_format::fixed);
+        return static_cast<std::size_t>(r.ptr - out);
     }
-    auto r = std::to_chars(out, out + Variant::kDoubleTextRoom, v, std::chars_format::fixed);
-    return static_cast<std::size_t>(r.ptr - out);
+    char digits[24];
+    auto r = std::to_chars(digits, digits + sizeof digits, whole);
+    std::string_view d(digits, static_cast<std::size_t>(r.ptr - digits));
+    if (k == 0) return d.copy(out, d.size());
+    const auto decimals = static_cast<std::size_t>(k);
+    char* w = out;
+    if (d.size() <= decimals) {
+        *w++ = '0';
+        *w++ = '.';
+        for (std::size_t i = d.size(); i < decimals; ++i)
+            *w++ = '0';
+        w += d.copy(w, d.size());
+    } else {
+        w += d.copy(w, d.size() - decimals);
+        *w++ = '.';
+        w += d.copy(w, decimals, d.size() - decimals);
+    }
+    return static_cast<std::size_t>(w - out);
 }
 
 std::string fixed_text(double v) {
@@ -267,6 +260,24 @@ bool Variant::parse_number(std::string_view text, double& out) {
 std::string Variant::format_double(double v) {
     char buf[kDoubleTextRoom];
     return std::string(buf, format_double(v, buf));
+}
+
+bool Variant::few_decimals(double v, std::int64_t& digits, int& decimals) {
+    // Prices, amounts and rates have a few decimals: find them without the general search. For
+    // v * 10^k below 2^50 at most one number of k decimals reads back as v, and the rounded
+    // product is that number when there is one; the division, rounded as a reader rounds, tells
+    // whether it reads back. The first k that works is the shortest text, the general search's.
+    static constexpr double kScale[] = {1, 10, 100, 1000, 10000};
+    for (int k = 0; k < 5; ++k) {
+        const double scaled = v * kScale[k];
+        if (!(scaled < 0x1p50)) return false;
+        const double whole = std::nearbyint(scaled);
+        if (whole / kScale[k] != v) continue;
+        digits = static_cast<std::int64_t>(whole);
+        decimals = k;
+        return true;
+    }
+    return false;
 }
 
 std::size_t Variant::format_double(double v, char* out) {

@@ -68,6 +68,9 @@ class Variant {
     // The same text into `out`, which has room for kDoubleTextRoom characters; its length.
     static std::size_t format_double(double v, char* out);
     static constexpr std::size_t kDoubleTextRoom = 512;
+    // A finite, non-negative double that format_double writes with at most four decimals, and
+    // below 2^50 with them: its digits without the point, and how many decimals.
+    static bool few_decimals(double magnitude, std::int64_t& digits, int& decimals);
 
   private:
     // The conversions of every other type.

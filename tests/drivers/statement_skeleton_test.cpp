@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -148,6 +150,53 @@ TEST(StatementSkeleton, AmountsAreFittedToTheirColumn) {
                   "1234.5 9999.99 -9999.99 1234.57 0.13 9999.99");
         create_database(db, "delete from N");
     }
+}
+
+// A cached statement binds a built statement's values themselves once its shape is prepared.
+// Each row is saved twice (the second time through the values) and must read back, types and
+// all, as the statements' texts store it with the cache off: signs, whole and decimal numbers,
+// numbers only their text says exactly, amounts fitted to their column, texts with quotes,
+// numbers in texts, and texts with values inside.
+TEST(StatementSkeleton, ValuesBindAsTheirTextsRead) {
+    TempDir dir;
+    const std::string db = dir.file("shop.db");
+    const std::string table =
+        "create table V(FID INTEGER, FKey INTEGER, FNum REAL, FAmount REAL, FName TEXT, "
+        "FMemo TEXT, FWide TEXT);" +
+        billdata::testing::declared_decimal("V", "FAmount", 12, 2);
+    create_database(db, table);
+    const Skeleton insert(
+        "insert into V(FID,FKey,FNum,FAmount,FName,FMemo,FWide) "
+        "values({},{},{},{},'{}','到{},单号:{}',N'{}')");
+    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+    auto rows = [&](const char* options) {
+        auto cn = Connection::create();
+        cn->Open(sqlite_connection(db, options));
+        Statement st;
+        int id = 0;
+        auto twice = [&](auto key, auto num, double amount, auto name, auto memo) {
+            for (int k = 0; k < 2; ++k) {
+                st.build(insert, ++id, key, num, amount, name, memo, QuotedText{"x'y"}, "宽");
+                cn->Execute(st);
+            }
+        };
+        twice(0, 0.1, 0.05, "O''Brien", 89.5);
+        twice(-5, -2.5, -1234.56, QuotedText{"it's"}, QuotedText{"a'b"});
+        twice(123456789012345678, 1234.5678, 9.999, 42, -7);
+        twice(std::int64_t{1234567890123456789}, 0.123456, 12.345678, 2.5, "c''d");
+        twice(kMin, 1.0 / 3, 7.0, Variant("abc"), Variant(1.25));
+        twice("17", 1e20, -0.0, Variant(std::int32_t(9)), 1e-7);
+        twice("-3", -0.0, 100.0, "", "");
+        cn->Close();
+        return scalar(db,
+                      "select group_concat(FID||':'||typeof(FKey)||FKey||'/'||typeof(FNum)||FNum||"
+                      "'/'||typeof(FAmount)||FAmount||'/'||FName||'/'||FMemo||'/'||FWide, ' ') "
+                      "from V");
+    };
+    const std::string as_written = rows(";Statement Cache=False");
+    create_database(db, "delete from V");
+    EXPECT_EQ(rows(";Statement Cache=True"), as_written);
+    EXPECT_NE(as_written.find("/real0.05/"), std::string::npos) << as_written;
 }
 
 }  // namespace

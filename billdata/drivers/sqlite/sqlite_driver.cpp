@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
@@ -220,6 +221,61 @@ struct CachedStatement {
             plan.push_back({binding.bound[k], scale, limit,
                             scale >= kMoneyTypeCode ? 0.0 : static_cast<double>(limit)});
         }
+    }
+    // How a built statement of this shape binds from its values, without its text, per
+    // parameter as `plan`. Learnt from the first built statement; not when the translation
+    // wrote a value inline.
+    struct ValueStep {
+        enum class From : std::uint8_t {
+            FixedWhole,  // the skeleton's own whole number: `whole`
+            Fixed,       // the skeleton's own literal: `fixed`, as written
+            FixedText,   // the skeleton's own text: `fixed`, between its quotes
+            Place,       // the value of the number's place `index`
+            Lone,        // a text that is the value of place `index` alone
+            Text,        // the skeleton's text literal `index`, with values inside
+        };
+        From from = From::Fixed;
+        std::uint32_t index = 0;
+        std::int64_t whole = -1;
+        BindStep step;
+        std::string fixed;
+    };
+    std::vector<ValueStep> value_plan;
+    bool values_learnt = false;
+    bool binds_values = false;
+    void learn_values(const ado::Statement& built, std::string_view tsql) {
+        using Origin = ado::Statement::Origin;
+        values_learnt = true;
+        const auto& origins = built.origins();
+        const auto& literals = built.literals();
+        if (origins.size() != binding.literal_count) return;
+        for (const auto& kept : binding.kept)
+            if (origins[kept.first].kind != Origin::Kind::Fixed) return;
+        for (const BindStep& step : plan) {
+            const ado::StatementLiteral& l = literals[step.literal];
+            const Origin origin = origins[step.literal];
+            ValueStep v;
+            v.index = origin.index;
+            v.step = step;
+            if (origin.kind == Origin::Kind::Place) {
+                v.from = ValueStep::From::Place;
+            } else if (origin.kind == Origin::Kind::Text) {
+                const std::int32_t lone = built.lone_place(origin.index);
+                v.from = lone >= 0 ? ValueStep::From::Lone : ValueStep::From::Text;
+                if (lone >= 0) v.index = static_cast<std::uint32_t>(lone);
+            } else if (l.kind != ado::StatementLiteral::Kind::Number) {
+                std::string_view text = tsql.substr(l.offset, l.length);
+                if (text.front() != '\'') text.remove_prefix(1);  // N'...'
+                v.from = ValueStep::From::FixedText;
+                v.fixed = std::string(text.substr(1, text.size() - 2));
+            } else {
+                v.from = l.whole >= 0 ? ValueStep::From::FixedWhole : ValueStep::From::Fixed;
+                v.whole = l.whole;
+                v.fixed = std::string(tsql.substr(l.offset, l.length));
+            }
+            value_plan.push_back(std::move(v));
+        }
+        binds_values = true;
     }
     bool busy = false;  // a cursor stands on it
     ~CachedStatement() { sqlite3_finalize(stmt); }
@@ -501,8 +557,8 @@ class SqliteSession final : public ado::driver::Session {
     std::unique_ptr<ado::driver::Cursor> execute_statement(const ado::Statement& statement,
                                                            const ado::driver::ExecOptions& options,
                                                            long* affected) override {
-        return execute(statement.text(), statement.key().empty() ? nullptr : &statement, options,
-                       affected);
+        if (statement.key().empty()) return execute(statement.text(), nullptr, options, affected);
+        return execute({}, &statement, options, affected);
     }
     void begin() override {
         auto use = enter();
@@ -636,23 +692,38 @@ class SqliteSession final : public ado::driver::Session {
     // Runs a statement through the cache, its shape given by `key` and `literals` (a scanned
     // shape's, or a built statement's own); nothing when a literal must be written inline.
     // `found`: its prepared statement when the caller has looked it up already.
+    // `built`: the statement the text was built as, whose way of binding the entry learns.
     template <class Literals>
     std::optional<std::unique_ptr<ado::driver::Cursor>> run_cached(
         std::string_view tsql, const std::string& key, const Literals& literals,
-        const ado::driver::ExecOptions& options, long* affected, CachedPtr found = nullptr);
+        const ado::driver::ExecOptions& options, long* affected, CachedPtr found = nullptr,
+        const ado::Statement* built = nullptr);
     template <class Literals>
     CachedPtr lookup(std::string_view tsql, const std::string& key, const Literals& literals);
+    // The prepared statement that binds a built statement of this key from its values, if any.
+    CachedPtr lookup_values(const std::string& key);
+    // The statement of `entry` to run now: its own, or a twin when a cursor stands on it.
+    CachedPtr take(const CachedPtr& entry);
     template <class Number>
     void fit_scaled(Number& n, int code);
     template <class Literals>
     bool bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
               const Literals& literals);
+    bool bind_values(sqlite3_stmt* stmt, const CachedStatement& entry, const ado::Statement& built);
+    // Parameter `index`: a number literal (`text` as written, without a minus, or empty when its
+    // value is known: `whole`, or `real` with `decimals`), fitted to the column it is bound for.
+    bool bind_number(sqlite3_stmt* stmt, int index, const CachedStatement::BindStep& step,
+                     std::string_view text, std::int64_t whole, double real, std::size_t decimals);
+    // Parameter `index`: a text literal, `body` what stands between its quotes. `stays`: the
+    // body outlives the statement's run.
+    void bind_body(sqlite3_stmt* stmt, int index, std::string_view body, bool stays);
     std::unique_ptr<ado::driver::Cursor> run(sqlite3_stmt* stmt, CachedPtr cached,
                                              const CachedStatement& entry,
                                              const ado::driver::ExecOptions& options,
                                              long* affected);
 
     std::unique_ptr<Handle> handle_;
+    std::string text_buffer_;  // a text literal with values inside, while it is bound
     sqlite3* db_;
     WriteGroup& group_;
     bool use_cache_;
@@ -983,6 +1054,69 @@ void SqliteSession::fit_scaled(Number& n, int code) {
             .classify(ado::ErrorClass::Other, number, {}, !sqlite3_get_autocommit(db_)));
 }
 
+void SqliteSession::bind_body(sqlite3_stmt* stmt, int index, std::string_view body, bool stays) {
+    int rc;
+    if (body.find('\'') == std::string_view::npos) {
+        rc = sqlite3_bind_text(stmt, index, body.data(), static_cast<int>(body.size()),
+                               stays ? SQLITE_STATIC : SQLITE_TRANSIENT);
+    } else {
+        std::string text;  // its doubled quotes as one
+        text.reserve(body.size());
+        for (std::size_t i = 0; i < body.size(); ++i) {
+            text.push_back(body[i]);
+            if (body[i] == '\'' && i + 1 < body.size() && body[i + 1] == '\'') ++i;
+        }
+        rc = sqlite3_bind_text(stmt, index, text.data(), static_cast<int>(text.size()),
+                               SQLITE_TRANSIENT);
+    }
+    if (rc != SQLITE_OK) throw error(rc);
+}
+
+bool SqliteSession::bind_number(sqlite3_stmt* stmt, int index,
+                                const CachedStatement::BindStep& step, std::string_view text,
+                                std::int64_t whole, double real, std::size_t decimals) {
+    int rc = SQLITE_OK;
+    if (text.size() <= 18 && (whole >= 0 || !text.empty())) {
+        // Ids, kinds and counts: plain digits that always fit, read here directly unless
+        // the statement came with their value.
+        std::size_t i = text.size();
+        if (whole < 0) {
+            whole = 0;
+            for (i = 0; i < text.size(); ++i) {
+                const char c = text[i];
+                if (c < '0' || c > '9') break;
+                whole = whole * 10 + (c - '0');
+            }
+        }
+        if (i == text.size()) {
+            if (whole >= step.whole_limit) fit_scaled(whole, step.scale);  // a magnitude
+            rc = sqlite3_bind_int64(stmt, index, whole);
+            if (rc != SQLITE_OK) throw error(rc);
+            return true;
+        }
+    }
+    dialect::LiteralValue v;
+    if (real >= 0) {
+        v.type = dialect::LiteralValue::Type::Real;
+        v.real = real;
+        if (!text.empty()) decimals = decimals_of(text);
+    } else if (!dialect::literal_value(text, v)) {
+        return false;
+    } else {
+        decimals = decimals_of(text);
+    }
+    if (step.scale != 0) {
+        if (v.type == dialect::LiteralValue::Type::Integer) fit_scaled(v.integer, step.scale);
+        if (v.type == dialect::LiteralValue::Type::Real &&
+            !(v.real < step.real_limit && decimals <= static_cast<std::size_t>(step.scale % 100)))
+            fit_scaled(v.real, step.scale);  // else written with what the column keeps
+    }
+    rc = v.type == dialect::LiteralValue::Type::Integer ? sqlite3_bind_int64(stmt, index, v.integer)
+                                                        : sqlite3_bind_double(stmt, index, v.real);
+    if (rc != SQLITE_OK) throw error(rc);
+    return true;
+}
+
 template <class Literals>
 bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::string_view tsql,
                          const Literals& literals) {
@@ -990,77 +1124,128 @@ bool SqliteSession::bind(sqlite3_stmt* stmt, const CachedStatement& entry, std::
     // is alive: its strings are bound straight from the text, uncopied, when they hold no
     // doubled quote. A cursor outlives the text, so its strings are copied.
     const bool runs_now = entry.columns.empty();
-    dialect::LiteralValue v;
     int index = 0;
     for (const CachedStatement::BindStep& step : entry.plan) {
         const auto& l = literals[step.literal];
         ++index;
-        int rc = SQLITE_OK;
+        std::string_view text = tsql.substr(l.offset, l.length);
         if (!is_number(l)) {
-            std::string_view body = tsql.substr(l.offset, l.length);
-            if (is_nstring(l)) body.remove_prefix(1);
-            body = body.substr(1, body.size() - 2);  // the shape scan found both quotes
-            if (body.find('\'') == std::string_view::npos) {
-                rc = sqlite3_bind_text(stmt, index, body.data(), static_cast<int>(body.size()),
-                                       runs_now ? SQLITE_STATIC : SQLITE_TRANSIENT);
-                if (rc != SQLITE_OK) throw error(rc);
-                continue;
-            }
-        }
-        if (is_number(l) && l.length <= 18) {
-            // Ids, kinds and counts: plain digits that always fit, read here directly unless
-            // the statement came with their value.
-            std::int64_t whole = known_whole(l);
-            std::size_t i = l.length;
-            if (whole < 0) {
-                whole = 0;
-                for (i = 0; i < l.length; ++i) {
-                    const char c = tsql[l.offset + i];
-                    if (c < '0' || c > '9') break;
-                    whole = whole * 10 + (c - '0');
-                }
-            }
-            if (i == l.length) {
-                if (whole >= step.whole_limit) fit_scaled(whole, step.scale);  // a magnitude
-                rc = sqlite3_bind_int64(stmt, index, whole);
-                if (rc != SQLITE_OK) throw error(rc);
-                continue;
-            }
-        }
-        if (const double real = known_real(l); real >= 0) {
-            v.type = dialect::LiteralValue::Type::Real;
-            v.real = real;
-        } else if (!dialect::literal_value(tsql.substr(l.offset, l.length), v)) {
+            if (is_nstring(l)) text.remove_prefix(1);
+            bind_body(stmt, index, text.substr(1, text.size() - 2), runs_now);  // within quotes
+        } else if (!bind_number(stmt, index, step, text, known_whole(l), known_real(l), 0)) {
             return false;
         }
-        if (step.scale != 0) {
-            if (v.type == dialect::LiteralValue::Type::Integer) fit_scaled(v.integer, step.scale);
-            if (v.type == dialect::LiteralValue::Type::Real &&
-                !(v.real < step.real_limit && decimals_of(tsql.substr(l.offset, l.length)) <=
-                                                  static_cast<std::size_t>(step.scale % 100)))
-                fit_scaled(v.real, step.scale);  // else written with what the column keeps
-        }
-        switch (v.type) {
-            case dialect::LiteralValue::Type::Integer:
-                rc = sqlite3_bind_int64(stmt, index, v.integer);
-                break;
-            case dialect::LiteralValue::Type::Real:
-                rc = sqlite3_bind_double(stmt, index, v.real);
-                break;
-            case dialect::LiteralValue::Type::Text:
-                rc = sqlite3_bind_text(stmt, index, v.text.data(), static_cast<int>(v.text.size()),
-                                       SQLITE_TRANSIENT);
-                break;
-        }
-        if (rc != SQLITE_OK) throw error(rc);
     }
     return true;
+}
+
+bool SqliteSession::bind_values(sqlite3_stmt* stmt, const CachedStatement& entry,
+                                const ado::Statement& built) {
+    using Value = ado::Statement::Value;
+    using From = CachedStatement::ValueStep::From;
+    constexpr std::int64_t kEighteenDigits = 999'999'999'999'999'999;
+    const bool runs_now = entry.columns.empty();
+    const std::vector<Value>& values = built.values();
+    char number[ado::Variant::kDoubleTextRoom];
+    int index = 0;
+    auto bind_whole = [&](const CachedStatement::BindStep& step, std::int64_t whole) {
+        if (whole >= step.whole_limit) fit_scaled(whole, step.scale);  // a magnitude
+        const int rc = sqlite3_bind_int64(stmt, index, whole);
+        if (rc != SQLITE_OK) throw error(rc);
+    };
+    for (const CachedStatement::ValueStep& from : entry.value_plan) {
+        ++index;
+        switch (from.from) {
+            case From::FixedWhole:
+                bind_whole(from.step, from.whole);
+                continue;
+            case From::Fixed:
+                if (!bind_number(stmt, index, from.step, from.fixed, -1, -1, 0)) return false;
+                continue;
+            case From::FixedText:
+                bind_body(stmt, index, from.fixed, true);
+                continue;
+            case From::Text: {
+                std::string_view text = built.text_literal(from.index, text_buffer_);
+                if (text.front() != '\'') text.remove_prefix(1);  // N'...'
+                bind_body(stmt, index, text.substr(1, text.size() - 2), false);
+                continue;
+            }
+            case From::Lone: {
+                const Value& v = values[from.index];
+                if (v.type == Value::Type::Quoted) {  // as given: its quotes are not doubled
+                    const std::string_view t = built.text_of(v);
+                    const int rc =
+                        sqlite3_bind_text(stmt, index, t.data(), static_cast<int>(t.size()),
+                                          runs_now ? SQLITE_STATIC : SQLITE_TRANSIENT);
+                    if (rc != SQLITE_OK) throw error(rc);
+                } else if (v.type == Value::Type::Text || v.type == Value::Type::Word) {
+                    bind_body(stmt, index, built.text_of(v), runs_now);
+                } else {
+                    bind_body(stmt, index, std::string_view(number, built.write_value(v, number)),
+                              false);
+                }
+                continue;
+            }
+            case From::Place:
+                break;
+        }
+        // A number's place: its value, or its text when the value alone does not say how the
+        // text reads. A minus is no part of the literal.
+        const Value& v = values[from.index];
+        if (v.type == Value::Type::Whole && v.whole >= -kEighteenDigits &&
+            v.whole <= kEighteenDigits) {
+            bind_whole(from.step, v.whole < 0 ? -v.whole : v.whole);
+            continue;
+        }
+        if (v.type == Value::Type::Real && v.size == 0) {
+            const double magnitude = std::fabs(v.real);
+            std::int64_t digits = 0;
+            int decimals = 0;
+            if (static_cast<double>(static_cast<std::int64_t>(magnitude)) == magnitude) {
+                bind_whole(from.step, static_cast<std::int64_t>(magnitude));
+                continue;
+            }
+            if (ado::Variant::few_decimals(magnitude, digits, decimals) &&
+                digits < 1'000'000'000'000'000) {
+                // At most 15 digits: the double reads back from them.
+                if (!bind_number(stmt, index, from.step, {}, -1, magnitude,
+                                 static_cast<std::size_t>(decimals)))
+                    return false;
+                continue;
+            }
+        }
+        std::string_view text(number, built.write_value(v, number));
+        if (!text.empty() && text.front() == '-') text.remove_prefix(1);
+        if (!bind_number(stmt, index, from.step, text, -1, -1, 0)) return false;
+    }
+    return true;
+}
+
+CachedPtr SqliteSession::lookup_values(const std::string& key) {
+    auto it = handle_->cache.find(key);
+    if (it == handle_->cache.end() || it->second.size() != 1 || !it->second.front()->binds_values)
+        return nullptr;
+    return it->second.front();
+}
+
+CachedPtr SqliteSession::take(const CachedPtr& entry) {
+    if (!entry->busy) return entry;
+    // A cursor of the same shape is still open (a loop inside a loop): a statement of its own
+    // for this one, let go when it is done.
+    auto twin = std::make_shared<CachedStatement>(*entry);
+    twin->stmt = nullptr;
+    twin->busy = false;
+    int rc = sqlite3_prepare_v2(db_, sqlite3_sql(entry->stmt), -1, &twin->stmt, nullptr);
+    if (rc != SQLITE_OK) throw error(rc);
+    return twin;
 }
 
 template <class Literals>
 std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
     std::string_view tsql, const std::string& key, const Literals& literals,
-    const ado::driver::ExecOptions& options, long* affected, CachedPtr found) {
+    const ado::driver::ExecOptions& options, long* affected, CachedPtr found,
+    const ado::Statement* built) {
     CachedPtr entry = found ? std::move(found) : lookup(tsql, key, literals);
     if (!entry) {
         dialect::Translation tr = translate(tsql, true);
@@ -1074,18 +1259,9 @@ std::optional<std::unique_ptr<ado::driver::Cursor>> SqliteSession::run_cached(
         if (variants.size() >= kMaxVariantsPerShape) variants.erase(variants.begin());
         variants.push_back(entry);
     }
+    if (built && !entry->values_learnt) entry->learn_values(*built, tsql);
     if (options.read_only && entry->translation_writes) throw ado::driver::read_only_refusal();
-    CachedPtr use = entry;
-    if (entry->busy) {
-        // A cursor of the same shape is still open (a loop inside a loop): a statement of
-        // its own for this one, let go when it is done.
-        auto twin = std::make_shared<CachedStatement>(*entry);
-        twin->stmt = nullptr;
-        twin->busy = false;
-        int rc = sqlite3_prepare_v2(db_, sqlite3_sql(entry->stmt), -1, &twin->stmt, nullptr);
-        if (rc != SQLITE_OK) throw error(rc);
-        use = std::move(twin);
-    }
+    CachedPtr use = take(entry);
     if (bind(use->stmt, *use, tsql, literals)) {
         use->busy = true;
         return run(use->stmt, use, *use, options, affected);
@@ -1112,22 +1288,46 @@ std::unique_ptr<ado::driver::Cursor> SqliteSession::execute(std::string_view tsq
     // A group opened first makes the check one of the data version (refresh_catalog), where
     // outside a transaction it reads the schema version in a transaction of its own.
     bool transaction = !sqlite3_get_autocommit(db_);
+    // A built statement whose shape is prepared binds its values themselves, and its text is
+    // never written: the text is for a new shape, and for values the translation writes inline.
     CachedPtr found;
-    if (!transaction && use_cache_ && built) {
-        found = lookup(tsql, built->key(), built->literals());
-        if (found && open_group_first(*found, options)) transaction = true;
+    bool by_values = false;
+    if (built && use_cache_) {
+        found = lookup_values(built->key());
+        by_values = found != nullptr;
+        if (!by_values) {
+            tsql = built->text();
+            found = lookup(tsql, built->key(), built->literals());
+        }
+        if (!transaction && found && open_group_first(*found, options)) transaction = true;
+    } else if (built) {
+        tsql = built->text();
     }
     if (!schema_checked_ || !transaction) {
         const dialect::Catalog* before = handle_->catalog.get();
         refresh_catalog();
         schema_checked_ = transaction;
-        if (handle_->catalog.get() != before) found.reset();  // made against the old catalogue
+        if (handle_->catalog.get() != before && found) {
+            found.reset();  // made against the old catalogue
+            if (by_values) tsql = built->text();
+            by_values = false;
+        }
+    }
+    if (by_values) {
+        if (options.read_only && found->translation_writes) throw ado::driver::read_only_refusal();
+        CachedPtr use = take(found);
+        if (bind_values(use->stmt, *use, *built)) {
+            use->busy = true;
+            return run(use->stmt, use, *use, options, affected);
+        }
+        sqlite3_clear_bindings(use->stmt);
+        tsql = built->text();  // a value the engine reads its own way: as the text has it
     }
     if (use_cache_) {
         std::optional<std::unique_ptr<ado::driver::Cursor>> ran;
         if (built) {
             ran = run_cached(tsql, built->key(), built->literals(), options, affected,
-                             std::move(found));
+                             std::move(found), built);
         } else {
             // The session's buffers, lent to this statement and given back however it ends.
             struct Lent {
