@@ -147,16 +147,40 @@ DateTime DateTime::today() {
     return now().date_only();
 }
 
+namespace {
+
+// `n` as `width` digits with leading zeros; a sale writes its date twice, so no printf.
+char* digits(char* out, int n, int width) {
+    for (int i = width - 1; i >= 0; --i, n /= 10)
+        out[i] = static_cast<char>('0' + n % 10);
+    return out + width;
+}
+
+}  // namespace
+
 std::string DateTime::date_string() const {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", year_, month_, day_);
-    return buf;
+    if (year_ < 0 || year_ > 9999) {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", year_, month_, day_);
+        return buf;
+    }
+    char buf[10];
+    char* at = digits(buf, year_, 4);
+    *at++ = '-';
+    at = digits(at, month_, 2);
+    *at++ = '-';
+    digits(at, day_, 2);
+    return std::string(buf, sizeof buf);
 }
 
 std::string DateTime::time_string() const {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", hour_, minute_, second_);
-    return buf;
+    char buf[8];
+    char* at = digits(buf, hour_, 2);
+    *at++ = ':';
+    at = digits(at, minute_, 2);
+    *at++ = ':';
+    digits(at, second_, 2);
+    return std::string(buf, sizeof buf);
 }
 
 std::string DateTime::to_string() const {

@@ -188,25 +188,33 @@ void Statement::finish() {
 void Statement::put(std::size_t place, std::int64_t v) {
     Value value;
     value.whole = v;
+    if (bare(place)) {
+        kinds_[place] = v < 0 ? 'I' : 'i';
+    } else {
+        // Inside a text its digits are text: written now, bound as they stand.
+        char digits[24];
+        const std::string_view written = text_of(value, digits);
+        value.at = static_cast<std::uint32_t>(strings_.size());
+        value.size = static_cast<std::uint32_t>(written.size());
+        strings_.append(written);
+    }
     values_.push_back(value);
-    if (bare(place)) kinds_[place] = v < 0 ? 'I' : 'i';
 }
 
 void Statement::put(std::size_t place, double v) {
     Value value;
     value.type = Value::Type::Real;
     value.real = v;
-    if (std::fabs(v) < 1e15) {
+    if (std::fabs(v) < 1e15 && bare(place)) {
         // Written as its whole digits when it is whole, else with a point (format_double).
         values_.push_back(value);
-        if (bare(place))
-            kinds_[place] = static_cast<double>(static_cast<std::int64_t>(v)) == v
-                                ? (v < 0 ? 'I' : 'i')
-                                : (v < 0 ? 'D' : 'd');
+        kinds_[place] = static_cast<double>(static_cast<std::int64_t>(v)) == v
+                            ? (v < 0 ? 'I' : 'i')
+                            : (v < 0 ? 'D' : 'd');
         return;
     }
-    // Any other in the shortest form that reads back as it, perhaps with an exponent: written
-    // now, which also refuses what has no text.
+    // Any other in the shortest form that reads back as it, perhaps with an exponent, and any
+    // inside a text: written now, which also refuses what has no text.
     char text[Variant::kDoubleTextRoom];
     const std::string_view written(text, Variant::format_double(v, text));
     value.at = static_cast<std::uint32_t>(strings_.size());
@@ -265,18 +273,14 @@ void Statement::put_text(std::size_t place, std::string_view v, Value::Type type
         kinds_[place] = v.front() == '-' ? 'I' : 'i';
 }
 
-std::size_t Statement::write_value(const Value& v, char* out) const {
-    switch (v.type) {
-        case Value::Type::Whole:
-            return static_cast<std::size_t>(std::to_chars(out, out + 24, v.whole).ptr - out);
-        case Value::Type::Real:
-            if (v.size == 0) return Variant::format_double(v.real, out);
-            break;
-        default:
-            break;
-    }
-    const std::string_view t = text_of(v);
-    return t.copy(out, t.size());
+std::string_view Statement::text_of(const Value& v, char* room) const {
+    if (v.size != 0 || (v.type != Value::Type::Whole && v.type != Value::Type::Real))
+        return std::string_view(strings_.data() + v.at, v.size);
+    const std::size_t n =
+        v.type == Value::Type::Whole
+            ? static_cast<std::size_t>(std::to_chars(room, room + 24, v.whole).ptr - room)
+            : Variant::format_double(v.real, room);
+    return std::string_view(room, n);
 }
 
 void Statement::append_value(std::size_t place, const Value& v) const {
@@ -291,8 +295,8 @@ void Statement::append_value(std::size_t place, const Value& v) const {
         append(rest);
         return;
     }
-    if (v.type == Value::Type::Whole || (v.type == Value::Type::Real && v.size == 0))
-        size_ += write_value(v, room(Variant::kDoubleTextRoom));
+    if (v.size == 0)
+        size_ += text_of(v, room(Variant::kDoubleTextRoom)).size();
     else
         append(text_of(v));
     // A number's place holds a number here: the statement would have no shape otherwise.
@@ -371,7 +375,7 @@ std::string_view Statement::text_literal(std::uint32_t index, std::string& out) 
                 if (c == '\'') out.push_back(c);
             }
         } else {
-            out.append(number, write_value(v, number));
+            out.append(text_of(v, number));
         }
         ++piece;
         if (piece == f.end_piece) break;

@@ -108,9 +108,10 @@ class Statement {
 
     // A value as it was given: a number, or a text (text_of).
     struct Value {
+        // A number comes with its text inside a text, and beyond 1e15 (no plain digits).
         enum class Type : std::uint8_t {
             Whole,
-            Real,    // with a text only when it has no plain digits (beyond 1e15)
+            Real,
             Text,    // written as it is; in a number's place, a number only when all digits
             Word,    // a caller's field that is no number: written as it is, never a number
             Quoted,  // a QuotedText: its quotes doubled when written
@@ -143,9 +144,9 @@ class Statement {
     std::int32_t lone_place(std::uint32_t index) const {
         return skeleton_->literals_[index].lone_place;
     }
-    // A value's text as the statement's text has it, into `out`, which has room for
-    // Variant::kDoubleTextRoom characters when the value is a number; its length.
-    std::size_t write_value(const Value& v, char* out) const;
+    // A value's text as the statement's text has it: a number without a text of its own is
+    // written into `room`, which has room for Variant::kDoubleTextRoom characters.
+    std::string_view text_of(const Value& v, char* room) const;
 
   private:
     [[noreturn]] static void throw_place_count(const Skeleton& skeleton);

@@ -1179,11 +1179,8 @@ bool SqliteSession::bind_values(sqlite3_stmt* stmt, const CachedStatement& entry
                         sqlite3_bind_text(stmt, index, t.data(), static_cast<int>(t.size()),
                                           runs_now ? SQLITE_STATIC : SQLITE_TRANSIENT);
                     if (rc != SQLITE_OK) throw error(rc);
-                } else if (v.type == Value::Type::Text || v.type == Value::Type::Word) {
-                    bind_body(stmt, index, built.text_of(v), runs_now);
                 } else {
-                    bind_body(stmt, index, std::string_view(number, built.write_value(v, number)),
-                              false);
+                    bind_body(stmt, index, built.text_of(v), runs_now);  // a number's too
                 }
                 continue;
             }
@@ -1215,7 +1212,7 @@ bool SqliteSession::bind_values(sqlite3_stmt* stmt, const CachedStatement& entry
                 continue;
             }
         }
-        std::string_view text(number, built.write_value(v, number));
+        std::string_view text = built.text_of(v, number);
         if (!text.empty() && text.front() == '-') text.remove_prefix(1);
         if (!bind_number(stmt, index, from.step, text, -1, -1, 0)) return false;
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -27,6 +28,8 @@ struct Registry {
     // needs no wake-up: the timer looks again by then. So a process saving sale after sale
     // wakes it about once per window, not once per group.
     GroupClock::time_point wakes_at = GroupClock::time_point::max();
+    std::uint64_t opened = 0;       // groups opened so far
+    GroupClock::duration window{};  // the last one's window
 };
 
 Registry& registry() {
@@ -54,10 +57,20 @@ void commit_from_outside(WriteGroup& g) {
 void run_timer() {
     Registry& r = registry();
     std::unique_lock lock(r.mutex);
+    std::uint64_t seen = 0;  // r.opened at the last look
     for (;;) {
         if (r.open.empty()) {
-            r.wakes_at = GroupClock::time_point::max();
-            r.changed.wait(lock);
+            if (r.opened != seen) {
+                // Groups came and went since the last look: a busy process's groups most often
+                // close before this thread is even scheduled. Look again a window later, so that
+                // the next ones, due later, need not wake it.
+                seen = r.opened;
+                r.wakes_at = GroupClock::now() + r.window;
+                r.changed.wait_until(lock, r.wakes_at);
+            } else {
+                r.wakes_at = GroupClock::time_point::max();
+                r.changed.wait(lock);
+            }
             continue;
         }
         auto first = std::min_element(r.open.begin(), r.open.end(),
@@ -137,6 +150,8 @@ int open_group(WriteGroup& g, std::chrono::milliseconds window) {
         std::lock_guard lock(r.mutex);
         r.open.push_back({g.shared_from_this(), g.deadline});
         r.count.store(r.open.size(), std::memory_order_relaxed);
+        ++r.opened;
+        r.window = window;
         if (!r.timer_started) {
             r.timer_started = true;
             std::thread(run_timer).detach();
