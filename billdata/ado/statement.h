@@ -138,9 +138,10 @@ class Statement {
         return origins_;
     }
     // The skeleton's literal `index`, a text with places inside, as this statement writes it
-    // (quotes and all) into `out`. When it is one place alone between its quotes, its place
-    // instead (the value is then all of the text between them).
+    // (quotes and all) into `out`.
     std::string_view text_literal(std::uint32_t index, std::string& out) const;
+    // When that literal is one place alone between its quotes ('{}'), the place: its value is
+    // then all of the text between them. Else -1.
     std::int32_t lone_place(std::uint32_t index) const {
         return skeleton_->literals_[index].lone_place;
     }
