@@ -187,8 +187,8 @@ void Connection::Close() {
     s->close();
 }
 
-void Connection::log(std::string_view sql) const {
-    if (log_) sql_log::write(sql);
+void Connection::log(std::string_view sql, const Statement* built) const {
+    if (log_) sql_log::write(built ? built->text() : sql);
 }
 
 int Connection::State() const {
@@ -221,8 +221,7 @@ std::shared_ptr<Recordset> Connection::Execute(const Statement& statement, long*
 void Connection::execute_without_records(std::string_view sql, const Statement* built,
                                          long* records_affected) {
     auto s = session();
-    // A built statement's text is written only when something reads it.
-    if (log_) log(built ? built->text() : sql);
+    log(sql, built);
     long affected = -1;
     driver::ExecOptions exec;
     exec.timeout_seconds = command_timeout_;
@@ -237,7 +236,7 @@ void Connection::execute_without_records(std::string_view sql, const Statement* 
 std::shared_ptr<Recordset> Connection::execute(std::string_view sql, long* records_affected,
                                                long timeout_seconds, const Statement* built) {
     auto s = session();
-    if (log_) log(built ? built->text() : sql);
+    log(sql, built);
     long affected = -1;
     driver::ExecOptions options;
     options.timeout_seconds = timeout_seconds;

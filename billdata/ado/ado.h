@@ -120,7 +120,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void execute_without_records(std::string_view sql, const Statement* built,
                                  long* records_affected);
     // Writes `sql` to the statement log when the log was wanted as the connection opened.
-    void log(std::string_view sql) const;
+    // A built statement's text is written only when the log wants it.
+    void log(std::string_view sql, const Statement* built = nullptr) const;
     std::string connection_string_;
     std::shared_ptr<driver::Session> session_;
     long command_timeout_;
